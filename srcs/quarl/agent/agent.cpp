@@ -1,0 +1,120 @@
+#include "agent/agent.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include "agent/command.h"
+#include "agent/connection.h"
+#include "agent/listener.h"
+#include "config/item_table.h"
+#include "config/state/config_state.h"
+#include "quarlheap/raw/own_memory.h"
+#include "platform/print.h"
+
+extern "C" {
+constinit int srv_desc = -1;
+constinit int srv_socket_desc = -1;
+constinit int socket_desc = -1;
+constinit char* recv_buffer = nullptr;
+}
+
+namespace quarl {
+namespace {
+
+constexpr const char* kThreadName = "qr_demo_thread";
+constexpr int kFirstPort = 9000;
+constexpr size_t kStackSize = 64 * 1024;
+
+constinit Socket listener;
+constinit Socket connection;
+
+bool listen_on(int* port) {
+  if (listener.take(open_listener(port))) {
+    srv_desc = listener.fd();
+    print(kStdout, "Waiting for connect at port [ %d ]\n", *port);
+    return true;
+  }
+  print(kStdout, "%s: open socket failed\n", kThreadName);
+  return false;
+}
+
+bool accept_client() {
+  if (connection.take(accept_connection(listener.fd()))) {
+    srv_socket_desc = connection.fd();
+    return true;
+  }
+  print(kStdout, "%s: accept connect failed\n", kThreadName);
+  return false;
+}
+
+void close_sockets() {
+  connection.close();
+  srv_socket_desc = -1;
+  listener.close();
+  srv_desc = -1;
+}
+
+// Takes packets until the peer is gone (true) or the connection can no longer be used (false).
+bool serve_client() {
+  for (;;) {
+    const int received = receive_packet(connection, recv_buffer);
+    if (received <= 0) return received == 0;
+    handle_packet(recv_buffer);
+  }
+}
+
+void serve(int port) {
+  while (listen_on(&port) && accept_client() && serve_client()) close_sockets();
+}
+
+void* run_agent(void*) {
+  const InsideChecker inside;  // nothing that this thread allocates is the application's
+  prctl(PR_SET_NAME, kThreadName);
+  recv_buffer = static_cast<char*>(own_memory(kPacketSize));
+  if (recv_buffer == nullptr) {
+    print(kStdout, "malloc recv_buffer faild\n");
+  } else {
+    serve(kFirstPort);
+    release_own_memory(recv_buffer);
+    recv_buffer = nullptr;
+  }
+  close_sockets();
+  if (socket_desc > 0) ::close(socket_desc);
+  return nullptr;
+}
+
+bool create_thread() {
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return false;
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_attr_setstacksize(&attributes, kStackSize);
+  pthread_t thread;
+  bool created = pthread_create(&thread, &attributes, run_agent, nullptr) == 0;
+  // A process with much thread-local storage needs more stack than that: the default then.
+  if (!created) created = pthread_create(&thread, nullptr, run_agent, nullptr) == 0;
+  pthread_attr_destroy(&attributes);
+  return created;
+}
+
+}  // namespace
+
+void start_agent() {
+  if (!Flags().set(kDemoThread)) return;
+  // The thread inherits the mask, so that it has no instant without it.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  if (!create_thread()) print(kStdout, "Create thread fail!\n");
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+void leave_parent_agent() {
+  close_sockets();
+  recv_buffer = nullptr;
+}
+
+}  // namespace quarl

@@ -1,0 +1,67 @@
+#include "agent/connection.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "config/item_table.h"
+#include "platform/print.h"
+#include "platform/seam.h"
+
+namespace quarl {
+namespace {
+
+constexpr useconds_t kRetryPause = 10;  // microseconds
+
+// Until data, a hang-up or an error is there; the receive tells which. False when the wait itself failed.
+bool wait_for_data(int fd) {
+  struct pollfd wanted {};
+  wanted.fd = fd;
+  wanted.events = POLLIN;
+  while (poll(&wanted, 1, -1) < 0) {
+    if (errno == EINTR) continue;
+    print(kStdout, "%s failed... %s\n", "tam_get_tcp_packet", error_text(errno));
+    return false;
+  }
+  return true;
+}
+
+// After a failed receive: false when the connection can no longer be used. A descriptor that the application has closed
+// and taken for something else counts as closed.
+bool may_receive_again(const Socket& connection) {
+  if (errno == EINTR) {
+    print(kStdout, "recvfrom is interrupted\n");
+    return true;
+  }
+  print(kStdout, "get packet error %s\n", error_text(errno));
+  if (errno == EBADF || !connection.is_ours()) return false;
+  usleep(kRetryPause);
+  return true;
+}
+
+long receive(const Socket& connection, char* buffer) {
+  errno = 0;
+  if (connection.is_ours()) return recv(connection.fd(), buffer, kPacketSize, MSG_WAITALL);
+  errno = EBADF;
+  return -1;
+}
+
+}  // namespace
+
+int receive_packet(const Socket& connection, char* buffer) {
+  memset(buffer, 0, kPacketSize);
+  if (!wait_for_data(connection.fd())) return -1;
+  for (;;) {
+    const long received = receive(connection, buffer);
+    if (received > 0) return static_cast<int>(received);
+    if (received == 0) {
+      print(kStdout, "connection broken, restarts listening...\n");
+      return 0;
+    }
+    if (!may_receive_again(connection)) return -1;
+  }
+}
+
+}  // namespace quarl

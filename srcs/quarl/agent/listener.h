@@ -1,0 +1,16 @@
+// The agent's listening socket and the connections that it accepts. IPv4, any local address.
+#pragma once
+
+namespace quarl {
+
+// Listens on *port, or, when that is in use, on a free port of the kernel's choice, which is stored there. The socket,
+// or -1 with a message on standard output.
+int open_listener(int* port);
+
+// A port that is free at this moment, or -1 with a message.
+int find_usable_port();
+
+// The next client's socket with keep-alive on, or -1 with a message. Ignores SIGPIPE for the whole process.
+int accept_connection(int listener);
+
+}  // namespace quarl

@@ -1,0 +1,128 @@
+// The configuration in force: two words of flags, the numeric settings and the names. Item handlers write them (under
+// the hook lock once the hooks are installed); every thread reads them without a lock and sees the old or the new value
+// of a word. Used before any constructor of the process runs, hence constinit throughout.
+#pragma once
+
+#include <time.h>
+
+#include <cstdint>
+
+#include "platform/annotations.h"
+
+namespace quarl {
+
+// Bits of cfg_flags. Bits without a name stay 0.
+enum ConfigBit : uint32_t {
+  kProf = 1U << 0,
+  kThread = 1U << 1,
+  kHeapLimit = 1U << 2,
+  kStackLimit = 1U << 3,
+  kRandomFail = 1U << 4,
+  kDemoThread = 1U << 5,
+  kReset = 1U << 6,
+  kMemHead = 1U << 12,
+  kHeadTid = 1U << 13,
+  kHeadTime = 1U << 14,
+  kHeadStackdepth = 1U << 15,
+  kSlopover = 1U << 16,
+  kMemCheckInHook = 1U << 17,
+  kRecordLogAtFree = 1U << 18,
+  kLogOverlay = 1U << 19,
+  kReloadRequest = 1U << 20,  // no item: set by the signal dump, cleared by the hook that reloads
+  kMemCheck = 1U << 21,
+  kPrintProfinfo = 1U << 22,
+  kTimer = 1U << 24,
+  kAll = 1U << 28,
+  kOutputLog = 1U << 29,
+};
+
+// Bits of slop_flags: what triggers the heap check.
+enum SlopBit : uint32_t {
+  kSlopTimer = 1U << 0,
+  kSlopExit = 1U << 1,
+  kSlopApi = 1U << 2,
+  kSlopUser = 1U << 3,
+  kSlopApiInHook = 1U << 17,  // stored, read by nothing
+  kSlopMalloc = 1U << 28,
+  kSlopFree = 1U << 29,
+  kSlopThread = 1U << 30,  // stored, read by nothing
+};
+
+extern uint32_t cfg_flags;
+extern uint32_t slop_flags;
+
+inline uint32_t load_flags(const uint32_t& word) { return __atomic_load_n(&word, __ATOMIC_RELAXED); }
+
+// Signal handlers set the reload request at any instant, so bits change by atomic operations only.
+inline void set_flag(uint32_t& word, uint32_t bit) { __atomic_fetch_or(&word, bit, __ATOMIC_SEQ_CST); }
+inline void clear_flag(uint32_t& word, uint32_t bit) { __atomic_fetch_and(&word, ~bit, __ATOMIC_SEQ_CST); }
+inline void put_flag(uint32_t& word, uint32_t bit, bool on) { on ? set_flag(word, bit) : clear_flag(word, bit); }
+
+// The flags as one call works with them: read once, so that a reload on another thread cannot change the layout of a
+// block halfway through its making.
+class Flags {
+ public:
+  Flags() : cfg_(load_flags(cfg_flags)), slop_(load_flags(slop_flags)) {}
+  Flags(uint32_t cfg, uint32_t slop) : cfg_(cfg), slop_(slop) {}
+
+  bool in_force(uint32_t bits) const { return has(bits | kAll); }
+  bool header() const { return in_force(kMemHead); }
+  // For the header items kHeadTid, kHeadTime, kHeadStackdepth and kSlopover.
+  bool in_header(uint32_t bits) const { return has(bits | kMemHead | kAll); }
+  bool prof() const { return in_force(kProf); }
+  bool per_thread() const { return in_force(kProf | kThread); }
+  bool record_log() const { return in_force(kOutputLog); }
+  bool guard() const { return in_header(kSlopover); }
+  bool reload_wanted() const { return in_force(kReloadRequest); }
+  bool check_trigger(SlopBit bit) const { return (slop_ & bit) != 0 && guard(); }
+  bool overlay() const { return (cfg_ & kLogOverlay) != 0; }
+  bool set(uint32_t bits) const { return has(bits); }
+  // Anything that a hook does under the hook lock.
+  bool tracked() const { return (cfg_ & kAll) != 0 && (cfg_ & (kMemHead | kProf | kOutputLog)) != 0; }
+
+ private:
+  bool has(uint32_t bits) const { return (cfg_ & bits) == bits; }
+
+  uint32_t cfg_;
+  uint32_t slop_;
+};
+
+inline constexpr int kDefaultDepth = 8;
+inline constexpr int kNameSize = 256;
+
+extern int16_t stack_depth;  // return addresses in a header, [2, 64]
+extern int maps_size_kb;  // KiB of the maps section
+extern uint32_t trace_buf_size;  // bytes of a record buffer, a multiple of 280
+
+extern int snap_detail;
+extern int snap_interval;  // seconds, 0 = none
+extern uint32_t next_snap_time;  // seconds of the checker clock
+extern int snap_count;
+
+extern int timer_clock_on;  // 1: the interval timer is wanted or running
+extern int timer_interval;  // seconds
+extern int clock_sec;  // the checker clock: time of day at the last tick, 0 while it never ran
+extern int clock_usec;
+extern timer_t timer_id;
+extern int random_seeded;
+
+extern char record_log_name[kNameSize];
+extern char snapshot_log_name[kNameSize];
+extern char autosnap_log_name[kNameSize];
+
+// Who the process is.
+extern int proc_pid;
+extern char proc_name[16];
+extern bool forked_child;  // the process began as a fork of a checked one
+
+extern int hooks_installed;
+
+// The request for a reload, as the signal dump makes it.
+inline void request_reload() { set_flag(cfg_flags, kReloadRequest); }
+
+}  // namespace quarl
+
+extern "C" {
+extern QUARL_EXPORT int qr_sig_num;
+extern QUARL_EXPORT int QR_TRACE_MMAP;
+}

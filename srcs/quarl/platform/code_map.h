@@ -1,0 +1,34 @@
+// Which addresses are code of the process: a return address that is not ends a call-trace walk.
+#pragma once
+
+#include <cstdint>
+
+namespace quarl {
+
+enum class CodeKind : uint8_t {
+  kNone,
+  kStartup,  // mapped when the checker started: the program and what it needs, never unmapped, safe to read
+  kLate,  // loaded afterwards: known as code, never read, since it may be unloaded at any moment
+};
+
+// Called once by the constructor. Without /proc/self/maps every address counts as late code.
+void learn_startup_code();
+
+// Takes no lock, allocates nothing. Seldom (an address seen for the first time) it reads /proc/self/maps.
+CodeKind code_kind_slow(uint32_t address);
+
+namespace detail {
+// One word a slot: page number << 2 | CodeKind. A slot is replaced by whichever page comes; words are plain, so a
+// reader sees one whole entry or another.
+inline constexpr uint32_t kPageSlots = 1024;
+extern uint32_t page_cache[kPageSlots];
+}  // namespace detail
+
+inline CodeKind code_kind(uint32_t address) {
+  const uint32_t page = address >> 12;
+  const uint32_t slot = __atomic_load_n(&detail::page_cache[page % detail::kPageSlots], __ATOMIC_RELAXED);
+  if (__builtin_expect(slot >> 2 == page && (slot & 3) != 0, 1)) return static_cast<CodeKind>(slot & 3);
+  return code_kind_slow(address);
+}
+
+}  // namespace quarl

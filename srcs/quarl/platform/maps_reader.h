@@ -1,0 +1,37 @@
+// Reads /proc/self/maps line by line with raw system calls and a small buffer: no allocation, safe in a signal
+// handler.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace quarl {
+
+struct MapsLine {
+  uintptr_t low;
+  uintptr_t high;
+  bool executable;
+  bool file;  // backed by a file
+};
+
+class MapsReader {
+ public:
+  MapsReader();
+  ~MapsReader();
+  MapsReader(const MapsReader&) = delete;
+  MapsReader& operator=(const MapsReader&) = delete;
+
+  // False at the end, and at once when the file cannot be opened.
+  bool next(MapsLine* line);
+
+ private:
+  int get();  // next character, -1 at the end
+  uintptr_t hex(int* stop);
+
+  int fd_;
+  size_t used_ = 0;
+  size_t filled_ = 0;
+  char buffer_[1024];
+};
+
+}  // namespace quarl

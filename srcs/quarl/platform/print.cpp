@@ -1,0 +1,153 @@
+#include "platform/print.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "platform/seam.h"
+#include "platform/system.h"
+
+namespace quarl {
+
+struct Text::Conversion {
+  bool left = false;
+  bool zero = false;
+  size_t width = 0;
+  int longs = 0;
+  unsigned base = 10;
+};
+
+void Text::terminate() {
+  if (size_ == capacity_) --size_;
+  data_[size_] = '\0';
+}
+
+void Text::put_padded(const char* text, size_t length, const Conversion& conversion) {
+  const size_t pad = conversion.width > length ? conversion.width - length : 0;
+  if (!conversion.left)
+    for (size_t i = 0; i < pad; ++i) put(conversion.zero ? '0' : ' ');
+  for (size_t i = 0; i < length; ++i) put(text[i]);
+  if (conversion.left)
+    for (size_t i = 0; i < pad; ++i) put(' ');
+}
+
+void Text::put_number(unsigned long long value, bool negative, const Conversion& conversion) {
+  char digits[24];
+  size_t at = sizeof digits;
+  do {
+    digits[--at] = "0123456789abcdef"[value % conversion.base];
+    value /= conversion.base;
+  } while (value != 0);
+  if (negative) digits[--at] = '-';
+  put_padded(digits + at, sizeof digits - at, conversion);
+}
+
+// Formats the conversion whose text starts behind the '%'; returns where the pattern goes on.
+const char* Text::convert(const char* at, va_list* args) {
+  Conversion conversion;
+  for (; *at == '-' || *at == '0'; ++at) (*at == '-' ? conversion.left : conversion.zero) = true;
+  for (; *at >= '0' && *at <= '9'; ++at) conversion.width = conversion.width * 10 + static_cast<size_t>(*at - '0');
+  for (; *at == 'l'; ++at) ++conversion.longs;
+  switch (*at) {
+    case 'd': {
+      const long long value = conversion.longs >= 2   ? va_arg(*args, long long)
+                              : conversion.longs == 1 ? va_arg(*args, long)
+                                                      : va_arg(*args, int);
+      put_number(value < 0 ? -static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value),
+                 value < 0, conversion);
+      break;
+    }
+    case 'x':
+      conversion.base = 16;
+      [[fallthrough]];
+    case 'u':
+      put_number(conversion.longs >= 2   ? va_arg(*args, unsigned long long)
+                 : conversion.longs == 1 ? va_arg(*args, unsigned long)
+                                         : va_arg(*args, unsigned),
+                 false, conversion);
+      break;
+    case 'p':
+      put('0');
+      put('x');
+      conversion.base = 16;
+      put_number(reinterpret_cast<unsigned long>(va_arg(*args, void*)), false, conversion);
+      break;
+    case 's': {
+      const char* text = va_arg(*args, const char*);
+      put_padded(text, strlen(text), conversion);
+      break;
+    }
+    case 'c':
+      put(static_cast<char>(va_arg(*args, int)));
+      break;
+    default:
+      put(*at);
+  }
+  return at + 1;
+}
+
+Text& Text::format_list(const char* pattern, va_list args) {
+  va_list rest;
+  va_copy(rest, args);
+  while (*pattern != '\0') {
+    if (*pattern == '%' && pattern[1] != '\0') {
+      pattern = convert(pattern + 1, &rest);
+    } else {
+      put(*pattern++);
+    }
+  }
+  va_end(rest);
+  return *this;
+}
+
+Text& Text::format(const char* pattern, ...) {
+  va_list args;
+  va_start(args, pattern);
+  format_list(pattern, args);
+  va_end(args);
+  return *this;
+}
+
+namespace {
+
+// Writes to a descriptor that may be a pipe without a reader: SIGPIPE is blocked meanwhile, and taken off the thread
+// again when the write raised it.
+void write_without_sigpipe(int fd, const char* data, size_t size) {
+  const KeepErrno keep;
+  sigset_t pipe_set;
+  sigset_t before;
+  sigset_t pending;
+  sigemptyset(&pipe_set);
+  sigaddset(&pipe_set, SIGPIPE);
+  sigemptyset(&pending);
+  sigpending(&pending);
+  pthread_sigmask(SIG_BLOCK, &pipe_set, &before);
+  if (!sys::write_all(fd, data, size) && errno == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
+    // The raw call: the C library's sigtimedwait is a cancellation point.
+    const struct timespec none {};
+    syscall(SYS_rt_sigtimedwait, &pipe_set, nullptr, &none, 8);
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+}  // namespace
+
+constinit MessageWriter message_writer = write_without_sigpipe;
+
+void write_message(int fd, const Text& text) { message_writer(fd, text.data(), text.size()); }
+
+void print(int fd, const char* pattern, ...) {
+  TextBuffer<640> text;
+  va_list args;
+  va_start(args, pattern);
+  text.format_list(pattern, args);
+  va_end(args);
+  write_message(fd, text);
+}
+
+void print_write_failure() { print(kStdout, "write log file failed,and error is %s\n", error_text(errno)); }
+
+}  // namespace quarl

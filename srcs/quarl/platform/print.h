@@ -1,0 +1,58 @@
+// Messages: formatted into a buffer on the stack, written at once with one write. Never enters the application's
+// stdio, keeps errno, allocates nothing, raises no SIGPIPE: safe in a signal handler and under the hook lock.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+
+namespace quarl {
+
+inline constexpr int kStdout = 1;
+inline constexpr int kStderr = 2;
+
+// A bounded text: what does not fit is cut. Conversions: %d %u %x %s %p %c %%, with l, ll, '-', '0' and a width.
+class Text {
+ public:
+  Text(char* data, size_t capacity) : data_(data), capacity_(capacity) {}
+  [[gnu::format(printf, 2, 3)]] Text& format(const char* pattern, ...);
+  Text& format_list(const char* pattern, va_list args);
+  const char* data() const { return data_; }
+  size_t size() const { return size_; }
+  void terminate();  // puts a NUL behind the text, cutting a last character when it is full
+
+ private:
+  struct Conversion;
+  void put(char c) {
+    if (size_ < capacity_) data_[size_++] = c;
+  }
+  void put_padded(const char* text, size_t length, const Conversion& conversion);
+  void put_number(unsigned long long value, bool negative, const Conversion& conversion);
+  const char* convert(const char* at, va_list* args);
+
+  char* data_;
+  size_t capacity_;
+  size_t size_ = 0;
+};
+
+template <size_t kCapacity>
+class TextBuffer : public Text {
+ public:
+  TextBuffer() : Text(storage_, kCapacity) {}
+
+ private:
+  char storage_[kCapacity];
+};
+
+// Tests swap the writer; the default one writes to the descriptor.
+using MessageWriter = void (*)(int fd, const char* data, size_t size);
+extern MessageWriter message_writer;
+
+void write_message(int fd, const Text& text);
+
+// Messages of at most 640 characters; longer ones are built in a TextBuffer of their own.
+[[gnu::format(printf, 2, 3)]] void print(int fd, const char* pattern, ...);
+
+// "write log file failed,and error is %s\n" with the text of the present errno.
+void print_write_failure();
+
+}  // namespace quarl

@@ -1,0 +1,45 @@
+// System calls made directly: no cancellation point, no lock and no allocation of the C library. Safe in a signal
+// handler; all leave errno as the kernel's answer. Failures are -1.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace quarl::sys {
+
+int open(const char* path, int flags, int mode = 0);
+int close(int fd);
+long read(int fd, void* data, size_t size);
+long write(int fd, const void* data, size_t size);
+int64_t seek(int fd, int64_t offset, int whence);
+int truncate(int fd, int64_t size);
+int duplicate_above(int fd, int lowest);  // close-on-exec
+bool readable(const char* path);
+bool stat_fd(int fd, struct stat64* out);
+long current_directory(char* out, size_t size);
+
+// Writes all bytes, going on after an interruption or a short write. False with errno set when not all are out.
+bool write_all(int fd, const void* data, size_t size);
+
+void futex_wait(const uint32_t* word, uint32_t expected);
+void futex_wake(const uint32_t* word, int count);
+
+}  // namespace quarl::sys
+
+namespace quarl {
+
+// Keeps errno over its lifetime: the application never sees the checker's.
+class KeepErrno {
+ public:
+  KeepErrno();
+  ~KeepErrno();
+  KeepErrno(const KeepErrno&) = delete;
+  KeepErrno& operator=(const KeepErrno&) = delete;
+
+ private:
+  int saved_;
+};
+
+}  // namespace quarl

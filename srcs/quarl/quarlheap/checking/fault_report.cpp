@@ -1,0 +1,93 @@
+#include "quarlheap/checking/fault_report.h"
+
+#include "logs/fault_log.h"
+#include "platform/print.h"
+#include "quarlheap/checking/record_head.h"
+
+namespace quarl {
+namespace {
+
+struct Overrun {
+  const char* title;
+  const char* result;
+};
+constexpr Overrun kHeadOverrun = {
+    "######  slop over occurs at front of a memory block whose detail info is as follows:", "memory slop over at head"};
+constexpr Overrun kTailOverrun = {"###### slop over occurs at tail of a memory block whose detail info is as follows:",
+                                  "memory slop over at tail"};
+
+const char* operation_name(uint8_t operation) {
+  switch (operation) {
+    case kOpMalloc:
+      return "malloc";
+    case kOpRealloc:
+      return "realloc";
+    case kOpCalloc:
+      return "calloc";
+    case kOpMemalign:
+      return "memalign";
+    default:
+      return "unknown operation";
+  }
+}
+
+// A full trace takes 64 lines of 16 characters beside about 300 characters of details.
+using Report = TextBuffer<2048>;
+
+void describe(const OpRecord& record, const char* result, Report* report) {
+  const int depth = static_cast<int8_t>(record.stack_depth);
+  report->format("tid : %d\n", static_cast<int>(record.tid));
+  if (clock_sec != 0) report->format("time: %d\n", static_cast<int>(record.time));
+  report->format(
+      "seq_num: %d\nmemory operation : %s\nresult : %s\nstack_depth : %d\nsize : %ld\nstart_addr : 0x%lx\n"
+      "call trace :\n",
+      static_cast<int>(record.seq_num), operation_name(record.operation), result, depth, static_cast<long>(record.size),
+      static_cast<unsigned long>(record.start_addr));
+  for (int i = 0; i < depth && i < kMaxTrace; ++i) {
+    report->format("%d : 0x%lx\n", i, static_cast<unsigned long>(record.trace[i]));
+  }
+}
+
+// An overrun below the block may have destroyed the flags in the header: there the configuration says what it holds.
+void read_block(Address p, bool at_head, OpRecord* record) {
+  if (at_head) {
+    qr_fill_trace_info_cfg(p, record, kKindSlopHead);
+  } else {
+    qr_fill_trace_info(p, record, kKindSlopTail);
+  }
+  const int depth = static_cast<int8_t>(record->stack_depth);
+  if (depth <= 0) return;
+  copy_block_trace(p - (at_head ? qr_trace_offset_cfg(p, depth) : qr_trace_offset(p, depth)), depth, record);
+}
+
+void report_overrun(Address p, bool at_head) REQUIRES(hook_mutex) {
+  const Overrun& overrun = at_head ? kHeadOverrun : kTailOverrun;
+  Report report;
+  report.format("%s\n", overrun.title);
+  OpRecord record{};
+  read_block(p, at_head, &record);
+  log_fault(record);
+  describe(record, overrun.result, &report);
+  write_message(kStdout, report);
+}
+
+}  // namespace
+
+void qr_report_fault(Address p, int code) {
+  switch (code) {
+    case QR_FAULT_DOUBLE_FREE:
+      print(kStdout, "double free a same memory block whose address is : %p\n", reinterpret_cast<void*>(p));
+      break;
+    case QR_FAULT_HEAD:
+    case QR_FAULT_TAIL:
+      report_overrun(p, code == QR_FAULT_HEAD);
+      break;
+    case QR_FAULT_INVALID:
+      print(kStdout, "memory invalid!\n");
+      break;
+    default:
+      print(kStdout, "other fault!\n");
+  }
+}
+
+}  // namespace quarl

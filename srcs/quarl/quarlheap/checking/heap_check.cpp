@@ -1,0 +1,47 @@
+#include "quarlheap/checking/heap_check.h"
+
+#include <signal.h>
+
+#include "platform/system.h"
+#include "quarlheap/checking/fault_report.h"
+#include "quarlheap/model/used_list.h"
+
+namespace quarl {
+namespace {
+
+bool wanted(int number) {
+  const Flags flags;
+  if (flags.check_trigger(kSlopTimer) && flags.in_force(kTimer) && number == SIGALRM) return true;
+  return flags.check_trigger(kSlopUser);
+}
+
+}  // namespace
+
+void qr_heap_check() {
+  for (Address block = heap_block_head; block != 0; block = next_on_walk(block)) {
+    const FaultCode code = qr_check_block(block);
+    if (code != QR_FAULT_NONE) qr_report_fault(block, code);
+    if (code == QR_FAULT_HEAD) return;
+  }
+}
+
+void handle_check_signal(int number) {
+  if (wanted(number)) hook_mutex.request(kPendingCheck);
+}
+
+
+}  // namespace quarl
+
+extern "C" QUARL_EXPORT void quarl_check_mem(void) {
+  using namespace quarl;
+  if (!Flags().check_trigger(kSlopApi)) return;
+  const KeepErrno keep;
+  // From an application's handler that interrupted a hook on this very thread the lock cannot be had: the check runs
+  // when the hook releases it.
+  if (hook_mutex.held_by_this_thread()) {
+    hook_mutex.request(kPendingCheck);
+    return;
+  }
+  const ScopedLock lock;
+  qr_heap_check();
+}

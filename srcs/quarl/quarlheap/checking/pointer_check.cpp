@@ -1,0 +1,39 @@
+#include "quarlheap/checking/pointer_check.h"
+
+#include "platform/thread_cache.h"
+#include "quarlheap/checking/fault_report.h"
+#include "quarlheap/checking/fault_stop.h"
+#include "quarlheap/model/used_list.h"
+
+namespace quarl {
+namespace {
+
+[[noreturn]] void report_and_stop(Address p, FaultCode code, bool lock_held) REQUIRES(hook_mutex) {
+  qr_report_fault(p, code);
+  qr_fault_stop(current_tid(), lock_held);
+}
+
+}  // namespace
+
+void qr_check_before_release(Address p, bool lock_held) {
+  const FaultCode code = qr_check_block(p);
+  if (code != QR_FAULT_NONE) report_and_stop(p, code, lock_held);
+}
+
+bool qr_find_used_block(Address p, bool lock_held) {
+  for (Address block = heap_block_head; block != 0; block = next_on_walk(block)) {
+    if (block == p) return true;
+    if (qr_check_block(block) == QR_FAULT_HEAD) report_and_stop(block, QR_FAULT_HEAD, lock_held);
+  }
+  return false;
+}
+
+void classify_pointer(Address p) {
+  if (is_freed(p) || qr_is_block(p)) {
+    qr_check_before_release(p, true);
+  } else if (qr_find_used_block(p, true)) {
+    report_and_stop(p, QR_FAULT_HEAD, true);
+  }
+}
+
+}  // namespace quarl

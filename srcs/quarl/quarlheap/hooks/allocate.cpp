@@ -1,0 +1,70 @@
+// The malloc and memalign hooks.
+#include <errno.h>
+
+#include "quarlheap/hooks/hook_call.h"
+#include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/hooks/limits.h"
+#include "quarlheap/hooks/new_block.h"
+#include "quarlheap/raw/raw_calls.h"
+
+namespace quarl {
+namespace {
+
+void* fail(const Flags& flags, Operation op, uint32_t size, const CallTrace& trace) {
+  count_failure(flags, op, size, trace);
+  if (flags.prof()) errno = ENOMEM;
+  return nullptr;
+}
+
+// The smallest alignment that the checker serves for a wanted one: 8, 16, or the next power of two.
+uint32_t adjusted_alignment(uint32_t wanted) {
+  uint32_t alignment = wanted <= 8 ? 8 : 16;
+  while (alignment < wanted && alignment != 0) alignment *= 2;
+  return alignment;
+}
+
+uint32_t log2_of(uint32_t power_of_two) { return static_cast<uint32_t>(__builtin_ctz(power_of_two)); }
+
+// Without headers the caller's alignment stays as it is; 0 when it is beyond any power of two.
+uint32_t served_alignment(const Flags& flags, uint32_t wanted) {
+  return flags.header() ? adjusted_alignment(wanted) : wanted;
+}
+
+void* raw_memalign(uint32_t alignment, uint32_t size) {
+  return alignment <= 8 ? raw::allocate(size) : raw::allocate_aligned(alignment, size);
+}
+
+}  // namespace
+
+[[gnu::noinline]] void* malloc_hook(size_t size, const void*) {
+  const InsideChecker inside;
+  const Flags flags = enter_hook(kSlopMalloc);
+  CallTrace trace;
+  take_trace(flags, &trace);
+  if (random_failure(flags)) return fail(flags, kOpMalloc, size, trace);
+  stop_past_limits(flags, size);
+  const Placement place = place_block(flags, kOpMalloc, trace.depth, 8, 3);
+  if (size == 0 || size_wraps(place, size)) return fail(flags, kOpMalloc, size, trace);
+  void* raw = raw::allocate(place.raw_size(size));
+  if (raw == nullptr) return fail(flags, kOpMalloc, size, trace);
+  return finish_block({flags, kOpMalloc, size, place, trace}, raw);
+}
+
+[[gnu::noinline]] void* memalign_hook(size_t wanted, size_t size, const void*) {
+  const InsideChecker inside;
+  const Flags flags = enter_hook(kSlopMalloc);
+  CallTrace trace;
+  take_trace(flags, &trace);
+  if (random_failure(flags)) return fail(flags, kOpMemalign, size, trace);
+  stop_past_limits(flags, size);
+  const uint32_t alignment = served_alignment(flags, wanted);
+  if (flags.header() && alignment == 0) return fail(flags, kOpMemalign, size, trace);
+  const uint32_t align_log2 = flags.header() ? log2_of(alignment) : 0;
+  const Placement place = place_block(flags, kOpMemalign, trace.depth, alignment, align_log2);
+  if (size_wraps(place, size)) return fail(flags, kOpMemalign, size, trace);
+  void* raw = raw_memalign(alignment, place.raw_size(size));
+  if (raw == nullptr) return fail(flags, kOpMemalign, size, trace);
+  return finish_block({flags, kOpMemalign, size, place, trace}, raw);
+}
+
+}  // namespace quarl

@@ -1,0 +1,34 @@
+#include "quarlheap/hooks/new_block.h"
+
+#include "logs/record.h"
+#include "quarlheap/model/used_list.h"
+
+namespace quarl {
+
+void* build_block(const NewBlock& block, Address raw) {
+  const Address p = raw + block.place.offset;
+  if (!block.flags.header()) return pointer_to(p);
+  fill_header(p, block.flags, block.size, block.op, block.trace, block.place.align_log2);
+  link_block(p);
+  if (block.flags.record_log()) record_block_operation(p, block.flags, block.op, kKindAllocated, block.trace);
+  return pointer_to(p);
+}
+
+void* finish_block(const NewBlock& block, void* raw_block) {
+  const Address raw = address_of(raw_block);
+  if (!block.flags.tracked()) return raw_block;
+  const ScopedLock lock;
+  const Counters counters = counters_for(block.flags);
+  counters.allocated(block.op, block.size);
+  count_mapped_chunk(counters, raw);
+  return build_block(block, raw);
+}
+
+void count_failure(const Flags& flags, Operation op, uint32_t size, const CallTrace& trace) {
+  if (!flags.prof() && !flags.record_log()) return;
+  const ScopedLock lock;
+  counters_for(flags).failed(op);
+  if (flags.record_log()) record_failed_operation(flags, op, size, trace);
+}
+
+}  // namespace quarl

@@ -1,0 +1,48 @@
+// The free hook.
+#include "logs/record.h"
+#include "platform/system.h"
+#include "quarlheap/checking/pointer_check.h"
+#include "quarlheap/hooks/hook_call.h"
+#include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/hooks/new_block.h"
+#include "quarlheap/raw/raw_calls.h"
+#include "quarlheap/model/used_list.h"
+
+namespace quarl {
+namespace {
+
+// Nothing is counted or recorded, and no block was ever headed or all are gone: the pointer cannot be one of ours.
+bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
+  return !flags.tracked() && __atomic_load_n(&heap_block_head, __ATOMIC_RELAXED) == 0 && !is_freed(p);
+}
+
+// Checks the block, counts and records its release and takes it off the list; returns the raw block.
+void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
+  const ScopedLock lock;
+  classify_pointer(p);
+  const Address raw = p - header_offset_of(p);
+  if (raw != p && flags.record_log()) record_block_operation(p, flags, kOpFree, kKindReleased, trace);
+  const Counters counters = counters_for(flags);
+  counters.released(kOpFree, released_size(p));
+  count_unmapped_chunk(counters, raw);
+  if (raw != p) mark_released(p);
+  return pointer_to(raw);
+}
+
+}  // namespace
+
+[[gnu::noinline]] void free_hook(void* ptr, const void*) {
+  const InsideChecker inside;
+  const KeepErrno keep;
+  const Flags flags = enter_hook(kSlopFree);
+  CallTrace trace;
+  if (flags.record_log()) take_trace(flags, &trace);
+  if (ptr == nullptr) {
+    count_failure(flags, kOpFree, 0, trace);
+    return;
+  }
+  const Address p = address_of(ptr);
+  raw::release(nothing_to_do(flags, p) ? ptr : give_up_block(flags, p, trace));
+}
+
+}  // namespace quarl

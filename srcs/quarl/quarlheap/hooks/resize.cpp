@@ -1,0 +1,189 @@
+// The realloc hook: allocates for a null pointer, releases for size 0, resizes otherwise.
+#include <string.h>
+
+#include "logs/record.h"
+#include "quarlheap/checking/pointer_check.h"
+#include "quarlheap/hooks/hook_call.h"
+#include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/hooks/limits.h"
+#include "quarlheap/hooks/new_block.h"
+#include "quarlheap/raw/raw_calls.h"
+#include "quarlheap/model/used_list.h"
+
+namespace quarl {
+namespace {
+
+void* fail(const Flags& flags, uint32_t size, const CallTrace& trace) {
+  count_failure(flags, kOpRealloc, size, trace);
+  return nullptr;
+}
+
+void* allocate(const Flags& flags, uint32_t size, const CallTrace& trace) {
+  if (random_failure(flags)) return fail(flags, size, trace);
+  const Placement place = place_block(flags, kOpRealloc, trace.depth, 8, 3);
+  if (size_wraps(place, size)) return fail(flags, size, trace);
+  void* raw = raw::allocate(place.raw_size(size));
+  if (raw == nullptr) return fail(flags, size, trace);
+  return finish_block({flags, kOpRealloc, size, place, trace}, raw);
+}
+
+// The release of size 0. Returns the raw block that goes back to the allocator.
+void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
+  const ScopedLock lock;
+  classify_pointer(p);
+  const Address raw = p - header_offset_of(p);
+  const Counters counters = counters_for(flags);
+  counters.called(kOpRealloc);
+  counters.shrunk();
+  count_unmapped_chunk(counters, raw);
+  counters.released(kOpReallocRelease, released_size(p));
+  if (raw == p) return pointer_to(raw);
+  if (flags.record_log()) record_block_operation(p, flags, kOpReallocRelease, kKindReleased, trace);
+  mark_released(p);
+  return pointer_to(raw);
+}
+
+// A resize on its way: the old block, and where the new one will lie in the raw block.
+struct Resize {
+  const Flags& flags;
+  Address p;
+  uint32_t new_size;
+  CallTrace& trace;
+  uint32_t old_size = 0;
+  uint32_t old_offset = 0;
+  ChunkWord old_chunk{};
+  Placement place{};
+
+  Address raw() const { return p - old_offset; }
+  bool headed() const { return old_offset != 0; }
+};
+
+// The first half, under the lock: the old block is checked, counted and recorded as released, and off the list.
+void take_old_block(Resize* resize) {
+  const ScopedLock lock;
+  classify_pointer(resize->p);
+  resize->old_size = released_size(resize->p);
+  resize->old_offset = header_offset_of(resize->p);
+  resize->old_chunk = chunk_before(resize->raw());
+  if (resize->headed()) unlink_block(resize->p);
+  counters_for(resize->flags).released(kOpReallocRelease, resize->old_size);
+  if (resize->headed() && resize->flags.record_log()) {
+    record_block_operation(resize->p, resize->flags, kOpReallocRelease, kKindReleased, resize->trace);
+  }
+}
+
+// The block of a resize that failed is the application's as before: back on the list, its release undone in the
+// statistics and answered in the log by a record of the live block.
+void put_back_old_block(const Resize& resize) {
+  const ScopedLock lock;
+  counters_for(resize.flags).undo_release(kOpReallocRelease, resize.old_size);
+  if (!resize.headed()) return;
+  link_block(resize.p);
+  if (!resize.flags.record_log()) return;
+  CallTrace made_by;
+  made_by.depth = has_trace(resize.p) ? static_cast<int>(read_trace_info(resize.p).depth()) : 0;
+  if (made_by.depth > kMaxTrace) made_by.depth = kMaxTrace;
+  memcpy(made_by.words, pointer_to(trace_info_of(resize.p) - 4 * static_cast<uint32_t>(made_by.depth)),
+         sizeof(uint32_t) * static_cast<size_t>(made_by.depth));
+  record_block_operation(resize.p, resize.flags, kOpRealloc, kKindAllocated, made_by);
+}
+
+void* fail_resize(const Resize& resize) {
+  put_back_old_block(resize);
+  return fail(resize.flags, resize.new_size, resize.trace);
+}
+
+// log2 of the alignment that the new block inherits.
+uint32_t inherited_alignment(Address p) {
+  if (!qr_is_block(p) || !has_trace_info(p)) return 3;
+  const TraceInfo info = read_trace_info(p);
+  const bool keeps = info.operation() == kOpMemalign || info.operation() == kOpRealloc;
+  const uint32_t log2 = info.align_log2();
+  return keeps && log2 != 0 && log2 < 32 ? log2 : 3;
+}
+
+// Where an old header is longer than the new one (header items were switched off meanwhile), the trace is lengthened by
+// zeros up to the old length, so that the user's bytes can stay in place. That is possible while the header holds a
+// trace and 64 entries are enough.
+bool lengthen_trace(Resize* resize) {
+  const uint32_t missing = (resize->old_offset - resize->place.offset) / 4;
+  const uint32_t depth = static_cast<uint32_t>(resize->trace.depth) + missing;
+  if (!resize->flags.in_header(kHeadStackdepth) || depth > kMaxTrace) return false;
+  memset(resize->trace.words + resize->trace.depth, 0, sizeof(uint32_t) * missing);
+  resize->trace.depth = static_cast<int>(depth);
+  resize->place.offset = resize->old_offset;
+  return true;
+}
+
+void place_new_block(Resize* resize) {
+  const uint32_t align_log2 = inherited_alignment(resize->p);
+  resize->place = place_block(resize->flags, kOpRealloc, resize->trace.depth, 1U << align_log2, align_log2);
+  if (resize->place.offset < resize->old_offset) lengthen_trace(resize);
+}
+
+void move_user_bytes(const Resize& resize, void* raw) {
+  const uint32_t kept = resize.old_size < resize.new_size ? resize.old_size : resize.new_size;
+  auto* start = static_cast<char*>(raw);
+  memmove(start + resize.place.offset, start + resize.old_offset, kept);
+}
+
+// Resizes the raw block and brings the user's bytes to their new offset; null when there is no memory, the old block
+// untouched. To a shorter offset the bytes move down while the room of both headers is there.
+void* resize_raw(const Resize& resize) {
+  const uint32_t final_size = resize.place.raw_size(resize.new_size);
+  const bool shorter = resize.place.offset < resize.old_offset;
+  const uint32_t room = shorter ? resize.old_offset - resize.place.offset : 0;
+  void* old_raw = pointer_to(resize.raw());
+  void* raw = raw::resize(old_raw, final_size + room);
+  if (raw == nullptr) return nullptr;
+  if (resize.place.offset != resize.old_offset) move_user_bytes(resize, raw);
+  if (!shorter) return raw;
+  void* cut = raw::resize(raw, final_size);
+  return cut != nullptr ? cut : raw;
+}
+
+// A mapped chunk that moved was counted by the mapping hooks: the new one as a mapping, the old one as an unmapping.
+void count_moved_chunks(const Counters& counters, const Resize& resize, Address new_raw) REQUIRES(hook_mutex) {
+  if (new_raw == resize.raw()) {
+    counters.resized_in_place();
+    return;
+  }
+  count_mapped_chunk(counters, new_raw);
+  if (counters.process != nullptr && resize.old_chunk.mapped()) counters.chunk_unmapped(resize.old_chunk.size());
+}
+
+// The second half, under the lock.
+void* make_new_block(const Resize& resize, void* raw) {
+  if (!resize.flags.tracked()) return raw;
+  const ScopedLock lock;
+  const Counters counters = counters_for(resize.flags);
+  counters.allocated(kOpRealloc, resize.new_size);
+  if (resize.old_size > resize.new_size) counters.shrunk();
+  count_moved_chunks(counters, resize, address_of(raw));
+  return build_block({resize.flags, kOpRealloc, resize.new_size, resize.place, resize.trace}, address_of(raw));
+}
+
+void* resize_block(Resize resize) {
+  take_old_block(&resize);
+  place_new_block(&resize);
+  if (size_wraps(resize.place, resize.new_size)) return fail_resize(resize);
+  void* raw = resize_raw(resize);
+  if (raw == nullptr) return fail_resize(resize);
+  return make_new_block(resize, raw);
+}
+
+}  // namespace
+
+[[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void*) {
+  const InsideChecker inside;
+  const Flags flags = enter_hook(kSlopMalloc | kSlopFree);
+  stop_past_limits(flags, size);
+  CallTrace trace;
+  take_trace(flags, &trace);
+  if (ptr == nullptr) return size == 0 ? fail(flags, size, trace) : allocate(flags, size, trace);
+  if (size != 0) return resize_block({flags, address_of(ptr), static_cast<uint32_t>(size), trace});
+  raw::release(give_up_block(flags, address_of(ptr), trace));
+  return nullptr;
+}
+
+}  // namespace quarl

@@ -1,0 +1,45 @@
+// Shut-down: on the thread that exits the process, which may hold hook_mutex (an item handler or a signal handler that
+// interrupted a hook called exit).
+#include "logs/dump.h"
+#include "logs/interval_timer.h"
+#include "logs/mapping_records.h"
+#include "platform/system.h"
+#include "platform/thread_cache.h"
+#include "quarlheap/hooks/hook_table.h"
+
+namespace quarl {
+namespace {
+
+// Takes the lock unless this thread has it.
+class ExitLock {
+ public:
+  ExitLock() NO_THREAD_SAFETY_ANALYSIS : taken_(!hook_mutex.held_by_this_thread()) {
+    if (taken_) hook_mutex.lock();
+  }
+  ~ExitLock() NO_THREAD_SAFETY_ANALYSIS {
+    if (taken_) hook_mutex.unlock();
+  }
+
+ private:
+  const bool taken_;
+};
+
+[[gnu::destructor]] void stop() {
+  const KeepErrno keep;
+  {
+    const InsideChecker inside;
+    const ExitLock lock;
+    hook_mutex.assert_held();
+    run_exit_dump();
+    release_all_record_pages();
+    restore_hooks();
+    close_log_files();
+    delete_interval_timer();
+  }
+  // Called from inside a hook or not, this thread is through with the checker: what it releases from here on goes back
+  // to the allocator.
+  leave_checker_for_good();
+}
+
+}  // namespace
+}  // namespace quarl

@@ -1,0 +1,9 @@
+// fork: the parent's lock is taken over the fork, so that the child finds everything whole; the child goes on checking
+// without its parent's files, timer and agent.
+#pragma once
+
+namespace quarl {
+
+void register_fork_handlers();
+
+}  // namespace quarl

@@ -1,0 +1,62 @@
+// hook_mutex, the one process-wide lock. It guards the used list, header links, the mapping records, the statistics,
+// the record buffers, the sequence counter, the log descriptors and the reload. Not recursive, but it knows its owner:
+// code that may run in a signal handler, or in exit() called under the lock, can ask.
+//
+// Signal handlers never block on it. They leave their work as pending bits and try the lock; when it is taken, whoever
+// releases it does the work first, and looks again afterwards, so that no request is lost.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/annotations.h"
+
+namespace quarl {
+
+// Work that signal handlers ask for.
+enum PendingWork : uint32_t {
+  kPendingTick = 1,  // the interval timer
+  kPendingCheck = 2,  // heap check
+  kPendingDump = 4,  // write the logs
+};
+
+class CAPABILITY("mutex") HookLock {
+ public:
+  void lock() ACQUIRE();
+  bool try_lock() TRY_ACQUIRE(true);
+  void unlock() RELEASE();
+  bool held_by_this_thread() const;
+  void assert_held() const ASSERT_CAPABILITY(this) {}
+
+  // Safe in a signal handler: has the work done now, or by the lock's owner.
+  void request(uint32_t work) EXCLUDES(this);
+
+  // What does the requested work, called under the lock. Set once by the constructor.
+  void set_worker(void (*worker)(uint32_t work)) { worker_ = worker; }
+
+  // In a forked child: nobody holds the lock, nothing is pending.
+  void reset_in_child();
+
+ private:
+  void wait_and_lock();
+  void do_pending() {
+    if (__builtin_expect(__atomic_load_n(&pending_, __ATOMIC_SEQ_CST) != 0, 0)) run_pending();
+  }
+  void run_pending();
+  void release();
+
+  uint32_t word_ = 0;  // 0: free; else the owner's task id, with kWaiters when a thread may sleep on it
+  uint32_t pending_ = 0;
+  void (*worker_)(uint32_t) = nullptr;
+};
+
+extern HookLock hook_mutex;
+
+class SCOPED_CAPABILITY ScopedLock {
+ public:
+  ScopedLock() ACQUIRE(hook_mutex) { hook_mutex.lock(); }
+  ~ScopedLock() RELEASE() { hook_mutex.unlock(); }
+  ScopedLock(const ScopedLock&) = delete;
+  ScopedLock& operator=(const ScopedLock&) = delete;
+};
+
+}  // namespace quarl
