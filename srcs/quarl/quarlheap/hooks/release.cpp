@@ -34,6 +34,7 @@ void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
 [[gnu::noinline]] void free_hook(void* ptr, const void*) {
   const InsideChecker inside;
   const KeepErrno keep;
+  if (ptr != nullptr) prefetch_block(address_of(ptr));
   const Flags flags = enter_hook(kSlopFree);
   CallTrace trace;
   if (flags.record_log()) take_trace(flags, &trace);

@@ -176,6 +176,7 @@ void* resize_block(Resize resize) {
 
 [[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void*) {
   const InsideChecker inside;
+  if (ptr != nullptr) prefetch_block(address_of(ptr));
   const Flags flags = enter_hook(kSlopMalloc | kSlopFree);
   stop_past_limits(flags, size);
   CallTrace trace;
