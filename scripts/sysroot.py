@@ -1,11 +1,14 @@
 """How a 32-bit program is run on this machine, bare or with libquarl.so preloaded.
 
+From the command line: sysroot.py TARGET PROGRAM ARGUMENT... runs it bare.
+
 Programs of a target come from the trees that scripts/fetch-programs unpacks (build/sysroot/<arch>); a program
 outside of them runs with the C library of the cross compilers.
 """
 
 import os
 import subprocess
+import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -52,3 +55,8 @@ def run(target, program, *arguments, preload=(), environment=None, **options):
     """subprocess.run of a program, with standard output and standard error captured apart as bytes."""
     line, environment = command(target, program, {**os.environ, **(environment or {})}, preload)
     return subprocess.run([*line, *map(str, arguments)], env=environment, capture_output=True, **options)
+
+
+if __name__ == "__main__":
+    line, environment = command(sys.argv[1], sys.argv[2], os.environ)
+    os.execvpe(line[0], [*line, *sys.argv[3:]], environment)

@@ -91,7 +91,7 @@ def schema(messages, seed=13):
 def workloads(target, small):
     """The four programs with their input; `small` is for settings that cost a walk over the heap per call."""
     tests = PYTHON_TESTS_SMALL if small else PYTHON_TESTS + (PYTHON_TESTS_LONG if target == "i686" else ())
-    python = ["-m", "unittest", *(f"test.test_{name}" for name in tests)]
+    python = ["-m", "unittest", "-b", *(f"test.test_{name}" for name in tests)]
     settings = {"PYTHONHOME": str(sysroot.sysroot(target) / "usr"), "PYTHONDONTWRITEBYTECODE": "1"}
     if not small:
         settings["PYTHONMALLOC"] = "malloc"  # every object a block of its own
