@@ -1,9 +1,16 @@
-"""What the real programs are given to do. Every input is made from fixed seeds: two runs must not differ."""
+"""What the real programs are given to do. Every input is made from fixed seeds: two runs must not differ.
+
+From the command line: workloads.py N prints an SQL script of N statements.
+"""
 
 import random
 import re
+import sys
 from dataclasses import dataclass, field
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
+sys.dont_write_bytecode = True
 
 import sysroot
 
@@ -108,3 +115,7 @@ def workloads(target, small):
 def comparable(output):
     """The text without what differs from run to run: the time that Python's tests took."""
     return re.sub(rb"in \d+\.\d+s", b"in T", output)
+
+
+if __name__ == "__main__":
+    sys.stdout.buffer.write(sqlite_script(int(sys.argv[1])))
