@@ -1,0 +1,30 @@
+# The front door: each target is one script in scripts/, and prints what it does.
+.DEFAULT_GOAL := help
+.PHONY: help setup build demo check bench format clean
+
+TARGET ?= i686 armhf armel host
+
+help: ## this list
+	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-7s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
+
+setup: ## install the Debian packages that are missing
+	@scripts/setup
+
+build: setup ## build/<target>/libquarl.so and build/host/quarl; TARGET=armhf for one target
+	@scripts/build $(TARGET)
+
+demo: build ## plant faults on i686 and armhf, show what was found; then a real program under the checker
+	@demo/run
+
+check: setup ## format, builds, static analysis, all tests, real programs; up to 20 minutes
+	@scripts/check
+
+bench: setup ## speed of the checker beside the bare program and other checkers, on i686
+	@scripts/build i686 host
+	@bench/run
+
+format: ## clang-format over every C and C++ file
+	@scripts/format
+
+clean: ## remove build/ but keep the downloaded programs
+	@find build -mindepth 1 -maxdepth 1 ! -name debs ! -name sysroot -exec rm -rf {} + 2>/dev/null || true
