@@ -28,9 +28,9 @@ std::string switch_complaint(std::string_view value) {
 }
 
 std::string head_time_complaint(std::string_view value) {
-  if (value == "2") return "";
-  if (!value.empty() && value[0] == '2') return fmt::format("\"{}\" is read as 2; write 0, 1 or 2", value);
-  return value == "0" || value == "1" ? "" : switch_complaint(value) + " (2 asks for the interval timer)";
+  if (value == "0" || value == "1" || value == "2") return "";
+  char first = value.starts_with('1') || value.starts_with('2') ? value[0] : '0';
+  return fmt::format("\"{}\" is read as {}; write 0, 1 or 2", value, first);
 }
 
 std::string number_complaint(std::string_view value) {
@@ -146,10 +146,16 @@ const ItemInfo* find_item(std::string_view key) {
 }
 
 std::string unknown_key(std::string_view key) {
-  const ItemInfo* nearest = &*std::min_element(std::begin(kItemTable), std::end(kItemTable), [&](auto& a, auto& b) {
-    return edit_distance(key, a.key) < edit_distance(key, b.key);
-  });
-  if (edit_distance(key, nearest->key) > 3) return fmt::format("no item \"{}\"; \"quarl config\" lists them", key);
+  constexpr size_t kNear = 3;  // typing errors
+  const ItemInfo* nearest = nullptr;
+  size_t distance = kNear + 1;
+  for (const ItemInfo& item : kItemTable) {
+    size_t length = std::string_view(item.key).size();
+    if (std::max(length, key.size()) - std::min(length, key.size()) > kNear) continue;
+    size_t edits = edit_distance(key, item.key);
+    if (edits < distance) distance = edits, nearest = &item;
+  }
+  if (!nearest) return fmt::format("no item \"{}\"; \"quarl config\" lists them", key);
   return fmt::format("no item \"{}\"; did you mean {}?", key, nearest->key);
 }
 
