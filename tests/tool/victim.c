@@ -1,0 +1,116 @@
+// A program that does what its arguments say, one after the other; it ends with status 7.
+#include <dlfcn.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static void* volatile kept;
+
+static void free_twice(void) {
+  void* block = malloc(40);
+  free(block);
+  free(block);
+}
+
+static void* free_twice_in_thread(void* unused) {
+  free_twice();
+  return unused;
+}
+
+static void overrun(size_t size) {
+  char* block = malloc(size);
+  memset(block, 'x', size + 1);
+  kept = block;
+}
+
+static void in_thread(void) {
+  pthread_t thread;
+  pthread_create(&thread, NULL, free_twice_in_thread, NULL);
+  pthread_join(thread, NULL);
+}
+
+static void in_child(void) {
+  if (fork() == 0) {
+    free_twice();
+    _exit(0);
+  }
+  wait(NULL);
+}
+
+// Allocates until its standard input ends.
+static void serve(void) {
+  char byte;
+  printf("serving\n");
+  fflush(stdout);
+  if (fork() == 0) {  // wakes the parent when the input ends
+    while (read(0, &byte, 1) > 0) {
+    }
+    kill(getppid(), SIGTERM);
+    _exit(0);
+  }
+  for (;;) {
+    free(malloc(100));
+    usleep(1000);
+  }
+}
+
+static void on_signal(int number) {
+  printf("signal %d\n", number);
+  fflush(stdout);
+  _exit(9);
+}
+
+static void wait_for_signal(void) {
+  signal(SIGTERM, on_signal);
+  signal(SIGUSR2, on_signal);
+  printf("waiting\n");
+  fflush(stdout);
+  for (;;) pause();
+}
+
+static void leave_child_behind(void) {
+  char byte;
+  if (fork() == 0) {
+    while (read(0, &byte, 1) > 0) {
+    }
+    printf("left behind\n");
+    fflush(stdout);
+    _exit(0);
+  }
+}
+
+static void show_config(void) {
+  const char* path = getenv("QUARL_CFG_FILE");
+  FILE* file = path ? fopen(path, "r") : NULL;
+  for (int c; file && (c = getc(file)) != EOF;) putchar(c);
+  fflush(stdout);
+}
+
+static void act(const char* what) {
+  if (!strcmp(what, "double")) free_twice();
+  if (!strcmp(what, "thread")) in_thread();
+  if (!strcmp(what, "child")) in_child();
+  if (!strcmp(what, "tail")) overrun(20);
+  if (!strcmp(what, "free")) free(kept);
+  if (!strcmp(what, "abort")) abort();
+  if (!strcmp(what, "serve")) serve();
+  if (!strcmp(what, "wait")) wait_for_signal();
+  if (!strcmp(what, "left")) leave_child_behind();
+  if (!strcmp(what, "config")) show_config();
+  if (!strcmp(what, "tty")) printf("%d %d %d\n", isatty(0), isatty(1), isatty(2));
+  if (!strcmp(what, "lines"))
+    for (int i = 0; i < 100000; ++i) printf("line %d\n", i);
+  if (!strcmp(what, "check")) {
+    void (*check)(void) = (void (*)(void))dlsym(RTLD_DEFAULT, "quarl_check_mem");
+    if (check) check();
+  }
+}
+
+int main(int count, char** arguments) {
+  for (int i = 1; i < count; ++i) act(arguments[i]);
+  return 7;
+}

@@ -1,0 +1,76 @@
+#include "process/checked_process.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+#include "config/config_check.h"
+#include "config/signal_names.h"
+#include "process/log_collector.h"
+#include "process/proc.h"
+#include "refusal.h"
+
+namespace quarl {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Bit N-1 of the line "SigCgt:" stands for signal N.
+bool handles(pid_t pid, int signal) {
+  std::istringstream status(read_proc(pid, "status"));
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("SigCgt:")) return std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1;
+  }
+  return false;
+}
+
+}  // namespace
+
+CheckedProcess::CheckedProcess(pid_t pid) : pid_(pid) {
+  if (pid <= 0 || (kill(pid, 0) != 0 && errno == ESRCH)) refuse("there is no process {}", pid);
+  if (read_proc(pid, "maps").empty()) refuse("cannot look into process {}; are you its user?", pid);
+  if (!runs_under_checker(pid)) refuse("process {} does not run under the checker; start it with \"quarl run\"", pid);
+}
+
+std::optional<std::string> CheckedProcess::config_file() const {
+  fs::path path = environment_of(pid_, "QUARL_CFG_FILE").value_or("quarlcfg.ini");
+  std::error_code error;
+  if (path.is_relative()) path = fs::read_symlink("/proc/" + std::to_string(pid_) + "/cwd", error) / path;
+  if (error || !fs::is_regular_file(path, error)) return std::nullopt;
+  return path.string();
+}
+
+int CheckedProcess::dump_signal() const {
+  auto path = config_file();
+  if (!path) return kDumpSignal;
+  ItemState state = check_config(slurp(*path)).state;
+  return signal_or_default(state.find("QUARL_SIG")->value, kDumpSignal);
+}
+
+int CheckedProcess::signal_dump() const {
+  int signal = dump_signal();
+  int number = machine_signal(signal, is_emulated(pid_));
+  if (!handles(pid_, number)) {
+    refuse("process {} does not handle {}, its QUARL_SIG; was its configuration file changed since it started?", pid_,
+           signal_name(signal));
+  }
+  if (kill(pid_, number) != 0) refuse("cannot signal process {}: {}", pid_, std::strerror(errno));
+  return signal;
+}
+
+std::vector<std::string> CheckedProcess::logs() const {
+  std::vector<std::string> found;
+  std::error_code error;
+  fs::path folder = fs::read_symlink("/proc/" + std::to_string(pid_) + "/cwd", error);
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+    if (process_of_log(entry->path().filename()) == pid_) found.push_back(entry->path());
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+}  // namespace quarl

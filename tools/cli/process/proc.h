@@ -1,0 +1,44 @@
+// What the kernel says of processes and their threads, through /proc.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quarl {
+
+// The whole file, or "" when it cannot be read (the process may be gone at any moment).
+std::string read_proc(pid_t pid, const std::string& file);
+
+// Thread ids; empty when the process is gone.
+std::vector<pid_t> threads_of(pid_t pid);
+
+// The process and all that it started that are still there and were not handed to init.
+std::vector<pid_t> process_tree(pid_t root);
+
+// "name", at most 15 characters.
+std::string thread_name(pid_t pid, pid_t tid);
+
+// Running, sleeping or stopped: neither gone nor a zombie.
+bool thread_lives(pid_t pid, pid_t tid);
+
+// libquarl.so is mapped into the process.
+bool runs_under_checker(pid_t pid);
+
+// The process is an emulator that runs an ARM program.
+bool is_emulated(pid_t pid);
+
+// The number on this machine of a program's signal: the emulator's own C library keeps two real-time signals of this
+// machine, so that all real-time signals of an emulated program are moved up by two.
+int machine_signal(int signal, bool emulated);
+
+// The value of an environment variable that the program in that process was started with.
+std::optional<std::string> environment_of(pid_t pid, const std::string& name);
+
+// 8 bytes of the process's memory.
+std::optional<uint64_t> read_memory(pid_t pid, uint64_t address);
+
+}  // namespace quarl

@@ -1,0 +1,34 @@
+#include "verbs/app.h"
+
+#include "verbs/verbs.h"
+
+#ifdef QUARL_HAVE_REPORT
+#include "report/verb.h"
+#endif
+
+namespace quarl {
+
+std::unique_ptr<CLI::App> make_app(int& exit_status) {
+  auto app = std::make_unique<CLI::App>("Heap and mapping checker for 32-bit Linux programs.", "quarl");
+  app->set_version_flag("--version", "quarl " QUARL_VERSION);
+  app->require_subcommand(1);
+  app->get_formatter()->column_width(34);
+  app->footer(
+      "Exit status: 0 done, 1 nothing found or refused, 2 wrong usage; \"quarl run\" ends with the status of the\n"
+      "program. \"quarl VERB --help\" tells more about a verb.\n\n"
+      "Example:\n  quarl run -- ./application --its-option");
+  add_run(*app, exit_status);
+  add_ctl(*app, exit_status);
+  add_dump(*app, exit_status);
+  add_reload(*app, exit_status);
+  add_release(*app, exit_status);
+  add_config(*app, exit_status);
+#ifdef QUARL_HAVE_REPORT
+  report::add_verb(*app, exit_status);
+#endif
+  add_completion(*app, exit_status);
+  add_man(*app, exit_status);
+  return app;
+}
+
+}  // namespace quarl
