@@ -43,7 +43,8 @@ std::string digest_of(const Log& log) {
     sum = crc32(sum, reinterpret_cast<const Bytef*>(&snapshot.header), sizeof(snapshot.header));
     sum = crc32(sum, reinterpret_cast<const Bytef*>(&statistics), sizeof(statistics));
   }
-  for (const Mapping& mapping : log.maps(log.snapshots().front()).all()) {
+  Maps maps = log.maps(log.snapshots().front());
+  for (const Mapping& mapping : maps.all()) {
     sum = crc32(sum, reinterpret_cast<const Bytef*>(&mapping.start), sizeof(mapping.start));
   }
   const LogHeader& header = log.snapshots().front().header;
