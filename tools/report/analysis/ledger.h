@@ -1,0 +1,89 @@
+// What the records add up to: everything held, and what each operation did. Memory grows with the distinct traces and
+// with what is held at once, not with the number of records.
+#pragma once
+
+#include "report/analysis/fault_list.h"
+#include "report/analysis/live_blocks.h"
+#include "report/analysis/live_mappings.h"
+#include "report/analysis/trace_table.h"
+
+namespace quarl::report {
+
+struct Held {
+  uint64_t bytes = 0;  // heap blocks and anonymous mappings, without the mappings that carry one large block
+  uint64_t file_bytes = 0;
+  uint64_t entries = 0;  // blocks and mappings of both kinds
+  uint64_t peak = 0;     // of bytes
+};
+
+struct OperationTotals {
+  uint64_t calls = 0;
+  uint64_t failed = 0;
+  uint64_t bytes = 0;
+};
+
+class Ledger {
+ public:
+  // Takes the records of a record log in the order in which they were written, or those of one snapshot.
+  void apply(const OpRecord& record) {
+    OperationTotals& totals = totals_[record.operation];
+    switch (record.result) {
+      case kKindAllocated:
+        ++totals.calls;
+        totals.bytes += record.size;
+        return allocate(record);
+      case kKindReleased:
+        ++totals.calls;
+        totals.bytes += record.size;
+        return release(record);
+      case kKindFailed:
+        ++totals.calls;
+        ++totals.failed;
+        return;
+      default:
+        return add_fault(record);
+    }
+  }
+  // A fault record found outside the snapshot's own records.
+  void add_fault(const OpRecord& record) { faults_.add(record), new_fault_ = true; }
+  // To be called now and then, and at the end: places the faults among the blocks held now.
+  void settle();
+  // To be called after the last record.
+  void finish();
+
+  const Held& held() const { return held_; }
+  const OperationTotals& totals(int operation) const { return totals_[operation]; }
+  const TraceTable& traces() const { return traces_; }
+  const FaultList& faults() const { return faults_; }
+  uint64_t unknown_releases() const { return unknown_releases_; }  // of heap blocks whose allocation is not in the log
+  uint64_t lost_releases() const { return lost_releases_; }  // addresses given out twice without a release between
+
+  // Visits every held block and mapping once, mappings that carry a block left out.
+  template <typename Visit>
+  void for_each_held(Visit visit) const {
+    blocks_.for_each(visit);
+    mappings_.for_each([&](const LiveMapping& mapping) {
+      if (!mapping.carries_block) visit(mapping.entry);
+    });
+  }
+
+ private:
+  void allocate(const OpRecord& record);
+  void allocate_block(const LiveEntry& block);
+  void release(const OpRecord& record);
+  void release_mapping(const OpRecord& record);
+  void mark_carrier(const LiveEntry& block);
+  void hold(uint64_t bytes);
+
+  TraceTable traces_;
+  LiveBlocks blocks_;
+  LiveMappings mappings_;
+  FaultList faults_;
+  bool new_fault_ = false;
+  Held held_;
+  OperationTotals totals_[kOpCount];
+  uint64_t unknown_releases_ = 0;
+  uint64_t lost_releases_ = 0;
+};
+
+}  // namespace quarl::report

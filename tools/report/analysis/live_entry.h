@@ -1,0 +1,24 @@
+// A block or mapping that the application holds.
+#pragma once
+
+#include "quarl/logs/format.h"
+#include "report/analysis/trace_table.h"
+
+namespace quarl::report {
+
+struct LiveEntry {
+  uint32_t address;  // as the application sees it; 0 marks a free slot of a table
+  uint32_t size;     // bytes asked for
+  TraceId trace;
+  uint32_t tid;       // 0 when not recorded
+  uint32_t time;      // seconds since the epoch, 0 when not recorded
+  uint32_t sequence;  // 0 when not recorded
+  uint8_t operation;  // Operation
+  bool from_file;
+};
+
+inline bool is_mapping(const LiveEntry& entry) {
+  return entry.operation == kOpMmap || entry.operation == kOpMmapFile;
+}
+
+}  // namespace quarl::report

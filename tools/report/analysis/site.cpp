@@ -1,0 +1,31 @@
+#include "report/analysis/site.h"
+
+#include <algorithm>
+
+namespace quarl::report {
+
+void Site::add(const LiveEntry& entry) {
+  usage.bytes += entry.size;
+  ++usage.count;
+  smallest = std::min(smallest, entry.size);
+  largest = std::max(largest, entry.size);
+  if (entry.time != 0) {
+    oldest = oldest == 0 ? entry.time : std::min(oldest, entry.time);
+    newest = std::max(newest, entry.time);
+  }
+  if (entry.tid != 0) tids.insert(entry.tid);
+  (entry.from_file ? file_mappings : is_mapping(entry) ? mappings : heap) = true;
+}
+
+std::string Site::kind() const {
+  std::string text;
+  auto append = [&](bool held, const char* name) {
+    if (held) text += (text.empty() ? "" : "+") + std::string(name);
+  };
+  append(heap, "heap");
+  append(mappings, "mapping");
+  append(file_mappings, "file mapping");
+  return text;
+}
+
+}  // namespace quarl::report

@@ -1,0 +1,37 @@
+// Held blocks and mappings that belong together, most often because one place in the program asked for them.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+
+#include "report/analysis/live_entry.h"
+#include "report/symbols/frame.h"
+
+namespace quarl::report {
+
+struct Usage {
+  uint64_t bytes = 0;
+  uint64_t count = 0;  // blocks and mappings
+};
+
+struct Site {
+  std::string key;   // equal for the same place in two logs
+  std::string name;  // for the reader
+  Frames frames;     // of the call trace, innermost first; empty when sites are grouped by something else
+  Usage usage;
+  uint32_t smallest = UINT32_MAX;  // bytes of the smallest and the largest
+  uint32_t largest = 0;
+  uint32_t oldest = 0;  // seconds since the epoch, 0 when no time was recorded
+  uint32_t newest = 0;
+  std::set<uint32_t> tids;  // of the threads that asked, without 0
+  bool heap = false;        // what it holds: any of the three
+  bool mappings = false;
+  bool file_mappings = false;
+
+  void add(const LiveEntry& entry);
+  // "heap", "mapping", "file mapping" or several with "+" between.
+  std::string kind() const;
+};
+
+}  // namespace quarl::report

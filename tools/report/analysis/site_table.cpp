@@ -1,0 +1,94 @@
+#include "report/analysis/site_table.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace quarl::report {
+namespace {
+
+// The trace as the desk sees it, so that two runs at other addresses give the same key.
+std::string trace_key(const Frames& frames) {
+  std::string key;
+  for (const Frame& frame : frames) key += describe(frame) + "\n";
+  return key;
+}
+
+std::string or_else(std::string text, const char* otherwise) {
+  return text.empty() ? otherwise : text;
+}
+
+std::string name_in(Grouping grouping, const Frame& frame) {
+  switch (grouping) {
+    case Grouping::kFile:
+      return or_else(frame.file, "(no source line)");
+    case Grouping::kModule:
+      return or_else(base_name(frame.module), "(in no mapped file)");
+    case Grouping::kFunction:
+      return name_of(frame);
+    default:
+      return describe(frame);
+  }
+}
+
+}  // namespace
+
+SiteTable::SiteTable(const Ledger& ledger, Symbolizer& symbolizer, Grouping grouping, const Suppressions& suppressions)
+    : ledger_(ledger),
+      symbolizer_(symbolizer),
+      grouping_(grouping),
+      suppressions_(suppressions),
+      places_(ledger.traces().size()) {
+  ledger.for_each_held([&](const LiveEntry& entry) { add(entry); });
+  places_.clear();
+  sort();
+}
+
+SiteTable::TracePlace& SiteTable::place_of(TraceId trace) {
+  TracePlace& place = places_[trace];
+  if (place.known) return place;
+  place.known = true;
+  place.frames = symbolizer_.trace(ledger_.traces().addresses(trace));
+  place.hidden = !suppressions_.empty() && suppressions_.hides(place.frames);
+  return place;
+}
+
+void SiteTable::add(const LiveEntry& entry) {
+  TracePlace& place = place_of(entry.trace);
+  Usage& sum = place.hidden ? suppressed_ : total_;
+  sum.bytes += entry.size;
+  ++sum.count;
+  if (!place.hidden) site_of(entry, place.frames).add(entry);
+}
+
+std::string SiteTable::key_of(const LiveEntry& entry, const Frames& frames) const {
+  if (grouping_ == Grouping::kThread) return entry.tid == 0 ? "(thread not recorded)" : fmt::format("{}", entry.tid);
+  if (grouping_ == Grouping::kSize) return fmt::format("{} bytes", entry.size);
+  if (frames.empty()) return kNoTrace;
+  return grouping_ == Grouping::kTrace ? trace_key(frames) : name_in(grouping_, frames.front());
+}
+
+Site& SiteTable::site_of(const LiveEntry& entry, const Frames& frames) {
+  bool by_trace = grouping_ != Grouping::kThread && grouping_ != Grouping::kSize;
+  if (by_trace) {
+    if (auto known = by_trace_.find(entry.trace); known != by_trace_.end()) return sites_[known->second];
+  }
+  std::string key = key_of(entry, frames);
+  auto [position, added] = by_key_.try_emplace(key, sites_.size());
+  if (added) {
+    Site& site = sites_.emplace_back();
+    site.key = key;
+    site.name = grouping_ == Grouping::kTrace && !frames.empty() ? describe(frames.front()) : key;
+    if (grouping_ == Grouping::kTrace) site.frames = frames;
+  }
+  if (by_trace) by_trace_[entry.trace] = position->second;
+  return sites_[position->second];
+}
+
+void SiteTable::sort() {
+  std::sort(sites_.begin(), sites_.end(), [](const Site& a, const Site& b) {
+    return a.usage.bytes != b.usage.bytes ? a.usage.bytes > b.usage.bytes : a.key < b.key;
+  });
+}
+
+}  // namespace quarl::report

@@ -1,0 +1,51 @@
+// What was held over time, as a bounded number of points.
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "report/analysis/ledger.h"
+#include "report/reading/log.h"
+
+namespace quarl::report {
+
+struct TimePoint {
+  uint64_t at = 0;     // seconds since the epoch, or records since the start; see TimeAxis
+  uint64_t bytes = 0;  // heap and anonymous mappings
+  uint64_t file_bytes = 0;
+  std::optional<uint64_t> entries;  // blocks and mappings, nothing when a snapshot has no details
+  uint64_t peak = 0;                // of bytes, since the point before
+  uint32_t snapshot = 0;            // its number, 0 from a record log
+};
+
+enum class TimeAxis { kSeconds, kRecords };
+
+struct Timeline {
+  TimeAxis axis = TimeAxis::kSeconds;
+  std::vector<TimePoint> points;
+};
+
+// One point per snapshot, from the statistics and record counts; the records themselves are not read.
+Timeline snapshot_timeline(const Log& log);
+
+// Samples a ledger while it is filled. When the points become too many, each two neighbours are joined.
+class TimelineSampler {
+ public:
+  explicit TimelineSampler(TimeAxis axis) { timeline_.axis = axis; }
+  void sample(const OpRecord& record, const Ledger& ledger);
+  Timeline finish();
+
+ private:
+  void close_point();
+  void halve();
+
+  Timeline timeline_;
+  TimePoint current_;
+  uint64_t records_ = 0;
+  uint64_t step_ = 1;  // seconds or records from one point to the next
+};
+
+// The timeline of a record log; its records are read.
+Timeline record_timeline(const Log& log, const Snapshot& snapshot);
+
+}  // namespace quarl::report

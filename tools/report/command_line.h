@@ -1,0 +1,20 @@
+// The options that the verbs share, for CLI11.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "report/verbs/options.h"
+
+namespace quarl::report {
+
+void add_format_options(CLI::App& command, Options& options, const std::vector<Format>& formats);
+// Where the log's files and symbols are.
+void add_reading_options(CLI::App& command, Options& options);
+// Grouping, suppression and judgement of sites.
+void add_site_options(CLI::App& command, Options& options);
+void add_event_options(CLI::App& command, EventFilter& filter);
+
+// True when `name` was given on the command line.
+bool has_option(const CLI::App& command, const std::string& name);
+
+}  // namespace quarl::report

@@ -1,0 +1,16 @@
+// The stacks as flame graph tools read them: one line a trace, outermost first, ";" between, a number behind.
+#pragma once
+
+#include <vector>
+
+#include "report/analysis/difference.h"
+#include "report/formats/output.h"
+
+namespace quarl::report {
+
+// Bytes held by each trace.
+void write_folded(Output& output, const std::vector<Site>& sites);
+// Two numbers, bytes before and after: the input of differential flame graphs.
+void write_folded(Output& output, const std::vector<SiteDifference>& changes);
+
+}  // namespace quarl::report

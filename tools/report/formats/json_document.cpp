@@ -1,0 +1,116 @@
+#include "report/formats/json_document.h"
+
+#include "report/formats/operation_name.h"
+
+namespace quarl::report {
+namespace {
+
+Json neighbour_json(Subject& subject, const std::optional<Neighbour>& neighbour) {
+  if (!neighbour) return nullptr;
+  const LiveEntry& block = neighbour->block;
+  return {{"address", block.address},
+          {"size", block.size},
+          {"distance", neighbour->distance},
+          {"frames", frames_json(subject.symbolizer().trace(subject.ledger().traces().addresses(block.trace)))}};
+}
+
+Json fault_json(Subject& subject, const Fault& fault) {
+  const OpRecord& record = fault.record;
+  return {{"fault", result_name(record.result)},
+          {"address", record.start_addr},
+          {"size", record.size},
+          {"operation", operation_name(record.operation)},
+          {"thread", record.tid},
+          {"time", record.time},
+          {"sequence", record.seq_num},
+          {"frames", frames_json(subject.symbolizer().trace({record.trace, record.stack_depth}))},
+          {"below", neighbour_json(subject, fault.below)},
+          {"above", neighbour_json(subject, fault.above)}};
+}
+
+}  // namespace
+
+Json json_head(const char* verb, Subject& subject, const Desk& desk) {
+  Json document = {{"schema", "quarl-report"}, {"version", kJsonVersion}, {"verb", verb}, {"log", log_json(subject)}};
+  document["warnings"] = desk.warnings();
+  return document;
+}
+
+Json log_json(Subject& subject) {
+  const LogHeader& header = subject.snapshot().header;
+  return {{"file", subject.log().file().path()},
+          {"kind", name_of(subject.log().kind())},
+          {"process", subject.log().process_name()},
+          {"pid", header.pid},
+          {"program", subject.symbolizer().maps().program()},
+          {"byte_order", header.byte_order == kBigEndian ? "big" : "little"},
+          {"snapshot", header.snapshot_number},
+          {"snapshots", subject.log().snapshots().size()},
+          {"time", header.time},
+          {"records", subject.result().records},
+          {"notes", subject.notes()}};
+}
+
+void add_summary(Json& document, Subject& subject, const SiteTable& sites, size_t top) {
+  ProfInfo statistics = subject.statistics();
+  document["operations"] = to_json(statistics_rows(subject));
+  if (has_counts(statistics)) {
+    document["held"] = {{"bytes", statistics.unfree_size},
+                        {"peak", statistics.unfree_peak},
+                        {"file_bytes", statistics.unfree_file_size},
+                        {"file_peak", statistics.unfree_file_peak}};
+  } else {
+    document["held"] = nullptr;
+  }
+  const Held& held = subject.ledger().held();
+  document["recorded"] = {
+      {"bytes", held.bytes}, {"peak", held.peak}, {"file_bytes", held.file_bytes}, {"count", held.entries}};
+  document["histogram"] = to_json(histogram_rows(build_histogram(subject.ledger())));
+  document["faults"] = subject.ledger().faults().count();
+  add_sites(document, sites, top);
+}
+
+void add_sites(Json& document, const SiteTable& sites, size_t top) {
+  document["unfreed"] = usage_json(sites.total());
+  document["suppressed"] = usage_json(sites.suppressed());
+  document["site_count"] = sites.sites().size();
+  Json array = Json::array();
+  for (size_t index = 0; index < std::min(top, sites.sites().size()); ++index)
+    array.push_back(site_json(sites.sites()[index]));
+  document["sites"] = std::move(array);
+}
+
+Json tree_json(const CallNode& root) {
+  Json node = {{"name", root.name}, {"bytes", root.usage.bytes}, {"count", root.usage.count}};
+  Json children = Json::array();
+  for (const CallNode& child : root.children) children.push_back(tree_json(child));
+  node["children"] = std::move(children);
+  return node;
+}
+
+Json changes_json(const std::vector<SiteDifference>& changes, size_t top) {
+  Json array = Json::array();
+  for (size_t index = 0; index < std::min(top, changes.size()); ++index) {
+    const SiteDifference& change = changes[index];
+    array.push_back({{"change", name_of(change.change)},
+                     {"bytes", change.bytes()},
+                     {"count", change.count()},
+                     {"before", usage_json(change.before)},
+                     {"after", usage_json(change.after)},
+                     {"name", change.site.name},
+                     {"frames", frames_json(change.site.frames)}});
+  }
+  return array;
+}
+
+Json faults_json(Subject& subject) {
+  Json array = Json::array();
+  for (const Fault& fault : subject.ledger().faults().all()) array.push_back(fault_json(subject, fault));
+  return array;
+}
+
+void write_json(Output& output, const Json& document) {
+  output.write(document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+}
+
+}  // namespace quarl::report

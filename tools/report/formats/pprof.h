@@ -1,0 +1,15 @@
+// What is held as a gzip'ed profile.proto, the input of pprof and of the tools that read its files.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "report/analysis/site.h"
+#include "report/analysis/subject.h"
+
+namespace quarl::report {
+
+// Sample types: inuse_objects in count, inuse_space in bytes. Mappings carry build ids where the desk has the file.
+std::string pprof_of(Subject& subject, const std::vector<Site>& sites);
+
+}  // namespace quarl::report

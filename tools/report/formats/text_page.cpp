@@ -1,0 +1,186 @@
+#include "report/formats/text_page.h"
+
+#include "report/formats/operation_name.h"
+
+namespace quarl::report {
+namespace {
+
+constexpr size_t kTopOfSummary = 10;
+
+void write_field(Output& output, const char* name, const std::string& value) {
+  output.print("{} {}\n", output.bold(fmt::format("{:<12}", name)), value);
+}
+
+std::string in_blocks(const Usage& usage) {
+  return fmt::format("{} in {}", counted(usage.bytes, "byte"), counted(usage.count, "block"));
+}
+
+std::string age(const Site& site) {
+  if (site.oldest == 0) return "";
+  if (site.oldest == site.newest) return fmt::format(", since {}", clock_time(site.oldest));
+  return fmt::format(", oldest {}, newest {}", clock_time(site.oldest), clock_time(site.newest));
+}
+
+std::string sizes(const Site& site) {
+  if (site.smallest == site.largest) return fmt::format("{} each", counted(site.smallest, "byte"));
+  return fmt::format("{} to {} each", grouped(site.smallest), counted(site.largest, "byte"));
+}
+
+void write_frames(Output& output, const Frames& frames) {
+  size_t number = 0;
+  for (const Frame& frame : frames)
+    output.print("    #{:<2} {}{}\n", number++, describe(frame), frame.inlined ? " [inlined]" : "");
+}
+
+void write_remainder(Output& output, size_t shown, size_t all) {
+  if (all > shown) output.print("  ... {} more (--top {} shows all)\n", grouped(all - shown), all);
+}
+
+Usage of_kind(const Ledger& ledger, bool mapping, bool file) {
+  Usage usage;
+  ledger.for_each_held([&](const LiveEntry& entry) {
+    if (is_mapping(entry) != mapping || entry.from_file != file) return;
+    usage.bytes += entry.size;
+    ++usage.count;
+  });
+  return usage;
+}
+
+void write_statistics(Output& output, Subject& subject) {
+  Table statistics = statistics_rows(subject);
+  if (statistics.rows.empty()) return;
+  output.print("\n{}\n", output.bold("Statistics"));
+  write_text(output, statistics);
+}
+
+void write_held(Output& output, Subject& subject, const SiteTable& sites) {
+  ProfInfo statistics = subject.statistics();
+  output.print("\n");
+  if (has_counts(statistics)) {
+    write_field(
+        output, "Held",
+        fmt::format("{}, at most {}", counted(statistics.unfree_size, "byte"), grouped(statistics.unfree_peak)));
+    write_field(output, "From files",
+                fmt::format("{}, at most {}", counted(statistics.unfree_file_size, "byte"),
+                            grouped(statistics.unfree_file_peak)));
+  } else if (subject.log().kind() == LogKind::kRecords) {
+    write_field(output, "Held",
+                fmt::format("{}, at most {}", counted(subject.ledger().held().bytes, "byte"),
+                            grouped(subject.ledger().held().peak)));
+  }
+  write_field(output, "Unfreed", in_blocks(sites.total()));
+  write_field(output, "  heap", in_blocks(of_kind(subject.ledger(), false, false)));
+  write_field(output, "  mappings", in_blocks(of_kind(subject.ledger(), true, false)));
+  write_field(output, "  files", in_blocks(of_kind(subject.ledger(), true, true)));
+  if (sites.suppressed().count != 0) write_field(output, "Suppressed", in_blocks(sites.suppressed()));
+}
+
+void write_neighbour(Output& output, Subject& subject, const char* side, const std::optional<Neighbour>& neighbour) {
+  if (!neighbour) return output.print("  {}: no held block\n", side);
+  const LiveEntry& block = neighbour->block;
+  output.print("  {}: {} at 0x{:08x}, {} away, asked for by\n", side, counted(block.size, "byte"), block.address,
+               counted(neighbour->distance, "byte"));
+  write_frames(output, subject.symbolizer().trace(subject.ledger().traces().addresses(block.trace)));
+}
+
+void write_fault(Output& output, Subject& subject, const Fault& fault) {
+  const OpRecord& record = fault.record;
+  output.print("\n{}\n", output.styled(fmt::format("{} of a block of {} at 0x{:08x}", result_name(record.result),
+                                                   counted(record.size, "byte"), record.start_addr),
+                                       fmt::emphasis::bold | fmt::fg(fmt::terminal_color::red)));
+  output.print("  {} by thread {}, number {}, {}; asked for by\n", operation_name(record.operation), record.tid,
+               record.seq_num, clock_time(record.time));
+  write_frames(output, subject.symbolizer().trace({record.trace, record.stack_depth}));
+  write_neighbour(output, subject, "below", fault.below);
+  write_neighbour(output, subject, "above", fault.above);
+}
+
+void write_node(Output& output, const CallNode& node, const std::string& indent, uint64_t whole) {
+  for (const CallNode& child : node.children) {
+    double share = whole == 0 ? 0 : 100.0 * static_cast<double>(child.usage.bytes) / static_cast<double>(whole);
+    output.print("{:>16} {:>10} {:5.1f}%  {}{}\n", grouped(child.usage.bytes), grouped(child.usage.count), share,
+                 indent, child.name);
+    write_node(output, child, indent + "  ", whole);
+  }
+}
+
+}  // namespace
+
+void write_heading(Output& output, Subject& subject) {
+  const LogHeader& header = subject.snapshot().header;
+  write_field(output, "Log",
+              fmt::format("{} ({}, {})", subject.label(), name_of(subject.log().kind()),
+                          counted(subject.result().records, "record")));
+  write_field(output, "Process",
+              fmt::format("{}, process id {}, {}-endian", subject.log().process_name(), header.pid,
+                          header.byte_order == kBigEndian ? "big" : "little"));
+  write_field(output, "Program", subject.symbolizer().maps().program());
+  write_field(output, "Written", clock_time(header.time));
+}
+
+void write_summary(Output& output, Subject& subject, const SiteTable& sites, size_t top) {
+  write_heading(output, subject);
+  write_statistics(output, subject);
+  write_held(output, subject, sites);
+  output.print("\n{}\n", output.bold("Unfreed by size"));
+  write_text(output, histogram_rows(build_histogram(subject.ledger())));
+  output.print("\n");
+  write_field(output, "Faults", grouped(subject.ledger().faults().count()));
+  if (sites.sites().empty()) return;
+  output.print("\n{}\n", output.bold("Largest leak sites"));
+  write_text(output, site_rows(sites.sites(), std::min(top, kTopOfSummary)));
+}
+
+void write_sites(Output& output, const SiteTable& sites, size_t top) {
+  output.print("{} unfreed\n", output.bold(in_blocks(sites.total())));
+  if (sites.suppressed().count != 0) output.print("{} suppressed\n", in_blocks(sites.suppressed()));
+  size_t shown = 0;
+  for (const Site& site : sites.sites()) {
+    if (shown++ == top) break;
+    output.print("\n{} ({}), {}{}\n", output.bold(in_blocks(site.usage)), site.kind(), sizes(site), age(site));
+    if (site.frames.empty()) output.print("    {}\n", site.name);
+    write_frames(output, site.frames);
+  }
+  write_remainder(output, std::min(top, sites.sites().size()), sites.sites().size());
+}
+
+void write_tree(Output& output, const CallNode& root) {
+  output.print("{}\n", output.bold(fmt::format("{:>16} {:>10} {:>6}  {}", "bytes", "blocks", "",
+                                               "callers above, callees below")));
+  output.print("{:>16} {:>10} {:5.1f}%  everything\n", grouped(root.usage.bytes), grouped(root.usage.count), 100.0);
+  write_node(output, root, "  ", root.usage.bytes);
+}
+
+void write_changes(Output& output, const std::vector<SiteDifference>& changes, size_t top) {
+  int64_t bytes = 0, blocks = 0;
+  for (const SiteDifference& change : changes) bytes += change.bytes(), blocks += change.count();
+  output.print("{} bytes in {} blocks between the two\n", output.bold(grouped_sign(bytes)), grouped_sign(blocks));
+  size_t shown = 0;
+  for (const SiteDifference& change : changes) {
+    if (shown++ == top) break;
+    auto color = change.bytes() > 0 ? fmt::terminal_color::red : fmt::terminal_color::green;
+    std::string growth =
+        output.styled(fmt::format("{} bytes", grouped_sign(change.bytes())), fmt::emphasis::bold | fmt::fg(color));
+    output.print("\n{}: {}, {} blocks (from {} to {})\n", name_of(change.change), growth, grouped_sign(change.count()),
+                 in_blocks(change.before), in_blocks(change.after));
+    if (change.site.frames.empty()) output.print("    {}\n", change.site.name);
+    write_frames(output, change.site.frames);
+  }
+  write_remainder(output, std::min(top, changes.size()), changes.size());
+}
+
+void write_faults(Output& output, Subject& subject) {
+  const FaultList& faults = subject.ledger().faults();
+  output.print("{}\n", output.bold(counted(faults.count(), "fault")));
+  for (const Fault& fault : faults.all()) write_fault(output, subject, fault);
+}
+
+void write_threads(Output& output, const ThreadTallies& tallies) {
+  output.print("{} {}, {}\n", counted(tallies.threads.size(), "thread"),
+               tallies.from_table ? "from the thread table" : "counted from the records",
+               tallies.seconds == 0 ? "no rates: the time covered is not recorded"
+                                    : fmt::format("rates over {}", counted(tallies.seconds, "second")));
+  write_text(output, thread_rows(tallies));
+}
+
+}  // namespace quarl::report

@@ -1,0 +1,18 @@
+// The answers as text for a reader at a terminal.
+#pragma once
+
+#include "report/analysis/call_tree.h"
+#include "report/formats/site_rows.h"
+
+namespace quarl::report {
+
+void write_heading(Output& output, Subject& subject);
+void write_summary(Output& output, Subject& subject, const SiteTable& sites, size_t top);
+// One paragraph a site, with its frames when it has any.
+void write_sites(Output& output, const SiteTable& sites, size_t top);
+void write_tree(Output& output, const CallNode& root);
+void write_changes(Output& output, const std::vector<SiteDifference>& changes, size_t top);
+void write_faults(Output& output, Subject& subject);
+void write_threads(Output& output, const ThreadTallies& tallies);
+
+}  // namespace quarl::report

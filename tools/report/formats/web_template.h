@@ -1,0 +1,10 @@
+// The page without its data, bundled from the web folder when the tool was built.
+#pragma once
+
+#include <string_view>
+
+namespace quarl::report {
+
+std::string_view web_template();
+
+}  // namespace quarl::report

@@ -1,0 +1,36 @@
+// The records of one snapshot, in the order of the file, a bounded batch at a time.
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "report/reading/log.h"
+
+namespace quarl::report {
+
+class RecordStream {
+ public:
+  // Reads the first `count` records of `snapshot`, whose header lies in `log`. Both must outlive the stream.
+  RecordStream(const Log& log, const Snapshot& snapshot, uint64_t count);
+  RecordStream(const Log& log, const Snapshot& snapshot) : RecordStream(log, snapshot, snapshot.records) {}
+
+  // The next batch, empty at the end; valid until the next call. Numbers are in this machine's byte order and
+  // stack_depth is in [0, kMaxTrace]; a record whose operation, kind or depth cannot be is left out and counted.
+  std::span<const OpRecord> next();
+
+  uint64_t total() const { return total_; }
+  uint64_t done() const { return done_; }        // records read so far, damaged ones included
+  uint64_t damaged() const { return damaged_; }  // records left out so far
+
+ private:
+  size_t drop_damaged(size_t count);
+
+  const Log& log_;
+  uint64_t offset_;
+  uint64_t total_;
+  uint64_t done_ = 0;
+  uint64_t damaged_ = 0;
+  std::vector<OpRecord> batch_;
+};
+
+}  // namespace quarl::report

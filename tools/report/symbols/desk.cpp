@@ -1,0 +1,61 @@
+#include "report/symbols/desk.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace quarl::report {
+
+Desk::Desk(DeskOptions options) : options_(std::move(options)) {}
+
+const SymbolFile* Desk::find(const std::string& target_path, const std::vector<Mapping>& mappings) {
+  for (const std::string& path : candidates(target_path)) {
+    const SymbolFile* file = open(path);
+    if (file == nullptr) continue;
+    std::string why = file->mismatch(mappings);
+    if (why.empty()) return file;
+    std::string warning = fmt::format("{} is not the {} of the log: {}.", path, target_path, why);
+    if (std::find(warnings_.begin(), warnings_.end(), warning) == warnings_.end()) warnings_.push_back(warning);
+  }
+  return nullptr;
+}
+
+// In the order of preference: what the user named, the sysroots, the debug directories, this machine's own file.
+std::vector<std::string> Desk::candidates(const std::string& target_path) const {
+  std::vector<std::string> paths;
+  for (const std::string& rename : options_.renames) {
+    size_t equals = rename.find('=');
+    std::string from = rename.substr(0, equals);
+    if (target_path.starts_with(from)) paths.push_back(rename.substr(equals + 1) + target_path.substr(from.size()));
+  }
+  for (const std::string& root : options_.sysroots) paths.push_back(root + target_path);
+  for (const std::string& directory : options_.debug_dirs) {
+    paths.push_back(directory + target_path);
+    paths.push_back(directory + "/" + base_name(target_path));
+  }
+  paths.push_back(target_path);
+  return paths;
+}
+
+const SymbolFile* Desk::open(const std::string& path) {
+  auto [position, added] = files_.try_emplace(path);
+  if (added && std::filesystem::is_regular_file(std::filesystem::status(path))) {
+    position->second = SymbolFile::open(path, debug_path());
+  }
+  return position->second.get();
+}
+
+// "+" has debug links checked by their checksum; an empty element is the file's own directory.
+std::string Desk::debug_path() const {
+  std::string path = "+:.debug";
+  auto add = [&](const std::string& directory) {
+    std::error_code error;
+    path += ":" + std::filesystem::absolute(directory, error).string();
+  };
+  for (const std::string& directory : options_.debug_dirs) add(directory);
+  for (const std::string& root : options_.sysroots) add(root + "/usr/lib/debug");
+  return path + ":/usr/lib/debug";
+}
+
+}  // namespace quarl::report

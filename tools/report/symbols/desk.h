@@ -1,0 +1,38 @@
+// Finds the target's files on the development PC, and refuses those that cannot be the ones that were mapped.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "report/symbols/symbol_file.h"
+
+namespace quarl::report {
+
+struct DeskOptions {
+  std::vector<std::string> sysroots;    // directories that look like the target's /
+  std::vector<std::string> debug_dirs;  // of split debug files and of unstripped files by their base name
+  std::vector<std::string> renames;     // FROM=TO, prefixes of paths
+};
+
+class Desk {
+ public:
+  explicit Desk(DeskOptions options);
+
+  // The file mapped at `mappings` from `target_path`, null when the desk has none that fits. Opened once.
+  const SymbolFile* find(const std::string& target_path, const std::vector<Mapping>& mappings);
+  // One sentence for each file that was refused.
+  const std::vector<std::string>& warnings() const { return warnings_; }
+
+ private:
+  std::vector<std::string> candidates(const std::string& target_path) const;
+  const SymbolFile* open(const std::string& path);
+  std::string debug_path() const;
+
+  DeskOptions options_;
+  std::map<std::string, std::unique_ptr<SymbolFile>> files_;  // by path on the desk
+  std::vector<std::string> warnings_;
+};
+
+}  // namespace quarl::report

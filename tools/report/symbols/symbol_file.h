@@ -1,0 +1,56 @@
+// An ELF file of the target, found on the desk: functions, source lines and inlined calls of its addresses.
+#pragma once
+
+#include <elfutils/libdwfl.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "report/reading/maps.h"
+#include "report/symbols/frame.h"
+#include "report/symbols/function_table.h"
+
+namespace quarl::report {
+
+class SymbolFile {
+ public:
+  // Null when there is no such file or it is no 32-bit ELF program or library. Split debug files are looked for in
+  // `debug_path` (directories with colons between), by build id and by debug link with its checksum.
+  static std::unique_ptr<SymbolFile> open(const std::string& path, const std::string& debug_path);
+  ~SymbolFile();
+
+  const std::string& path() const { return path_; }
+  // Why this cannot be the file that was mapped so; empty when it can: each run of executable mappings must cover an
+  // executable segment exactly. The others say little, an application may map any part of the file as data.
+  std::string mismatch(const std::vector<Mapping>& mappings) const;
+  // Hexadecimal, empty when there is none.
+  std::string build_id() const;
+  bool is_arm() const { return arm_; }
+  // The address in the file's own numbering of what lies at `offset` in the file.
+  std::optional<uint64_t> address_of(uint64_t offset) const;
+  // Fills in what is known of the code at `address`: `frame` and behind it the frames it was inlined into.
+  Frames resolve(uint64_t address, const Frame& frame) const;
+
+ private:
+  struct Segment {
+    uint64_t offset, address, size;  // size in the file
+    bool executable;
+  };
+  SymbolFile(std::string path, std::string debug_path);
+  bool report();
+  bool read_segments();
+
+  std::string path_;
+  std::string debug_path_;
+  char* debug_path_pointer_;
+  Dwfl_Callbacks callbacks_ = {};
+  Dwfl* dwfl_ = nullptr;
+  Dwfl_Module* module_ = nullptr;
+  bool arm_ = false;
+  std::vector<Segment> segments_;
+  std::optional<FunctionTable> functions_;
+};
+
+}  // namespace quarl::report

@@ -1,0 +1,135 @@
+#include "report/verb.h"
+
+#include <fmt/format.h>
+
+#include <memory>
+
+#include "report/command_line.h"
+#include "report/verbs/verbs.h"
+
+namespace quarl::report {
+namespace {
+
+using Run = int (*)(const Options&);
+
+struct Verb {
+  const char* name;
+  const char* help;
+  const char* example;
+  std::vector<Format> formats;
+  size_t files;
+  Run run;
+};
+
+const std::vector<Verb>& verbs() {
+  using enum Format;
+  static const std::vector<Verb> kVerbs = {
+      {"leaks",
+       "Unfreed blocks and mappings, grouped by call trace",
+       "quarl report leaks --sysroot ~/target app_101_quarl.log",
+       {kText, kJson, kCsv, kFolded, kPprof},
+       1,
+       report_leaks},
+      {"diff",
+       "What grew between two logs, or two snapshots of one",
+       "quarl report diff app_101_quarl_autosnap.log@1 app_101_quarl_autosnap.log@9",
+       {kText, kJson, kCsv, kFolded, kHtml},
+       2,
+       report_difference},
+      {"timeline",
+       "Bytes and blocks held over time",
+       "quarl report timeline app_101_quarlAll.log",
+       {kText, kJson, kCsv},
+       1,
+       report_timeline},
+      {"threads",
+       "What each thread allocated and holds",
+       "quarl report threads app_101_quarl.log",
+       {kText, kJson, kCsv},
+       1,
+       report_threads},
+      {"events",
+       "The records themselves, filtered",
+       "quarl report events --op malloc --min-size 1000 app_101_quarlAll.log",
+       {kText, kJson, kCsv},
+       1,
+       report_events},
+      {"faults",
+       "Overruns, with their blocks and neighbours",
+       "quarl report faults app_101_quarl.log",
+       {kText, kJson, kCsv},
+       1,
+       report_faults},
+  };
+  return kVerbs;
+}
+
+int guarded(Run run, const Options& options) {
+  try {
+    return run(options);
+  } catch (const CLI::Error&) {
+    throw;
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "quarl report: {}\n", error.what());
+    return 1;
+  }
+}
+
+void add_common(CLI::App& command, Options& options, const std::vector<Format>& formats) {
+  add_format_options(command, options, formats);
+  add_reading_options(command, options);
+}
+
+void add_own_options(CLI::App& command, Options& options, const std::string& name) {
+  if (name == "leaks" || name == "diff") add_site_options(command, options);
+  if (name == "leaks")
+    command.add_flag("--tree", options.tree, "Show callers above callees, with the bytes below each");
+  if (name == "events") add_event_options(command, options.events);
+}
+
+void add_subverb(CLI::App& report, const std::shared_ptr<Options>& options, const Verb& verb, int& exit_status) {
+  CLI::App* command = report.add_subcommand(verb.name, verb.help);
+  command->footer(fmt::format("Example:\n  {}", verb.example));
+  std::string what = verb.files == 2 ? "The earlier and the later log; FILE@N means snapshot N"
+                                     : "The log; FILE@N means its snapshot N";
+  command->add_option("FILE", options->files, what)->required()->expected(static_cast<int>(verb.files));
+  add_common(*command, *options, verb.formats);
+  add_own_options(*command, *options, verb.name);
+  command->callback([=, &exit_status] {
+    options->top_given = has_option(*command, "--top");
+    exit_status = guarded(verb.run, *options);
+  });
+}
+
+void check_summary(const Options& options) {
+  if (options.files.empty()) throw CLI::RequiredError("FILE");
+  bool import = options.format == Format::kSqlite;
+  if (!import && options.files.size() > 1)
+    throw CLI::ValidationError("FILE", "only --format sqlite takes several logs");
+  if (import && options.output.empty()) throw CLI::RequiredError("--output (the database)");
+}
+
+}  // namespace
+
+void add_verb(CLI::App& app, int& exit_status) {
+  using enum Format;
+  auto options = std::make_shared<Options>();
+  CLI::App* report = app.add_subcommand("report", "Answers from the logs: what leaks, from where, since when");
+  report->footer(
+      "Without a verb: a summary.\nExample:\n  quarl report app_101_quarl.log\n  quarl report --format sqlite -o "
+      "fleet.db *.log\n\n"
+      "Exit status: 0 answered, 1 nothing found or not readable, 2 wrong usage,\n3 more unfreed than --fail-on-leak "
+      "allows.");
+  report->add_option("FILE", options->files, "A log; FILE@N means its snapshot N, without it the last one");
+  add_common(*report, *options, {kText, kJson, kCsv, kFolded, kPprof, kHtml, kSqlite});
+  add_site_options(*report, *options);
+  for (const Verb& verb : verbs()) add_subverb(*report, options, verb, exit_status);
+  report->callback([=, &exit_status] {
+    if (!report->get_subcommands().empty()) return;
+    check_summary(*options);
+    options->top_given = has_option(*report, "--top");
+    exit_status = guarded(summarise, *options);
+  });
+}
+
+}  // namespace quarl::report

@@ -1,0 +1,55 @@
+#include "report/formats/folded.h"
+#include "report/formats/html_page.h"
+#include "report/formats/json_document.h"
+#include "report/formats/text_page.h"
+#include "report/verbs/answer.h"
+#include "report/verbs/verbs.h"
+
+namespace quarl::report {
+namespace {
+
+void write_json_of(Answer& answer, Subject& before, Subject& after, const std::vector<SiteDifference>& changes) {
+  Json document = json_head("diff", after, answer.desk());
+  document["before"] = log_json(before);
+  document["change_count"] = changes.size();
+  document["changes"] = changes_json(changes, answer.top());
+  write_json(answer.output(), document);
+}
+
+// What grew in sum is what a build server minds.
+Usage growth(const std::vector<SiteDifference>& changes) {
+  int64_t bytes = 0, count = 0;
+  for (const SiteDifference& change : changes) bytes += change.bytes(), count += change.count();
+  return {bytes > 0 ? static_cast<uint64_t>(bytes) : 0, count > 0 ? static_cast<uint64_t>(count) : 0};
+}
+
+}  // namespace
+
+int report_difference(const Options& options) {
+  Answer answer(options);
+  Subject before = answer.open(options.files[0]);
+  Subject after = answer.open(options.files[1]);
+  SiteTable earlier = answer.sites(before, options.grouping);
+  SiteTable later = answer.sites(after, options.grouping);
+  std::vector<SiteDifference> changes = difference(earlier.sites(), later.sites());
+  switch (options.format) {
+    case Format::kJson:
+      write_json_of(answer, before, after, changes);
+      break;
+    case Format::kCsv:
+      write_csv(answer.output(), difference_rows(changes));
+      break;
+    case Format::kFolded:
+      write_folded(answer.output(), changes);
+      break;
+    case Format::kHtml:
+      answer.output().write(html_page(after, &before, answer.desk(), answer.suppressions()));
+      break;
+    default:
+      write_changes(answer.output(), changes, answer.top());
+  }
+  int status = answer.finish(after);
+  return status != 0 ? status : answer.judge(growth(changes));
+}
+
+}  // namespace quarl::report

@@ -1,0 +1,48 @@
+#include "report/formats/json_document.h"
+#include "report/formats/operation_name.h"
+#include "report/formats/text_page.h"
+#include "report/verbs/answer.h"
+#include "report/verbs/verbs.h"
+
+namespace quarl::report {
+namespace {
+
+Table fault_rows(Subject& subject) {
+  Table table{{{"fault", "fault"},
+               {"address", "address"},
+               {"size", "size"},
+               {"operation", "operation"},
+               {"thread", "thread"},
+               {"time", "time"},
+               {"sequence", "sequence"},
+               {"site", "site"}},
+              {}};
+  for (const Fault& fault : subject.ledger().faults().all()) {
+    const OpRecord& record = fault.record;
+    Frames frames = subject.symbolizer().trace({record.trace, record.stack_depth});
+    table.rows.push_back({std::string(result_name(record.result)), uint64_t{record.start_addr}, uint64_t{record.size},
+                          std::string(operation_name(record.operation)), uint64_t{record.tid}, uint64_t{record.time},
+                          uint64_t{record.seq_num}, frames.empty() ? std::string(kNoTrace) : describe(frames.front())});
+  }
+  return table;
+}
+
+}  // namespace
+
+int report_faults(const Options& options) {
+  Answer answer(options);
+  Subject subject = answer.open(options.files.front());
+  if (options.format == Format::kJson) {
+    Json document = json_head("faults", subject, answer.desk());
+    document["fault_count"] = subject.ledger().faults().count();
+    document["faults"] = faults_json(subject);
+    write_json(answer.output(), document);
+  } else if (options.format == Format::kCsv) {
+    write_csv(answer.output(), fault_rows(subject));
+  } else {
+    write_faults(answer.output(), subject);
+  }
+  return answer.finish(subject);
+}
+
+}  // namespace quarl::report

@@ -1,0 +1,45 @@
+// What the command line asks for.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "report/analysis/site_table.h"
+#include "report/formats/output.h"
+#include "report/reading/log.h"
+#include "report/symbols/desk.h"
+
+namespace quarl::report {
+
+enum class Format { kText, kJson, kCsv, kFolded, kPprof, kHtml, kSqlite };
+
+// Which records `events` shows. An absent value filters nothing.
+struct EventFilter {
+  std::optional<uint32_t> thread;
+  std::vector<int> operations;
+  std::optional<int> result;
+  std::optional<uint32_t> since, until;        // seconds since the epoch, both included
+  std::optional<uint32_t> min_size, max_size;  // bytes, both included
+  std::optional<uint32_t> address;             // any byte of the block
+  std::string function;                        // a pattern, see pattern_matches()
+  uint64_t limit = UINT64_MAX;
+};
+
+struct Options {
+  std::vector<std::string> files;
+  Format format = Format::kText;
+  std::string output;  // a path, empty for standard output
+  std::optional<LogKind> kind;
+  DeskOptions desk;
+  std::string suppressions;
+  std::optional<uint64_t> fail_on_leak;  // bytes
+  ColorChoice color = ColorChoice::kAuto;
+  Grouping grouping = Grouping::kTrace;
+  bool tree = false;
+  size_t top = 20;
+  bool top_given = false;
+  EventFilter events;
+};
+
+}  // namespace quarl::report

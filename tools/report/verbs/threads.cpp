@@ -1,0 +1,30 @@
+#include "report/formats/json_document.h"
+#include "report/formats/text_page.h"
+#include "report/verbs/answer.h"
+#include "report/verbs/verbs.h"
+
+namespace quarl::report {
+
+int report_threads(const Options& options) {
+  Answer answer(options);
+  Subject subject = answer.open(options.files.front());
+  ThreadTallies tallies = tally_threads(subject.log(), subject.snapshot());
+  if (tallies.threads.empty()) {
+    throw std::runtime_error(
+        subject.label() + ": no thread was recorded (QUARL_THREAD, or QUARL_HEAD_TID with a record log, records them)");
+  }
+  if (options.format == Format::kJson) {
+    Json document = json_head("threads", subject, answer.desk());
+    document["source"] = tallies.from_table ? "thread table" : "records";
+    document["seconds"] = tallies.seconds;
+    document["threads"] = to_json(thread_rows(tallies));
+    write_json(answer.output(), document);
+  } else if (options.format == Format::kCsv) {
+    write_csv(answer.output(), thread_rows(tallies));
+  } else {
+    write_threads(answer.output(), tallies);
+  }
+  return answer.finish(subject.log().notes());
+}
+
+}  // namespace quarl::report
