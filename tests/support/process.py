@@ -1,0 +1,99 @@
+"""A victim process: started under the library, read with deadlines, signalled, and awaited."""
+
+import ctypes
+import os
+import re
+import selectors
+import signal
+import subprocess
+import time
+
+from target import ANNOUNCE_DESCRIPTOR
+
+DEADLINE = 60  # seconds that any condition may take on a loaded machine
+SYS_TGKILL = 234
+PARK_SIGNAL = 60
+
+# The number must be open here for the child to inherit whatever is put behind it.
+os.dup2(os.open(os.devnull, os.O_RDWR), ANNOUNCE_DESCRIPTOR)
+libc = ctypes.CDLL(None, use_errno=True)
+
+
+class Process:
+    def __init__(self, target, program, arguments=(), environment=(), directory=".", preload=True,
+                 before_start=lambda: None):
+        """before_start runs in the new process, which has its id by then, before the program takes its place."""
+        self.target = target
+        command, variables = target.command(program, arguments, dict(environment), preload)
+        said_read, said_write = os.pipe()
+        self.popen = subprocess.Popen(
+            command, env=variables, cwd=directory, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE, pass_fds=(ANNOUNCE_DESCRIPTOR,),
+            preexec_fn=lambda: (os.dup2(said_write, ANNOUNCE_DESCRIPTOR), before_start()))
+        os.close(said_write)
+        self.pid = self.popen.pid
+        self.text = {"out": "", "err": "", "said": ""}
+        self.selector = selectors.DefaultSelector()
+        for stream, name in ((self.popen.stdout.fileno(), "out"), (self.popen.stderr.fileno(), "err"), (said_read, "said")):
+            self.selector.register(stream, selectors.EVENT_READ, name)
+        self.said_read = said_read
+
+    out = property(lambda self: self.text["out"])
+    err = property(lambda self: self.text["err"])
+
+    def read_some(self, seconds):
+        for key, _ in self.selector.select(seconds):
+            data = os.read(key.fd, 65536)
+            if data:
+                self.text[key.data] += data.decode("latin-1")
+            else:
+                self.selector.unregister(key.fd)
+
+    def await_that(self, condition, what):
+        """Reads on until the condition holds and returns its value; fails at the deadline or at the end of output."""
+        end = time.monotonic() + DEADLINE
+        while not (value := condition()):
+            if time.monotonic() > end or not self.selector.get_map():
+                raise AssertionError(f"waited in vain for {what}; out={self.out!r} err={self.err!r}")
+            self.read_some(0.05)
+        return value
+
+    def await_match(self, pattern, stream="out"):
+        return self.await_that(lambda: re.search(pattern, self.text[stream], re.S), f"{pattern!r} on {stream}")
+
+    def said(self, name):
+        """The values announced under a name so far and until one is there."""
+        pattern = re.compile(rf"^{name} 0x([0-9a-f]+)$", re.M)
+        self.await_that(lambda: pattern.search(self.text["said"]), f"announced {name}")
+        return [int(value, 16) for value in pattern.findall(self.text["said"])]
+
+    def signal(self, number, tid=None):
+        if libc.syscall(SYS_TGKILL, self.pid, tid or self.pid, self.target.host_signal(number)) != 0:
+            raise ProcessLookupError(f"no task {tid} in {self.pid}")
+
+    def release(self, tid=None):
+        """Ends a parked thread, the main thread when no task is named."""
+        self.signal(PARK_SIGNAL, tid)
+
+    def kill(self):
+        self.popen.send_signal(signal.SIGKILL)
+
+    def finish(self):
+        """Ends its input, reads to the end and returns the exit status (negative: a signal)."""
+        if self.popen.stdin:
+            self.popen.stdin.close()
+        end = time.monotonic() + DEADLINE
+        while self.selector.get_map():
+            if time.monotonic() > end:
+                raise AssertionError(f"does not end; out={self.out!r} err={self.err!r}")
+            self.read_some(0.2)
+        return self.popen.wait(DEADLINE)
+
+    def discard(self):
+        if self.popen.poll() is None:
+            self.kill()
+        for stream in (self.popen.stdin, self.popen.stdout, self.popen.stderr):
+            stream.close()
+        self.selector.close()
+        os.close(self.said_read)
+        self.popen.wait()

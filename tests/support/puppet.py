@@ -1,0 +1,72 @@
+"""The puppet program: every attribute is a command, sent and answered one line at a time (victims/puppet)."""
+
+import re
+
+from process import Process
+
+
+class Answer(int):
+    """The value of a command; `number` is errno, or the process id of a child."""
+
+    def __new__(cls, value, number):
+        self = super().__new__(cls, value)
+        self.number = number
+        return self
+
+
+def word(argument):
+    return f"{argument:#x}" if isinstance(argument, int) and argument >= 0 else str(argument)
+
+
+class Puppet(Process):
+    def __init__(self, target, **options):
+        super().__init__(target, target.victim("puppet"), **options)
+        self.position = 0
+        self.tasks = {0: self.pid}
+        self.answer()
+
+    def send(self, line):
+        self.popen.stdin.write(line.encode() + b"\n")
+        self.popen.stdin.flush()
+
+    def answer(self, worker=0):
+        pattern = re.compile(rf"^{worker} 0x([0-9a-f]+) (-?\d+)\n", re.M)
+        match = self.await_that(lambda: pattern.search(self.text["said"], self.position), f"answer of {worker}")
+        self.position = match.end()
+        return Answer(int(match[1], 16), int(match[2]))
+
+    def do(self, line):
+        self.send(line)
+        return self.answer()
+
+    def spawn(self):
+        task = self.do("spawn")
+        worker = len(self.tasks)
+        self.tasks[worker] = int(task)
+        return Worker(self, worker)
+
+    def read(self, symbol):
+        return self.word(self.symbol(symbol))
+
+    def write(self, symbol, value):
+        return self.set_word(self.symbol(symbol), value)
+
+    def __getattr__(self, command):
+        return lambda *arguments: self.do(" ".join([command, *map(word, arguments)]))
+
+
+class Worker:
+    def __init__(self, puppet, number):
+        self.puppet = puppet
+        self.number = number
+        self.tid = puppet.tasks[number]
+
+    def send(self, line):
+        self.puppet.send(f"@{self.number} {line}")
+
+    def do(self, line):
+        self.send(line)
+        return self.puppet.answer(self.number)
+
+    def __getattr__(self, command):
+        return lambda *arguments: self.do(" ".join([command, *map(word, arguments)]))

@@ -1,0 +1,124 @@
+"""The checker clock and the chain of automatic snapshots."""
+
+import signal
+import struct
+import time
+
+import case
+from header import read_header
+from log_file import ALLOCATED, read_chain, read_log
+from report_text import take_reports
+
+CLOCK = "QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1 "
+
+
+class Clock(case.Case):
+    def now(self, puppet):
+        return read_header(puppet, puppet.malloc(10)).time
+
+    def test_headers_and_reports_carry_the_time_of_the_last_tick(self):
+        puppet = self.puppet(CLOCK + "QUARL_SLOPOVER_EXIT=0")
+        block = puppet.malloc(10)
+        puppet.fill(block + 10, 0, 1)
+        first = self.now(puppet)
+        self.assertLessEqual(abs(first - time.time()), 2)
+        later = puppet.await_that(lambda: (now := self.now(puppet)) >= first + 2 and now, "two ticks")
+        self.assertLessEqual(abs(later - time.time()), 2)
+        puppet.check()
+        [report], rest = take_reports(puppet.out)
+        self.assertEqual((report.time, rest), (read_header(puppet, block).time, ""))
+        self.assert_ends(puppet, puppet.out)
+
+    def test_which_files_start_the_clock(self):
+        cases = [("QUARL_HEAD_TIME=2", True), ("", False), ("QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=5", False),
+                 (CLOCK + "QUARL_TIME_INTERVAL=0", True), ("QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=0", False),
+                 ("QUARL_TIMER_SIG=SIG45 " + CLOCK, True)]
+        for config, runs in cases:
+            with self.subTest(config):
+                puppet = self.puppet(config)
+                self.assertEqual(self.now(puppet) > 0, runs)
+                self.assert_ends(puppet)
+
+    def test_handler_installed_last_has_the_signal(self):
+        puppet = self.puppet(CLOCK + "QUARL_TIMER=1 QUARL_SLOPOVER_TIMER=1 QUARL_SLOPOVER_EXIT=0")
+        block = puppet.malloc(10)
+        puppet.fill(block + 10, 0, 1)
+        puppet.await_match("call trace.*call trace")  # checked at every tick, and the clock stands
+        self.assertEqual(self.now(puppet), read_header(puppet, block).time)
+        puppet.set_word(block + 10, 0xFEDABEEB)
+        self.assertEqual(puppet.finish(), 0)
+
+
+class Chain(case.Case):
+    def check_chain(self, path):
+        chain = read_chain(path)
+        self.assertEqual([snapshot.number for snapshot in chain], list(range(1, len(chain) + 1)))
+        times = [snapshot.time for snapshot in chain]
+        self.assertEqual(times, sorted(times))
+        return chain
+
+    def test_detailed_snapshots(self):
+        puppet = self.puppet(CLOCK + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1 QUARL_PROF=1 QUARL_THREAD=1")
+        path = self.log_path(puppet, "quarl_autosnap")
+        self.assertFalse(path.exists())
+        mapping = puppet.do("mmap 0 4096 3 34 -1 0")
+        blocks = [puppet.malloc(size) for size in range(1, 151)]
+        puppet.await_that(lambda: path.exists() and len(read_chain_when_whole(path)) >= 3, "three snapshots")
+        self.assert_ends(puppet)
+        chain = self.check_chain(path)
+        last = chain[-1]
+        self.assertEqual((last.name, last.pid), (self.target.process_name("puppet"), puppet.pid))
+        expected = [("malloc", ALLOCATED, size, block) for size, block in enumerate(blocks, 1)] + [("mmap", ALLOCATED, 4096, mapping)]
+        self.assertEqual([record.brief() for record in last.records], expected)
+        self.assertEqual(last.stats.counts()["malloc"], (150, 0, 150 * 151 // 2))
+        self.assertEqual(last.threads[puppet.pid].counts()["malloc"][0], 150)
+        self.assertEqual(last.maps[:8], read_log(self.log_path(puppet, "quarl")).maps[:8])
+        for one, two in zip(chain[1:-2], chain[2:-1]):  # the one at exit comes when it comes
+            self.assertEqual(two.time - one.time, 1)
+
+    def test_plain_snapshots_are_as_short_as_can_be(self):
+        for threads, length in ((0, 88 + 32768 + 216), (1, 88 + 32768 + 216 + 49600)):
+            puppet = self.puppet(CLOCK + f"QUARL_SNAP_INTERVAL=1 QUARL_PROF=1 QUARL_THREAD={threads}")
+            path = self.log_path(puppet, "quarl_autosnap")
+            puppet.await_that(lambda: path.exists() and path.stat().st_size >= 2 * length, "two snapshots")
+            self.assert_ends(puppet)
+            chain = self.check_chain(path)
+            self.assertEqual([snapshot.end - snapshot.start for snapshot in chain], [length] * len(chain))
+            self.assertEqual([snapshot.record_count for snapshot in chain], [0] * len(chain))
+
+    def test_exit_takes_the_last_snapshot(self):
+        puppet = self.puppet(CLOCK + "QUARL_SNAP_INTERVAL=100 QUARL_SNAP_DETAIL=1")
+        block = puppet.malloc(10)
+        self.assert_ends(puppet)
+        [snapshot] = self.check_chain(self.log_path(puppet, "quarl_autosnap"))
+        self.assertEqual([record.address for record in snapshot.records], [block])
+
+    def test_snapshots_while_threads_allocate(self):
+        puppet = self.puppet(CLOCK + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1 QUARL_TIMER_SIG=SIGUSR2")
+        workers = [puppet.spawn() for _ in range(4)]
+        kept = [worker.malloc(10000) for worker in workers]
+        path = self.log_path(puppet, "quarl_autosnap")
+        for worker in workers:
+            worker.send("repeat 2000 realloc 0 24")
+        for _ in range(20):
+            puppet.signal(signal.SIGUSR2)
+        for worker in workers:
+            puppet.answer(worker.number)
+        puppet.await_that(lambda: path.exists() and len(read_chain_when_whole(path)) >= 2, "two snapshots")
+        self.assert_ends(puppet)
+        for snapshot in self.check_chain(path):
+            addresses = [record.address for record in snapshot.records]
+            self.assertEqual(len(set(addresses)), len(addresses))
+            self.assertLessEqual(set(kept), set(addresses))
+
+
+def read_chain_when_whole(path):
+    """The chain, or nothing while the library is in the middle of writing."""
+    try:
+        return read_chain(path)
+    except (AssertionError, ValueError, IndexError, OSError, struct.error):
+        return []
+
+
+if __name__ == "__main__":
+    case.main()

@@ -1,0 +1,57 @@
+// Blocks made by hand in a buffer, as the hooks and the allocator would make them.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include "quarlheap/lock/hook_lock.h"
+#include "quarlheap/model/block.h"
+#include "quarlheap/model/call_trace.h"
+
+namespace quarl {
+
+inline const Flags kFullFlags(kAll | kMemHead | kHeadTid | kHeadTime | kHeadStackdepth | kSlopover, 0);
+
+struct BlockShape {
+  Flags flags = kFullFlags;
+  Operation op = kOpMalloc;
+  uint32_t size = 100;
+  int depth = 8;
+  uint32_t align_log2 = 3;
+};
+
+class MadeBlock {
+ public:
+  explicit MadeBlock(const BlockShape& shape) : memory_(new uint8_t[kRoom]) {
+    memset(memory_.get(), 0xCC, kRoom);
+    const uint32_t alignment = 1U << shape.align_log2;
+    placement = place_block(shape.flags, shape.op, shape.depth, alignment, shape.align_log2);
+    raw = round_up(reinterpret_cast<Address>(memory_.get()) + 8, alignment);
+    p = raw + placement.offset;
+    set_chunk(chunk_for(placement.raw_size(shape.size)));
+    trace.depth = shape.depth;
+    for (int i = 0; i < shape.depth; ++i) trace.words[i] = 0xABC00000U + static_cast<uint32_t>(i);
+    const ScopedLock lock;
+    fill_header(p, shape.flags, shape.size, shape.op, trace, shape.align_log2);
+    set_link(p, kSelfLink, p);
+  }
+
+  void set_chunk(uint32_t word) { header_word(raw, -1) = word; }
+  uint32_t chunk() const { return header_word(raw, -1); }
+  uint8_t* bytes() const { return reinterpret_cast<uint8_t*>(p); }
+
+  // The chunk of an allocator that keeps 4 bytes before each block and rounds to 8, at least 16.
+  static uint32_t chunk_for(uint32_t request) { return request + 4 <= 16 ? 16 : (request + 4 + 7) / 8 * 8; }
+
+  Placement placement;
+  Address raw;
+  Address p;
+  CallTrace trace;
+
+ private:
+  static constexpr size_t kRoom = 400 * 1024;
+  std::unique_ptr<uint8_t[]> memory_;
+};
+
+}  // namespace quarl

@@ -1,0 +1,22 @@
+// A library that is initialised before the checker and finished after it: it holds a block from before the hooks
+// and releases blocks after them.
+#include <malloc.h>
+
+#include "announce.h"
+
+void* companion_early;
+void* companion_late[4];
+
+__attribute__((constructor)) static void start(void) {
+  companion_early = malloc(64);
+}
+
+__attribute__((destructor)) static void finish(void) {
+  free(companion_late[0]);
+  companion_late[1] = realloc(companion_late[1], 5000);
+  free(companion_late[1]);
+  free(companion_late[2]);
+  free(companion_late[3]);
+  free(malloc(10));
+  announce("finished", companion_late[2]);
+}

@@ -1,0 +1,195 @@
+#define _GNU_SOURCE
+#include "commands.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "../announce.h"
+#include "workers.h"
+
+typedef unsigned long Word;
+
+static Word number(const char* word) {
+  return word == NULL ? 0 : strtoul(word, NULL, 0);
+}
+static void* address(const char* word) {
+  return (void*)number(word);
+}
+
+#define COMMAND(name) static Word do_##name(char** words)
+#define N(i) number(words[i])
+#define P(i) address(words[i])
+
+COMMAND(malloc) {
+  return (Word)malloc(N(1));
+}
+COMMAND(calloc) {
+  return (Word)calloc(N(1), N(2));
+}
+COMMAND(realloc) {
+  return (Word)realloc(P(1), N(2));
+}
+COMMAND(reallocarray) {
+  return (Word)reallocarray(P(1), N(2), N(3));
+}
+COMMAND(memalign) {
+  return (Word)memalign(N(1), N(2));
+}
+COMMAND(aligned_alloc) {
+  return (Word)aligned_alloc(N(1), N(2));
+}
+COMMAND(valloc) {
+  return (Word)valloc(N(1));
+}
+COMMAND(pvalloc) {
+  return (Word)pvalloc(N(1));
+}
+COMMAND(usable_size) {
+  return malloc_usable_size(P(1));
+}
+COMMAND(free) {
+  free(P(1));
+  return 0;
+}
+COMMAND(posix_memalign) {
+  void* block = NULL;
+  errno = posix_memalign(&block, N(1), N(2));
+  return (Word)block;
+}
+COMMAND(mmap) {
+  return (Word)mmap(P(1), N(2), (int)N(3), (int)N(4), (int)N(5), (off_t)N(6));
+}
+COMMAND(mmap64) {
+  return (Word)mmap64(P(1), N(2), (int)N(3), (int)N(4), (int)N(5), (off64_t)strtoull(words[6], NULL, 0));
+}
+COMMAND(munmap) {
+  return (Word)munmap(P(1), N(2));
+}
+
+COMMAND(fill) {
+  memset(P(1), (int)N(2), N(3));
+  return 0;
+}
+COMMAND(holds) {  // whether every one of N(3) bytes at P(1) is N(2)
+  const unsigned char* bytes = P(1);
+  for (Word i = 0; i < N(3); ++i)
+    if (bytes[i] != N(2)) return 0;
+  return 1;
+}
+COMMAND(word) {
+  return *(volatile uint32_t*)P(1);
+}
+COMMAND(set_word) {
+  return *(volatile uint32_t*)P(1) = (uint32_t)N(2);
+}
+COMMAND(symbol) {
+  return (Word)dlsym(RTLD_DEFAULT, words[1]);
+}
+COMMAND(call) {
+  ((void (*)(void))number(words[1]))();
+  return 0;
+}
+COMMAND(check) {
+  (void)words;
+  if (quarl_check_mem) quarl_check_mem();
+  return quarl_check_mem != NULL;
+}
+
+COMMAND(raise) {
+  return (Word)raise((int)N(1));
+}
+COMMAND(chdir) {
+  return (Word)chdir(words[1]);
+}
+COMMAND(open) {
+  return (Word)open(words[1], (int)N(2), 0666);
+}
+COMMAND(close) {
+  return (Word)close((int)N(1));
+}
+COMMAND(limit) {  // resource, soft limit
+  struct rlimit limit;
+  getrlimit((int)N(1), &limit);
+  limit.rlim_cur = N(2);
+  return (Word)setrlimit((int)N(1), &limit);
+}
+COMMAND(exit) {
+  exit((int)N(1));
+}
+COMMAND(leave) {
+  _exit((int)N(1));
+}
+COMMAND(exec) {
+  unsetenv("LD_PRELOAD");
+  if (words[1][0] == '+') setenv("LD_PRELOAD", words[1] + 1, 1);
+  return (Word)execv(words[2], words + 2);
+}
+COMMAND(spawn) {
+  (void)words;
+  return (Word)spawn_worker();
+}
+
+static const struct {
+  const char* name;
+  Word (*run)(char** words);
+} kCommands[] = {
+#define ROW(name) \
+  { #name, do_##name }
+    ROW(malloc), ROW(calloc),  ROW(realloc),     ROW(reallocarray), ROW(memalign), ROW(aligned_alloc),
+    ROW(valloc), ROW(pvalloc), ROW(usable_size), ROW(free),         ROW(mmap),     ROW(posix_memalign),
+    ROW(mmap64), ROW(munmap),  ROW(fill),        ROW(holds),        ROW(word),     ROW(set_word),
+    ROW(symbol), ROW(check),   ROW(raise),       ROW(chdir),        ROW(open),     ROW(close),
+    ROW(limit),  ROW(exit),    ROW(leave),       ROW(exec),         ROW(spawn),    ROW(call),
+};
+
+// Runs the commands in a child and answers its wait status and its process id.
+static struct Answer run_in_child(char* commands) {
+  pid_t child = fork();
+  if (child == 0) {
+    run_commands(commands);
+    exit(0);
+  }
+  int status = -1;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  return (struct Answer){(Word)status, child};
+}
+
+static struct Answer run_one(char* command) {
+  char* words[kMaxWords];
+  if (cut_words(command, words) == 0) return (struct Answer){0, 0};
+  for (unsigned i = 0; i < sizeof kCommands / sizeof kCommands[0]; ++i) {
+    if (strcmp(words[0], kCommands[i].name) != 0) continue;
+    errno = 0;
+    Word value = kCommands[i].run(words);
+    return (struct Answer){value, errno};
+  }
+  _exit(98);
+}
+
+static struct Answer run_repeatedly(Word times, const char* commands) {
+  struct Answer answer = {0, 0};
+  char copy[kMaxLine];
+  while (times-- > 0) answer = run_commands(strcpy(copy, commands));
+  return answer;
+}
+
+struct Answer run_commands(char* line) {
+  if (strncmp(line, "fork ", 5) == 0) return run_in_child(line + 5);
+  if (strncmp(line, "repeat ", 7) == 0) {
+    char* rest = NULL;
+    Word times = strtoul(line + 7, &rest, 0);
+    return run_repeatedly(times, rest + 1);
+  }
+  struct Answer answer = run_one(strsep(&line, ";"));
+  return line == NULL ? answer : run_commands(line);
+}

@@ -1,0 +1,8 @@
+// Further threads of a puppet, each with a request channel of its own; numbered from 1.
+#pragma once
+
+// Starts a worker and returns its kernel task id once it is ready, 0 when it could not be started.
+int spawn_worker(void);
+
+// Hands a command line to a worker, which answers it itself.
+void pass_to_worker(int worker, const char* line);
