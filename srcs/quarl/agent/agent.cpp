@@ -11,8 +11,8 @@
 #include "agent/listener.h"
 #include "config/item_table.h"
 #include "config/state/config_state.h"
-#include "quarlheap/raw/own_memory.h"
 #include "platform/print.h"
+#include "quarlheap/raw/own_memory.h"
 
 extern "C" {
 constinit int srv_desc = -1;

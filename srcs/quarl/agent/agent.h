@@ -6,10 +6,10 @@
 #include "quarlheap/lock/hook_lock.h"
 
 extern "C" {
-extern QUARL_EXPORT int srv_desc;  // the listening socket, -1 when there is none
+extern QUARL_EXPORT int srv_desc;         // the listening socket, -1 when there is none
 extern QUARL_EXPORT int srv_socket_desc;  // the accepted connection, -1 when there is none
-extern QUARL_EXPORT int socket_desc;  // not used by the agent, closed with it when above 0
-extern QUARL_EXPORT char* recv_buffer;  // 32 bytes, null when there is no agent
+extern QUARL_EXPORT int socket_desc;      // not used by the agent, closed with it when above 0
+extern QUARL_EXPORT char* recv_buffer;    // 32 bytes, null when there is no agent
 }
 
 namespace quarl {

@@ -14,7 +14,7 @@
 namespace quarl {
 namespace {
 
-constexpr int kDefaultDumpSignal = 10;  // SIGUSR1
+constexpr int kDefaultDumpSignal = 10;   // SIGUSR1
 constexpr int kDefaultTimerSignal = 14;  // SIGALRM
 constexpr uint32_t kDefaultBufferSize = 28000;
 

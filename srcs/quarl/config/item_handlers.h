@@ -7,7 +7,6 @@
 
 namespace quarl {
 
-
 int apply_log_filename(const char* value);
 int apply_sig(const char* value);
 int apply_prof(const char* value);
@@ -26,7 +25,9 @@ int apply_slopover_timer(const char* value);
 int apply_slopover_api(const char* value);
 int apply_slopover_user(const char* value);
 
-inline bool is_on(const char* value) { return value[0] == '1'; }
+inline bool is_on(const char* value) {
+  return value[0] == '1';
+}
 
 template <uint32_t& kWord, uint32_t kBit>
 int put_bit(const char* value) {

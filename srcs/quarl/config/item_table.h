@@ -6,9 +6,9 @@ namespace quarl {
 
 struct ItemInfo {
   const char* key;
-  bool default_on;  // applied with "1" when nothing else set it
-  bool resettable;  // takes every value that reaches it; otherwise the first one stays
-  const char* values;  // what may stand behind the "="
+  bool default_on;            // applied with "1" when nothing else set it
+  bool resettable;            // takes every value that reaches it; otherwise the first one stays
+  const char* values;         // what may stand behind the "="
   const char* default_value;  // what is in force when nothing sets it
   const char* effect;
   const char* depends;  // keys, blank-separated, that must be on (or set earlier) for it to act; "" for none
@@ -17,8 +17,7 @@ struct ItemInfo {
 // In the order in which defaults are applied.
 inline constexpr ItemInfo kItemTable[] = {
     {"QUARL_ALL", true, true, "0|1", "1", "Master switch: with 0 no other item is in force.", ""},
-    {"QUARL_OUTPUT_LOG", false, true, "0|1", "0",
-     "Write a record of every operation to the record log.", "QUARL_ALL"},
+    {"QUARL_OUTPUT_LOG", false, true, "0|1", "0", "Write a record of every operation to the record log.", "QUARL_ALL"},
     {"QUARL_LOG_FILENAME", true, false, "1|PREFIX", "1",
      "Log file names: 1 gives NAME_PID_quarlAll.log, any other text PREFIX_NAME_PID_quarlAll.log for the record log.",
      ""},

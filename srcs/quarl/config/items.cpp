@@ -36,7 +36,9 @@ void tell_error(const Line& line) {
   print(kStderr, unsupported ? "Item %s is not support\n" : "Err item %s\n", text);
 }
 
-bool wants_default(const Item& item) { return item.is_set != 1 && item.default_on != 0; }
+bool wants_default(const Item& item) {
+  return item.is_set != 1 && item.default_on != 0;
+}
 
 }  // namespace
 

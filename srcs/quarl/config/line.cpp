@@ -6,10 +6,14 @@
 namespace quarl {
 namespace {
 
-const char* skip_blanks(const char* text) { return text + strspn(text, " \t"); }
+const char* skip_blanks(const char* text) {
+  return text + strspn(text, " \t");
+}
 
 // Characters up to the first of `stops` or the end.
-size_t run_length(const char* text, const char* stops) { return strcspn(text, stops); }
+size_t run_length(const char* text, const char* stops) {
+  return strcspn(text, stops);
+}
 
 Line failed(Line line, LineError error, const char* text) {
   line.error = error;

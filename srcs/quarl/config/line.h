@@ -9,7 +9,7 @@ enum class LineError {
   kNone,
   kKeyTooLong,  // over kMaxKey characters
   kNoEquals,
-  kNoValue,  // nothing behind the "="
+  kNoValue,      // nothing behind the "="
   kValueLength,  // no character, or over kMaxValue
 };
 

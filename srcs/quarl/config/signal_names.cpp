@@ -14,11 +14,11 @@ struct SignalName {
 
 // The three that items use first; no row for 16.
 constexpr SignalName kNames[] = {
-    {"SIGUSR1", 10},   {"SIGUSR2", 12}, {"SIGALRM", 14}, {"SIGHUP", 1},   {"SIGINT", 2},   {"SIGQUIT", 3},
-    {"SIGILL", 4},     {"SIGTRAP", 5},  {"SIGABRT", 6},  {"SIGBUS", 7},   {"SIGFPE", 8},   {"SIGKILL", 9},
-    {"SIGSEGV", 11},   {"SIGPIPE", 13}, {"SIGTERM", 15}, {"SIGCHLD", 17}, {"SIGCONT", 18}, {"SIGSTOP", 19},
-    {"SIGTSTP", 20},   {"SIGTTIN", 21}, {"SIGTTOU", 22}, {"SIGURG", 23},  {"SIGXCPU", 24}, {"SIGXFSZ", 25},
-    {"SIGVTALRM", 26}, {"SIGPROF", 27}, {"SIGWINCH", 28}, {"SIGIO", 29},  {"SIGPWR", 30},  {"SIGSYS", 31},
+    {"SIGUSR1", 10},   {"SIGUSR2", 12}, {"SIGALRM", 14},  {"SIGHUP", 1},   {"SIGINT", 2},   {"SIGQUIT", 3},
+    {"SIGILL", 4},     {"SIGTRAP", 5},  {"SIGABRT", 6},   {"SIGBUS", 7},   {"SIGFPE", 8},   {"SIGKILL", 9},
+    {"SIGSEGV", 11},   {"SIGPIPE", 13}, {"SIGTERM", 15},  {"SIGCHLD", 17}, {"SIGCONT", 18}, {"SIGSTOP", 19},
+    {"SIGTSTP", 20},   {"SIGTTIN", 21}, {"SIGTTOU", 22},  {"SIGURG", 23},  {"SIGXCPU", 24}, {"SIGXFSZ", 25},
+    {"SIGVTALRM", 26}, {"SIGPROF", 27}, {"SIGWINCH", 28}, {"SIGIO", 29},   {"SIGPWR", 30},  {"SIGSYS", 31},
     {"SIGINVALID", 0},
 };
 constexpr int kFirstNumbered = 32;

@@ -17,7 +17,9 @@
 namespace quarl {
 namespace {
 
-bool printing(const Flags& flags) { return flags.in_force(kPrintProfinfo | kProf); }
+bool printing(const Flags& flags) {
+  return flags.in_force(kPrintProfinfo | kProf);
+}
 
 void refresh_main_header() REQUIRES(hook_mutex) {
   main_header.record_count = 0;

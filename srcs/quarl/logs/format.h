@@ -15,10 +15,10 @@ enum Operation : uint8_t {
   kOpCalloc = 2,   // named in reports only
   kOpFree = 3,
   kOpMemalign = 4,
-  kOpMmap = 5,    // anonymous memory
-  kOpMunmap = 6,  // anonymous memory
-  kOpChunkMap = 7,    // mapping made by the allocator itself for a large block
-  kOpChunkUnmap = 8,  // unmapping made by the allocator itself
+  kOpMmap = 5,            // anonymous memory
+  kOpMunmap = 6,          // anonymous memory
+  kOpChunkMap = 7,        // mapping made by the allocator itself for a large block
+  kOpChunkUnmap = 8,      // unmapping made by the allocator itself
   kOpReallocRelease = 9,  // release of the old block
   kOpMmapFile = 10,
   kOpMunmapFile = 11,
@@ -42,22 +42,22 @@ inline constexpr uint8_t kLittleEndian = 2;
 inline constexpr uint32_t kThreadStatsOn = 2;  // LogHeader::thread_stats when QUARL_THREAD was on
 
 struct LogHeader {
-  char magic[5];  // kLogMagic with its NUL
+  char magic[5];       // kLogMagic with its NUL
   uint8_t byte_order;  // kBigEndian or kLittleEndian
   uint8_t reserved[2];
   char proc_name[32];  // NUL-terminated, at most 15 characters
   uint32_t pid;
   uint32_t thread_slots;  // kThreadSlots
   uint32_t thread_stats;  // kThreadStatsOn or 0
-  uint32_t trace_depth;  // kMaxTrace
-  uint32_t maps_offset;  // these four from the start of the file
+  uint32_t trace_depth;   // kMaxTrace
+  uint32_t maps_offset;   // these four from the start of the file
   uint32_t stats_offset;
   uint32_t threads_offset;
   uint32_t records_offset;
-  uint32_t record_count;  // 0 where not counted
+  uint32_t record_count;     // 0 where not counted
   uint32_t snapshot_number;  // 1 but in the automatic-snapshot log
-  uint32_t time;  // seconds since the epoch of the last write, 0 before
-  uint32_t next_snapshot;  // offset of the next snapshot's header, 0 for the last
+  uint32_t time;             // seconds since the epoch of the last write, 0 before
+  uint32_t next_snapshot;    // offset of the next snapshot's header, 0 for the last
 };
 static_assert(sizeof(LogHeader) == 88);
 static_assert(offsetof(LogHeader, byte_order) == 5);
@@ -77,15 +77,15 @@ static_assert(offsetof(LogHeader, time) == 80);
 static_assert(offsetof(LogHeader, next_snapshot) == 84);
 
 struct OpRecord {
-  uint32_t tid;  // kernel task id, 0 when not recorded
-  uint32_t time;  // checker clock in seconds, 0 when not recorded
-  uint32_t seq_num;  // 0 when not recorded
-  uint8_t operation;  // Operation
-  uint8_t result;  // RecordKind
-  uint8_t stack_depth;  // valid words of trace, [0, 64]
-  uint8_t from_file;  // 1 in the record of a file mapping
-  uint32_t size;  // bytes requested
-  uint32_t start_addr;  // 0 for a failed allocation or mmap
+  uint32_t tid;               // kernel task id, 0 when not recorded
+  uint32_t time;              // checker clock in seconds, 0 when not recorded
+  uint32_t seq_num;           // 0 when not recorded
+  uint8_t operation;          // Operation
+  uint8_t result;             // RecordKind
+  uint8_t stack_depth;        // valid words of trace, [0, 64]
+  uint8_t from_file;          // 1 in the record of a file mapping
+  uint32_t size;              // bytes requested
+  uint32_t start_addr;        // 0 for a failed allocation or mmap
   uint32_t trace[kMaxTrace];  // return addresses, innermost first; undefined from stack_depth on
 };
 static_assert(sizeof(OpRecord) == 280);
@@ -104,12 +104,12 @@ inline constexpr size_t kRecordHeadSize = offsetof(OpRecord, trace);
 struct ProfInfo {
   uint32_t calls[kOpCount];
   uint32_t failed[kOpCount];
-  uint32_t unfree_size;  // bytes held through the heap and anonymous mappings
+  uint32_t unfree_size;       // bytes held through the heap and anonymous mappings
   uint32_t unfree_file_size;  // bytes mapped from files
   uint32_t unfree_peak;
   uint32_t unfree_file_peak;
   uint64_t totals[kOpCount];  // bytes
-  uint32_t trace_mmap;  // copy of QR_TRACE_MMAP
+  uint32_t trace_mmap;        // copy of QR_TRACE_MMAP
   uint32_t reserved;
 };
 static_assert(sizeof(ProfInfo) == 216);
@@ -128,7 +128,7 @@ struct ThreadProf {
   uint32_t calls[kOpCount];
   uint32_t failed[kOpCount];
   uint32_t in_place;  // reallocs whose raw block did not move
-  uint32_t shrink;  // reallocs to a smaller size
+  uint32_t shrink;    // reallocs to a smaller size
   uint32_t unfree_size;
   uint32_t unfree_file_size;
   uint32_t unfree_peak;

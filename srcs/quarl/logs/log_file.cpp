@@ -64,9 +64,13 @@ bool LogFile::exists(const char* name) {
   return found;
 }
 
-bool LogFile::reopen(const char* name) { return open(path_of(name), O_WRONLY); }
+bool LogFile::reopen(const char* name) {
+  return open(path_of(name), O_WRONLY);
+}
 
-bool LogFile::open_read_only(const char* path) { return open(path, O_RDONLY); }
+bool LogFile::open_read_only(const char* path) {
+  return open(path, O_RDONLY);
+}
 
 void LogFile::close() {
   if (is_open()) sys::close(fd_);
@@ -87,11 +91,21 @@ bool LogFile::is_open() {
   return false;
 }
 
-int64_t LogFile::seek(int64_t offset) { return sys::seek(fd_, offset, SEEK_SET); }
-int64_t LogFile::seek_end() { return sys::seek(fd_, 0, SEEK_END); }
-bool LogFile::truncate(int64_t size) { return sys::truncate(fd_, size) == 0; }
-bool LogFile::write(const void* data, size_t size) { return sys::write_all(fd_, data, size); }
-long LogFile::read(void* data, size_t size) { return sys::read(fd_, data, size); }
+int64_t LogFile::seek(int64_t offset) {
+  return sys::seek(fd_, offset, SEEK_SET);
+}
+int64_t LogFile::seek_end() {
+  return sys::seek(fd_, 0, SEEK_END);
+}
+bool LogFile::truncate(int64_t size) {
+  return sys::truncate(fd_, size) == 0;
+}
+bool LogFile::write(const void* data, size_t size) {
+  return sys::write_all(fd_, data, size);
+}
+long LogFile::read(void* data, size_t size) {
+  return sys::read(fd_, data, size);
+}
 
 bool LogFile::write_zeros(size_t size) {
   static constexpr char kZeros[1024] = {};

@@ -75,7 +75,9 @@ void open_one(LogFile& file, const char* name) REQUIRES(hook_mutex) {
 
 }  // namespace
 
-bool snapshot_log_in_use(const Flags& flags) { return !flags.record_log() && flags.header(); }
+bool snapshot_log_in_use(const Flags& flags) {
+  return !flags.record_log() && flags.header();
+}
 
 void open_maps_file() {
   TextBuffer<256> path;

@@ -16,7 +16,9 @@ extern LogFile maps_file GUARDED_BY(hook_mutex);  // /proc/PID/maps, open for th
 extern LogHeader main_header GUARDED_BY(hook_mutex);  // of the record log and the snapshot log
 extern LogHeader autosnap_header GUARDED_BY(hook_mutex);
 
-inline uint32_t maps_section_size() { return static_cast<uint32_t>(maps_size_kb) * 1024; }
+inline uint32_t maps_section_size() {
+  return static_cast<uint32_t>(maps_size_kb) * 1024;
+}
 
 // Opens /proc/PID/maps of this process.
 void open_maps_file() REQUIRES(hook_mutex);

@@ -14,9 +14,13 @@ namespace {
 
 constexpr uint32_t kFirstCapacity = 512;
 
-TraceInfoEntry* removed_mark() { return reinterpret_cast<TraceInfoEntry*>(1); }
+TraceInfoEntry* removed_mark() {
+  return reinterpret_cast<TraceInfoEntry*>(1);
+}
 
-uint32_t end_of(const TraceInfoEntry* entry) { return entry->record.start_addr + entry->record.size; }
+uint32_t end_of(const TraceInfoEntry* entry) {
+  return entry->record.start_addr + entry->record.size;
+}
 
 // True when munmap(address, length) ends this mapping.
 bool ends(const TraceInfoEntry* entry, uint32_t address, uint32_t length) {
@@ -38,7 +42,9 @@ MappingIndex::Slot* MappingIndex::home(uint32_t end) const {
   return slots_ + ((end >> 12) * 2654435761U >> 7 & (capacity_ - 1));
 }
 
-MappingIndex::Slot* MappingIndex::step(Slot* slot) const { return slot + 1 == slots_ + capacity_ ? slots_ : slot + 1; }
+MappingIndex::Slot* MappingIndex::step(Slot* slot) const {
+  return slot + 1 == slots_ + capacity_ ? slots_ : slot + 1;
+}
 
 void MappingIndex::insert(TraceInfoEntry* entry, uint32_t age) {
   Slot* slot = home(end_of(entry));

@@ -34,7 +34,7 @@ class MappingIndex {
 
   Slot* slots_ = nullptr;
   uint32_t capacity_ = 0;  // a power of two
-  uint32_t filled_ = 0;  // slots that are not null
+  uint32_t filled_ = 0;    // slots that are not null
   uint32_t next_age_ = 0;
   bool complete_ = true;  // false once an entry could not be added: the list is walked instead
 };

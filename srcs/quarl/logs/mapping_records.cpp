@@ -6,8 +6,8 @@
 
 #include "config/state/config_state.h"
 #include "logs/mapping_index.h"
-#include "quarlheap/raw/own_memory.h"
 #include "platform/print.h"
+#include "quarlheap/raw/own_memory.h"
 
 using quarl::RecordPage;
 using quarl::TraceInfoEntry;
@@ -42,7 +42,9 @@ void unlink_from(Node** head, Node** tail, Node* node) {
   (node->next != nullptr ? node->next->prev : *tail) = node->prev;
 }
 
-size_t page_bytes() { return static_cast<size_t>(QR_PAGE_NUM) * static_cast<size_t>(QR_PAGE_SIZE); }
+size_t page_bytes() {
+  return static_cast<size_t>(QR_PAGE_NUM) * static_cast<size_t>(QR_PAGE_SIZE);
+}
 
 // The first page on the list that lies below the entry and holds it.
 RecordPage* page_of(const TraceInfoEntry* entry) {
@@ -102,9 +104,13 @@ void release_mapping_entry(TraceInfoEntry* entry) {
   if (page != nullptr && --page->used == 0) remove_page(page);
 }
 
-void index_mapping(TraceInfoEntry* entry) { mapping_index.add(entry); }
+void index_mapping(TraceInfoEntry* entry) {
+  mapping_index.add(entry);
+}
 
-TraceInfoEntry* find_mapping(uint32_t address, uint32_t length) { return mapping_index.find(address, length); }
+TraceInfoEntry* find_mapping(uint32_t address, uint32_t length) {
+  return mapping_index.find(address, length);
+}
 
 void release_all_record_pages() {
   while (qr_mmap_block_head != nullptr) {

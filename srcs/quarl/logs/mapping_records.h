@@ -39,8 +39,8 @@ extern QUARL_EXPORT quarl::TraceInfoEntry* unuse_head;
 extern QUARL_EXPORT quarl::TraceInfoEntry* unuse_tail;
 extern QUARL_EXPORT quarl::RecordPage* qr_mmap_block_head;
 extern QUARL_EXPORT quarl::RecordPage* qr_mmap_block_tail;
-extern QUARL_EXPORT int QR_PAGE_SIZE;  // bytes, set at start-up
-extern QUARL_EXPORT int QR_PAGE_NUM;  // memory pages in one record page
+extern QUARL_EXPORT int QR_PAGE_SIZE;      // bytes, set at start-up
+extern QUARL_EXPORT int QR_PAGE_NUM;       // memory pages in one record page
 extern QUARL_EXPORT int QR_TRACEINFO_NUM;  // entries in one record page, set at start-up
 }
 

@@ -3,8 +3,8 @@
 #include <errno.h>
 
 #include "logs/log_files.h"
-#include "quarlheap/raw/own_memory.h"
 #include "platform/print.h"
+#include "quarlheap/raw/own_memory.h"
 
 namespace quarl {
 

@@ -19,7 +19,7 @@ struct RecordBuffer {
   OpRecord* take_slot() { return &records[count++]; }
 };
 
-extern RecordBuffer primary_buffer GUARDED_BY(hook_mutex);  // of the hooks and fault reports
+extern RecordBuffer primary_buffer GUARDED_BY(hook_mutex);   // of the hooks and fault reports
 extern RecordBuffer autosnap_buffer GUARDED_BY(hook_mutex);  // used while an automatic snapshot is written
 
 // Write the primary buffer out, at the end of the record log or at the present position of the snapshot log, and empty

@@ -3,9 +3,9 @@
 #include <string.h>
 #include <sys/prctl.h>
 
-#include "quarlheap/raw/own_memory.h"
 #include "platform/print.h"
 #include "platform/thread_cache.h"
+#include "quarlheap/raw/own_memory.h"
 
 namespace quarl {
 
@@ -76,8 +76,12 @@ void update(const Counters& counters, Update change) {
 
 }  // namespace
 
-bool make_prof_info() { return make_block(&prof_info, sizeof(ProfInfo)); }
-bool make_thread_table() { return make_block(&thread_table, kThreadTableSize); }
+bool make_prof_info() {
+  return make_block(&prof_info, sizeof(ProfInfo));
+}
+bool make_thread_table() {
+  return make_block(&thread_table, kThreadTableSize);
+}
 
 Counters counters_for(const Flags& flags) {
   if (!flags.prof() || prof_info == nullptr) return {};

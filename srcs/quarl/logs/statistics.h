@@ -23,9 +23,9 @@ struct Counters {
   ThreadProf* thread = nullptr;
 
   void called(Operation op) const REQUIRES(hook_mutex);
-  void failed(Operation op) const REQUIRES(hook_mutex);  // also a call
+  void failed(Operation op) const REQUIRES(hook_mutex);                    // also a call
   void allocated(Operation op, uint32_t size) const REQUIRES(hook_mutex);  // also a call
-  void released(Operation op, uint32_t size) const REQUIRES(hook_mutex);  // also a call
+  void released(Operation op, uint32_t size) const REQUIRES(hook_mutex);   // also a call
   void undo_release(Operation op, uint32_t size) const REQUIRES(hook_mutex);
   void file_mapped(uint32_t size) const REQUIRES(hook_mutex);
   void file_unmapped(uint32_t size) const REQUIRES(hook_mutex);

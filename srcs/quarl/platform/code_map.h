@@ -8,7 +8,7 @@ namespace quarl {
 enum class CodeKind : uint8_t {
   kNone,
   kStartup,  // mapped when the checker started: the program and what it needs, never unmapped, safe to read
-  kLate,  // loaded afterwards: known as code, never read, since it may be unloaded at any moment
+  kLate,     // loaded afterwards: known as code, never read, since it may be unloaded at any moment
 };
 
 // Called once by the constructor. Without /proc/self/maps every address counts as late code.

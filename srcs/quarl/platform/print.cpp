@@ -137,7 +137,9 @@ void write_without_sigpipe(int fd, const char* data, size_t size) {
 
 constinit MessageWriter message_writer = write_without_sigpipe;
 
-void write_message(int fd, const Text& text) { message_writer(fd, text.data(), text.size()); }
+void write_message(int fd, const Text& text) {
+  message_writer(fd, text.data(), text.size());
+}
 
 void print(int fd, const char* pattern, ...) {
   TextBuffer<640> text;
@@ -148,6 +150,8 @@ void print(int fd, const char* pattern, ...) {
   write_message(fd, text);
 }
 
-void print_write_failure() { print(kStdout, "write log file failed,and error is %s\n", error_text(errno)); }
+void print_write_failure() {
+  print(kStdout, "write log file failed,and error is %s\n", error_text(errno));
+}
 
 }  // namespace quarl

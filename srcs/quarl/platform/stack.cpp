@@ -10,7 +10,7 @@
 namespace quarl {
 namespace {
 
-constexpr uintptr_t kPage = 4096;  // the smallest page of every target
+constexpr uintptr_t kPage = 4096;      // the smallest page of every target
 constexpr uintptr_t kFrameReach = 64;  // bytes below a frame pointer that its own frame surely covers
 constexpr uintptr_t kDefaultMainStack = 8U << 20;
 constexpr uintptr_t kMaxMainStack = 64U << 20;

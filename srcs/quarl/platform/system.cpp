@@ -12,11 +12,17 @@ int open(const char* path, int flags, int mode) {
   return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags | O_LARGEFILE | O_CLOEXEC, mode));
 }
 
-int close(int fd) { return static_cast<int>(syscall(SYS_close, fd)); }
+int close(int fd) {
+  return static_cast<int>(syscall(SYS_close, fd));
+}
 
-long read(int fd, void* data, size_t size) { return syscall(SYS_read, fd, data, size); }
+long read(int fd, void* data, size_t size) {
+  return syscall(SYS_read, fd, data, size);
+}
 
-long write(int fd, const void* data, size_t size) { return syscall(SYS_write, fd, data, size); }
+long write(int fd, const void* data, size_t size) {
+  return syscall(SYS_write, fd, data, size);
+}
 
 int64_t seek(int fd, int64_t offset, int whence) {
   int64_t result = 0;
@@ -25,15 +31,25 @@ int64_t seek(int fd, int64_t offset, int whence) {
   return failed != 0 ? -1 : result;
 }
 
-int truncate(int fd, int64_t size) { return ftruncate64(fd, size); }
+int truncate(int fd, int64_t size) {
+  return ftruncate64(fd, size);
+}
 
-int duplicate_above(int fd, int lowest) { return static_cast<int>(syscall(SYS_fcntl64, fd, F_DUPFD_CLOEXEC, lowest)); }
+int duplicate_above(int fd, int lowest) {
+  return static_cast<int>(syscall(SYS_fcntl64, fd, F_DUPFD_CLOEXEC, lowest));
+}
 
-bool readable(const char* path) { return syscall(SYS_access, path, R_OK) == 0; }
+bool readable(const char* path) {
+  return syscall(SYS_access, path, R_OK) == 0;
+}
 
-bool stat_fd(int fd, struct stat64* out) { return fstat64(fd, out) == 0; }
+bool stat_fd(int fd, struct stat64* out) {
+  return fstat64(fd, out) == 0;
+}
 
-long current_directory(char* out, size_t size) { return syscall(SYS_getcwd, out, size); }
+long current_directory(char* out, size_t size) {
+  return syscall(SYS_getcwd, out, size);
+}
 
 bool write_all(int fd, const void* data, size_t size) {
   const char* next = static_cast<const char*>(data);
@@ -61,6 +77,8 @@ void futex_wake(const uint32_t* word, int count) {
 namespace quarl {
 
 KeepErrno::KeepErrno() : saved_(errno) {}
-KeepErrno::~KeepErrno() { errno = saved_; }
+KeepErrno::~KeepErrno() {
+  errno = saved_;
+}
 
 }  // namespace quarl

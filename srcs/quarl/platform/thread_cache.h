@@ -14,8 +14,8 @@ struct ThreadCache {
   // Above 0 while the thread is inside a hook or the checker's own work: the public entries then go straight to the
   // raw ones. First, because the entries written in assembly read it.
   int32_t hook_depth;
-  int32_t tid;  // 0: not asked yet
-  ThreadProf* prof;  // the thread's statistics entry, null: not looked up yet
+  int32_t tid;          // 0: not asked yet
+  ThreadProf* prof;     // the thread's statistics entry, null: not looked up yet
   uintptr_t stack_low;  // the stack that the thread was created with, [low, high); 0, 0: not known yet
   uintptr_t stack_high;
 };
@@ -26,7 +26,9 @@ extern "C" __attribute__((visibility("hidden"))) constinit thread_local quarl::T
 
 namespace quarl {
 
-inline ThreadCache& thread_cache() { return quarl_thread_cache; }
+inline ThreadCache& thread_cache() {
+  return quarl_thread_cache;
+}
 
 // Kernel task id of the calling thread: one system call per thread.
 inline int current_tid() {
@@ -45,7 +47,9 @@ class InsideChecker {
 };
 
 // For a thread that leaves the checker without returning through it, or that exists anew in a forked child.
-inline void leave_checker_for_good() { thread_cache().hook_depth = 0; }
+inline void leave_checker_for_good() {
+  thread_cache().hook_depth = 0;
+}
 inline void forget_thread_identity() {
   thread_cache().tid = 0;
   thread_cache().prof = nullptr;

@@ -5,11 +5,15 @@
 namespace quarl {
 namespace {
 
-const Elf32_Ehdr& header_of(const uint8_t* data) { return *reinterpret_cast<const Elf32_Ehdr*>(data); }
+const Elf32_Ehdr& header_of(const uint8_t* data) {
+  return *reinterpret_cast<const Elf32_Ehdr*>(data);
+}
 
 constexpr unsigned char kHostOrder = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? ELFDATA2LSB : ELFDATA2MSB;
 
-bool word_aligned(size_t offset) { return offset % alignof(uint32_t) == 0; }
+bool word_aligned(size_t offset) {
+  return offset % alignof(uint32_t) == 0;
+}
 
 }  // namespace
 

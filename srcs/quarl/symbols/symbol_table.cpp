@@ -6,9 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "quarlheap/raw/own_memory.h"
 #include "platform/print.h"
 #include "platform/system.h"
+#include "quarlheap/raw/own_memory.h"
 #include "symbols/elf_image.h"
 
 extern "C" {
@@ -132,7 +132,9 @@ uint32_t look_up_symbol(const char* name, int* type, uint32_t* size) {
   return source == Source::kElf ? look_up_elf(name, type, size) : look_up_application(name, type, size);
 }
 
-bool symbols_are_link_time() { return source == Source::kElf; }
+bool symbols_are_link_time() {
+  return source == Source::kElf;
+}
 
 int unload_symbols() {
   const InsideChecker inside;

@@ -51,12 +51,20 @@ enum SlopBit : uint32_t {
 extern uint32_t cfg_flags;
 extern uint32_t slop_flags;
 
-inline uint32_t load_flags(const uint32_t& word) { return __atomic_load_n(&word, __ATOMIC_RELAXED); }
+inline uint32_t load_flags(const uint32_t& word) {
+  return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
 
 // Signal handlers set the reload request at any instant, so bits change by atomic operations only.
-inline void set_flag(uint32_t& word, uint32_t bit) { __atomic_fetch_or(&word, bit, __ATOMIC_SEQ_CST); }
-inline void clear_flag(uint32_t& word, uint32_t bit) { __atomic_fetch_and(&word, ~bit, __ATOMIC_SEQ_CST); }
-inline void put_flag(uint32_t& word, uint32_t bit, bool on) { on ? set_flag(word, bit) : clear_flag(word, bit); }
+inline void set_flag(uint32_t& word, uint32_t bit) {
+  __atomic_fetch_or(&word, bit, __ATOMIC_SEQ_CST);
+}
+inline void clear_flag(uint32_t& word, uint32_t bit) {
+  __atomic_fetch_and(&word, ~bit, __ATOMIC_SEQ_CST);
+}
+inline void put_flag(uint32_t& word, uint32_t bit, bool on) {
+  on ? set_flag(word, bit) : clear_flag(word, bit);
+}
 
 // The flags as one call works with them: read once, so that a reload on another thread cannot change the layout of a
 // block halfway through its making.
@@ -90,18 +98,18 @@ class Flags {
 inline constexpr int kDefaultDepth = 8;
 inline constexpr int kNameSize = 256;
 
-extern int16_t stack_depth;  // return addresses in a header, [2, 64]
-extern int maps_size_kb;  // KiB of the maps section
+extern int16_t stack_depth;      // return addresses in a header, [2, 64]
+extern int maps_size_kb;         // KiB of the maps section
 extern uint32_t trace_buf_size;  // bytes of a record buffer, a multiple of 280
 
 extern int snap_detail;
-extern int snap_interval;  // seconds, 0 = none
+extern int snap_interval;        // seconds, 0 = none
 extern uint32_t next_snap_time;  // seconds of the checker clock
 extern int snap_count;
 
 extern int timer_clock_on;  // 1: the interval timer is wanted or running
 extern int timer_interval;  // seconds
-extern int clock_sec;  // the checker clock: time of day at the last tick, 0 while it never ran
+extern int clock_sec;       // the checker clock: time of day at the last tick, 0 while it never ran
 extern int clock_usec;
 extern timer_t timer_id;
 extern int random_seeded;
@@ -118,7 +126,9 @@ extern bool forked_child;  // the process began as a fork of a checked one
 extern int hooks_installed;
 
 // The request for a reload, as the signal dump makes it.
-inline void request_reload() { set_flag(cfg_flags, kReloadRequest); }
+inline void request_reload() {
+  set_flag(cfg_flags, kReloadRequest);
+}
 
 }  // namespace quarl
 

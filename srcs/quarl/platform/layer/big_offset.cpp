@@ -12,8 +12,12 @@ constinit thread_local Kept kept{};
 
 }  // namespace
 
-BigOffset::BigOffset(int fd, uint64_t offset) { kept = {true, fd, offset}; }
-BigOffset::~BigOffset() { kept.in_use = false; }
+BigOffset::BigOffset(int fd, uint64_t offset) {
+  kept = {true, fd, offset};
+}
+BigOffset::~BigOffset() {
+  kept.in_use = false;
+}
 
 uint64_t full_offset(int fd, long offset) {
   const auto low = static_cast<uint32_t>(offset);

@@ -41,7 +41,9 @@ bool cleared_by_kernel(void* block) {
   return quarl::layer::is_mapped(raw != nullptr ? raw : block);
 }
 
-bool power_of_two(size_t n) { return n != 0 && (n & (n - 1)) == 0; }
+bool power_of_two(size_t n) {
+  return n != 0 && (n & (n - 1)) == 0;
+}
 
 }  // namespace
 
@@ -86,7 +88,9 @@ QUARL_EXPORT int posix_memalign(void** out, size_t alignment, size_t size) {
   return 0;
 }
 
-QUARL_EXPORT void* valloc(size_t size) { return hooked_memalign(static_cast<size_t>(getpagesize()), size); }
+QUARL_EXPORT void* valloc(size_t size) {
+  return hooked_memalign(static_cast<size_t>(getpagesize()), size);
+}
 
 QUARL_EXPORT void* pvalloc(size_t size) {
   const auto page = static_cast<size_t>(getpagesize());

@@ -13,7 +13,9 @@ Hook active(Hook hook) {
   return inside_checker() ? nullptr : hook;
 }
 
-const void* caller() { return nullptr; }  // the hooks do not use it
+const void* caller() {
+  return nullptr;
+}  // the hooks do not use it
 
 }  // namespace
 

@@ -17,9 +17,13 @@ void release_headed(void* user, const HeadedBlock& block) {
 
 }  // namespace
 
-void set_headed_block_finder(HeadedBlock (*find)(void* user)) { finder = find; }
+void set_headed_block_finder(HeadedBlock (*find)(void* user)) {
+  finder = find;
+}
 
-HeadedBlock layer::find_headed(void* user) { return finder != nullptr ? finder(user) : HeadedBlock{nullptr, 0}; }
+HeadedBlock layer::find_headed(void* user) {
+  return finder != nullptr ? finder(user) : HeadedBlock{nullptr, 0};
+}
 
 }  // namespace quarl
 

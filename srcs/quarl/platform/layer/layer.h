@@ -31,11 +31,17 @@ namespace quarl::layer {
 inline constexpr size_t kMappedChunk = 128 * 1024;
 inline constexpr size_t kLargestRequest = 0x7FFF0000;
 
-inline bool inside_checker() { return thread_cache().hook_depth != 0; }
+inline bool inside_checker() {
+  return thread_cache().hook_depth != 0;
+}
 
 // The 32-bit word before a raw block.
-inline uint32_t& chunk_word(void* raw) { return static_cast<uint32_t*>(raw)[-1]; }
-inline bool is_mapped(void* raw) { return (chunk_word(raw) & 2) != 0; }
+inline uint32_t& chunk_word(void* raw) {
+  return static_cast<uint32_t*>(raw)[-1];
+}
+inline bool is_mapped(void* raw) {
+  return (chunk_word(raw) & 2) != 0;
+}
 
 // A chunk of its own mapping, made and unmade through the public mapping entries so that their hooks count it.
 bool wants_mapping(size_t request);

@@ -15,7 +15,9 @@ namespace {
 constexpr size_t kHeader = 8;
 
 // The chunk that an ordinary allocator of 8-byte chunks would make.
-size_t chunk_size(size_t request) { return (request + 11) & ~size_t{7}; }
+size_t chunk_size(size_t request) {
+  return (request + 11) & ~size_t{7};
+}
 
 size_t mapping_size(size_t request) {
   const auto page = static_cast<size_t>(getpagesize());
@@ -37,9 +39,13 @@ class VisibleMapping {
 
 }  // namespace
 
-bool wants_mapping(size_t request) { return chunk_size(request) >= kMappedChunk; }
+bool wants_mapping(size_t request) {
+  return chunk_size(request) >= kMappedChunk;
+}
 
-bool fits_mapping(void* raw, size_t request) { return mapping_size(request) == (chunk_word(raw) & ~7U); }
+bool fits_mapping(void* raw, size_t request) {
+  return mapping_size(request) == (chunk_word(raw) & ~7U);
+}
 
 void* map_chunk(size_t request) {
   if (request > kLargestRequest) {

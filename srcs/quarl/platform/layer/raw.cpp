@@ -42,7 +42,9 @@ void* resize_by_copy(void* raw, size_t size) {
 
 extern "C" {
 
-void* ext_malloc(size_t size) { return wants_mapping(size) ? map_chunk(size) : __libc_malloc(size); }
+void* ext_malloc(size_t size) {
+  return wants_mapping(size) ? map_chunk(size) : __libc_malloc(size);
+}
 
 void ext_free(void* ptr) {
   if (ptr == nullptr) return;
@@ -81,10 +83,16 @@ void* ext_mmap(void* addr, size_t length, int prot, int flags, int fd, long offs
       syscall(SYS_mmap2, addr, length, prot, flags, fd, static_cast<unsigned long>(bytes / kUnit)));
 }
 
-int ext_munmap(void* addr, size_t length) { return static_cast<int>(syscall(SYS_munmap, addr, length)); }
+int ext_munmap(void* addr, size_t length) {
+  return static_cast<int>(syscall(SYS_munmap, addr, length));
+}
 
-int pthread_self_pid(void) { return static_cast<int>(syscall(SYS_gettid)); }
+int pthread_self_pid(void) {
+  return static_cast<int>(syscall(SYS_gettid));
+}
 
 }  // extern "C"
 
-void quarl::prepare_raw_entries() { switch_off_own_mappings(); }
+void quarl::prepare_raw_entries() {
+  switch_off_own_mappings();
+}

@@ -11,8 +11,12 @@ void prepare_raw_entries() {}
 // The hooks stay with the library to the end; blocks never reach it without them.
 void set_headed_block_finder(HeadedBlock (*)(void*)) {}
 
-void end_thread() { pthread_exit(nullptr); }
+void end_thread() {
+  pthread_exit(nullptr);
+}
 
-const char* error_text(int error) { return strerror(error); }
+const char* error_text(int error) {
+  return strerror(error);
+}
 
 }  // namespace quarl

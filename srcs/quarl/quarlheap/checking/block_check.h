@@ -8,9 +8,9 @@ namespace quarl {
 enum FaultCode : int {
   QR_FAULT_NONE = 0,
   QR_FAULT_DOUBLE_FREE = 1,  // the block was released before
-  QR_FAULT_HEAD = 2,  // a write below the block
-  QR_FAULT_TAIL = 3,  // a write past the user's bytes
-  QR_FAULT_INVALID = 4,  // for reports only
+  QR_FAULT_HEAD = 2,         // a write below the block
+  QR_FAULT_TAIL = 3,         // a write past the user's bytes
+  QR_FAULT_INVALID = 4,      // for reports only
 };
 
 // Reads only. 0, 1, 2 or 3.

@@ -29,7 +29,6 @@ void handle_check_signal(int number) {
   if (wanted(number)) hook_mutex.request(kPendingCheck);
 }
 
-
 }  // namespace quarl
 
 extern "C" QUARL_EXPORT void quarl_check_mem(void) {

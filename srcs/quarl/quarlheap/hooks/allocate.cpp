@@ -23,7 +23,9 @@ uint32_t adjusted_alignment(uint32_t wanted) {
   return alignment;
 }
 
-uint32_t log2_of(uint32_t power_of_two) { return static_cast<uint32_t>(__builtin_ctz(power_of_two)); }
+uint32_t log2_of(uint32_t power_of_two) {
+  return static_cast<uint32_t>(__builtin_ctz(power_of_two));
+}
 
 // Without headers the caller's alignment stays as it is; 0 when it is beyond any power of two.
 uint32_t served_alignment(const Flags& flags, uint32_t wanted) {

@@ -7,9 +7,9 @@
 
 extern "C" {
 // Set by the application, a debugger or the quarl tool; no configuration item writes them.
-extern QUARL_EXPORT unsigned heap_limit;  // the most bytes that the application may hold, initially 0xFFFFFFFF
+extern QUARL_EXPORT unsigned heap_limit;   // the most bytes that the application may hold, initially 0xFFFFFFFF
 extern QUARL_EXPORT unsigned stack_limit;  // compared with stack_use plus a request, initially 0xFFFFFFFF
-extern QUARL_EXPORT unsigned stack_use;  // initially 0
+extern QUARL_EXPORT unsigned stack_use;    // initially 0
 }
 
 namespace quarl {

@@ -11,7 +11,9 @@
 namespace quarl {
 namespace {
 
-bool is_file_mapping(int flags, int fd) { return (flags & MAP_ANONYMOUS) == 0 && fd != -1; }
+bool is_file_mapping(int flags, int fd) {
+  return (flags & MAP_ANONYMOUS) == 0 && fd != -1;
+}
 
 // A record of a mapping operation that names no live mapping.
 void record_mapping_event(const Flags& flags, Operation op, RecordKind kind, uint32_t size, uint32_t address,

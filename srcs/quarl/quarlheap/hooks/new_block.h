@@ -15,7 +15,9 @@ struct NewBlock {
 };
 
 // True when offset and size together pass 2^32.
-inline bool size_wraps(const Placement& place, uint32_t size) { return place.raw_size(size) < size; }
+inline bool size_wraps(const Placement& place, uint32_t size) {
+  return place.raw_size(size) < size;
+}
 
 // Counts the allocation, builds the header, links the block and records it, as far as the items in force want it.
 // Returns the user pointer in the raw block.

@@ -7,8 +7,8 @@
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/limits.h"
 #include "quarlheap/hooks/new_block.h"
-#include "quarlheap/raw/raw_calls.h"
 #include "quarlheap/model/used_list.h"
+#include "quarlheap/raw/raw_calls.h"
 
 namespace quarl {
 namespace {

@@ -55,6 +55,8 @@ void after_fork_in_child() NO_THREAD_SAFETY_ANALYSIS {
 
 }  // namespace
 
-void register_fork_handlers() { pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child); }
+void register_fork_handlers() {
+  pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+}
 
 }  // namespace quarl

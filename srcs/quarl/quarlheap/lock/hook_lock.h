@@ -14,9 +14,9 @@ namespace quarl {
 
 // Work that signal handlers ask for.
 enum PendingWork : uint32_t {
-  kPendingTick = 1,  // the interval timer
+  kPendingTick = 1,   // the interval timer
   kPendingCheck = 2,  // heap check
-  kPendingDump = 4,  // write the logs
+  kPendingDump = 4,   // write the logs
 };
 
 class CAPABILITY("mutex") HookLock {

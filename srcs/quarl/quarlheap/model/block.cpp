@@ -11,10 +11,14 @@ constinit uint32_t last_seq_num = 0;
 
 namespace {
 
-bool op_has_trace_info(Operation op) { return op == kOpRealloc || op == kOpMemalign; }
+bool op_has_trace_info(Operation op) {
+  return op == kOpRealloc || op == kOpMemalign;
+}
 
 // Bytes, not a word: nothing says that the end of the user's bytes is aligned.
-void write_guard(Address at) { memcpy(reinterpret_cast<void*>(at), kTailGuard, sizeof kTailGuard); }
+void write_guard(Address at) {
+  memcpy(reinterpret_cast<void*>(at), kTailGuard, sizeof kTailGuard);
+}
 
 }  // namespace
 

@@ -42,23 +42,47 @@ enum HeaderFlag : uint32_t {
   kHasTime = 1,  // in prev_link
 };
 
-inline uint32_t& header_word(Address p, int word) { return reinterpret_cast<uint32_t*>(p)[word]; }
-inline bool has_flag(Address p, HeaderWord word, HeaderFlag flag) { return (header_word(p, word) & flag) != 0; }
-inline void set_flag(Address p, HeaderWord word, HeaderFlag flag) { header_word(p, word) |= flag; }
-inline Address link_of(Address p, HeaderWord word) { return header_word(p, word) & ~kLinkFlags; }
+inline uint32_t& header_word(Address p, int word) {
+  return reinterpret_cast<uint32_t*>(p)[word];
+}
+inline bool has_flag(Address p, HeaderWord word, HeaderFlag flag) {
+  return (header_word(p, word) & flag) != 0;
+}
+inline void set_flag(Address p, HeaderWord word, HeaderFlag flag) {
+  header_word(p, word) |= flag;
+}
+inline Address link_of(Address p, HeaderWord word) {
+  return header_word(p, word) & ~kLinkFlags;
+}
 inline void set_link(Address p, HeaderWord word, Address target) {
   uint32_t& link = header_word(p, word);
   link = (link & kLinkFlags) | target;
 }
 
-inline bool qr_is_block(Address p) { return p != 0 && link_of(p, kSelfLink) == p; }
-inline bool is_freed(Address p) { return header_word(p, kSelfLink) == QR_FREED_MARK; }
-inline uint32_t user_size_of(Address p) { return header_word(p, kUserSize); }
-inline bool has_tid(Address p) { return has_flag(p, kSelfLink, kHasTid); }
-inline bool has_time(Address p) { return has_flag(p, kPrevLink, kHasTime); }
-inline bool has_trace(Address p) { return has_flag(p, kNextLink, kHasTrace); }
-inline bool has_trace_info(Address p) { return has_flag(p, kSelfLink, kHasTraceInfo); }
-inline bool has_tail_guard(Address p) { return has_flag(p, kNextLink, kHasTailGuard); }
+inline bool qr_is_block(Address p) {
+  return p != 0 && link_of(p, kSelfLink) == p;
+}
+inline bool is_freed(Address p) {
+  return header_word(p, kSelfLink) == QR_FREED_MARK;
+}
+inline uint32_t user_size_of(Address p) {
+  return header_word(p, kUserSize);
+}
+inline bool has_tid(Address p) {
+  return has_flag(p, kSelfLink, kHasTid);
+}
+inline bool has_time(Address p) {
+  return has_flag(p, kPrevLink, kHasTime);
+}
+inline bool has_trace(Address p) {
+  return has_flag(p, kNextLink, kHasTrace);
+}
+inline bool has_trace_info(Address p) {
+  return has_flag(p, kSelfLink, kHasTraceInfo);
+}
+inline bool has_tail_guard(Address p) {
+  return has_flag(p, kNextLink, kHasTailGuard);
+}
 
 // Which optional fields a header holds; their places follow from it.
 struct Layout {
@@ -75,7 +99,9 @@ struct Layout {
   uint32_t time_offset() const { return seq_offset() + 4; }
   uint32_t trace_info_offset() const { return 16 + (tid ? 4 : 0) + (time ? 8 : 0) + 4; }
 };
-inline uint32_t& field_at(Address p, uint32_t offset) { return *reinterpret_cast<uint32_t*>(p - offset); }
+inline uint32_t& field_at(Address p, uint32_t offset) {
+  return *reinterpret_cast<uint32_t*>(p - offset);
+}
 
 struct TraceInfo {
   uint32_t word;
@@ -85,8 +111,12 @@ struct TraceInfo {
 };
 
 // Address of the trace_info word, by the block's flags.
-inline Address trace_info_of(Address p) { return p - Layout::of_block(p).trace_info_offset(); }
-inline TraceInfo read_trace_info(Address p) { return {header_word(trace_info_of(p), 0)}; }
+inline Address trace_info_of(Address p) {
+  return p - Layout::of_block(p).trace_info_offset();
+}
+inline TraceInfo read_trace_info(Address p) {
+  return {header_word(trace_info_of(p), 0)};
+}
 
 inline uint32_t round_up(uint32_t value, uint32_t power_of_two) {
   return (value + power_of_two - 1) & ~(power_of_two - 1);
@@ -104,12 +134,14 @@ struct ChunkWord {
   uint32_t size() const { return word & ~7U; }
   bool mapped() const { return (word & 2) != 0; }
 };
-inline ChunkWord chunk_before(Address raw) { return {header_word(raw, -1)}; }
+inline ChunkWord chunk_before(Address raw) {
+  return {header_word(raw, -1)};
+}
 
 // Where a new block lies in its raw block.
 struct Placement {
   uint32_t offset;  // raw block to user pointer
-  uint32_t guard;  // bytes behind the user's
+  uint32_t guard;   // bytes behind the user's
   uint32_t alignment;
   uint32_t align_log2;
 

@@ -17,7 +17,9 @@ bool is_frame(uintptr_t fp, const StackRange& stack) {
          fp + frame::kEnd <= stack.high && fp < stack.high;
 }
 
-bool is_outermost(uint32_t address) { return main_range.holds(address) || clone_range.holds(address); }
+bool is_outermost(uint32_t address) {
+  return main_range.holds(address) || clone_range.holds(address);
+}
 
 // Stores what the frame at fp tells; false when the walk is at its end.
 bool store_frame(uintptr_t fp, bool own_frame, uint32_t* buf, int max, int* count) {

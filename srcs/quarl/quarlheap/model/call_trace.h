@@ -10,7 +10,7 @@
 namespace quarl {
 
 struct CallTrace {
-  int depth = 0;  // valid words, [0, kMaxTrace]
+  int depth = 0;              // valid words, [0, kMaxTrace]
   uint32_t words[kMaxTrace];  // entry 0 is nearest to the hook; undefined from depth on
 };
 

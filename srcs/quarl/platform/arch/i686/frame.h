@@ -11,12 +11,22 @@ namespace quarl::frame {
 inline constexpr int kLowestWord = 0;  // offsets from the frame pointer that the walk may read, [lowest, end)
 inline constexpr int kEnd = 8;
 
-inline uint32_t word_at(uintptr_t address) { return *reinterpret_cast<const uint32_t*>(address); }
-inline uint32_t return_address(uintptr_t fp) { return word_at(fp + 4); }
-inline uintptr_t caller_frame(uintptr_t fp) { return word_at(fp); }
+inline uint32_t word_at(uintptr_t address) {
+  return *reinterpret_cast<const uint32_t*>(address);
+}
+inline uint32_t return_address(uintptr_t fp) {
+  return word_at(fp + 4);
+}
+inline uintptr_t caller_frame(uintptr_t fp) {
+  return word_at(fp);
+}
 
 // Every routine that calls a hook has a frame here.
-inline bool returns_without_frame(uint32_t) { return false; }
-inline uint32_t frameless_return_address(uintptr_t) { return 0; }
+inline bool returns_without_frame(uint32_t) {
+  return false;
+}
+inline uint32_t frameless_return_address(uintptr_t) {
+  return 0;
+}
 
 }  // namespace quarl::frame
