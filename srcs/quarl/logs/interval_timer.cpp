@@ -61,7 +61,7 @@ void give_up() {
 }  // namespace
 
 void set_up_interval_timer(int seconds) {
-  if (!Flags().in_header(kHeadTime) || timer_clock_on == 0) return;
+  if (!Flags().in_force(kHeadTime) || timer_clock_on == 0) return;
   if (seconds == 0) {
     timer_clock_on = 0;
     return;

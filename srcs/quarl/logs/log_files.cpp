@@ -60,7 +60,7 @@ void lay_out(LogFile& file) REQUIRES(hook_mutex) {
 
 bool may_create(LogFile& file, const char* name) REQUIRES(hook_mutex) {
   if (file.is_open()) return false;
-  if (Flags().overlay() && !file.created()) return true;
+  if (Flags().set(kLogOverlay) && !file.created()) return true;
   return !file.exists(name);
 }
 

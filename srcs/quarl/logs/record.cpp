@@ -34,13 +34,13 @@ void fill_from_call(const Flags& flags, Operation op, const CallTrace& trace, Op
 }  // namespace
 
 void stamp_time(const Flags& flags, OpRecord* record) {
-  const bool timed = flags.in_header(kHeadTime);
+  const bool timed = flags.in_force(kHeadTime);
   record->time = timed ? static_cast<uint32_t>(clock_sec) : 0;
   record->seq_num = timed ? ++last_seq_num : 0;
 }
 
 void stamp_thread(const Flags& flags, OpRecord* record) {
-  record->tid = flags.in_header(kHeadTid) ? static_cast<uint32_t>(current_tid()) : 0;
+  record->tid = flags.in_force(kHeadTid) ? static_cast<uint32_t>(current_tid()) : 0;
 }
 
 void set_record_trace(const CallTrace& trace, OpRecord* record) {

@@ -4,6 +4,7 @@
 
 #include "logs/log_files.h"
 #include "platform/print.h"
+#include "platform/system.h"
 #include "quarlheap/raw/own_memory.h"
 
 namespace quarl {
@@ -33,12 +34,14 @@ void RecordBuffer::allocate() {
 }
 
 void flush_to_record_log() {
+  const KeepErrno keep;
   open_child_logs();
   if (primary_buffer.count > 0 && !append_records(record_log, primary_buffer)) print_write_failure();
   primary_buffer.count = 0;
 }
 
 void flush_to_snapshot_log() {
+  const KeepErrno keep;
   if (primary_buffer.count > 0 && !append_records(snapshot_log, primary_buffer)) print_write_failure();
   primary_buffer.count = 0;
 }

@@ -40,40 +40,6 @@ ThreadProf* find_thread_entry(uint32_t tid) {
   return &no_entry;
 }
 
-ThreadProf* own_thread_entry() {
-  ThreadProf*& cached = thread_cache().prof;
-  if (cached == nullptr) cached = find_thread_entry(static_cast<uint32_t>(current_tid()));
-  if (cached != &no_entry) return cached;
-  print(kStderr, "Exceed max thread num\n");
-  return nullptr;
-}
-
-// The block of the process and that of a thread have these fields under the same names.
-template <typename Block>
-void hold(Block* block, uint32_t size) {
-  block->unfree_size += size;
-  if (block->unfree_size > block->unfree_peak) block->unfree_peak = block->unfree_size;
-}
-
-template <typename Block>
-void hold_file(Block* block, uint32_t size) {
-  block->unfree_file_size += size;
-  if (block->unfree_file_size > block->unfree_file_peak) block->unfree_file_peak = block->unfree_file_size;
-}
-
-template <typename Block>
-void count(Block* block, Operation op, uint32_t size) {
-  ++block->calls[op];
-  block->totals[op] += size;
-}
-
-// Does one update to both blocks.
-template <typename Update>
-void update(const Counters& counters, Update change) {
-  if (counters.process != nullptr) change(counters.process);
-  if (counters.thread != nullptr) change(counters.thread);
-}
-
 }  // namespace
 
 bool make_prof_info() {
@@ -83,79 +49,12 @@ bool make_thread_table() {
   return make_block(&thread_table, kThreadTableSize);
 }
 
-Counters counters_for(const Flags& flags) {
-  if (!flags.prof() || prof_info == nullptr) return {};
-  const bool per_thread = flags.per_thread() && thread_table != nullptr;
-  return {prof_info, per_thread ? own_thread_entry() : nullptr};
-}
-
-void Counters::called(Operation op) const {
-  update(*this, [=](auto* block) { ++block->calls[op]; });
-}
-
-void Counters::failed(Operation op) const {
-  update(*this, [=](auto* block) {
-    ++block->calls[op];
-    ++block->failed[op];
-  });
-}
-
-void Counters::allocated(Operation op, uint32_t size) const {
-  update(*this, [=](auto* block) {
-    count(block, op, size);
-    hold(block, size);
-  });
-}
-
-void Counters::released(Operation op, uint32_t size) const {
-  update(*this, [=](auto* block) {
-    count(block, op, size);
-    block->unfree_size -= size;
-  });
-}
-
-void Counters::undo_release(Operation op, uint32_t size) const {
-  update(*this, [=](auto* block) {
-    --block->calls[op];
-    block->totals[op] -= size;
-    block->unfree_size += size;
-  });
-}
-
-void Counters::file_mapped(uint32_t size) const {
-  update(*this, [=](auto* block) {
-    count(block, kOpMmapFile, size);
-    hold_file(block, size);
-  });
-}
-
-void Counters::file_unmapped(uint32_t size) const {
-  update(*this, [=](auto* block) {
-    count(block, kOpMunmapFile, size);
-    block->unfree_file_size -= size;
-  });
-}
-
-void Counters::chunk_mapped(uint32_t size) const {
-  update(*this, [=](auto* block) {
-    count(block, kOpChunkMap, size);
-    block->unfree_size -= size;
-  });
-}
-
-void Counters::chunk_unmapped(uint32_t size) const {
-  update(*this, [=](auto* block) {
-    count(block, kOpChunkUnmap, size);
-    block->unfree_size += size;
-  });
-}
-
-void Counters::resized_in_place() const {
-  if (thread != nullptr) ++thread->in_place;
-}
-
-void Counters::shrunk() const {
-  if (thread != nullptr) ++thread->shrink;
+ThreadProf* own_thread_entry() {
+  ThreadProf*& cached = thread_cache().prof;
+  if (cached == nullptr) cached = find_thread_entry(static_cast<uint32_t>(current_tid()));
+  if (cached != &no_entry) return cached;
+  print(kStderr, "Exceed max thread num\n");
+  return nullptr;
 }
 
 uint32_t held_bytes() {

@@ -66,32 +66,39 @@ inline void put_flag(uint32_t& word, uint32_t bit, bool on) {
   on ? set_flag(word, bit) : clear_flag(word, bit);
 }
 
+// Items that count only while blocks have headers at all.
+inline constexpr uint32_t kHeaderItems = kHeadTid | kHeadTime | kHeadStackdepth | kSlopover;
+
 // The flags as one call works with them: read once, so that a reload on another thread cannot change the layout of a
 // block halfway through its making.
 class Flags {
  public:
-  Flags() : cfg_(load_flags(cfg_flags)), slop_(load_flags(slop_flags)) {}
-  Flags(uint32_t cfg, uint32_t slop) : cfg_(cfg), slop_(slop) {}
+  Flags() : Flags(load_flags(cfg_flags), load_flags(slop_flags)) {}
+  Flags(uint32_t cfg, uint32_t slop) : cfg_(cfg), force_(in_force_of(cfg)), slop_(slop) {}
 
-  bool in_force(uint32_t bits) const { return has(bits | kAll); }
+  // All of the items are on and take effect: QUARL_ALL is on, and for a header item QUARL_MEM_HEAD too.
+  bool in_force(uint32_t bits) const { return (force_ & bits) == bits; }
+  bool any_in_force(uint32_t bits) const { return (force_ & bits) != 0; }
   bool header() const { return in_force(kMemHead); }
-  // For the header items kHeadTid, kHeadTime, kHeadStackdepth and kSlopover.
-  bool in_header(uint32_t bits) const { return has(bits | kMemHead | kAll); }
   bool prof() const { return in_force(kProf); }
   bool per_thread() const { return in_force(kProf | kThread); }
   bool record_log() const { return in_force(kOutputLog); }
-  bool guard() const { return in_header(kSlopover); }
+  bool guard() const { return in_force(kSlopover); }
   bool reload_wanted() const { return in_force(kReloadRequest); }
-  bool check_trigger(SlopBit bit) const { return (slop_ & bit) != 0 && guard(); }
-  bool overlay() const { return (cfg_ & kLogOverlay) != 0; }
-  bool set(uint32_t bits) const { return has(bits); }
-  // Anything that a hook does under the hook lock.
-  bool tracked() const { return (cfg_ & kAll) != 0 && (cfg_ & (kMemHead | kProf | kOutputLog)) != 0; }
+  bool check_trigger(uint32_t any_of) const { return (slop_ & any_of) != 0 && guard(); }
+  // The bits are on, in force or not.
+  bool set(uint32_t bits) const { return (cfg_ & bits) == bits; }
+  // There is something that a hook does under the hook lock.
+  bool tracked() const { return any_in_force(kMemHead | kProf | kOutputLog); }
 
  private:
-  bool has(uint32_t bits) const { return (cfg_ & bits) == bits; }
+  static uint32_t in_force_of(uint32_t cfg) {
+    if ((cfg & kAll) == 0) return 0;
+    return (cfg & kMemHead) != 0 ? cfg : cfg & ~kHeaderItems;
+  }
 
   uint32_t cfg_;
+  uint32_t force_;
   uint32_t slop_;
 };
 

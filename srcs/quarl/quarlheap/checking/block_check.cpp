@@ -32,16 +32,20 @@ uint32_t expected_mapping(uint32_t chunk, uint32_t alignment, uint32_t actual) {
   return expected;
 }
 
-bool chunk_fits(Address p) {
-  const uint32_t offset = header_offset_of(p);
-  const ChunkWord chunk = chunk_before(p - offset);
+// Whether the allocator's chunk is one that the header implies, off by no more than the allocator's own rounding.
+bool size_tolerable(Address p, ChunkWord chunk, uint32_t expected) {
   const uint32_t alignment = recorded_alignment(p);
-  uint32_t expected = expected_chunk(p, offset);
   if (chunk.mapped()) expected = expected_mapping(expected, alignment, chunk.size());
-  if (chunk.size() == expected) return true;
   const int32_t tolerance = alignment == 0 ? 8 : static_cast<int32_t>(alignment > 16 ? alignment : 16);
   const auto difference = static_cast<int32_t>(chunk.size() - expected);
   return difference <= tolerance && difference >= -tolerance;
+}
+
+bool chunk_fits(Address p, uint32_t offset) {
+  const ChunkWord chunk = chunk_before(p - offset);
+  const uint32_t expected = expected_chunk(p, offset);
+  if (__builtin_expect(chunk.size() == expected && !chunk.mapped(), 1)) return true;
+  return size_tolerable(p, chunk, expected);
 }
 
 bool guard_intact(Address p) {
@@ -50,13 +54,17 @@ bool guard_intact(Address p) {
 
 }  // namespace
 
+FaultCode check_block_at(Address p, uint32_t offset) {
+  if (!chunk_fits(p, offset)) return QR_FAULT_HEAD;
+  if (has_tail_guard(p) && !guard_intact(p)) return QR_FAULT_TAIL;
+  return QR_FAULT_NONE;
+}
+
 FaultCode qr_check_block(Address p) {
   if (p == 0) return QR_FAULT_NONE;
   if (is_freed(p)) return QR_FAULT_DOUBLE_FREE;
   if (!qr_is_block(p)) return QR_FAULT_HEAD;
-  if (!chunk_fits(p)) return QR_FAULT_HEAD;
-  if (has_tail_guard(p) && !guard_intact(p)) return QR_FAULT_TAIL;
-  return QR_FAULT_NONE;
+  return check_block_at(p, offset_of_block(p));
 }
 
 }  // namespace quarl

@@ -16,4 +16,7 @@ enum FaultCode : int {
 // Reads only. 0, 1, 2 or 3.
 FaultCode qr_check_block(Address p);
 
+// The same for what is known to be a block whose header offset is `offset`.
+FaultCode check_block_at(Address p, uint32_t offset);
+
 }  // namespace quarl

@@ -28,12 +28,16 @@ bool qr_find_used_block(Address p, bool lock_held) {
   return false;
 }
 
-void classify_pointer(Address p) {
-  if (is_freed(p) || qr_is_block(p)) {
-    qr_check_before_release(p, true);
-  } else if (qr_find_used_block(p, true)) {
-    report_and_stop(p, QR_FAULT_HEAD, true);
+[[gnu::flatten]] uint32_t classify_pointer(Address p) {
+  if (is_freed(p)) report_and_stop(p, QR_FAULT_DOUBLE_FREE, true);
+  if (!qr_is_block(p)) {
+    if (qr_find_used_block(p, true)) report_and_stop(p, QR_FAULT_HEAD, true);
+    return 0;
   }
+  const uint32_t offset = offset_of_block(p);
+  const FaultCode code = check_block_at(p, offset);
+  if (code != QR_FAULT_NONE) report_and_stop(p, code, true);
+  return offset;
 }
 
 }  // namespace quarl

@@ -14,8 +14,8 @@ bool usable(const OpRecord* record) {
 
 Layout configured_layout() {
   const Flags flags;
-  const bool trace = flags.in_header(kHeadStackdepth);
-  return {flags.in_header(kHeadTid), flags.in_header(kHeadTime), trace, trace};
+  const bool trace = flags.in_force(kHeadStackdepth);
+  return {flags.in_force(kHeadTid), flags.in_force(kHeadTime), trace, trace};
 }
 
 void fill_fields(Address p, const Layout& layout, OpRecord* record) {

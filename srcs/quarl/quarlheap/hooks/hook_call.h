@@ -10,17 +10,29 @@ namespace quarl {
 
 // The first step of every hook: carries out a pending reload and, when one of the triggers is in force, checks the
 // whole heap. Returns the flags that the rest of the call works with.
-Flags enter_hook(uint32_t check_triggers);
+Flags check_and_reload(uint32_t check_triggers);
+
+inline Flags enter_hook(uint32_t check_triggers) {
+  const Flags flags;
+  if (__builtin_expect(!flags.reload_wanted() && !flags.check_trigger(check_triggers), 1)) return flags;
+  return check_and_reload(check_triggers);
+}
 
 // Captures the call trace when QUARL_HEAD_STACKDEPTH is in force. Inlined, because a capture skips the frame of its
 // caller, which has to be the hook.
 [[gnu::always_inline]] inline void take_trace(const Flags& flags, CallTrace* trace) {
-  if (flags.in_header(kHeadStackdepth)) trace->depth = capture_trace(trace->words, stack_depth);
+  if (flags.in_force(kHeadStackdepth)) trace->depth = capture_trace(trace->words, stack_depth);
 }
 
-// The chunk that the allocator made for a block by a mapping of its own: the mapping hook has counted its bytes once.
-void count_mapped_chunk(const Counters& counters, Address raw) REQUIRES(hook_mutex);
-void count_unmapped_chunk(const Counters& counters, Address raw) REQUIRES(hook_mutex);
+// Bytes of a chunk that is a mapping of its own. The mapping hooks count them as well.
+uint32_t mapped_bytes(ChunkWord chunk);
+
+inline void count_mapped_chunk(const Counters& counters, ChunkWord chunk) REQUIRES(hook_mutex) {
+  if (__builtin_expect(chunk.mapped(), 0)) counters.chunk_mapped(mapped_bytes(chunk));
+}
+inline void count_unmapped_chunk(const Counters& counters, ChunkWord chunk) REQUIRES(hook_mutex) {
+  if (__builtin_expect(chunk.mapped(), 0)) counters.chunk_unmapped(mapped_bytes(chunk));
+}
 
 // Bytes that a release gives back: what the user asked for, or the allocator's chunk size of a foreign pointer.
 inline uint32_t released_size(Address p) {

@@ -23,11 +23,11 @@ bool past(uint32_t in_use, uint32_t size, const unsigned& limit) {
 
 }  // namespace
 
-bool random_failure(const Flags& flags) {
-  return flags.in_force(kRandomFail | kProf) && random() % kOneIn == 0;
+bool draw_failure() {
+  return random() % kOneIn == 0;
 }
 
-void stop_past_limits(const Flags& flags, uint32_t size) {
+void check_limits(const Flags& flags, uint32_t size) {
   if (!flags.prof()) return;
   const bool heap = flags.in_force(kHeapLimit) && past(held_bytes(), size, heap_limit);
   const bool stack = flags.in_force(kStackLimit) && past(stack_use, size, stack_limit);

@@ -15,9 +15,15 @@ extern QUARL_EXPORT unsigned stack_use;    // initially 0
 namespace quarl {
 
 // True when QUARL_RANDOM_FAIL wants this allocation to fail: about one in seven.
-bool random_failure(const Flags& flags);
+bool draw_failure();
+inline bool random_failure(const Flags& flags) {
+  return __builtin_expect(flags.in_force(kRandomFail | kProf), 0) && draw_failure();
+}
 
 // Stops the calling thread, which holds no lock, when a request of `size` bytes passes a limit in force.
-void stop_past_limits(const Flags& flags, uint32_t size);
+void check_limits(const Flags& flags, uint32_t size);
+inline void stop_past_limits(const Flags& flags, uint32_t size) {
+  if (__builtin_expect(flags.any_in_force(kHeapLimit | kStackLimit), 0)) check_limits(flags, size);
+}
 
 }  // namespace quarl

@@ -20,7 +20,7 @@ void* finish_block(const NewBlock& block, void* raw_block) {
   const ScopedLock lock;
   const Counters counters = counters_for(block.flags);
   counters.allocated(block.op, block.size);
-  count_mapped_chunk(counters, raw);
+  count_mapped_chunk(counters, chunk_before(raw));
   return build_block(block, raw);
 }
 

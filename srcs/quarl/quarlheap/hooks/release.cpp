@@ -1,6 +1,5 @@
 // The free hook.
 #include "logs/record.h"
-#include "platform/system.h"
 #include "quarlheap/checking/pointer_check.h"
 #include "quarlheap/hooks/hook_call.h"
 #include "quarlheap/hooks/hook_table.h"
@@ -19,12 +18,11 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
 // Checks the block, counts and records its release and takes it off the list; returns the raw block.
 void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   const ScopedLock lock;
-  classify_pointer(p);
-  const Address raw = p - header_offset_of(p);
+  const Address raw = p - classify_pointer(p);
   if (raw != p && flags.record_log()) record_block_operation(p, flags, kOpFree, kKindReleased, trace);
   const Counters counters = counters_for(flags);
   counters.released(kOpFree, released_size(p));
-  count_unmapped_chunk(counters, raw);
+  count_unmapped_chunk(counters, chunk_before(raw));
   if (raw != p) mark_released(p);
   return pointer_to(raw);
 }
@@ -33,7 +31,6 @@ void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
 
 [[gnu::noinline]] void free_hook(void* ptr, const void*) {
   const InsideChecker inside;
-  const KeepErrno keep;
   if (ptr != nullptr) prefetch_block(address_of(ptr));
   const Flags flags = enter_hook(kSlopFree);
   CallTrace trace;

@@ -30,12 +30,11 @@ void* allocate(const Flags& flags, uint32_t size, const CallTrace& trace) {
 // The release of size 0. Returns the raw block that goes back to the allocator.
 void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   const ScopedLock lock;
-  classify_pointer(p);
-  const Address raw = p - header_offset_of(p);
+  const Address raw = p - classify_pointer(p);
   const Counters counters = counters_for(flags);
   counters.called(kOpRealloc);
   counters.shrunk();
-  count_unmapped_chunk(counters, raw);
+  count_unmapped_chunk(counters, chunk_before(raw));
   counters.released(kOpReallocRelease, released_size(p));
   if (raw == p) return pointer_to(raw);
   if (flags.record_log()) record_block_operation(p, flags, kOpReallocRelease, kKindReleased, trace);
@@ -61,9 +60,8 @@ struct Resize {
 // The first half, under the lock: the old block is checked, counted and recorded as released, and off the list.
 void take_old_block(Resize* resize) {
   const ScopedLock lock;
-  classify_pointer(resize->p);
+  resize->old_offset = classify_pointer(resize->p);
   resize->old_size = released_size(resize->p);
-  resize->old_offset = header_offset_of(resize->p);
   resize->old_chunk = chunk_before(resize->raw());
   if (resize->headed()) unlink_block(resize->p);
   counters_for(resize->flags).released(kOpReallocRelease, resize->old_size);
@@ -108,7 +106,7 @@ uint32_t inherited_alignment(Address p) {
 bool lengthen_trace(Resize* resize) {
   const uint32_t missing = (resize->old_offset - resize->place.offset) / 4;
   const uint32_t depth = static_cast<uint32_t>(resize->trace.depth) + missing;
-  if (!resize->flags.in_header(kHeadStackdepth) || depth > kMaxTrace) return false;
+  if (!resize->flags.in_force(kHeadStackdepth) || depth > kMaxTrace) return false;
   memset(resize->trace.words + resize->trace.depth, 0, sizeof(uint32_t) * missing);
   resize->trace.depth = static_cast<int>(depth);
   resize->place.offset = resize->old_offset;
@@ -148,8 +146,8 @@ void count_moved_chunks(const Counters& counters, const Resize& resize, Address 
     counters.resized_in_place();
     return;
   }
-  count_mapped_chunk(counters, new_raw);
-  if (counters.process != nullptr && resize.old_chunk.mapped()) counters.chunk_unmapped(resize.old_chunk.size());
+  count_mapped_chunk(counters, chunk_before(new_raw));
+  count_unmapped_chunk(counters, resize.old_chunk);
 }
 
 // The second half, under the lock.

@@ -1,7 +1,6 @@
 #include "quarlheap/lock/hook_lock.h"
 
 #include "platform/system.h"
-#include "platform/thread_cache.h"
 
 namespace quarl {
 
@@ -9,7 +8,6 @@ constinit HookLock hook_mutex;
 
 namespace {
 
-constexpr uint32_t kWaiters = 0x80000000;
 constexpr int kSpins = 64;
 
 bool swap_word(uint32_t* word, uint32_t expected, uint32_t desired) {
@@ -17,14 +15,6 @@ bool swap_word(uint32_t* word, uint32_t expected, uint32_t desired) {
 }
 
 }  // namespace
-
-void HookLock::lock() NO_THREAD_SAFETY_ANALYSIS {
-  if (__builtin_expect(!swap_word(&word_, 0, static_cast<uint32_t>(current_tid())), 0)) wait_and_lock();
-}
-
-bool HookLock::try_lock() NO_THREAD_SAFETY_ANALYSIS {
-  return swap_word(&word_, 0, static_cast<uint32_t>(current_tid()));
-}
 
 void HookLock::wait_and_lock() {
   const KeepErrno keep;
@@ -43,21 +33,13 @@ void HookLock::wait_and_lock() {
   }
 }
 
-void HookLock::release() {
-  const uint32_t before = __atomic_exchange_n(&word_, 0, __ATOMIC_SEQ_CST);
-  if (__builtin_expect((before & kWaiters) != 0, 0)) {
-    const KeepErrno keep;
-    sys::futex_wake(&word_, 1);
-  }
+void HookLock::wake_waiter() {
+  const KeepErrno keep;
+  sys::futex_wake(&word_, 1);
 }
 
-void HookLock::unlock() NO_THREAD_SAFETY_ANALYSIS {
-  for (;;) {
-    do_pending();
-    release();
-    // A request made between the look and the release found the lock taken.
-    if (__builtin_expect(__atomic_load_n(&pending_, __ATOMIC_SEQ_CST) == 0, 1) || !try_lock()) return;
-  }
+void HookLock::serve_late_request() NO_THREAD_SAFETY_ANALYSIS {
+  if (try_lock()) unlock();
 }
 
 void HookLock::run_pending() {

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "platform/annotations.h"
+#include "platform/thread_cache.h"
 
 namespace quarl {
 
@@ -21,9 +22,16 @@ enum PendingWork : uint32_t {
 
 class CAPABILITY("mutex") HookLock {
  public:
-  void lock() ACQUIRE();
-  bool try_lock() TRY_ACQUIRE(true);
-  void unlock() RELEASE();
+  void lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS {
+    if (__builtin_expect(!take_free(), 0)) wait_and_lock();
+  }
+  bool try_lock() TRY_ACQUIRE(true) NO_THREAD_SAFETY_ANALYSIS { return take_free(); }
+  void unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS {
+    if (__builtin_expect(pending(), 0)) run_pending();
+    release();
+    // A request made between the look and the release found the lock taken.
+    if (__builtin_expect(pending(), 0)) serve_late_request();
+  }
   bool held_by_this_thread() const;
   void assert_held() const ASSERT_CAPABILITY(this) {}
 
@@ -37,12 +45,22 @@ class CAPABILITY("mutex") HookLock {
   void reset_in_child();
 
  private:
-  void wait_and_lock();
-  void do_pending() {
-    if (__builtin_expect(__atomic_load_n(&pending_, __ATOMIC_SEQ_CST) != 0, 0)) run_pending();
+  static constexpr uint32_t kWaiters = 0x80000000;
+
+  bool take_free() {
+    uint32_t free = 0;
+    return __atomic_compare_exchange_n(&word_, &free, static_cast<uint32_t>(current_tid()), false, __ATOMIC_SEQ_CST,
+                                       __ATOMIC_RELAXED);
   }
+  void release() {
+    const uint32_t before = __atomic_exchange_n(&word_, 0, __ATOMIC_SEQ_CST);
+    if (__builtin_expect((before & kWaiters) != 0, 0)) wake_waiter();
+  }
+  bool pending() const { return __atomic_load_n(&pending_, __ATOMIC_SEQ_CST) != 0; }
+  void wait_and_lock();
+  void wake_waiter();
   void run_pending();
-  void release();
+  void serve_late_request();
 
   uint32_t word_ = 0;  // 0: free; else the owner's task id, with kWaiters when a thread may sleep on it
   uint32_t pending_ = 0;

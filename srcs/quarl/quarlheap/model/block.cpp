@@ -11,10 +11,6 @@ constinit uint32_t last_seq_num = 0;
 
 namespace {
 
-bool op_has_trace_info(Operation op) {
-  return op == kOpRealloc || op == kOpMemalign;
-}
-
 // Bytes, not a word: nothing says that the end of the user's bytes is aligned.
 void write_guard(Address at) {
   memcpy(reinterpret_cast<void*>(at), kTailGuard, sizeof kTailGuard);
@@ -22,40 +18,10 @@ void write_guard(Address at) {
 
 }  // namespace
 
-uint32_t header_offset_of(Address p) {
-  if (!qr_is_block(p)) return 0;
-  const Layout layout = Layout::of_block(p);
-  uint32_t offset = layout.trace_info_offset() - (layout.trace_info ? 0 : 4);
-  uint32_t align_log2 = 0;
-  if (layout.trace_info) {
-    const TraceInfo info = read_trace_info(p);
-    if (layout.trace) offset += 4 * info.depth();
-    align_log2 = info.align_log2();
-  }
-  return round_up(offset, align_log2 != 0 ? 1U << (align_log2 & 31) : 8);
-}
-
-uint32_t header_size(const Flags& flags, Operation op, int depth) {
-  if (!flags.header()) return 0;
-  uint32_t size = 16;
-  if (flags.in_header(kHeadTid)) size += 4;
-  if (flags.in_header(kHeadTime)) size += 8;
-  if (depth >= 1) size += 4 * static_cast<uint32_t>(depth);
-  if (flags.in_header(kHeadStackdepth) || op_has_trace_info(op)) size += 4;
-  if (flags.guard()) size += kGuardSize;
-  return size;
-}
-
-Placement place_block(const Flags& flags, Operation op, int depth, uint32_t alignment, uint32_t align_log2) {
-  if (!flags.header()) return {0, 0, alignment, align_log2};
-  const uint32_t guard = flags.guard() ? kGuardSize : 0;
-  return {round_up(header_size(flags, op, depth) - guard, alignment), guard, alignment, align_log2};
-}
-
 void fill_header(Address p, const Flags& flags, uint32_t user_size, Operation op, const CallTrace& trace,
                  uint32_t align_log2) {
-  const bool with_trace = flags.in_header(kHeadStackdepth);
-  const Layout layout{flags.in_header(kHeadTid), flags.in_header(kHeadTime), with_trace || op_has_trace_info(op),
+  const bool with_trace = flags.in_force(kHeadStackdepth);
+  const Layout layout{flags.in_force(kHeadTid), flags.in_force(kHeadTime), with_trace || op_has_trace_info(op),
                       with_trace};
   header_word(p, kSelfLink) = (layout.trace_info ? kHasTraceInfo : 0U) | (layout.tid ? kHasTid : 0U);
   header_word(p, kNextLink) = (with_trace ? kHasTrace : 0U) | (flags.guard() ? kHasTailGuard : 0U);

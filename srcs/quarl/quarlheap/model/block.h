@@ -122,11 +122,36 @@ inline uint32_t round_up(uint32_t value, uint32_t power_of_two) {
   return (value + power_of_two - 1) & ~(power_of_two - 1);
 }
 
-// Bytes from the raw block to the user pointer, by the block's flags; 0 for what is no block.
-uint32_t header_offset_of(Address p);
+// Bytes from the raw block to the user pointer of a block, by its flags.
+inline uint32_t offset_of_block(Address p) {
+  const Layout layout = Layout::of_block(p);
+  if (!layout.trace_info) return round_up(layout.trace_info_offset() - 4, 8);
+  const TraceInfo info{field_at(p, layout.trace_info_offset())};
+  const uint32_t fields = layout.trace_info_offset() + (layout.trace ? 4 * info.depth() : 0);
+  return round_up(fields, info.align_log2() != 0 ? 1U << (info.align_log2() & 31) : 8);
+}
+
+// The same of any pointer; 0 for what is no block.
+inline uint32_t header_offset_of(Address p) {
+  return qr_is_block(p) ? offset_of_block(p) : 0;
+}
+
+// Blocks of these operations have the info word whatever the configuration says: it holds their alignment.
+inline bool op_has_trace_info(Operation op) {
+  return op == kOpRealloc || op == kOpMemalign;
+}
 
 // Bytes that header and guard of a new block take before rounding; 0 without QUARL_MEM_HEAD.
-uint32_t header_size(const Flags& flags, Operation op, int depth);
+inline uint32_t header_size(const Flags& flags, Operation op, int depth) {
+  if (!flags.header()) return 0;
+  uint32_t size = 16;
+  if (flags.in_force(kHeadTid)) size += 4;
+  if (flags.in_force(kHeadTime)) size += 8;
+  if (depth >= 1) size += 4 * static_cast<uint32_t>(depth);
+  if (flags.in_force(kHeadStackdepth) || op_has_trace_info(op)) size += 4;
+  if (flags.guard()) size += kGuardSize;
+  return size;
+}
 
 // The 32-bit word before a raw block, as the allocator left it.
 struct ChunkWord {
@@ -147,7 +172,11 @@ struct Placement {
 
   uint32_t raw_size(uint32_t user_size) const { return offset + guard + user_size; }
 };
-Placement place_block(const Flags& flags, Operation op, int depth, uint32_t alignment, uint32_t align_log2);
+inline Placement place_block(const Flags& flags, Operation op, int depth, uint32_t alignment, uint32_t align_log2) {
+  if (!flags.header()) return {0, 0, alignment, align_log2};
+  const uint32_t guard = flags.guard() ? kGuardSize : 0;
+  return {round_up(header_size(flags, op, depth) - guard, alignment), guard, alignment, align_log2};
+}
 
 struct CallTrace;
 
