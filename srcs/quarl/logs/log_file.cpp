@@ -101,14 +101,14 @@ bool LogFile::truncate(int64_t size) {
   return sys::truncate(fd_, size) == 0;
 }
 bool LogFile::write(const void* data, size_t size) {
-  return sys::write_all(fd_, data, size);
+  return sys::write_quietly(fd_, data, size);
 }
 long LogFile::read(void* data, size_t size) {
   return sys::read(fd_, data, size);
 }
 
 bool LogFile::write_zeros(size_t size) {
-  static constexpr char kZeros[1024] = {};
+  static constexpr char kZeros[8192] = {};
   while (size > 0) {
     const size_t step = size < sizeof kZeros ? size : sizeof kZeros;
     if (!write(kZeros, step)) return false;

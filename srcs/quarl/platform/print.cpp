@@ -1,11 +1,7 @@
 #include "platform/print.h"
 
 #include <errno.h>
-#include <signal.h>
 #include <string.h>
-#include <sys/syscall.h>
-#include <time.h>
-#include <unistd.h>
 
 #include "platform/seam.h"
 #include "platform/system.h"
@@ -113,29 +109,14 @@ Text& Text::format(const char* pattern, ...) {
 
 namespace {
 
-// Writes to a descriptor that may be a pipe without a reader: SIGPIPE is blocked meanwhile, and taken off the thread
-// again when the write raised it.
-void write_without_sigpipe(int fd, const char* data, size_t size) {
+void write_to_descriptor(int fd, const char* data, size_t size) {
   const KeepErrno keep;
-  sigset_t pipe_set;
-  sigset_t before;
-  sigset_t pending;
-  sigemptyset(&pipe_set);
-  sigaddset(&pipe_set, SIGPIPE);
-  sigemptyset(&pending);
-  sigpending(&pending);
-  pthread_sigmask(SIG_BLOCK, &pipe_set, &before);
-  if (!sys::write_all(fd, data, size) && errno == EPIPE && sigismember(&pending, SIGPIPE) == 0) {
-    // The raw call: the C library's sigtimedwait is a cancellation point.
-    const struct timespec none {};
-    syscall(SYS_rt_sigtimedwait, &pipe_set, nullptr, &none, 8);
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  sys::write_quietly(fd, data, size);
 }
 
 }  // namespace
 
-constinit MessageWriter message_writer = write_without_sigpipe;
+constinit MessageWriter message_writer = write_to_descriptor;
 
 void write_message(int fd, const Text& text) {
   message_writer(fd, text.data(), text.size());

@@ -3,7 +3,9 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/futex.h>
+#include <signal.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace quarl::sys {
@@ -62,6 +64,31 @@ bool write_all(int fd, const void* data, size_t size) {
     size -= static_cast<size_t>(done);
   }
   return true;
+}
+
+bool write_quietly(int fd, const void* data, size_t size) {
+  sigset_t raised;
+  sigset_t before;
+  sigset_t pending;
+  sigemptyset(&raised);
+  sigaddset(&raised, SIGPIPE);
+  sigaddset(&raised, SIGXFSZ);
+  sigemptyset(&pending);
+  sigpending(&pending);
+  pthread_sigmask(SIG_BLOCK, &raised, &before);
+  const bool done = write_all(fd, data, size);
+  const KeepErrno keep;
+  const int signal = errno == EPIPE ? SIGPIPE : SIGXFSZ;
+  if (!done && (errno == EPIPE || errno == EFBIG) && sigismember(&pending, signal) == 0) {
+    // Ours, so it is taken off the thread again. The raw call: the C library's is a cancellation point.
+    const struct timespec none {};
+    sigset_t own;
+    sigemptyset(&own);
+    sigaddset(&own, signal);
+    syscall(SYS_rt_sigtimedwait, &own, nullptr, &none, 8);
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return done;
 }
 
 void futex_wait(const uint32_t* word, uint32_t expected) {

@@ -23,6 +23,9 @@ long current_directory(char* out, size_t size);
 // Writes all bytes, going on after an interruption or a short write. False with errno set when not all are out.
 bool write_all(int fd, const void* data, size_t size);
 
+// The same, raising neither SIGPIPE (no reader) nor SIGXFSZ (file size limit): errno alone tells.
+bool write_quietly(int fd, const void* data, size_t size);
+
 void futex_wait(const uint32_t* word, uint32_t expected);
 void futex_wake(const uint32_t* word, int count);
 

@@ -11,11 +11,6 @@
 #include "quarlheap/raw/own_memory.h"
 #include "symbols/elf_image.h"
 
-extern "C" {
-__attribute__((weak)) quarl::TaSymbol taSymTbl[1] = {};
-__attribute__((weak)) uint32_t ulSymTblSize = 0;
-}
-
 namespace quarl {
 namespace {
 
@@ -94,19 +89,11 @@ uint32_t look_up_elf(const char* name, int* type, uint32_t* size) {
   return symbol->st_value;
 }
 
-// The application's definition takes the place of ours, with a length that the compiler cannot know.
-const TaSymbol* application_table() {
-  const TaSymbol* table = taSymTbl;
-  __asm__("" : "+r"(table));
-  return table;
-}
-
 uint32_t look_up_application(const char* name, int* type, uint32_t* size) {
-  const TaSymbol* table = application_table();
   for (uint32_t i = 0; i < ulSymTblSize; ++i) {
-    const TaSymbol& symbol = table[i];
+    const TaSymbol& symbol = taSymTbl[i];
     if (strcmp(reinterpret_cast<const char*>(static_cast<uintptr_t>(symbol.name)), name) != 0) continue;
-    if (size != nullptr) *size = table[i + 1].value - symbol.value;
+    if (size != nullptr) *size = taSymTbl[i + 1].value - symbol.value;
     if (type != nullptr) *type = symbol.type == STT_FUNC ? kSymbolFunction : kSymbolOther;
     return symbol.value;  // relative ones too: the load base is 0
   }

@@ -8,14 +8,26 @@
 #include "quarlheap/lock/hook_lock.h"
 
 namespace quarl {
+namespace {
+
+sigset_t release_set() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, kReleaseSignal);
+  return set;
+}
+
+}  // namespace
+
+void expect_release() {
+  const sigset_t release = release_set();
+  pthread_sigmask(SIG_BLOCK, &release, nullptr);
+}
 
 void qr_fault_stop(int task_id, bool lock_held) NO_THREAD_SAFETY_ANALYSIS {
+  expect_release();
   if (lock_held) hook_mutex.unlock();
-  // Blocked, or the signal's default action would end the whole process.
-  sigset_t release;
-  sigemptyset(&release);
-  sigaddset(&release, kReleaseSignal);
-  pthread_sigmask(SIG_BLOCK, &release, nullptr);
+  const sigset_t release = release_set();
   int received = 0;
   if (sigwait(&release, &received) != 0) {
     print(kStdout, "sigwait failed!!taskId is %d!\n", task_id);
@@ -23,6 +35,7 @@ void qr_fault_stop(int task_id, bool lock_held) NO_THREAD_SAFETY_ANALYSIS {
     print(kStdout, "task: %d exit!!\n", task_id);
   }
   // The thread's last acts (its cleanup handlers, its C library's) allocate and release like any other's.
+  thread_cache().ending = true;
   leave_checker_for_good();
   end_thread();
 }

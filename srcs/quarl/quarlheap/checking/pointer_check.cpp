@@ -9,6 +9,7 @@ namespace quarl {
 namespace {
 
 [[noreturn]] void report_and_stop(Address p, FaultCode code, bool lock_held) REQUIRES(hook_mutex) {
+  expect_release();
   qr_report_fault(p, code);
   qr_fault_stop(current_tid(), lock_held);
 }

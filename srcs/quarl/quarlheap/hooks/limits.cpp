@@ -24,11 +24,11 @@ bool past(uint32_t in_use, uint32_t size, const unsigned& limit) {
 }  // namespace
 
 bool draw_failure() {
-  return random() % kOneIn == 0;
+  return !thread_cache().ending && random() % kOneIn == 0;
 }
 
 void check_limits(const Flags& flags, uint32_t size) {
-  if (!flags.prof()) return;
+  if (!flags.prof() || thread_cache().ending) return;
   const bool heap = flags.in_force(kHeapLimit) && past(held_bytes(), size, heap_limit);
   const bool stack = flags.in_force(kStackLimit) && past(stack_use, size, stack_limit);
   if (heap || stack) qr_fault_stop(current_tid(), false);
