@@ -2,7 +2,7 @@
 //   stall BLOCKS
 // With BLOCKS live blocks, one thread allocates and frees without a pause while the main thread raises the dump signal.
 // Prints, in microseconds, the time of the handler and the longest time that one pair of calls of the other thread
-// took meanwhile.
+// took meanwhile: the greater of the two is how long the snapshot held the lock.
 #include <pthread.h>
 #include <signal.h>
 #include <time.h>

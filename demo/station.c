@@ -1,5 +1,6 @@
 // A small measuring station: sensors on threads, a table of readings, and two leaks. station [ROUNDS]
-// Without ROUNDS it measures until its standard input ends.
+// Without ROUNDS it measures until its standard input ends. A line "spoil" there makes it write behind a block, "mend"
+// repairs that.
 #include <pthread.h>
 #include <stdatomic.h>
 #include <stdio.h>
@@ -53,10 +54,15 @@ int main(int argc, char** argv) {
   pthread_t sensors[kSensors];
   for (int i = 0; i < kSensors; i++) pthread_create(&sensors[i], NULL, sensor, NULL);
   if (rounds == kEndless) {
-    char bytes[64];
+    char line[16], *label = malloc(10), guard = label[10];
     puts("station: measuring");
     fflush(stdout);
-    while (read(0, bytes, sizeof(bytes)) > 0) continue;
+    while (fgets(line, sizeof(line), stdin)) {
+      label[10] = line[0] == 's' ? '!' : guard;
+      printf("station: %s", line);
+      fflush(stdout);
+    }
+    free(label);
     stop = 1;
   }
   for (int i = 0; i < kSensors; i++) pthread_join(sensors[i], NULL);

@@ -15,6 +15,10 @@ die() {
   exit 1
 }
 
+# A command that fails where nobody looks at its status ends the script with a line that names it.
+set -E
+trap 'printf "%s: line %d: failed: %s\n" "$me" "$LINENO" "$BASH_COMMAND" >&2' ERR
+
 # retry N COMMAND...: up to N times, a growing pause between two tries.
 retry() {
   local tries=$1 try

@@ -46,8 +46,8 @@ SETTINGS = {
          "QUARL_SLOPOVER_EXIT=1", "QUARL_MEM_CHECK=1"), small=True),
     "record": Setting(("QUARL_OUTPUT_LOG=1",), small=True, programs=("sqlite3", "python3.11", "xz"),
                       log="_quarlAll.log", reconcile=logs.reconcile_records),
-    "snapshots": Setting(
-        ("QUARL_ALL=1", "QUARL_MEM_HEAD=1", "QUARL_HEAD_TIME=2", "QUARL_TIME_INTERVAL=1", "QUARL_SNAP_INTERVAL=1",
+    "snapshots": Setting(  # not on SIGALRM, which xz takes for its own use
+        ("QUARL_TIMER_SIG=SIG40", "QUARL_ALL=1", "QUARL_MEM_HEAD=1", "QUARL_HEAD_TIME=2", "QUARL_TIME_INTERVAL=1", "QUARL_SNAP_INTERVAL=1",
          "QUARL_SNAP_DETAIL=1"), programs=("sqlite3", "python3.11", "xz"), log="_quarl_autosnap.log",
         reconcile=logs.reconcile_snapshots),
 }
