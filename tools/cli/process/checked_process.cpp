@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <sstream>
 
-#include "config/config_check.h"
-#include "config/signal_names.h"
+#include "items/config_check.h"
+#include "items/signal_text.h"
 #include "process/log_collector.h"
 #include "process/proc.h"
 #include "refusal.h"
