@@ -104,6 +104,7 @@ static void act(const char* what) {
   if (!strcmp(what, "tty")) printf("%d %d %d\n", isatty(0), isatty(1), isatty(2));
   if (!strcmp(what, "lines"))
     for (int i = 0; i < 100000; ++i) printf("line %d\n", i);
+  fflush(stdout);
   if (!strcmp(what, "check")) {
     void (*check)(void) = (void (*)(void))dlsym(RTLD_DEFAULT, "quarl_check_mem");
     if (check) check();

@@ -1,12 +1,12 @@
 // Any bytes as a configuration file: the check never fails, and it takes the same lines out of the file as a loader
 // that reads 128 bytes at a time from where the next line starts.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
-#include "config/config_check.h"
+#include "items/config_check.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ std::vector<std::string> lines_by_windows(std::string_view bytes) {
 std::vector<std::string> lines_by_reader(std::string_view bytes) {
   std::vector<std::string> lines;
   for (const quarl::ConfigLine& line : quarl::read_config(bytes)) {
-    if (line.fate == quarl::ConfigLine::Fate::kItem) lines.push_back(line.text);
+    if (line.ended) lines.push_back(line.text);
   }
   return lines;
 }

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <memory>
 
-#include "quarl/config/item_table.h"
+#include "config/item_table.h"
 #include "refusal.h"
 
 namespace quarl {

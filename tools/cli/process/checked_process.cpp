@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <sstream>
 
-#include "config/config_check.h"
-#include "config/signal_names.h"
+#include "items/config_check.h"
+#include "items/signal_text.h"
 #include "process/log_collector.h"
 #include "process/proc.h"
 #include "refusal.h"
@@ -32,15 +32,14 @@ bool handles(pid_t pid, int signal) {
 
 CheckedProcess::CheckedProcess(pid_t pid) : pid_(pid) {
   if (pid <= 0 || (kill(pid, 0) != 0 && errno == ESRCH)) refuse("there is no process {}", pid);
-  if (read_proc(pid, "maps").empty()) refuse("cannot look into process {}; are you its user?", pid);
+  if (memory_map(pid).empty()) refuse("cannot look into process {}; are you its user?", pid);
   if (!runs_under_checker(pid)) refuse("process {} does not run under the checker; start it with \"quarl run\"", pid);
 }
 
 std::optional<std::string> CheckedProcess::config_file() const {
   fs::path path = environment_of(pid_, "QUARL_CFG_FILE").value_or("quarlcfg.ini");
-  std::error_code error;
-  if (path.is_relative()) path = fs::read_symlink("/proc/" + std::to_string(pid_) + "/cwd", error) / path;
-  if (error || !fs::is_regular_file(path, error)) return std::nullopt;
+  if (path.is_relative()) path = current_directory(pid_) / path;
+  if (!fs::is_regular_file(path)) return std::nullopt;
   return path.string();
 }
 
@@ -65,8 +64,8 @@ int CheckedProcess::signal_dump() const {
 std::vector<std::string> CheckedProcess::logs() const {
   std::vector<std::string> found;
   std::error_code error;
-  fs::path folder = fs::read_symlink("/proc/" + std::to_string(pid_) + "/cwd", error);
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+  for (fs::directory_iterator entry(current_directory(pid_), error), end; !error && entry != end;
+       entry.increment(error)) {
     if (process_of_log(entry->path().filename()) == pid_) found.push_back(entry->path());
   }
   std::sort(found.begin(), found.end());

@@ -9,7 +9,7 @@
 #include <sstream>
 #include <string>
 
-#include "config/signal_names.h"
+#include "items/signal_text.h"
 #include "process/proc.h"
 
 namespace quarl {

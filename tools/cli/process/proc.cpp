@@ -1,9 +1,11 @@
 #include "process/proc.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <charconv>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -21,6 +23,15 @@ std::string task_file(pid_t tid, const char* file) {
   return "task/" + std::to_string(tid) + "/" + file;
 }
 
+// The main thread may have ended before others; then only theirs show the process's memory, program and directory.
+pid_t with_memory(pid_t pid) {
+  if (thread_lives(pid, pid)) return pid;
+  for (pid_t tid : threads_of(pid)) {
+    if (thread_lives(pid, tid)) return tid;
+  }
+  return pid;
+}
+
 // The entry NAME=VALUE of a list whose entries end with a NUL.
 std::optional<std::string> find_entry(const std::string& list, const std::string& name) {
   std::istringstream entries(list);
@@ -32,7 +43,7 @@ std::optional<std::string> find_entry(const std::string& list, const std::string
 
 // Of the emulator's "-E NAME=VALUE" arguments.
 std::optional<std::string> emulator_environment(pid_t pid, const std::string& name) {
-  std::istringstream arguments(read_proc(pid, "cmdline"));
+  std::istringstream arguments(read_proc(with_memory(pid), "cmdline"));
   for (std::string argument; std::getline(arguments, argument, '\0');) {
     if (argument != "-E" || !std::getline(arguments, argument, '\0')) continue;
     if (argument.starts_with(name + "=")) return argument.substr(name.size() + 1);
@@ -85,13 +96,40 @@ bool thread_lives(pid_t pid, pid_t tid) {
   return state != 'Z' && state != 'X';
 }
 
+bool blocks_signals(pid_t pid, pid_t tid) {
+  std::string status = read_proc(pid, task_file(tid, "status"));
+  size_t mask = status.find("\nSigBlk:");
+  if (mask == std::string::npos) return false;
+  return std::strtoull(status.c_str() + mask + 8, nullptr, 16) >> (SIGTERM - 1) & 1;
+}
+
+bool only_agent_left(pid_t pid) {
+  bool agent = false;
+  for (pid_t tid : threads_of(pid)) {
+    if (!thread_lives(pid, tid)) continue;
+    bool is_agent = thread_name(pid, tid) == "qr_demo_thread";
+    if (!is_agent && !(is_emulated(pid) && blocks_signals(pid, tid))) return false;
+    agent = agent || is_agent;
+  }
+  return agent;
+}
+
 bool runs_under_checker(pid_t pid) {
   return read_proc(pid, "maps").find("/libquarl.so") != std::string::npos;
 }
 
+std::string memory_map(pid_t pid) {
+  return read_proc(with_memory(pid), "maps");
+}
+
+std::string current_directory(pid_t pid) {
+  std::error_code gone;
+  return fs::read_symlink(proc_path(with_memory(pid), "cwd"), gone);
+}
+
 bool is_emulated(pid_t pid) {
   std::error_code gone;
-  return fs::read_symlink(proc_path(pid, "exe"), gone).filename().string().starts_with("qemu-arm");
+  return fs::read_symlink(proc_path(with_memory(pid), "exe"), gone).filename().string().starts_with("qemu-arm");
 }
 
 int machine_signal(int signal, bool emulated) {
@@ -103,11 +141,11 @@ std::optional<std::string> environment_of(pid_t pid, const std::string& name) {
   if (is_emulated(pid)) {
     if (auto value = emulator_environment(pid, name)) return value;
   }
-  return find_entry(read_proc(pid, "environ"), name);
+  return find_entry(read_proc(with_memory(pid), "environ"), name);
 }
 
 std::optional<uint64_t> read_memory(pid_t pid, uint64_t address) {
-  int memory = open(proc_path(pid, "mem").c_str(), O_RDONLY | O_CLOEXEC);
+  int memory = open(proc_path(with_memory(pid), "mem").c_str(), O_RDONLY | O_CLOEXEC);
   if (memory < 0) return std::nullopt;
   uint64_t word = 0;
   ssize_t got = pread64(memory, &word, sizeof word, static_cast<off64_t>(address));

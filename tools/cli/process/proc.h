@@ -22,11 +22,21 @@ std::vector<pid_t> process_tree(pid_t root);
 // "name", at most 15 characters.
 std::string thread_name(pid_t pid, pid_t tid);
 
-// Running, sleeping or stopped: neither gone nor a zombie.
+// Neither gone nor a zombie: running, sleeping or stopped.
 bool thread_lives(pid_t pid, pid_t tid);
+
+// The thread takes no signals: the agent, or one that the emulator has for itself.
+bool blocks_signals(pid_t pid, pid_t tid);
+
+// The text of its maps and its current directory; "" when the process is gone or belongs to somebody else.
+std::string memory_map(pid_t pid);
+std::string current_directory(pid_t pid);
 
 // libquarl.so is mapped into the process.
 bool runs_under_checker(pid_t pid);
+
+// Nothing but helpers lives in the process any more, the checker's agent among them: the program itself has ended.
+bool only_agent_left(pid_t pid);
 
 // The process is an emulator that runs an ARM program.
 bool is_emulated(pid_t pid);

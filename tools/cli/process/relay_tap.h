@@ -31,7 +31,7 @@ class RelayTap : public OutputTap {
   int writer_;  // the program's end; -1 once the program has it
   int stop_;    // readable once finish() was called
   bool terminal_;
-  bool with_errors_;    // standard error is the same file and goes the same way
+  bool with_errors_;                 // standard error is the same file and goes the same way
   std::atomic<bool> ended_ = false;  // nobody holds the program's end any more
   std::atomic<int> faults_ = 0;
   std::atomic<int> agent_port_ = 0;

@@ -125,6 +125,7 @@ void TargetRun::look() {
   std::vector<pid_t> tree = process_tree(pid_);
   logs_.note(tree);
   for (pid_t pid : tree) look_at_process(pid);
+  end_lonely_agents();
 }
 
 void TargetRun::look_at_process(pid_t pid) {
@@ -141,6 +142,16 @@ void TargetRun::look_at_process(pid_t pid) {
   }
 }
 
+// When the last thread of a program was parked and released, its agent would keep the process for ever; and the agent
+// takes no signal that could be handled.
+void TargetRun::end_lonely_agents() {
+  for (const auto& [pid, tid] : parked_) {
+    if (thread_lives(pid, tid) || !only_agent_left(pid)) continue;
+    say("nothing but the agent is left of process {}; it is ended", pid);
+    kill(pid, SIGKILL);
+  }
+}
+
 void TargetRun::tell_agent_port() {
   int port = tap_->agent_port();
   if (!settings_.agent || port == told_port_) return;
@@ -151,7 +162,7 @@ void TargetRun::tell_agent_port() {
 int TargetRun::exit_status() const {
   int faults = tap_->faults();
   int parked = static_cast<int>(parked_.size());
-  if (faults > 0 || parked > 0) say("faults reported: {}, threads parked: {}", faults, parked);
+  if (faults > 0 || parked > 0) say("fault reports: {}, parked threads: {}", faults, parked);
   if ((faults > 0 || parked > 0) && settings_.fault_status != 0) return settings_.fault_status;
   return WIFSIGNALED(wait_status_) ? 128 + WTERMSIG(wait_status_) : WEXITSTATUS(wait_status_);
 }

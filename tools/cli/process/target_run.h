@@ -41,6 +41,7 @@ class TargetRun {
   void forward(const signalfd_siginfo& signal);
   void look();  // for parked threads, new processes and messages
   void look_at_process(pid_t pid);
+  void end_lonely_agents();
   void tell_agent_port();
   int exit_status() const;
 

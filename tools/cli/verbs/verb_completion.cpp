@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "quarl/config/item_table.h"
+#include "config/item_table.h"
 #include "refusal.h"
 #include "verbs/verbs.h"
 

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "config/config_check.h"
-#include "config/reference.h"
+#include "items/config_check.h"
+#include "items/reference.h"
 #include "refusal.h"
 #include "verbs/verbs.h"
 

@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "agent/agent_client.h"
-#include "config/assignment.h"
-#include "config/item_values.h"
+#include "items/assignment.h"
+#include "items/item_values.h"
 #include "message.h"
 #include "refusal.h"
 #include "verbs/verbs.h"

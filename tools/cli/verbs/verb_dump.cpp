@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "config/config_reader.h"
-#include "config/run_config.h"
-#include "config/signal_names.h"
+#include "items/config_reader.h"
+#include "items/run_config.h"
+#include "items/signal_text.h"
 #include "message.h"
 #include "process/checked_process.h"
 #include "refusal.h"

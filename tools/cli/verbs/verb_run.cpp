@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <memory>
 
-#include "config/config_reader.h"
-#include "config/run_config.h"
+#include "items/config_reader.h"
+#include "items/run_config.h"
 #include "message.h"
 #include "process/target_run.h"
 #include "refusal.h"
