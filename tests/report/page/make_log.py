@@ -34,9 +34,10 @@ def snapshots(layout):
             blocks.append(layout.record(MALLOC, ALLOCATED, start, size, place, tid=101 + step % 3, time=1767225600 + step * 60, seq=len(blocks) + 1))
             start += 0x10000
         blocks = [block for block in blocks if chance.random() < 0.85]
+        if step == 7:
+            blocks.append(layout.record(MMAP, ALLOCATED, 0x90000000, 262144, places[3], tid=101, time=1767226020))
         held = sum(int.from_bytes(block[16:20], "little") for block in blocks)
         taken.append((1767225600 + step * 60, held, list(blocks), []))
-    taken[-1][2].append(layout.record(MMAP, ALLOCATED, 0x90000000, 262144, places[3], tid=101, time=1767226020))
     return taken
 
 

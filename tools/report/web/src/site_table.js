@@ -5,7 +5,7 @@ import {
 import data, { holdings, siteAt } from "./data.js";
 import { clockTime, element, grouped } from "./format.js";
 
-const pageSize = 100;
+const pageSize = 25;
 
 const sourceOf = (site) => (site.frames?.[0]?.file ? `${site.frames[0].file}:${site.frames[0].line}` : "");
 
@@ -115,5 +115,5 @@ export function showSites() {
   document.getElementById("search").addEventListener("input", (event) =>
     update({ globalFilter: event.target.value.trim().toLowerCase(), pagination }));
   document.getElementById("more").addEventListener("click", () =>
-    update({ pagination: { pageIndex: 0, pageSize: state.pagination.pageSize + pageSize * 4 } }));
+    update({ pagination: { pageIndex: 0, pageSize: state.pagination.pageSize + 100 } }));
 }

@@ -16,13 +16,16 @@ function short(value) {
   return String(value);
 }
 
+// Seconds of the day in UTC, as everywhere on the page.
+const clock = (_plot, values, _axis, _space, step) => values.map((value) => clockTime(value).slice(11, step < 60 ? 19 : 16));
+
 function options() {
   const counted = points.some((point) => point[2] !== null);
   const series = [
     { label: axis === "seconds" ? "Time" : "Record", value: (_plot, value) => (value === null ? "–" : axis === "seconds" ? clockTime(value) : grouped(value)) },
     { label: "Bytes", stroke: color("--accent"), fill: color("--accent-soft"), width: 2, value: (_plot, value) => grouped(value), paths: uPlot.paths.stepped({ align: 1 }) },
   ];
-  const axes = [axisStyle(), { ...axisStyle(), size: 60, values: (_plot, values) => values.map(short) }];
+  const axes = [{ ...axisStyle(), values: axis === "seconds" ? clock : (_plot, values) => values.map(short) }, { ...axisStyle(), size: 60, values: (_plot, values) => values.map(short) }];
   if (counted) {
     series.push({ label: "Blocks", scale: "blocks", stroke: color("--grow"), width: 1.5, value: (_plot, value) => grouped(value), paths: uPlot.paths.stepped({ align: 1 }) });
     axes.push({ ...axisStyle(), scale: "blocks", side: 1, size: 60, grid: { show: false }, values: (_plot, values) => values.map(short) });
