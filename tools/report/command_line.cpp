@@ -39,7 +39,7 @@ CLI::Option* add_choice(CLI::App& command, const std::string& name, Value& value
   return command
       .add_option_function<std::string>(
           name, [&value, map](const std::string& text) { value = map.at(text); }, help)
-      ->check(CLI::IsMember(map))
+      ->check(CLI::IsMember(map).description(""))
       ->type_name(names(map));
 }
 
@@ -66,6 +66,10 @@ void add_number(CLI::App& command, const std::string& name, std::optional<uint32
       ->type_name("N");
 }
 
+CLI::Validator existing_directory() {
+  return CLI::Validator(CLI::ExistingDirectory).description("");
+}
+
 std::string check_rename(const std::string& text) {
   size_t equals = text.find('=');
   return equals == 0 || equals == std::string::npos ? "FROM=TO was expected, \"" + text + "\" was given" : "";
@@ -85,19 +89,19 @@ void add_format_options(CLI::App& command, Options& options, const std::vector<F
 void add_reading_options(CLI::App& command, Options& options) {
   auto kind = [&options](const std::string& name) { options.kind = kKinds.at(name); };
   command.add_option_function<std::string>("--as", kind, "Read the log as this kind (default: as its content says)")
-      ->check(CLI::IsMember(kKinds))
+      ->check(CLI::IsMember(kKinds).description(""))
       ->type_name(names(kKinds));
   command
       .add_option("--sysroot", options.desk.sysroots,
                   "A directory that looks like the target's root; can be given again")
       ->type_name("DIR")
-      ->check(CLI::ExistingDirectory)
+      ->check(existing_directory())
       ->allow_extra_args(false);
   command
       .add_option("--debug-dir", options.desk.debug_dirs,
                   "A directory of split debug files or of unstripped files by name; can be given again")
       ->type_name("DIR")
-      ->check(CLI::ExistingDirectory)
+      ->check(existing_directory())
       ->allow_extra_args(false);
   command
       .add_option("--map", options.desk.renames, "Look for target files under FROM in TO instead; can be given again")
@@ -117,7 +121,7 @@ void add_site_options(CLI::App& command, Options& options) {
       .add_option("--suppress", options.suppressions,
                   "Leave out known leaks: lines leak:PATTERN, matched against function, file and module")
       ->type_name("FILE")
-      ->check(CLI::ExistingFile);
+      ->check(CLI::Validator(CLI::ExistingFile).description(""));
   auto limit = [&options](const uint64_t& bytes) { options.fail_on_leak = bytes; };
   command
       .add_option_function<uint64_t>("--fail-on-leak", limit,
@@ -130,12 +134,12 @@ void add_event_options(CLI::App& command, EventFilter& filter) {
   add_number(command, "--thread", filter.thread, "Of this kernel task id");
   auto operation = [&filter](const std::string& name) { filter.operations.push_back(kOperations.at(name)); };
   command.add_option_function<std::string>("--op", operation, "Of this operation; can be given again")
-      ->check(CLI::IsMember(kOperations))
+      ->check(CLI::IsMember(kOperations).description(""))
       ->type_name(names(kOperations))
       ->trigger_on_parse();
   auto result = [&filter](const std::string& name) { filter.result = kResults.at(name); };
   command.add_option_function<std::string>("--result", result, "With this result")
-      ->check(CLI::IsMember(kResults))
+      ->check(CLI::IsMember(kResults).description(""))
       ->type_name(names(kResults));
   add_number(command, "--since", filter.since, "From this time on, seconds since the epoch");
   add_number(command, "--until", filter.until, "Up to this time, seconds since the epoch");

@@ -68,9 +68,9 @@ void Ledger::release_mapping(const OpRecord& record) {
   --held_.entries;
 }
 
-void Ledger::settle() {
-  if (new_fault_) faults_.find_neighbours(blocks_);
-  new_fault_ = false;
+void Ledger::add_fault(const OpRecord& record) {
+  faults_.add(record);
+  if (in_order_) faults_.find_neighbours(blocks_);
 }
 
 // In a snapshot the mappings come after the blocks that they carry.
@@ -78,7 +78,7 @@ void Ledger::finish() {
   blocks_.for_each([&](const LiveEntry& block) {
     if (block.size >= kMinCarriedBlock && !mappings_.empty()) mark_carrier(block);
   });
-  settle();
+  faults_.find_neighbours(blocks_);
 }
 
 }  // namespace quarl::report

@@ -24,7 +24,10 @@ struct OperationTotals {
 
 class Ledger {
  public:
-  // Takes the records of a record log in the order in which they were written, or those of one snapshot.
+  // `in_order`: the records are those of a record log in the order in which they were written; else those of one
+  // snapshot, all of one moment.
+  explicit Ledger(bool in_order) : in_order_(in_order) {}
+
   void apply(const OpRecord& record) {
     OperationTotals& totals = totals_[record.operation];
     switch (record.result) {
@@ -45,9 +48,7 @@ class Ledger {
     }
   }
   // A fault record found outside the snapshot's own records.
-  void add_fault(const OpRecord& record) { faults_.add(record), new_fault_ = true; }
-  // To be called now and then, and at the end: places the faults among the blocks held now.
-  void settle();
+  void add_fault(const OpRecord& record);
   // To be called after the last record.
   void finish();
 
@@ -75,11 +76,11 @@ class Ledger {
   void mark_carrier(const LiveEntry& block);
   void hold(uint64_t bytes);
 
+  bool in_order_;
   TraceTable traces_;
   LiveBlocks blocks_;
   LiveMappings mappings_;
   FaultList faults_;
-  bool new_fault_ = false;
   Held held_;
   OperationTotals totals_[kOpCount];
   uint64_t unknown_releases_ = 0;

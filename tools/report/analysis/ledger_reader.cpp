@@ -38,12 +38,11 @@ void add_uncounted_faults(const Log& log, const Snapshot& snapshot, Ledger& ledg
 }  // namespace
 
 LedgerResult read_ledger(const Log& log, const Snapshot& snapshot, const RecordObserver& observer) {
-  LedgerResult result = {std::make_unique<Ledger>()};
+  LedgerResult result = {std::make_unique<Ledger>(log.kind() == LogKind::kRecords)};
   RecordStream stream(log, snapshot);
   Progress progress(log.file().path(), stream.total());
   for (auto batch = stream.next(); !batch.empty(); batch = stream.next()) {
     apply(result, batch, observer);
-    if (log.kind() == LogKind::kRecords) result.ledger->settle();
     progress.update(stream.done());
   }
   if (log.kind() != LogKind::kRecords) add_uncounted_faults(log, snapshot, *result.ledger);

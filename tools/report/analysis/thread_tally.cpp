@@ -50,9 +50,18 @@ void count(ThreadTally& tally, const OpRecord& record) {
   }
 }
 
-// From the first to the last snapshot, or the last write when only the records tell the start.
+uint32_t first_record_time(const Log& log, const Snapshot& snapshot) {
+  RecordStream stream(log, snapshot);
+  for (const OpRecord& record : stream.next()) {
+    if (record.time != 0) return record.time;
+  }
+  return 0;
+}
+
+// Of a record log from its first record, of a chain from its first snapshot, to the last write.
 uint32_t covered_seconds(const Log& log, const Snapshot& snapshot) {
-  uint32_t first = log.snapshots().front().header.time;
+  bool records = log.kind() == LogKind::kRecords;
+  uint32_t first = records ? first_record_time(log, snapshot) : log.snapshots().front().header.time;
   return snapshot.header.time > first && first != 0 ? snapshot.header.time - first : 0;
 }
 

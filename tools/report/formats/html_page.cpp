@@ -116,6 +116,7 @@ std::string html_page(Subject& subject, Subject* before, Desk& desk, const Suppr
   PageSites page_sites;
   document["snapshots"] = snapshots_json(page_sites, subject, before, desk, suppressions);
   document["sites"] = page_sites.take();
+  document["compare"] = before != nullptr;
   document["timeline"] = timeline_json(subject);
   document["fault_list"] = faults_json(subject);
   document["warnings"] = desk.warnings();

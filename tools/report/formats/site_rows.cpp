@@ -116,7 +116,7 @@ Table timeline_rows(const Timeline& timeline) {
 }
 
 Table thread_rows(const ThreadTallies& tallies) {
-  Table table{{{"tid", "tid"},
+  Table table{{{"tid", "tid", true},
                {"allocations", "allocations"},
                {"releases", "releases"},
                {"failures", "failures"},

@@ -6,8 +6,8 @@
 namespace quarl::report {
 namespace {
 
-std::string text_of(const Cell& cell) {
-  if (auto number = std::get_if<uint64_t>(&cell)) return grouped(*number);
+std::string text_of(const Cell& cell, bool plain) {
+  if (auto number = std::get_if<uint64_t>(&cell)) return plain ? fmt::format("{}", *number) : grouped(*number);
   if (auto number = std::get_if<int64_t>(&cell)) return grouped_sign(*number);
   if (auto number = std::get_if<double>(&cell)) return fmt::format("{:.1f}", *number);
   if (auto text = std::get_if<std::string>(&cell)) return *text;
@@ -21,7 +21,7 @@ bool is_text_column(const Table& table, size_t column) {
 
 size_t width_of(const Table& table, size_t column) {
   size_t width = table.columns[column].title.size();
-  for (const auto& row : table.rows) width = std::max(width, text_of(row[column]).size());
+  for (const auto& row : table.rows) width = std::max(width, text_of(row[column], table.columns[column].plain).size());
   return width;
 }
 
@@ -67,6 +67,14 @@ std::string csv_field(const Cell& cell) {
 
 }  // namespace
 
+Table without_column(Table table, const std::string& key) {
+  auto named = [&](const Column& column) { return column.key == key; };
+  auto index = std::find_if(table.columns.begin(), table.columns.end(), named) - table.columns.begin();
+  table.columns.erase(table.columns.begin() + index);
+  for (auto& row : table.rows) row.erase(row.begin() + index);
+  return table;
+}
+
 void write_text(Output& output, const Table& table) {
   Layout layout = layout_of(output, table);
   auto write_row = [&](auto text_at, bool title) {
@@ -78,7 +86,8 @@ void write_text(Output& output, const Table& table) {
     output.print("{}\n", title ? output.bold(line) : line);
   };
   write_row([&](size_t column) { return table.columns[column].title; }, true);
-  for (const auto& row : table.rows) write_row([&](size_t column) { return text_of(row[column]); }, false);
+  for (const auto& row : table.rows)
+    write_row([&](size_t column) { return text_of(row[column], table.columns[column].plain); }, false);
 }
 
 void write_csv_keys(Output& output, const std::vector<Column>& columns) {

@@ -16,14 +16,18 @@ using Json = nlohmann::ordered_json;
 using Cell = std::variant<std::monostate, uint64_t, int64_t, double, std::string>;
 
 struct Column {
-  std::string key;    // in JSON and CSV
-  std::string title;  // in text
+  std::string key;     // in JSON and CSV
+  std::string title;   // in text
+  bool plain = false;  // its numbers are names, not grouped by thousands
 };
 
 struct Table {
   std::vector<Column> columns;
   std::vector<std::vector<Cell>> rows;
 };
+
+// The table less one column, which its neighbours make superfluous for a reader.
+Table without_column(Table table, const std::string& key);
 
 // The last column is cut to fit a terminal. Numbers are right-aligned and grouped by thousands.
 void write_text(Output& output, const Table& table);

@@ -22,8 +22,9 @@ std::string age(const Site& site) {
 }
 
 std::string sizes(const Site& site) {
-  if (site.smallest == site.largest) return fmt::format("{} each", counted(site.smallest, "byte"));
-  return fmt::format("{} to {} each", grouped(site.smallest), counted(site.largest, "byte"));
+  if (site.usage.count == 1) return "";
+  if (site.smallest == site.largest) return fmt::format(", {} each", counted(site.smallest, "byte"));
+  return fmt::format(", {} to {} each", grouped(site.smallest), counted(site.largest, "byte"));
 }
 
 void write_frames(Output& output, const Frames& frames) {
@@ -128,7 +129,7 @@ void write_summary(Output& output, Subject& subject, const SiteTable& sites, siz
   write_field(output, "Faults", grouped(subject.ledger().faults().count()));
   if (sites.sites().empty()) return;
   output.print("\n{}\n", output.bold("Largest leak sites"));
-  write_text(output, site_rows(sites.sites(), std::min(top, kTopOfSummary)));
+  write_text(output, without_column(site_rows(sites.sites(), std::min(top, kTopOfSummary)), "source"));
 }
 
 void write_sites(Output& output, const SiteTable& sites, size_t top) {
@@ -137,7 +138,7 @@ void write_sites(Output& output, const SiteTable& sites, size_t top) {
   size_t shown = 0;
   for (const Site& site : sites.sites()) {
     if (shown++ == top) break;
-    output.print("\n{} ({}), {}{}\n", output.bold(in_blocks(site.usage)), site.kind(), sizes(site), age(site));
+    output.print("\n{} ({}){}{}\n", output.bold(in_blocks(site.usage)), site.kind(), sizes(site), age(site));
     if (site.frames.empty()) output.print("    {}\n", site.name);
     write_frames(output, site.frames);
   }
@@ -178,7 +179,7 @@ void write_faults(Output& output, Subject& subject) {
 void write_threads(Output& output, const ThreadTallies& tallies) {
   output.print("{} {}, {}\n", counted(tallies.threads.size(), "thread"),
                tallies.from_table ? "from the thread table" : "counted from the records",
-               tallies.seconds == 0 ? "no rates: the time covered is not recorded"
+               tallies.seconds == 0 ? "no rates: less than a second is covered, or its times were not recorded"
                                     : fmt::format("rates over {}", counted(tallies.seconds, "second")));
   write_text(output, thread_rows(tallies));
 }

@@ -68,8 +68,9 @@ std::vector<Mapping> Maps::of_file(const std::string& path) const {
 }
 
 std::string Maps::program() const {
-  auto found = std::find_if(mappings_.begin(), mappings_.end(),
-                            [](const Mapping& mapping) { return mapping.executable && is_file(mapping); });
+  auto found = std::find_if(mappings_.begin(), mappings_.end(), [](const Mapping& mapping) {
+    return mapping.executable && is_file(mapping) && base_name(mapping.path).find(".so") == std::string::npos;
+  });
   return found == mappings_.end() ? "" : found->path;
 }
 

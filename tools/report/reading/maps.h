@@ -26,7 +26,8 @@ class Maps {
   const std::vector<Mapping>& all() const { return mappings_; }
   // All mappings of the file at `path`.
   std::vector<Mapping> of_file(const std::string& path) const;
-  // Path of the program: the first file mapped executable, empty when there is none.
+  // Path of the program: the first file mapped executable that is not named like a shared object; empty when there is
+  // none.
   std::string program() const;
   bool operator==(const Maps& other) const;
 

@@ -7,15 +7,15 @@
 namespace quarl::report {
 
 std::string name_of(const Frame& frame) {
-  if (!frame.function.empty()) return frame.function;
+  if (!frame.function.empty()) return frame.nearest ? "near " + frame.function : frame.function;
   if (frame.module.empty()) return fmt::format("0x{:08x}", frame.address);
   return fmt::format("{}+0x{:x}", base_name(frame.module), frame.offset);
 }
 
 std::string describe(const Frame& frame) {
   if (frame.function.empty()) return name_of(frame);
-  if (!frame.file.empty()) return fmt::format("{} ({})", frame.function, source_of(frame));
-  return fmt::format("{}+0x{:x} ({})", frame.function, frame.function_offset, base_name(frame.module));
+  if (!frame.file.empty()) return fmt::format("{} ({})", name_of(frame), source_of(frame));
+  return fmt::format("{}+0x{:x} ({})", name_of(frame), frame.function_offset, base_name(frame.module));
 }
 
 std::string source_of(const Frame& frame) {

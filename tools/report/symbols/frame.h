@@ -13,6 +13,7 @@ struct Frame {
   uint64_t offset = 0;           // of the call in that file; the address itself without a module
   std::string function;          // demangled, empty when unknown
   uint64_t function_offset = 0;  // bytes from the function's start, where no source line is known
+  bool nearest = false;          // the function ends before the call: there is no symbol for what lies there
   std::string file;              // source file, empty without line information
   int line = 0;
   bool inlined = false;  // inlined into the frame that follows
@@ -20,9 +21,11 @@ struct Frame {
 
 using Frames = std::vector<Frame>;
 
-// "function", or "module+0x12" or "0x12345678" where the function is unknown.
+// "function", "near function" where that is only the last symbol before the call, or "module+0x12" or "0x12345678"
+// where the function is unknown.
 std::string name_of(const Frame& frame);
-// name_of() with what is known of the place: "function (file.c:12)", "function+0x10 (libz.so.1)".
+// name_of() with what is known of the place: "function (file.c:12)", "function+0x10 (libz.so.1)",
+// "near function+0x1000 (libz.so.1)".
 std::string describe(const Frame& frame);
 // "file.c:12" or an empty text.
 std::string source_of(const Frame& frame);

@@ -55,7 +55,8 @@ std::optional<FunctionTable::Match> FunctionTable::find(uint64_t address) const 
                                  [](uint64_t value, const Function& function) { return value < function.start; });
   if (behind == functions_.begin()) return std::nullopt;
   const Function& function = *std::prev(behind);
-  return Match{function.name, address - function.start};
+  uint64_t offset = address - function.start;
+  return Match{function.name, offset, function.size == 0 || offset < function.size};
 }
 
 }  // namespace quarl::report

@@ -19,6 +19,7 @@ class FunctionTable {
   struct Match {
     const char* name;  // mangled; belongs to the module
     uint64_t offset;   // bytes from the function's start
+    bool inside;       // false when the function ends before the address
   };
   // The function that holds `address`, or else the nearest one before it.
   std::optional<Match> find(uint64_t address) const;

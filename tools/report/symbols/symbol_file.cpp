@@ -124,6 +124,7 @@ Frames SymbolFile::resolve(uint64_t address, const Frame& frame) const {
   if (auto match = functions_->find(address); match && frames.back().function.empty()) {
     frames.back().function = demangle(match->name);
     frames.back().function_offset = match->offset;
+    frames.back().nearest = !match->inside;
   }
   return frames;
 }

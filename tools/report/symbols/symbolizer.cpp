@@ -15,6 +15,7 @@ constexpr std::array<std::string_view, 22> kEntries = {
 
 bool is_allocation_entry(const Frame& frame) {
   if (base_name(frame.module).starts_with("libquarl")) return true;
+  if (frame.nearest) return false;
   return std::find(kEntries.begin(), kEntries.end(), frame.function) != kEntries.end() ||
          frame.function.starts_with("operator new") || frame.function.starts_with("operator delete");
 }

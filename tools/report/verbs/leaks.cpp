@@ -28,7 +28,7 @@ void write_leaks_text(Answer& answer, const SiteTable& sites) {
   bool traces = answer.options().grouping == Grouping::kTrace;
   if (answer.options().tree) return write_tree(answer.output(), build_call_tree(sites.sites()));
   if (traces) return write_sites(answer.output(), sites, answer.top());
-  write_text(answer.output(), site_rows(sites.sites(), answer.top()));
+  write_text(answer.output(), without_column(site_rows(sites.sites(), answer.top()), "source"));
 }
 
 }  // namespace

@@ -1,0 +1,198 @@
+"""What the verbs make of records: matching, grouping, differences, time, threads, events, faults."""
+
+import csv
+import io
+import unittest
+
+from log_builder import (ALLOCATED, FAILED, FREE, MALLOC, MEMALIGN, MMAP, MMAP_FILE, MUNMAP, REALLOC, REALLOC_RELEASE,
+                         RELEASED, SLOP_HEAD, SLOP_TAIL)
+from support import ReportTest
+
+
+class Matching(ReportTest):
+    def held(self, *records):
+        """Address and size of what a record log leaves held, as the sizes grouped by the tool say it."""
+        document = self.json("leaks", "--by", "size", self.write(self.layout.log(records, time=9)))
+        return {int(site["name"].split()[0]): site["count"] for site in document["sites"]}, document
+
+    def test_addresses_are_used_again(self):
+        record = self.layout.record
+        held, _ = self.held(record(MALLOC, ALLOCATED, 0x1000, 10), record(FREE, RELEASED, 0x1000, 10),
+                            record(MEMALIGN, ALLOCATED, 0x1000, 20), record(REALLOC_RELEASE, RELEASED, 0x1000, 20),
+                            record(REALLOC, ALLOCATED, 0x1000, 30))
+        self.assertEqual(held, {30: 1})
+
+    def test_a_failed_resize_keeps_the_block(self):
+        record = self.layout.record
+        held, document = self.held(record(MALLOC, ALLOCATED, 0x1000, 10), record(REALLOC_RELEASE, RELEASED, 0x1000, 10),
+                                   record(REALLOC, FAILED, 0, 99), record(MALLOC, ALLOCATED, 0x1000, 10),
+                                   record(FREE, RELEASED, 0x7777, 5))
+        self.assertEqual(held, {10: 1})
+        self.assertEqual(document["log"]["notes"], ["The log holds no memory map: addresses cannot be resolved."])
+
+    def test_unmapping_follows_the_library(self):
+        record = self.layout.record
+        mapped = lambda start, size, **more: record(MMAP, ALLOCATED, start, size, **more)
+        unmapped = lambda start, size: record(MUNMAP, RELEASED, start, size)
+        held, _ = self.held(
+            mapped(0x10000, 0x2000), unmapped(0x11000, 0x1000),  # the end of it: all is released
+            mapped(0x20000, 0x3000), unmapped(0x20000, 0x1000),  # the front: it stays
+            mapped(0x30000, 0x4000, from_file=1), unmapped(0x31000, 0x3000),  # of a file: only the whole counts
+            mapped(0x40000, 0x5000, from_file=1), unmapped(0x40000, 0x5000))
+        self.assertEqual(held, {0x3000: 1, 0x4000: 1})
+
+    def test_a_large_block_is_not_counted_twice(self):
+        record = self.layout.record
+        mapping, block = record(MMAP, ALLOCATED, 0x40000000, 303104), record(MALLOC, ALLOCATED, 0x40000040, 300000)
+        for content in (self.layout.log([mapping, block], time=9), self.layout.log([block, mapping], count=2, time=9)):
+            document = self.json(self.write(content))
+            self.assertEqual(document["unfreed"], {"bytes": 300000, "count": 1})
+            self.assertEqual(document["recorded"]["bytes"], 300000)
+        gone = [mapping, block, record(FREE, RELEASED, 0x40000040, 300000), record(MUNMAP, RELEASED, 0x40000000, 303104)]
+        self.assertEqual(self.json(self.write(self.layout.log(gone, time=9)))["recorded"],
+                         {"bytes": 0, "peak": 303104, "file_bytes": 0, "count": 0})
+
+    def test_many_blocks_come_and_go(self):
+        # The addresses share their low bits, as those of one size class do; every third stays.
+        record = self.layout.record
+        addresses = [0x10000 + 4096 * index for index in range(6000)]
+        records = [record(MALLOC, ALLOCATED, address, 8) for address in addresses]
+        records += [record(FREE, RELEASED, address, 8) for index, address in enumerate(addresses) if index % 3]
+        held, _ = self.held(*records)
+        self.assertEqual(held, {8: 2000})
+
+
+class Sites(ReportTest):
+    def sample(self):
+        record = self.layout.record
+        return self.write(self.layout.log([
+            record(MALLOC, ALLOCATED, 0x1000, 100, [0x8001, 0x9001], tid=7, time=50),
+            record(MALLOC, ALLOCATED, 0x2000, 300, [0x8001, 0x9001], tid=8, time=40),
+            record(MALLOC, ALLOCATED, 0x3000, 50, [0x8001, 0xA001], tid=7, time=60),
+            record(MMAP_FILE, ALLOCATED, 0x4000, 4096, [], tid=0, time=0, from_file=1)], time=70))
+
+    def test_grouping(self):
+        sites = lambda by: [(s["name"], s["bytes"], s["count"]) for s in self.json("leaks", "--by", by, self.sample())["sites"]]
+        none = ("(no call trace recorded)", 4096, 1)
+        self.assertEqual(sites("trace"), [none, ("0x00008000", 400, 2), ("0x00008000", 50, 1)])
+        self.assertEqual(sites("function"), [none, ("0x00008000", 450, 3)])
+        self.assertEqual(sites("thread"), [("(thread not recorded)", 4096, 1), ("8", 300, 1), ("7", 150, 2)])
+        self.assertEqual(sites("size")[1:], [("300 bytes", 300, 1), ("100 bytes", 100, 1), ("50 bytes", 50, 1)])
+        first = self.json("leaks", self.sample())["sites"][1]
+        self.assertEqual((first["oldest"], first["newest"], first["smallest"], first["largest"], first["threads"], first["kind"]),
+                         (40, 50, 100, 300, [7, 8], "heap"))
+
+    def test_tree_and_histogram(self):
+        tree = self.json("leaks", "--tree", self.sample())["tree"]
+        self.assertEqual([(c["name"], c["bytes"]) for c in tree["children"]],
+                         [("(no call trace recorded)", 4096), ("0x00009000", 400), ("0x0000a000", 50)])
+        self.assertEqual([level["count"] for level in self.json(self.sample())["histogram"]], [1, 2, 1, 0, 0])
+
+    def test_suppression_and_the_build_server(self):
+        known = self.folder / "known.txt"
+        known.write_text("# known\n\nleak:^0x0*a000$\n")
+        path = self.sample()
+        self.report("leaks", path, "--fail-on-leak", "4546")
+        self.assertIn("4546 bytes in 4 blocks", self.report("leaks", path, "--fail-on-leak", "4545", status=3)[1])
+        known.write_text("leak:nothing\nleek:typo\n")
+        self.assertIn("known.txt:2:", self.report("leaks", path, "--suppress", known, status=1)[1])
+
+    def test_wrong_questions_are_refused(self):
+        path = self.sample()
+        for arguments in (["leaks"], ["diff", path], ["leaks", path, "--format", "html"], ["leaks", path, "--tree", "--by", "size"],
+                          [path, path], [path, "--format", "sqlite"], ["leaks", path, "--map", "nothing"], []):
+            self.assertNotEqual(self.report(*arguments, status=2)[1], "", arguments)
+
+
+class Difference(ReportTest):
+    def test_new_grown_shrunk_and_gone(self):
+        record = self.layout.record
+        def blocks(**sites):
+            place = {"stays": 0x11, "grows": 0x21, "shrinks": 0x31, "goes": 0x41, "comes": 0x51}
+            return [record(MALLOC, ALLOCATED, (place[name] << 16) + 64 * i, 10, [place[name]]) for name, count in sites.items() for i in range(count)]
+        path = self.write(self.layout.chain([(1, 0, blocks(stays=2, grows=1, shrinks=5, goes=2), []),
+                                             (2, 0, blocks(stays=2, grows=4, shrinks=4, comes=2), [])]), "a_autosnap.log")
+        document = self.json("diff", f"{path}@1", f"{path}@2")
+        self.assertEqual([(c["change"], c["name"], c["bytes"], c["count"]) for c in document["changes"]],
+                         [("grew", "0x00000020", 30, 3), ("new", "0x00000050", 20, 2), ("shrank", "0x00000030", -10, -1), ("gone", "0x00000040", -20, -2)])
+        self.assertIn("+20 bytes in +2 blocks", self.text("diff", f"{path}@1", f"{path}@2"))
+        self.assertIn("0x00000040 20 0\n", self.text("diff", f"{path}@1", f"{path}@2", "--format", "folded"))
+        self.report("diff", f"{path}@1", f"{path}@2", "--fail-on-leak", "19", status=3)
+
+
+class Time(ReportTest):
+    def test_a_timeline_of_records(self):
+        record = self.layout.record
+        records = [record(MALLOC, ALLOCATED, 0x1000 * (i + 1), 100, time=1000 + i // 2) for i in range(6)]
+        records += [record(FREE, RELEASED, 0x1000, 100, time=1010)]
+        points = self.json("timeline", self.write(self.layout.log(records, time=1011)))["points"]
+        self.assertEqual([(p["time"], p["bytes"], p["count"]) for p in points],
+                         [(1000, 200, 2), (1001, 400, 4), (1002, 600, 6), (1010, 500, 5)])
+
+    def test_without_times_the_records_are_counted_and_points_stay_few(self):
+        record = self.layout.record
+        records = [record(MALLOC, ALLOCATED, 64 * (i + 1), 1, time=0) for i in range(10000)]
+        document = self.json("timeline", self.write(self.layout.log(records)))
+        self.assertEqual(document["axis"], "records")
+        self.assertLess(len(document["points"]), 2049)
+        self.assertEqual(document["points"][-1]["bytes"], 10000)
+
+    def test_a_timeline_of_snapshots(self):
+        path = self.write(self.layout.bare_chain([100, 105, 110]), "a_autosnap.log")
+        self.assertEqual([(p["time"], p["bytes"], p["count"]) for p in self.json("timeline", path)["points"]],
+                         [(100, 100, None), (105, 200, None), (110, 300, None)])
+        plot = self.text("timeline", path)
+        self.assertIn("300 |", plot)
+        self.assertIn("1970-01-01 00:01:50 UTC", plot)
+
+
+class Threads(ReportTest):
+    def test_counted_from_records(self):
+        record = self.layout.record
+        path = self.write(self.layout.log([
+            record(MALLOC, ALLOCATED, 0x1000, 100, tid=5, time=100), record(MALLOC, ALLOCATED, 0x2000, 50, tid=6, time=100),
+            record(FREE, RELEASED, 0x1000, 100, tid=6, time=110), record(MALLOC, FAILED, 0, 1, tid=6, time=110)], time=111))
+        document = self.json("threads", path)
+        first, second = document["threads"]
+        self.assertEqual((document["source"], document["seconds"]), ("records", 10))
+        self.assertEqual((first["tid"], first["bytes_allocated"], first["bytes_held"], first["bytes_per_second"]), (5, 100, 0, 10.0))
+        self.assertEqual((second["tid"], second["releases"], second["bytes_released"], second["failures"], second["bytes_held"]), (6, 1, 100, 1, 50))
+        self.assertIn("no thread was recorded", self.report("threads", self.write(self.layout.log(time=1)), status=1)[1])
+
+
+class Events(ReportTest):
+    def test_filters(self):
+        record = self.layout.record
+        path = self.write(self.layout.log([
+            record(MALLOC, ALLOCATED, 0x1000, 100, [0x11], tid=5, time=100, seq=1), record(REALLOC, ALLOCATED, 0x2000, 3000, tid=6, time=101, seq=2),
+            record(FREE, RELEASED, 0x1000, 100, tid=6, time=102, seq=3), record(MALLOC, FAILED, 0, 77, tid=5, time=103, seq=4)], time=104))
+        shown = lambda *filters: [int(row["sequence"]) for row in csv.DictReader(io.StringIO(self.text("events", path, "--format", "csv", *filters)))]
+        self.assertEqual(shown(), [1, 2, 3, 4])
+        self.assertEqual(shown("--thread", "6"), [2, 3])
+        self.assertEqual(shown("--op", "malloc", "--op", "free"), [1, 3, 4])
+        self.assertEqual(shown("--result", "failed"), [4])
+        self.assertEqual(shown("--since", "101", "--until", "102"), [2, 3])
+        self.assertEqual(shown("--min-size", "78", "--max-size", "100"), [1, 3])
+        self.assertEqual(shown("--address", "0x1063"), [1, 3])
+        self.assertEqual(shown("--limit", "2"), [1, 2])
+        self.report("events", path, "--thread", "99", status=1)
+        self.assertEqual([event["size"] for event in self.json("events", path)["events"]], [100, 3000, 100, 77])
+
+
+class Faults(ReportTest):
+    def test_each_has_its_neighbours_at_that_moment(self):
+        record = self.layout.record
+        path = self.write(self.layout.log([
+            record(MALLOC, ALLOCATED, 0x1000, 0x40, [0x21]), record(MALLOC, ALLOCATED, 0x1080, 0x40, [0x31]),
+            record(MALLOC, ALLOCATED, 0x1100, 0x40, [0x41]), record(MALLOC, SLOP_TAIL, 0x1080, 0x40, [0x31], seq=2),
+            record(FREE, RELEASED, 0x1100, 0x40), record(FREE, RELEASED, 0x1000, 0x40), record(MALLOC, SLOP_HEAD, 0x5000, 8, [])], time=9))
+        tail, head = self.json("faults", path)["faults"]
+        self.assertEqual((tail["fault"], tail["address"], tail["frames"][0]["text"]), ("tail overrun", 0x1080, "0x00000030"))
+        self.assertEqual([(tail[side]["address"], tail[side]["distance"], tail[side]["frames"][0]["text"]) for side in ("below", "above")],
+                         [(0x1000, 0x40, "0x00000020"), (0x1100, 0x40, "0x00000040")])
+        self.assertEqual((head["fault"], head["below"]["address"], head["below"]["distance"], head["above"]), ("head overrun", 0x1080, 0x5000 - 0x10C0, None))
+        self.assertEqual(self.json(path)["faults"], 2)
+
+
+if __name__ == "__main__":
+    unittest.main()

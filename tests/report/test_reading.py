@@ -1,0 +1,147 @@
+"""Logs of every kind and both byte orders, cut short and damaged."""
+
+import struct
+import unittest
+
+from log_builder import (ALLOCATED, FAILED, FREE, HEADER, MALLOC, MMAP, RECORD, RELEASED, SLOP_TAIL, STATISTICS, THREAD,
+                         THREAD_SLOTS, Layout)
+from support import ReportTest
+
+TABLE = THREAD * THREAD_SLOTS
+
+
+class Kinds(ReportTest):
+    def records(self, layout):
+        kept = [layout.record(MALLOC, ALLOCATED, 0x1000, 100, [0x10], seq=1), layout.record(MALLOC, ALLOCATED, 0x2000, 50, seq=2)]
+        return kept, [*kept, layout.record(FREE, RELEASED, 0x2000, 50, seq=3), layout.record(MALLOC, FAILED, 0, 9, seq=4)]
+
+    def test_both_byte_orders_give_the_same_answer(self):
+        for order, name in (("<", "little"), (">", "big")):
+            layout = Layout(order, maps_kb=64)
+            statistics = layout.statistics({MALLOC: 3, FREE: 1}, {MALLOC: 1}, {MALLOC: 1 << 40, FREE: 50}, (100, 7, 150, 8))
+            thread = layout.thread(77, "worker", {MALLOC: 2}, {MALLOC: 150}, held=100, peak=150)
+            path = self.write(layout.log(self.records(layout)[1], statistics=statistics, threads=[thread], time=99))
+            document = self.json(path)
+            self.assertEqual(document["log"]["byte_order"], name)
+            self.assertEqual((document["log"]["process"], document["log"]["pid"], document["log"]["time"]), ("sample", 4242, 99))
+            self.assertEqual(document["operations"][0], {"operation": "malloc", "calls": 3, "failed": 1, "bytes": 1 << 40})
+            self.assertEqual(document["held"], {"bytes": 100, "peak": 150, "file_bytes": 7, "file_peak": 8})
+            self.assertEqual(document["unfreed"], {"bytes": 100, "count": 1})
+            worker = self.json("threads", path)["threads"][0]
+            self.assertEqual((worker["tid"], worker["name"], worker["bytes_allocated"], worker["peak"]), (77, "worker", 150, 150))
+
+    def test_the_kind_is_known_by_content(self):
+        layout = self.layout
+        kept, every = self.records(layout)
+        released = layout.statistics({MALLOC: 2, FREE: 2})
+        cases = [
+            ("record log", layout.log(every, time=5), 100),
+            ("record log", layout.log(kept, time=5), 150),
+            ("snapshot log", layout.log(kept, count=2, time=5), 150),
+            # Nothing is held at the end; the records are those of an earlier, longer snapshot.
+            ("snapshot log", layout.log(kept, statistics=released, time=5), 0),
+            ("automatic-snapshot log", layout.chain([(5, 1, [], []), (6, 150, kept, [])]), 150),
+            ("automatic-snapshot log", layout.bare_chain([5, 6, 7]), 0),
+            ("automatic-snapshot log", layout.bare_chain([5]), 0),
+        ]
+        for kind, content, held in cases:
+            document = self.json(self.write(content, "renamed.log"))
+            self.assertEqual((document["log"]["kind"], document["unfreed"]["bytes"]), (kind, held))
+        self.assertEqual(self.json(self.write(cases[3][1], "renamed.log"), "--as", "records")["unfreed"]["bytes"], 150)
+
+    def test_a_snapshot_is_chosen_by_its_number(self):
+        records = [self.layout.record(MALLOC, ALLOCATED, 0x1000 * (i + 1), 10) for i in range(3)]
+        path = self.write(self.layout.chain([(10 + i, 0, records[:i + 1], []) for i in range(3)]), "a_autosnap.log")
+        for number in (1, 2, 3):
+            self.assertEqual(self.json("leaks", f"{path}@{number}")["unfreed"]["count"], number)
+        self.assertEqual(self.json("leaks", path)["unfreed"]["count"], 3)
+        self.assertIn("no snapshot 4; the log holds 3, numbered 1 to 3", self.report(f"{path}@4", status=1)[1])
+
+
+class CutShort(ReportTest):
+    def test_a_record_log_is_read_up_to_the_last_whole_record(self):
+        layout = self.layout
+        records = [layout.record(MALLOC, ALLOCATED, 0x1000 * (i + 1), 10) for i in range(5)]
+        content = layout.log(records)  # of a killed process: no time
+        document = self.json(self.write(content[:-RECORD - 100]))
+        self.assertEqual(document["unfreed"]["count"], 3)
+        self.assertTrue(any("180 of its 280 bytes" in note for note in document["log"]["notes"]))
+        self.assertTrue(any("killed or still runs" in note for note in document["log"]["notes"]))
+
+    def test_every_length_gives_an_answer_or_a_message(self):
+        record = self.layout.record(MALLOC, ALLOCATED, 0x1000, 10)
+        chain = self.layout.chain([(1, 1, [record] * 2, []), (2, 2, [record] * 2, [])])
+        sections = [0, 4, 87, 88, 5000, HEADER + 32768, HEADER + 32768 + STATISTICS, HEADER + 32768 + STATISTICS + TABLE]
+        second = len(chain) // 2
+        for length in [*sections, *[second + section for section in sections], len(chain) - 1]:
+            output, errors = self.report(self.write(chain[:length], "cut.log"), status=1 if length < HEADER else 0)
+            if length < HEADER:
+                self.assertRegex(errors, r"cut.log: at offset 0: .*88|no log header")
+            elif length < len(chain) - 2 * RECORD:
+                self.assertRegex(errors, "missing|[Cc]ut short|not finished|ends at")
+                self.assertIn(b"Unfreed", output)
+
+    def test_a_snapshot_that_was_not_finished_counts_what_is_there(self):
+        layout = self.layout
+        record = layout.record(MALLOC, ALLOCATED, 0x1000, 10)
+        chain = layout.chain([(1, 1, [], []), (2, 2, [], [])]) + record
+        document = self.json(self.write(chain, "x_autosnap.log"))
+        self.assertEqual(document["unfreed"]["count"], 1)
+        self.assertIn("The last snapshot was not finished: 1 whole records of it are there.", document["log"]["notes"])
+
+
+class Damaged(ReportTest):
+    # (offset of the field, its new value, what is said)
+    FIELDS = [
+        (0, b"ELF\0", r"offset 0: no log header"),
+        (5, b"\3", r"offset 5: byte order 3"),
+        (44, struct.pack("<I", 1 << 30), r"offset 44: thread table size"),
+        (52, struct.pack("<I", 65), r"offset 52: trace depth 65"),
+        (56, struct.pack("<I", 87), r"offset 56: maps offset"),
+        (60, struct.pack("<I", 20), r"offset 60: statistics offset"),
+        (64, struct.pack("<I", 1), r"offset 64: threads offset"),
+        (68, struct.pack("<I", 0xFFFFFFFF), r"offset 68: records offset"),
+        (84, struct.pack("<I", 88), r"offset 84: the next snapshot at 88 does not lie behind"),
+    ]
+
+    def test_a_damaged_header_is_told_with_its_offset(self):
+        content = self.layout.chain([(1, 1, [], []), (2, 2, [], [])])
+        for offset, value, message in self.FIELDS:
+            damaged = content[:offset] + value + content[offset + len(value):]
+            output, errors = self.report(self.write(damaged), status=1)
+            self.assertEqual(output, b"")
+            self.assertRegex(errors, message)
+
+    def test_a_chain_that_leads_back_ends(self):
+        content = bytearray(self.layout.chain([(1, 1, [], []), (2, 2, [], [])]))
+        second = len(content) // 2
+        content[second + 84:second + 88] = struct.pack("<I", second)
+        self.assertIn(f"at offset {second + 84}", self.report(self.write(content), status=1)[1])
+
+    def test_counts_and_records_that_cannot_be(self):
+        layout = self.layout
+        good = layout.record(MALLOC, ALLOCATED, 0x1000, 10)
+        broken = [good[:12] + b"\x0c" + good[13:], good[:13] + b"\3" + good[14:], good[:14] + b"\x41" + good[15:]]
+        document = self.json(self.write(layout.log([good, *broken], count=1000, time=1)))
+        self.assertEqual(document["unfreed"]["count"], 1)
+        self.assertEqual(document["log"]["notes"][:2],
+                         ["Cut short: snapshot 1 counts 1000 records, 4 whole ones are there.", "3 damaged records were left out."])
+
+    def test_what_is_no_file_is_refused(self):
+        self.assertIn("not a regular file", self.report(self.folder, status=1)[1])
+        self.assertIn("cannot be opened", self.report(self.folder / "none", status=1)[1])
+
+
+class Stale(ReportTest):
+    def test_faults_behind_the_counted_records_are_told_leaks_are_not(self):
+        layout = self.layout
+        old = layout.record(MALLOC, ALLOCATED, 0x9000, 500)
+        fault = layout.record(MALLOC, SLOP_TAIL, 0x9000, 500, [0x77], seq=9)
+        now = layout.record(MMAP, ALLOCATED, 0x1000, 10)
+        document = self.json("leaks", self.write(layout.log([now, old, fault], count=1, time=3)))
+        self.assertEqual(document["unfreed"], {"bytes": 10, "count": 1})
+        self.assertEqual(self.json("faults", self.write(layout.log([now, old, fault, fault], count=1, time=3)))["fault_count"], 1)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,140 @@
+"""Addresses turned into functions and lines, from files in all the places where a desk keeps them."""
+
+import shutil
+import struct
+import subprocess
+import unittest
+
+from log_builder import ALLOCATED, MALLOC
+from support import PROGRAMS, ReportTest
+
+BASE = 0x56550000
+TARGETS = {"i686": "i686-linux-gnu-", "armhf": "arm-linux-gnueabihf-"}
+
+
+def output(*command):
+    return subprocess.run(list(map(str, command)), capture_output=True, check=True, text=True).stdout
+
+
+class Elf:
+    """What the tests need of an ELF file, as binutils tell it."""
+
+    def __init__(self, path, prefix):
+        self.path, self.prefix = path, prefix
+
+    def functions(self, *options):
+        lines = [line.split() for line in output(f"{self.prefix}nm", *options, self.path).splitlines()]
+        return {fields[2].split("@")[0]: int(fields[0], 16) for fields in lines if len(fields) == 3 and fields[1] in "TtW"}
+
+    def code(self):
+        """Offset, address and size of the executable segment."""
+        for line in output(f"{self.prefix}readelf", "-lW", self.path).splitlines():
+            fields = line.split()
+            if fields and fields[0] == "LOAD" and "E" in "".join(fields[6:-1]):
+                return tuple(int(field, 16) for field in (fields[1], fields[2], fields[4]))
+        raise AssertionError("no executable segment")
+
+    def maps(self, target_path):
+        offset, address, size = self.code()
+        start = BASE + (address & ~0xFFF)
+        end = BASE + ((address + size + 0xFFF) & ~0xFFF)
+        return f"{start:08x}-{end:08x} r-xp {offset & ~0xFFF:08x} 00:00 1    {target_path}\n"
+
+
+class Symbols(ReportTest):
+    def each_target(self):
+        found = [Elf(PROGRAMS / f"leaky_{target}", prefix) for target, prefix in TARGETS.items()]
+        return [elf for elf in found if elf.path.exists() and shutil.which(f"{elf.prefix}objcopy")]
+
+    def setUp(self):
+        super().setUp()
+        if not self.each_target():
+            self.skipTest("no cross compiler built the sample programs")
+
+    def frame(self, elf, address, *options, path="/opt/app/leaky"):
+        """The one frame of a trace that returns to `address`, an address of the file, and what was said on the way."""
+        record = self.layout.record(MALLOC, ALLOCATED, 0x1000, 10, [BASE + address])
+        log = self.write(self.layout.log([record], maps=elf.maps(path), time=1))
+        document = self.json("leaks", log, *options)
+        return document["sites"][0]["frames"][-1], document["warnings"]
+
+    def stripped(self, elf, folder):
+        """A stripped copy, and its debug file under its build id in folder/debug and beside it by debug link."""
+        folder.mkdir(parents=True)
+        plain = folder / "leaky"
+        output(f"{elf.prefix}objcopy", "--strip-all", elf.path, plain)
+        identity = output(f"{elf.prefix}readelf", "-n", elf.path).split("Build ID: ")[1].split()[0]
+        debug = folder / "debug/.build-id" / identity[:2] / f"{identity[2:]}.debug"
+        debug.parent.mkdir(parents=True)
+        output(f"{elf.prefix}objcopy", "--only-keep-debug", elf.path, debug)
+        return plain, debug
+
+    def test_files_are_found_by_sysroot_rename_and_name(self):
+        for elf in self.each_target():
+            call = elf.functions()["leak_list"] + 8
+            root = self.folder / elf.prefix / "root"
+            (root / "opt/app").mkdir(parents=True)
+            shutil.copy(elf.path, root / "opt/app/leaky")
+            for options in (["--sysroot", root], ["--map", f"/opt={root}/opt"], ["--debug-dir", root / "opt/app"]):
+                frame, warnings = self.frame(elf, call, *options)
+                self.assertEqual((frame["function"], frame["file"].rsplit("/", 1)[-1], warnings), ("leak_list", "leaky.c", []))
+                self.assertEqual((frame["offset"], frame["module"]), (call - 1, "/opt/app/leaky"))
+            self.assertEqual(self.frame(elf, call)[0]["function"], "")
+
+    def test_the_call_is_looked_up_not_what_is_behind_it(self):
+        for elf in self.each_target():
+            functions = elf.functions()
+            start = functions["second_caller"]
+            frame, _ = self.frame(elf, start, "--map", f"/opt/app/leaky={elf.path}")
+            before = max((address, name) for name, address in functions.items() if address < start)[1]
+            self.assertEqual(frame["function"], before)
+
+    def test_split_debug_files(self):
+        for elf in self.each_target():
+            call = elf.functions()["leak_buffer"] + 8
+            plain, debug = self.stripped(elf, self.folder / elf.prefix)
+            rename = ["--map", f"/opt/app/leaky={plain}"]
+            self.assertEqual(self.frame(elf, call, *rename)[0]["text"], f"leaky+0x{call - 1:x}")
+            frame, _ = self.frame(elf, call, *rename, "--debug-dir", plain.parent / "debug")
+            self.assertEqual((frame["function"], frame["line"] > 0), ("leak_buffer", True))
+            # By debug link, from beside the file; a file with another checksum is not taken.
+            output(f"{elf.prefix}objcopy", "-R", ".note.gnu.build-id", plain)
+            beside = plain.parent / "leaky.debug"
+            shutil.copy(debug, beside)
+            output(f"{elf.prefix}objcopy", f"--add-gnu-debuglink={beside}", plain)
+            self.assertEqual(self.frame(elf, call, *rename)[0]["function"], "leak_buffer")
+            with beside.open("ab") as file:
+                file.write(b"changed")
+            self.assertEqual(self.frame(elf, call, *rename)[0]["function"], "")
+
+    def test_a_file_that_cannot_be_the_mapped_one_is_refused(self):
+        for elf in self.each_target():
+            call = elf.functions()["leak_list"] + 8
+            log = self.write(self.layout.log([self.layout.record(MALLOC, ALLOCATED, 0x1000, 10, [BASE + call])],
+                                             maps=elf.maps("/opt/leaky").replace("-5655", "-5656"), time=1))
+            document = self.json("leaks", log, "--map", f"/opt/leaky={elf.path}")
+            self.assertEqual(document["sites"][0]["frames"][0]["function"], "")
+            self.assertRegex(document["warnings"][0], r"is not the /opt/leaky of the log: .*code segment differs")
+            self.assertEqual(self.frame(elf, call, "--map", f"/opt/app/leaky={PROGRAMS / 'generate_log'}")[1], [])
+
+    def test_dynamic_symbols_of_a_stripped_library(self):
+        for elf in self.each_target():
+            library = Elf(f"/usr/{elf.prefix.rstrip('-')}/lib/libc.so.6", elf.prefix)
+            functions = library.functions("-D")
+            frame, _ = self.frame(library, functions["qsort"] + 8, path=library.path)
+            self.assertEqual(frame["text"], "qsort+0x7 (libc.so.6)")
+
+    def test_broken_files_on_the_desk(self):
+        for elf in self.each_target():
+            call = elf.functions()["leak_list"] + 8
+            content = bytearray(elf.path.read_bytes())
+            struct.pack_into("<I", content, 28, 0x7FFFFFFF)  # program headers behind the end
+            cases = {"empty": b"", "short": bytes(content[:40]), "headers": bytes(content), "text": b"not ELF at all" * 100}
+            for name, broken in cases.items():
+                path = self.folder / f"{elf.prefix}{name}"
+                path.write_bytes(broken)
+                self.assertEqual(self.frame(elf, call, "--map", f"/opt/app/leaky={path}")[0]["function"], "", name)
+
+
+if __name__ == "__main__":
+    unittest.main()

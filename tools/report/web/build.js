@@ -1,0 +1,34 @@
+// Bundles src/ and its packages into one HTML file.
+// Usage: node build.js NODE_MODULES OUTPUT
+import { readFile, writeFile } from "node:fs/promises";
+import { createRequire } from "node:module";
+import { dirname, join, resolve } from "node:path";
+import { fileURLToPath } from "node:url";
+
+const [modules, output] = process.argv.slice(2).map((path) => resolve(path));
+const source = join(dirname(fileURLToPath(import.meta.url)), "src");
+const esbuild = createRequire(join(modules, "_"))("esbuild");
+
+// Packages that import their own style sheets from scripts: the page has its own instead.
+async function bundle(entry, loader = {}) {
+  const result = await esbuild.build({
+    entryPoints: [join(source, entry)],
+    bundle: true,
+    minify: true,
+    write: false,
+    format: "iife",
+    target: "es2020",
+    legalComments: "inline",
+    nodePaths: [modules],
+    loader,
+  });
+  return result.outputFiles[0].text;
+}
+
+// A closing tag inside a script or style would end it.
+const inline = (text) => text.replaceAll("</script", "<\\/script").replaceAll("</style", "<\\/style");
+
+const page = await readFile(join(source, "page.html"), "utf8");
+const [script, style] = await Promise.all([bundle("main.js", { ".css": "empty" }), bundle("style.css")]);
+const whole = page.replace("/*style*/", () => inline(style)).replace("/*script*/", () => inline(script));
+await writeFile(output, whole);

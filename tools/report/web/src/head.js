@@ -1,0 +1,33 @@
+// The title and the totals.
+import data from "./data.js";
+import { clockTime, element, grouped } from "./format.js";
+
+function fact(name, value) {
+  return element("div", {}, element("dt", {}, name), element("dd", {}, value));
+}
+
+export function showHead() {
+  const { log } = data;
+  document.title = `Memory report: ${log.process}`;
+  const notes = [...log.notes, ...data.warnings];
+  document.getElementById("head").append(
+    element("h1", {}, `${log.process} (process ${log.pid})`),
+    element("dl", {}, fact("Written", clockTime(log.time)), fact("Log", log.file), fact("Kind", log.kind),
+      log.snapshots > 1 ? fact("Snapshot", `${log.snapshot} of ${log.snapshots}`) : null,
+      log.program ? fact("Program", log.program) : null, fact("Records", grouped(log.records))),
+    notes.length ? element("ul", { class: "notes" }, ...notes.map((note) => element("li", {}, note))) : null ?? "");
+}
+
+function total(id, value, name) {
+  return element("div", { class: "total" }, element("b", { id }, value), element("span", {}, name));
+}
+
+export function showTotals() {
+  const peak = data.held ? data.held.peak : data.recorded.peak;
+  document.getElementById("totals").append(
+    total("unfreed-bytes", grouped(data.unfreed.bytes), "bytes unfreed"),
+    total("unfreed-count", grouped(data.unfreed.count), "blocks and mappings"),
+    total("site-count", grouped(data.site_count), "leak sites"),
+    total("peak", grouped(peak), "bytes held at most"),
+    total("fault-count", grouped(data.faults), data.faults === 1 ? "fault" : "faults"));
+}
