@@ -1,6 +1,7 @@
 // The used list: all live blocks, oldest first, linked through their headers.
 #pragma once
 
+#include "cache.h"
 #include "quarlheap/model/block.h"
 
 namespace quarl {
@@ -41,12 +42,11 @@ inline void mark_released(Address p) REQUIRES(hook_mutex) {
 // side by side instead of one after the other. Of a pointer that is no block nothing but the word before it is read.
 [[gnu::always_inline]] inline void prefetch_block(Address p) {
   constexpr uint32_t kTypicalHeader = 72;
-  const auto fetch = [](Address at) { __builtin_prefetch(reinterpret_cast<const void*>(at), 1); };
-  fetch(p - kTypicalHeader);
+  prefetch(p - kTypicalHeader);
   if (!qr_is_block(p)) return;
-  fetch(link_of(p, kNextLink) - 12);
-  fetch(link_of(p, kPrevLink) - 12);
-  fetch(p + user_size_of(p));
+  prefetch(link_of(p, kNextLink) - 12);
+  prefetch(link_of(p, kPrevLink) - 12);
+  prefetch(p + user_size_of(p));
 }
 
 // The block behind p on a walk, 0 at its end. A damaged link that points back to the block itself or to the list's
