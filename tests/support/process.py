@@ -10,7 +10,7 @@ import time
 
 from target import ANNOUNCE_DESCRIPTOR
 
-DEADLINE = 60  # seconds that any condition may take on a loaded machine
+DEADLINE = float(os.environ.get("QUARL_DEADLINE", 60))  # seconds that any condition may take on a loaded machine
 SYS_TGKILL = 234
 PARK_SIGNAL = 60
 
@@ -71,16 +71,23 @@ class Process:
         if libc.syscall(SYS_TGKILL, self.pid, tid or self.pid, self.target.host_signal(number)) != 0:
             raise ProcessLookupError(f"no task {tid} in {self.pid}")
 
+    def waits_for_signal(self, tid):
+        """Whether a task sleeps in the wait for a signal, as a parked thread does."""
+        with open(f"/proc/{tid}/wchan") as file:
+            return "sigtimedwait" in file.read()
+
     def release(self, tid=None):
-        """Ends a parked thread, the main thread when no task is named."""
-        self.signal(PARK_SIGNAL, tid)
+        """Ends a thread, the main thread when no task is named, as soon as it is parked."""
+        task = tid or self.pid
+        self.await_that(lambda: self.waits_for_signal(task), f"{task} to be parked")
+        self.signal(PARK_SIGNAL, task)
 
     def kill(self):
         self.popen.send_signal(signal.SIGKILL)
 
-    def finish(self):
+    def finish(self, end_input=True):
         """Ends its input, reads to the end and returns the exit status (negative: a signal)."""
-        if self.popen.stdin:
+        if end_input:
             self.popen.stdin.close()
         end = time.monotonic() + DEADLINE
         while self.selector.get_map():

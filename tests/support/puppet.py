@@ -21,7 +21,7 @@ def word(argument):
 class Puppet(Process):
     def __init__(self, target, **options):
         super().__init__(target, target.victim("puppet"), **options)
-        self.position = 0
+        self.positions = {}  # behind the last answer of each worker
         self.tasks = {0: self.pid}
         self.answer()
 
@@ -31,8 +31,9 @@ class Puppet(Process):
 
     def answer(self, worker=0):
         pattern = re.compile(rf"^{worker} 0x([0-9a-f]+) (-?\d+)\n", re.M)
-        match = self.await_that(lambda: pattern.search(self.text["said"], self.position), f"answer of {worker}")
-        self.position = match.end()
+        start = self.positions.get(worker, 0)
+        match = self.await_that(lambda: pattern.search(self.text["said"], start), f"answer of {worker}")
+        self.positions[worker] = match.end()
         return Answer(int(match[1], 16), int(match[2]))
 
     def do(self, line):

@@ -5,7 +5,7 @@ import signal
 import case
 from report_text import take_reports
 
-BASE = "QUARL_SLOPOVER_EXIT=0 QUARL_SLOPOVER_API=0 "
+BASE = "QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0 QUARL_SLOPOVER_API=0 "
 # trigger: items, the commands that run one check, and a command that must not
 TRIGGERS = {
     "malloc": ("QUARL_SLOPOVER_MALLOC=1", ["malloc 10", "memalign 16 10", "realloc 0 10", "calloc 1 10"], "free 0"),
@@ -14,7 +14,7 @@ TRIGGERS = {
     "timer": ("QUARL_TIMER=1 QUARL_SLOPOVER_TIMER=1", [f"raise {signal.SIGALRM}"], "check"),
     "user": ("QUARL_SLOPOVER_USER=40", ["raise 40"], "check"),
     "user 14": ("QUARL_SLOPOVER_USER=14", [f"raise {signal.SIGALRM}"], "check"),
-    "dump": ("QUARL_OUTPUT_LOG=1", [f"raise {signal.SIGUSR1}"], "check"),
+    "dump": ("", [f"raise {signal.SIGUSR1}"], "check"),
 }
 
 
@@ -65,7 +65,7 @@ class HeapCheck(case.Case):
                 self.assert_ends(puppet)
 
     def test_broken_head_ends_the_walk(self):
-        puppet = self.puppet("QUARL_SLOPOVER_EXIT=0")
+        puppet = self.puppet("QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0")
         self.assertEqual(self.found(puppet, "check"), [])
         blocks = [puppet.malloc(16) for _ in range(4)]
         for index in (0, 3):
@@ -76,7 +76,7 @@ class HeapCheck(case.Case):
         self.assert_ends(puppet, puppet.out)
 
     def test_damaged_links_end_the_walk(self):
-        puppet = self.puppet("QUARL_SLOPOVER_EXIT=0")
+        puppet = self.puppet("QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0")
         blocks = [puppet.malloc(16) for _ in range(3)]
         puppet.fill(blocks[2] + 16, 0, 1)
         link = puppet.word(blocks[1] - 8)

@@ -62,7 +62,7 @@ class Reload(case.Case):
                     self.assert_ends(puppet)
 
     def test_report_of_a_block_made_under_another_layout(self):
-        puppet = self.puppet(SWITCHED_ON + LAYOUTS[0] + " QUARL_SLOPOVER_EXIT=0")
+        puppet = self.puppet(SWITCHED_ON + LAYOUTS[0] + " QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0")
         block = puppet.malloc(100)
         old = read_header(puppet, block)
         self.reload(puppet, SWITCHED_ON + LAYOUTS[1])

@@ -112,7 +112,7 @@ COMMAND(chdir) {
   return (Word)chdir(words[1]);
 }
 COMMAND(open) {
-  return (Word)open(words[1], (int)N(2), 0666);
+  return (Word)open64(words[1], (int)N(2), 0666);
 }
 COMMAND(close) {
   return (Word)close((int)N(1));
