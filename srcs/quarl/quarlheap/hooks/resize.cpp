@@ -91,13 +91,15 @@ void* fail_resize(const Resize& resize) {
   return fail(resize.flags, resize.new_size, resize.trace);
 }
 
+constexpr uint32_t kPlainAlignment = 3;  // log2 of what every raw block has
+
 // log2 of the alignment that the new block inherits.
 uint32_t inherited_alignment(Address p) {
-  if (!qr_is_block(p) || !has_trace_info(p)) return 3;
+  if (!qr_is_block(p) || !has_trace_info(p)) return kPlainAlignment;
   const TraceInfo info = read_trace_info(p);
   const bool keeps = info.operation() == kOpMemalign || info.operation() == kOpRealloc;
   const uint32_t log2 = info.align_log2();
-  return keeps && log2 != 0 && log2 < 32 ? log2 : 3;
+  return keeps && log2 != 0 && log2 < 32 ? log2 : kPlainAlignment;
 }
 
 // Where an old header is longer than the new one (header items were switched off meanwhile), the trace is lengthened by
@@ -125,9 +127,22 @@ void move_user_bytes(const Resize& resize, void* raw) {
   memmove(start + resize.place.offset, start + resize.old_offset, kept);
 }
 
+// The raw resize knows no alignment, and may turn an ordinary chunk into a mapping of its own, which an aligned block
+// never is: the size rule allows for none. So an aligned block moves, and stays aligned.
+void* move_aligned(const Resize& resize) {
+  const Placement& place = resize.place;
+  void* raw = raw::allocate_aligned(place.alignment, place.raw_size(resize.new_size));
+  if (raw == nullptr) return nullptr;
+  const uint32_t kept = resize.old_size < resize.new_size ? resize.old_size : resize.new_size;
+  memcpy(static_cast<char*>(raw) + place.offset, pointer_to(resize.p), kept);
+  raw::release(pointer_to(resize.raw()));
+  return raw;
+}
+
 // Resizes the raw block and brings the user's bytes to their new offset; null when there is no memory, the old block
 // untouched. To a shorter offset the bytes move down while the room of both headers is there.
 void* resize_raw(const Resize& resize) {
+  if (resize.place.align_log2 > kPlainAlignment) return move_aligned(resize);
   const uint32_t final_size = resize.place.raw_size(resize.new_size);
   const bool shorter = resize.place.offset < resize.old_offset;
   const uint32_t room = shorter ? resize.old_offset - resize.place.offset : 0;
