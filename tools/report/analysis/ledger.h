@@ -47,6 +47,8 @@ class Ledger {
         return add_fault(record);
     }
   }
+  // Says that a record of the block at `address` comes soon.
+  void expect(uint32_t address) const { blocks_.prefetch(address); }
   // A fault record found outside the snapshot's own records.
   void add_fault(const OpRecord& record);
   // To be called after the last record.

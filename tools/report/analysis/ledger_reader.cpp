@@ -14,7 +14,10 @@ void see_time(LedgerResult& result, uint32_t time) {
 }
 
 void apply(LedgerResult& result, std::span<const OpRecord> batch, const RecordObserver& observer) {
-  for (const OpRecord& record : batch) {
+  constexpr size_t kAhead = 8;
+  for (size_t index = 0; index < batch.size(); ++index) {
+    const OpRecord& record = batch[index];
+    if (index + kAhead < batch.size()) result.ledger->expect(batch[index + kAhead].start_addr);
     see_time(result, record.time);
     result.ledger->apply(record);
     if (observer) observer(record, *result.ledger);

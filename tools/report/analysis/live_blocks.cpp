@@ -6,10 +6,6 @@ namespace quarl::report {
 
 LiveBlocks::LiveBlocks() : slots_(1024), shift_(64 - 10) {}
 
-size_t LiveBlocks::home(uint32_t address) const {
-  return static_cast<size_t>((address * uint64_t{0x9E3779B97F4A7C15}) >> shift_);
-}
-
 size_t LiveBlocks::find(uint32_t address) const {
   size_t slot = home(address);
   while (slots_[slot].address != 0 && slots_[slot].address != address) slot = (slot + 1) & (slots_.size() - 1);

@@ -56,6 +56,7 @@ std::vector<std::string> Subject::notes() {
   if (log_.kind() == LogKind::kRecords) {
     add(ledger().lost_releases(), "blocks were given out again although no release of them is in the log.");
   }
+  compare_with_statistics(notes);
   if (symbolizer_.maps().all().empty()) notes.push_back("The log holds no memory map: addresses cannot be resolved.");
   return notes;
 }
@@ -65,9 +66,17 @@ std::string Subject::label() const {
   return log_.snapshots().size() == 1 ? path : fmt::format("{}@{}", path, snapshot_->header.snapshot_number);
 }
 
-bool has_counts(const ProfInfo& statistics) {
-  return std::any_of(std::begin(statistics.calls), std::end(statistics.calls),
-                     [](uint32_t calls) { return calls != 0; });
+// Where the two differ the reader must know which one an answer rests on.
+void Subject::compare_with_statistics(std::vector<std::string>& notes) {
+  uint64_t counted = statistics().unfree_size;
+  uint64_t recorded = ledger().held().bytes;
+  if (!has_counts(statistics()) || snapshot_->header.time == 0 || counted == (recorded & UINT32_MAX)) return;
+  if (result().records == 0) {
+    notes.push_back(
+        fmt::format("{} bytes are held, but this snapshot has no records of them (QUARL_SNAP_DETAIL).", counted));
+  } else {
+    notes.push_back(fmt::format("The library counted {} bytes held, the records add up to {}.", counted, recorded));
+  }
 }
 
 }  // namespace quarl::report

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "report/analysis/ledger_reader.h"
+#include "report/analysis/statistics.h"
 #include "report/analysis/thread_tally.h"
 #include "report/symbols/symbolizer.h"
 
@@ -29,13 +30,12 @@ class Subject {
   std::string label() const;
 
  private:
+  void compare_with_statistics(std::vector<std::string>& notes);
+
   Log log_;
   const Snapshot* snapshot_;
   Symbolizer symbolizer_;
   std::optional<LedgerResult> result_;
 };
-
-// True when the library counted (QUARL_PROF was on).
-bool has_counts(const ProfInfo& statistics);
 
 }  // namespace quarl::report

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "report/analysis/ledger_reader.h"
+#include "report/analysis/statistics.h"
 
 namespace quarl::report {
 namespace {
@@ -16,15 +17,25 @@ TimePoint join(const TimePoint& a, TimePoint b) {
 
 }  // namespace
 
+namespace {
+
+TimePoint snapshot_point(const Log& log, const Snapshot& snapshot) {
+  ProfInfo statistics = log.statistics(snapshot);
+  TimePoint point = {snapshot.header.time, statistics.unfree_size, statistics.unfree_file_size,
+                     std::nullopt,         statistics.unfree_peak, snapshot.header.snapshot_number};
+  if (snapshot.records == 0) return point;
+  LedgerResult result = read_ledger(log, snapshot);
+  const Held& held = result.ledger->held();
+  point.entries = held.entries;
+  if (!has_counts(statistics)) point.bytes = point.peak = held.bytes, point.file_bytes = held.file_bytes;
+  return point;
+}
+
+}  // namespace
+
 Timeline snapshot_timeline(const Log& log) {
   Timeline timeline;
-  for (const Snapshot& snapshot : log.snapshots()) {
-    ProfInfo statistics = log.statistics(snapshot);
-    TimePoint point = {snapshot.header.time, statistics.unfree_size, statistics.unfree_file_size,
-                       std::nullopt,         statistics.unfree_peak, snapshot.header.snapshot_number};
-    if (snapshot.records != 0) point.entries = snapshot.records;
-    timeline.points.push_back(point);
-  }
+  for (const Snapshot& snapshot : log.snapshots()) timeline.points.push_back(snapshot_point(log, snapshot));
   return timeline;
 }
 

@@ -25,7 +25,8 @@ struct Timeline {
   std::vector<TimePoint> points;
 };
 
-// One point per snapshot, from the statistics and record counts; the records themselves are not read.
+// One point per snapshot: bytes from its statistics, or from its records where the statistics were off; blocks from its
+// records.
 Timeline snapshot_timeline(const Log& log);
 
 // Samples a ledger while it is filled. When the points become too many, each two neighbours are joined.

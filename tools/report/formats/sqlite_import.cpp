@@ -145,7 +145,8 @@ void SqliteImport::add_records(const Log& log, const Snapshot& snapshot, Symboli
                             int64_t{record.operation}, int64_t{record.result}, int64_t{record.from_file},
                             int64_t{record.size}, int64_t{record.start_addr}, trace_ids[known]);
     if (is_allocation(record)) allocations[record.start_addr] = database_.last_id();
-    if (record.result == kKindReleased) allocations.erase(record.start_addr);
+    // Unmapping the front of a mapping leaves it held.
+    if (record.result == kKindReleased && record.operation != kOpMunmap) allocations.erase(record.start_addr);
   };
   LedgerResult result = read_ledger(log, snapshot, add);
   result.ledger->for_each_held([&](const LiveEntry& entry) {

@@ -2,15 +2,15 @@
 #pragma once
 
 #include <span>
+#include <vector>
 
 #include "report/reading/log.h"
-#include "report/reading/read_ahead.h"
 
 namespace quarl::report {
 
 class RecordStream {
  public:
-  // Reads the first `count` records of `snapshot`, whose header lies in `log`. The log must outlive the stream.
+  // Reads the first `count` records of `snapshot`, whose header lies in `log`. Both must outlive the stream.
   RecordStream(const Log& log, const Snapshot& snapshot, uint64_t count);
   RecordStream(const Log& log, const Snapshot& snapshot) : RecordStream(log, snapshot, snapshot.records) {}
 
@@ -23,13 +23,14 @@ class RecordStream {
   uint64_t damaged() const { return damaged_; }  // records left out so far
 
  private:
-  std::span<const OpRecord> without_damaged(std::span<OpRecord> batch);
+  size_t drop_damaged(size_t count);
 
-  bool swapped_;
+  const Log& log_;
+  uint64_t offset_;
   uint64_t total_;
   uint64_t done_ = 0;
   uint64_t damaged_ = 0;
-  ReadAhead reader_;
+  std::vector<OpRecord> batch_;
 };
 
 }  // namespace quarl::report

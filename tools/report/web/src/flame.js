@@ -24,7 +24,7 @@ function colorOf(node) {
   if (!base) return `hsl(${hueOf(node.data.module)} ${node.data.module ? 52 : 12}% ${76 - (node.depth % 2) * 4}%)`;
   const change = (node.data.now - node.data.before) / Math.max(node.data.now, node.data.before, 1);
   if (change === 0) return "hsl(45 8% 80%)";
-  return `hsl(${change > 0 ? 12 : 140} ${40 + 40 * Math.abs(change)}% ${84 - 20 * Math.abs(change)}%)`;
+  return `hsl(${change > 0 ? 14 : 210} ${40 + 40 * Math.abs(change)}% ${84 - 20 * Math.abs(change)}%)`;
 }
 
 function describe(node) {
