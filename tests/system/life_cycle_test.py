@@ -96,7 +96,7 @@ class Children(case.Case):
         self.assert_ends(puppet)
 
     def test_program_started_by_exec_is_checked_from_its_beginning(self):
-        puppet = self.puppet("QUARL_OUTPUT_LOG=1")
+        puppet = self.puppet("")
         puppet.malloc(10)
         victim = self.target.victim("double_free")
         command, _ = self.target.command(victim, (), {}, True)
