@@ -4,7 +4,7 @@ import re
 import socket
 import unittest
 
-from tool import ToolTest, library, victim
+from tool import DEADLINE, ToolTest, library, victim
 
 
 class RealAgent(ToolTest):
@@ -24,7 +24,7 @@ class RealAgent(ToolTest):
                 self.assertEqual(output.count("slop over occurs at tail"), 1)
                 self.assertEqual(output.count("Program memory prof info"), 1)
                 run.stdin.close()
-                self.assertEqual(run.wait(), 86)  # the overrun
+                self.assertEqual(run.wait(DEADLINE), 86)  # the overrun
 
 
 class Socket(ToolTest):
@@ -40,7 +40,7 @@ class Socket(ToolTest):
         with connection:
             got = b"".join(iter(lambda: connection.recv(4096), b""))
         self.assertEqual(got, b"QUARL_SIG=SIGUSR2".ljust(32, b"\0") + b"QUARL_LOG_FILENAME=123456789012\0")
-        self.assertEqual(run.wait(), 0)
+        self.assertEqual(run.wait(DEADLINE), 0)
         self.assertIn("cannot be set again", run.stderr.read().decode())
 
     def test_nothing_is_sent_when_one_command_is_refused(self):

@@ -68,6 +68,8 @@ class Output(Run):
             with open(path, encoding="utf-8") as out:
                 self.assertTrue(out.read().startswith("before\n" + expected + "######"))
             self.assertEqual(result.returncode, 86)
+        with self.subTest("device that takes nothing"), open("/dev/full", "wb") as full:
+            self.assertEqual(self.run_victim("i686", "lines", stdout=full).returncode, 7)
         with self.subTest("direct: no fault is read"):
             self.assertEqual(self.run_victim("i686", "tail", options=["--direct"]).returncode, 7)
 
@@ -82,9 +84,13 @@ class Output(Run):
         library("i686")
         main, slave = pty.openpty()
         result = self.quarl("run", "--", victim("i686"), "tty", "double", stdin=slave, stdout=slave, stderr=slave)
-        text = os.read(main, 65536).decode()
         os.close(slave)
-        os.close(main)
+        text = ""
+        try:
+            while True:
+                text += os.read(main, 65536).decode()
+        except OSError:  # all of it was read
+            os.close(main)
         self.assertTrue(text.startswith("1 1 1\r\ndouble free"), text)
         self.assertEqual(result.returncode, 86)
 

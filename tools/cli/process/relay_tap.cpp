@@ -32,6 +32,8 @@ bool open_terminal(int ends[2]) {
   return openpty(&ends[0], &ends[1], nullptr, known ? &modes : nullptr, known ? &size : nullptr) == 0;
 }
 
+// False when nobody takes the output any more. What another error keeps from being written (a full device) is lost;
+// the program cannot learn of it.
 bool write_all(int fd, const char* bytes, size_t size) {
   while (size > 0) {
     ssize_t done = write(fd, bytes, size);
@@ -41,7 +43,7 @@ bool write_all(int fd, const char* bytes, size_t size) {
       continue;
     }
     if (done < 0 && errno == EINTR) continue;
-    if (done < 0) return false;
+    if (done < 0) return errno != EPIPE;
     bytes += done;
     size -= static_cast<size_t>(done);
   }

@@ -59,7 +59,7 @@ std::string bash_script(const CLI::App& app) {
 void add_completion(CLI::App& app, int& exit_status) {
   auto* verb = app.add_subcommand("completion", "Write the completion script of a shell.");
   auto shell = std::make_shared<std::string>();
-  verb->add_option("SHELL", *shell, "bash")->required()->check(CLI::IsMember({"bash"}))->type_name("");
+  verb->add_option("SHELL", *shell, "bash")->required()->check(CLI::IsMember({"bash"}).description(""))->type_name("");
   verb->footer("Example:\n  source <(quarl completion bash)");
   verb->callback([&app, &exit_status] {
     fmt::print("{}", bash_script(app));

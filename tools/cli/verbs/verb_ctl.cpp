@@ -88,7 +88,7 @@ void add_ctl(CLI::App& app, int& exit_status) {
   verb->add_option("COMMAND", options->commands, "KEY=VALUE, check, stats or reset")->required()->type_name("...");
   verb->add_option("--timeout", options->timeout, "Seconds to wait for the agent (10)")
       ->type_name("SECONDS")
-      ->check(CLI::Range(1, 86400));
+      ->check(CLI::Range(1, 86400).description(""));
   verb->add_flag("--force", options->force, "Send QUARL_SNAP_INTERVAL without QUARL_HEAD_TIME=2 before it");
   verb->footer(kFooter);
   verb->callback([options, &exit_status] { exit_status = control(*options); });

@@ -37,8 +37,9 @@ of that folder (their logs are named after the loader then); ARM programs run th
 
 Faults: a parked thread is found by what the kernel says of it. Reports are found in what the program prints: a file is
 passed through and read on the side, a pipe is replaced by a pipe, a terminal by a pseudo-terminal, and what comes out
-is passed on unchanged. --direct passes the descriptor itself; then only parked threads count as faults, as they do when
-the program sends its standard output elsewhere. Programs that PROGRAM starts are checked, too.
+is passed on unchanged. --direct passes the descriptor itself; then only parked threads count as faults and the agent's
+port is not told, as when the program sends its standard output elsewhere. 32-bit programs that PROGRAM starts are
+checked, too; of 64-bit ones the loader says on standard error that it cannot.
 
 Log files are written to the current directory of the process, named NAME_PID_quarl*.log. With --logs those of the
 program and of the processes that it started are moved to DIR once they have ended.
@@ -110,11 +111,11 @@ void add_options(CLI::App& run, RunOptions& options) {
   run.add_flag("--record", options.record, "Write the record log: every operation");
   run.add_option("--snapshots", options.snapshots, "Take a detailed snapshot every N seconds")
       ->type_name("N")
-      ->check(CLI::Range(1, 999999999));
+      ->check(CLI::Range(1, 999999999).description(""));
   run.add_flag("--keep-parked", options.settings.keep_parked, "Leave a thread parked after a fault");
   run.add_option("--fault-exitcode", options.settings.fault_status, "Exit status after a fault (86); 0: the program's")
       ->type_name("N")
-      ->check(CLI::Range(0, 255));
+      ->check(CLI::Range(0, 255).description(""));
   run.add_flag("--direct", options.settings.direct, "Pass standard output itself; count only parked threads as faults");
   run.add_option("PROGRAM", options.command, "Program and its arguments")->required()->type_name("ARGS...");
 }
