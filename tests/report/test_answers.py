@@ -90,12 +90,11 @@ class Sites(ReportTest):
 
     def test_suppression_and_the_build_server(self):
         known = self.folder / "known.txt"
-        known.write_text("# known\n\nleak:^0x0*a000$\n")
         path = self.sample()
         self.report("leaks", path, "--fail-on-leak", "4546")
         self.assertIn("4546 bytes in 4 blocks", self.report("leaks", path, "--fail-on-leak", "4545", status=3)[1])
-        known.write_text("leak:nothing\nleek:typo\n")
-        self.assertIn("known.txt:2:", self.report("leaks", path, "--suppress", known, status=1)[1])
+        known.write_text("leek:typo\n")
+        self.assertIn("known.txt:1:", self.report("leaks", path, "--suppress", known, status=1)[1])
 
     def test_wrong_questions_are_refused(self):
         path = self.sample()

@@ -63,6 +63,15 @@ class Library(ReportTest):
                 self.assertIn("keep(leak_inlined())", source[inlined[1]["line"] - 1])
                 self.assertIn("call_inlined()", source[inlined[2]["line"] - 1])
 
+    def test_known_leaks_are_left_out(self):
+        log = the_log(self.run_leaky("i686"), "_quarl.log")
+        known = self.folder / "known.txt"
+        for pattern, hidden in (("list", 120), ("^second*er$", 48), ("^list", 0), ("leaky.c", 309666), ("ld-linux", 144), ("call_inl*", 154)):
+            known.write_text(f"# known\n\n  leak:{pattern}\n")
+            document = self.json("leaks", log, "--suppress", known)
+            self.assertEqual(document["suppressed"]["bytes"], hidden, pattern)
+            self.assertEqual(document["unfreed"]["bytes"] + hidden, 309810)
+
     def test_statistics_and_threads_agree(self):
         for target in RUNNERS:
             with self.subTest(target):

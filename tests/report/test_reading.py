@@ -58,6 +58,14 @@ class Kinds(ReportTest):
         self.assertIn("no snapshot 4; the log holds 3, numbered 1 to 3", self.report(f"{path}@4", status=1)[1])
 
 
+    def test_what_records_and_statistics_say_is_compared(self):
+        bare = self.json(self.write(self.layout.bare_chain([5]), "a_autosnap.log"))
+        self.assertIn("100 bytes are held, but this snapshot has no records of them (QUARL_SNAP_DETAIL).", bare["log"]["notes"])
+        record = self.layout.record(MALLOC, ALLOCATED, 0x1000, 30)
+        detailed = self.json(self.write(self.layout.chain([(5, 31, [record], [])]), "a_autosnap.log"))
+        self.assertIn("The library counted 31 bytes held, the records add up to 30.", detailed["log"]["notes"])
+
+
 class CutShort(ReportTest):
     def test_a_record_log_is_read_up_to_the_last_whole_record(self):
         layout = self.layout

@@ -23,7 +23,7 @@ void insert(CallNode& root, const Site& site) {
   CallNode* node = &root;
   add(*node, site.usage);
   for (auto frame = site.frames.rbegin(); frame != site.frames.rend(); ++frame) {
-    node = &child_named(*node, describe(*frame));
+    node = &child_named(*node, name_of(*frame));
     add(*node, site.usage);
   }
   if (site.frames.empty()) add(child_named(root, kNoTrace), site.usage);

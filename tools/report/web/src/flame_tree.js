@@ -1,11 +1,18 @@
 // The call tree that the flame graph shows, of one snapshot or of the difference between two.
 import { holdings, siteAt, stackOf } from "./data.js";
 
+// A function is one bar whatever line of it calls.
+function nameOf(frame) {
+  if (!frame.function) return frame.text;
+  return frame.text.startsWith("near ") ? `near ${frame.function}` : frame.function;
+}
+
 function childOf(node, frame) {
-  let child = node.index.get(frame.text);
+  const name = nameOf(frame);
+  let child = node.index.get(name);
   if (!child) {
-    child = { name: frame.text, module: frame.module, value: 0, before: 0, children: [], index: new Map() };
-    node.index.set(frame.text, child);
+    child = { name, module: frame.module, value: 0, before: 0, children: [], index: new Map() };
+    node.index.set(name, child);
     node.children.push(child);
   }
   return child;
