@@ -145,7 +145,7 @@ TEST(SymbolTable, OwnProgramAndFilesThatAreNone) {
   std::ofstream(path) << "text, and enough of it to be no header of anything that could be run at all";
   EXPECT_EQ(load_symbols(path.c_str()), -1);
   message_writer = before;
-  EXPECT_EQ(message.substr(0, 24), "srcs/quarl/quarlheap:" + message.substr(21, 3));
+  EXPECT_EQ(message.rfind("srcs/quarl/quarlheap:", 0), 0U) << message;
   EXPECT_NE(message.find(": unsupported file type;\n"), std::string::npos);
   EXPECT_EQ(look_up_symbol("main", nullptr, nullptr), 0U);
 }
