@@ -1,10 +1,8 @@
 """What the library shows to the outside and needs from it."""
 
-import os
 import re
 import subprocess
 import unittest
-from pathlib import Path
 
 import target
 
@@ -46,9 +44,9 @@ class Exports(unittest.TestCase):
         self.assertEqual({name for name in undefined if name.startswith("_Z")}, set())
 
     def test_native_build_expects_exactly_the_hooks_and_raw_entries(self):
-        native = Path(os.environ.get("QUARL_NATIVE_LIBRARY", self.target.build / "native" / "libquarl.so"))
-        if not native.exists():
-            self.skipTest("no native build here")
+        native = self.target.build / "native" / "libquarl.so"
+        if self.target.name != "i686":
+            self.skipTest("built for i686 only: its symbols are the same everywhere")
         undefined = {name for name, (_, here) in self.symbols(native).items() if not here}
         defined = {name for name, (_, here) in self.symbols(native).items() if here}
         self.assertEqual(undefined & (RAW | HOOKS), RAW | HOOKS)

@@ -44,6 +44,22 @@ class Ends(case.Case):
             self.assert_ends(process, status=5)
             self.assertTrue(process.said("block"))
 
+    def test_exit_in_a_handler_that_interrupted_a_hook(self):
+        for config in ("", "QUARL_OUTPUT_LOG=1"):
+            for microseconds in range(3000, 8000, 377):
+                process = self.run_victim("exit_in_hook", microseconds, config=config)
+                self.assert_ends(process, status=5)
+
+    def test_exit_while_threads_allocate(self):
+        for config in ("", "QUARL_OUTPUT_LOG=1", "QUARL_ALL=1 QUARL_PROF=1 QUARL_THREAD=1"):
+            for way in ("exit 6", "raise 15"):
+                puppet = self.puppet(config)
+                for worker in [puppet.spawn() for _ in range(4)]:
+                    worker.send("repeat 100000000 calloc 1 10;realloc 0 500;memalign 64 3")
+                puppet.malloc(10)
+                puppet.send(way)
+                self.assertEqual((puppet.finish(), puppet.out, puppet.err), (6 if "exit" in way else -15, "", ""))
+
     def test_item_that_ends_the_process_during_a_reload(self):
         puppet = self.puppet("QUARL_OUTPUT_LOG=1")
         puppet.malloc(10)
