@@ -35,7 +35,7 @@ std::string current_directory(pid_t pid);
 // libquarl.so is mapped into the process.
 bool runs_under_checker(pid_t pid);
 
-// Nothing but helpers lives in the process any more, the checker's agent among them: the program itself has ended.
+// Only the checker's agent, and threads of the emulator, live in the process any more: the program itself has ended.
 bool only_agent_left(pid_t pid);
 
 // The process is an emulator that runs an ARM program.
