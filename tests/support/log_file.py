@@ -104,8 +104,11 @@ class Snapshot:
         return path, min(start for start, _, other in spans if other == path)
 
 
-def read_log(path, maps_kb=32):
-    return Snapshot(path.read_bytes(), 0, maps_kb)
+def read_log(path, maps_kb=32, torn=False):
+    """torn: the last write may have been cut short in the middle of a record, which is then left out."""
+    data = path.read_bytes()
+    behind = (len(data) - struct.unpack_from("<I", data, 68)[0]) % RECORD
+    return Snapshot(data[: len(data) - behind] if torn else data, 0, maps_kb)
 
 
 def read_chain(path, maps_kb=32):

@@ -169,6 +169,7 @@ class Agent(case.Case):
                 puppet, port = self.start()
                 with self.client(puppet, port) as client:
                     puppet.await_that(lambda: puppet.out.endswith(CONNECTED), "connection")
+                    puppet.await_that(lambda: puppet.read("srv_socket_desc") != 0xFFFFFFFF, "its descriptor")
                     puppet.close(puppet.read(symbol))
                     client.sendall(packet("QUARL_HEAD_TID=0"))
                 puppet.await_that(lambda: message in puppet.out, "the message")
