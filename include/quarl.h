@@ -31,27 +31,27 @@ extern unsigned stack_use;   /* initially 0 */
  * clone: by defining these two, sorted by address, with ONE ENTRY MORE than ulSymTblSize counts (the size of a symbol
  * is the distance to the entry behind it). The library's own definitions are weak: one cleared entry and 0. */
 struct quarl_symbol {
-  uint32_t name;      /* address of the NUL-terminated name */
-  uint32_t value;     /* address */
-  uint32_t type;      /* 2: function */
+  uint32_t name;  /* address of the NUL-terminated name */
+  uint32_t value; /* address */
+  uint32_t type;  /* 2: function */
   uint32_t unused[2];
-  uint32_t absolute;  /* nonzero: value is an address; 0: relative to the load base, which is 0 */
+  uint32_t absolute; /* nonzero: value is an address; 0: relative to the load base, which is 0 */
 };
 extern struct quarl_symbol taSymTbl[];
 extern uint32_t ulSymTblSize; /* entries */
 
 /* For reading only, from here on. */
 
-extern int qr_sig_num;      /* signal of the interval timer, default 14 (SIGALRM) */
-extern int QR_TRACE_MMAP;   /* 1: live mappings are recorded (QUARL_MMAP) */
-extern int QR_PAGE_SIZE;    /* bytes of a memory page */
-extern int QR_PAGE_NUM;     /* memory pages in a page of mapping records, 4 */
+extern int qr_sig_num;       /* signal of the interval timer, default 14 (SIGALRM) */
+extern int QR_TRACE_MMAP;    /* 1: live mappings are recorded (QUARL_MMAP) */
+extern int QR_PAGE_SIZE;     /* bytes of a memory page */
+extern int QR_PAGE_NUM;      /* memory pages in a page of mapping records, 4 */
 extern int QR_TRACEINFO_NUM; /* entries in a page of mapping records */
 
 /* Records of live mappings (useed_*), free entries (unuse_*), and the pages that hold both, each as head and tail of a
- * doubly linked list. An entry is a 280-byte operation record (docs/log-format.md) followed by the links to the previous
- * and the next entry; a page begins with its links, the number of its entries in use and the address of its first one.
- * Changed under the checker's lock at any time: look at them only while the process is stopped. */
+ * doubly linked list. An entry is a 280-byte operation record (docs/log-format.md) followed by the links to the
+ * previous and the next entry; a page begins with its links, the number of its entries in use and the address of its
+ * first one. Changed under the checker's lock at any time: look at them only while the process is stopped. */
 struct quarl_mapping_entry;
 struct quarl_mapping_page;
 extern struct quarl_mapping_entry* useed_head;

@@ -26,7 +26,7 @@ namespace {
 
 constexpr const char* kThreadName = "qr_demo_thread";
 constexpr int kFirstPort = 9000;
-constexpr size_t kStackSize = 64 * 1024;
+constexpr size_t kStackSize = 128 * 1024;  // exit handlers of the application may run on it
 
 constinit Socket listener;
 constinit Socket connection;
@@ -42,7 +42,7 @@ bool listen_on(int* port) {
 }
 
 bool accept_client() {
-  if (connection.take(accept_connection(listener.fd()))) {
+  if (connection.take(accept_connection(listener))) {
     srv_socket_desc = connection.fd();
     return true;
   }

@@ -1,11 +1,11 @@
 #include "agent/connection.h"
 
 #include <errno.h>
-#include <poll.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "agent/wait.h"
 #include "config/item_table.h"
 #include "platform/print.h"
 #include "platform/seam.h"
@@ -14,19 +14,6 @@ namespace quarl {
 namespace {
 
 constexpr useconds_t kRetryPause = 10;  // microseconds
-
-// Until data, a hang-up or an error is there; the receive tells which. False when the wait itself failed.
-bool wait_for_data(int fd) {
-  struct pollfd wanted {};
-  wanted.fd = fd;
-  wanted.events = POLLIN;
-  while (poll(&wanted, 1, -1) < 0) {
-    if (errno == EINTR) continue;
-    print(kStdout, "%s failed... %s\n", "tam_get_tcp_packet", error_text(errno));
-    return false;
-  }
-  return true;
-}
 
 // After a failed receive: false when the connection can no longer be used. A descriptor that the application has closed
 // and taken for something else counts as closed.
@@ -52,7 +39,10 @@ long receive(const Socket& connection, char* buffer) {
 
 int receive_packet(const Socket& connection, char* buffer) {
   memset(buffer, 0, kPacketSize);
-  if (!wait_for_data(connection.fd())) return -1;
+  if (!wait_for_socket(connection.fd())) {
+    print(kStdout, "%s failed... %s\n", "tam_get_tcp_packet", error_text(errno));
+    return -1;
+  }
   for (;;) {
     const long received = receive(connection, buffer);
     if (received > 0) return static_cast<int>(received);

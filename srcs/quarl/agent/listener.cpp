@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "agent/wait.h"
 #include "platform/print.h"
 #include "platform/seam.h"
 
@@ -97,13 +98,25 @@ int find_usable_port() {
   return ntohs(address.sin_port);
 }
 
-int accept_connection(int listener) {
+namespace {
+
+// Fails with EBADF when the application has closed the descriptor and perhaps has a socket of its own there.
+int accept_from(const Socket& listener, struct sockaddr_in* peer) {
+  wait_for_socket(listener.fd());  // a failure shows in the accept
+  errno = EBADF;
+  if (!listener.is_ours()) return -1;
+  socklen_t size = sizeof *peer;
+  errno = 0;
+  return accept4(listener.fd(), reinterpret_cast<struct sockaddr*>(peer), &size, SOCK_CLOEXEC);
+}
+
+}  // namespace
+
+int accept_connection(const Socket& listener) {
   struct sockaddr_in peer {};
   int fd = -1;
   do {
-    errno = 0;
-    socklen_t size = sizeof peer;
-    fd = accept4(listener, reinterpret_cast<struct sockaddr*>(&peer), &size, SOCK_CLOEXEC);
+    fd = accept_from(listener, &peer);
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) {
     print(kStdout, "Access failed, %s\n", error_text(errno));

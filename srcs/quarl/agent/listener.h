@@ -1,6 +1,8 @@
 // The agent's listening socket and the connections that it accepts. IPv4, any local address.
 #pragma once
 
+#include "agent/socket.h"
+
 namespace quarl {
 
 // Listens on *port, or, when that is in use, on a free port of the kernel's choice, which is stored there. The socket,
@@ -11,6 +13,6 @@ int open_listener(int* port);
 int find_usable_port();
 
 // The next client's socket with keep-alive on, or -1 with a message. Ignores SIGPIPE for the whole process.
-int accept_connection(int listener);
+int accept_connection(const Socket& listener);
 
 }  // namespace quarl

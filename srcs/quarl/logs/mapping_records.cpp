@@ -89,6 +89,7 @@ void set_up_record_pages() {
 TraceInfoEntry* take_mapping_entry() {
   if (unuse_head == nullptr && !add_page()) return nullptr;
   TraceInfoEntry* entry = unuse_head;
+  if (entry == nullptr) return nullptr;  // QR_PAGE_NUM, which the application sees, leaves no room for an entry
   unlink_from(&unuse_head, &unuse_tail, entry);
   append_to(&useed_head, &useed_tail, entry);
   if (RecordPage* page = page_of(entry)) ++page->used;

@@ -14,8 +14,8 @@ struct ThreadCache {
   // Above 0 while the thread is inside a hook or the checker's own work: the public entries then go straight to the
   // raw ones. First, because the entries written in assembly read it.
   int32_t hook_depth;
-  int32_t tid;  // 0: not asked yet
-  bool ending;  // released from its parking place: what it allocates on its way out must not stop it again
+  int32_t tid;          // 0: not asked yet
+  bool ending;          // released from its parking place: what it allocates on its way out must not stop it again
   ThreadProf* prof;     // the thread's statistics entry, null: not looked up yet
   uintptr_t stack_low;  // the stack that the thread was created with, [low, high); 0, 0: not known yet
   uintptr_t stack_high;

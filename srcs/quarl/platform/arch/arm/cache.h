@@ -5,6 +5,8 @@
 
 namespace quarl {
 
-inline void prefetch(uint32_t address) { __builtin_prefetch(reinterpret_cast<const void*>(address), 1); }
+inline void prefetch(uint32_t address) {
+  __builtin_prefetch(reinterpret_cast<const void*>(address), 1);
+}
 
 }  // namespace quarl

@@ -6,6 +6,8 @@
 namespace quarl {
 
 // Spelled out: the compiler leaves it away for plain i686, where processors before SSE take it for a no-operation.
-inline void prefetch(uint32_t address) { __asm__ volatile("prefetcht0 (%0)" : : "r"(address)); }
+inline void prefetch(uint32_t address) {
+  __asm__ volatile("prefetcht0 (%0)" : : "r"(address));
+}
 
 }  // namespace quarl
