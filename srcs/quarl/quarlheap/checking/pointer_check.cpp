@@ -30,8 +30,8 @@ bool qr_find_used_block(Address p, bool lock_held) {
 }
 
 [[gnu::flatten]] uint32_t classify_pointer(Address p) {
-  if (is_freed(p)) report_and_stop(p, QR_FAULT_DOUBLE_FREE, true);
-  if (!qr_is_block(p)) {
+  if (__builtin_expect(is_freed(p), 0)) qr_check_before_release(p, true);
+  if (__builtin_expect(!qr_is_block(p), 0)) {
     if (qr_find_used_block(p, true)) report_and_stop(p, QR_FAULT_HEAD, true);
     return 0;
   }
