@@ -39,7 +39,7 @@ bool LogFile::open(const char* path, int flags) {
 const char* LogFile::path_of(const char* name) {
   if (path_[0] != '\0') return path_;
   Text path(path_, sizeof path_);
-  char directory[4096];
+  static char directory[4096];  // not on a stack that may be a small thread's; under the lock like all of this
   if (name[0] != '/' && sys::current_directory(directory, sizeof directory) > 1 && directory[0] == '/') {
     path.format("%s/", directory[1] != '\0' ? directory : "");
   }
