@@ -49,7 +49,8 @@ void set_record_trace(const CallTrace& trace, OpRecord* record) {
   memset(record->trace + trace.depth, 0, sizeof record->trace - bytes);
 }
 
-void record_block_operation(Address p, const Flags& flags, Operation op, RecordKind kind, const CallTrace& trace) {
+[[gnu::noinline]] void record_block_operation(Address p, const Flags& flags, Operation op, RecordKind kind,
+                                              const CallTrace& trace) {
   if (primary_buffer.full()) return;
   OpRecord* record = primary_buffer.take_slot();
   if (kind == kKindReleased) {

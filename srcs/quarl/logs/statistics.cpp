@@ -49,7 +49,7 @@ bool make_thread_table() {
   return make_block(&thread_table, kThreadTableSize);
 }
 
-ThreadProf* own_thread_entry() {
+[[gnu::noinline]] ThreadProf* own_thread_entry() {
   ThreadProf*& cached = thread_cache().prof;
   if (cached == nullptr) cached = find_thread_entry(static_cast<uint32_t>(current_tid()));
   if (cached != &no_entry) return cached;

@@ -8,7 +8,8 @@
 namespace quarl {
 namespace {
 
-[[noreturn]] void report_and_stop(Address p, FaultCode code, bool lock_held) REQUIRES(hook_mutex) {
+[[noreturn, gnu::cold, gnu::noinline]] void report_and_stop(Address p, FaultCode code, bool lock_held)
+    REQUIRES(hook_mutex) {
   expect_release();
   qr_report_fault(p, code);
   qr_fault_stop(current_tid(), lock_held);
@@ -16,12 +17,12 @@ namespace {
 
 }  // namespace
 
-void qr_check_before_release(Address p, bool lock_held) {
+[[gnu::noinline]] void qr_check_before_release(Address p, bool lock_held) {
   const FaultCode code = qr_check_block(p);
   if (code != QR_FAULT_NONE) report_and_stop(p, code, lock_held);
 }
 
-bool qr_find_used_block(Address p, bool lock_held) {
+[[gnu::noinline]] bool qr_find_used_block(Address p, bool lock_held) {
   for (Address block = heap_block_head; block != 0; block = next_on_walk(block)) {
     if (block == p) return true;
     if (qr_check_block(block) == QR_FAULT_HEAD) report_and_stop(block, QR_FAULT_HEAD, lock_held);
@@ -29,7 +30,7 @@ bool qr_find_used_block(Address p, bool lock_held) {
   return false;
 }
 
-[[gnu::flatten]] uint32_t classify_pointer(Address p) {
+uint32_t classify_pointer(Address p) {
   if (__builtin_expect(is_freed(p), 0)) qr_check_before_release(p, true);
   if (__builtin_expect(!qr_is_block(p), 0)) {
     if (qr_find_used_block(p, true)) report_and_stop(p, QR_FAULT_HEAD, true);

@@ -18,7 +18,7 @@ void reload() REQUIRES(hook_mutex) {
 
 }  // namespace
 
-Flags check_and_reload(uint32_t check_triggers) {
+[[gnu::cold, gnu::noinline]] Flags check_and_reload(uint32_t check_triggers) {
   const KeepErrno keep;
   const InsideChecker inside;  // a second level: memory made here is the checker's own
   const ScopedLock lock;
@@ -27,7 +27,7 @@ Flags check_and_reload(uint32_t check_triggers) {
   return Flags();
 }
 
-uint32_t mapped_bytes(ChunkWord chunk) {
+[[gnu::noinline]] uint32_t mapped_bytes(ChunkWord chunk) {
   return round_up(chunk.size(), static_cast<uint32_t>(getpagesize()));
 }
 

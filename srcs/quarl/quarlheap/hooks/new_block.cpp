@@ -14,7 +14,7 @@ void* build_block(const NewBlock& block, Address raw) {
   return pointer_to(p);
 }
 
-void* finish_block(const NewBlock& block, void* raw_block) {
+[[gnu::flatten]] void* finish_block(const NewBlock& block, void* raw_block) {
   const Address raw = address_of(raw_block);
   if (!block.flags.tracked()) return raw_block;
   const ScopedLock lock;

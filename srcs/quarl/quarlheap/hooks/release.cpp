@@ -16,7 +16,7 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
 }
 
 // Checks the block, counts and records its release and takes it off the list; returns the raw block.
-void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
+[[gnu::flatten, gnu::noinline]] void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   const ScopedLock lock;
   const Address raw = p - classify_pointer(p);
   if (raw != p && flags.record_log()) record_block_operation(p, flags, kOpFree, kKindReleased, trace);

@@ -57,10 +57,10 @@ class CAPABILITY("mutex") HookLock {
     if (__builtin_expect((before & kWaiters) != 0, 0)) wake_waiter();
   }
   bool pending() const { return __atomic_load_n(&pending_, __ATOMIC_SEQ_CST) != 0; }
-  void wait_and_lock();
-  void wake_waiter();
-  void run_pending();
-  void serve_late_request();
+  [[gnu::cold, gnu::noinline]] void wait_and_lock();
+  [[gnu::cold, gnu::noinline]] void wake_waiter();
+  [[gnu::cold, gnu::noinline]] void run_pending();
+  [[gnu::cold, gnu::noinline]] void serve_late_request();
 
   uint32_t word_ = 0;  // 0: free; else the owner's task id, with kWaiters when a thread may sleep on it
   uint32_t pending_ = 0;
