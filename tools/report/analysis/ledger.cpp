@@ -7,6 +7,16 @@ namespace {
 
 // No allocator makes a mapping of its own for a block smaller than this.
 constexpr uint32_t kMinCarriedBlock = 4096;
+// Records whose blocks and traces are looked up together.
+constexpr size_t kGroup = 32;
+
+Trace trace_of(const OpRecord& record) {
+  return {record.trace, record.stack_depth};
+}
+
+bool holds(const OpRecord& record) {
+  return (record.result == kKindAllocated) & (record.start_addr != 0);
+}
 
 }  // namespace
 
@@ -15,14 +25,72 @@ void Ledger::hold(uint64_t bytes) {
   held_.peak = std::max(held_.peak, held_.bytes);
 }
 
-void Ledger::allocate(const OpRecord& record) {
-  if (record.start_addr == 0) return;
-  uint32_t depth = record.stack_depth;
-  LiveEntry entry = {record.start_addr, record.size,          traces_.intern({record.trace, depth}),
-                     record.tid,        record.time,          record.seq_num,
-                     record.operation,  record.from_file != 0};
+void Ledger::apply(std::span<const OpRecord> records, const Observer& observer) {
+  for (; records.size() > kGroup; records = records.subspan(kGroup)) apply_group(records.first(kGroup), observer);
+  apply_group(records, observer);
+}
+
+void Ledger::apply_group(std::span<const OpRecord> records, const Observer& observer) {
+  uint64_t hashes[kGroup];  // of the traces of what is to be held
+  look_up(records, hashes);
+  const uint64_t* hash = hashes;
+  for (const OpRecord& record : records) {
+    if (holds(record)) {
+      allocate(record, traces_.intern(trace_of(record), *hash++));
+    } else {
+      apply_other(record);
+    }
+    if (observer) observer(record, *this);
+  }
+}
+
+// The accesses to memory of a whole group overlap; one record after the other would wait for each of its own.
+void Ledger::look_up(std::span<const OpRecord> records, uint64_t* hashes) const {
+  const OpRecord* held[kGroup];
+  size_t count = 0;
+  for (const OpRecord& record : records) {
+    blocks_.prefetch_slot(record.start_addr);
+    held[count] = &record;
+    count += holds(record);
+  }
+  for (size_t index = 0; index < count; ++index) {
+    hashes[index] = TraceTable::hash(trace_of(*held[index]));
+    traces_.prefetch_slot(hashes[index]);
+  }
+  for (const OpRecord& record : records) blocks_.prefetch_block(record.start_addr);
+  for (size_t index = 0; index < count; ++index) traces_.prefetch_entry(hashes[index]);
+}
+
+void Ledger::apply_other(const OpRecord& record) {
+  switch (record.result) {
+    case kKindAllocated:
+      return count(record);
+    case kKindReleased:
+      return release(record);
+    case kKindFailed:
+      ++totals_[record.operation].calls;
+      ++totals_[record.operation].failed;
+      return;
+    default:
+      return add_fault(record);
+  }
+}
+
+void Ledger::count(const OpRecord& record) {
+  ++totals_[record.operation].calls;
+  totals_[record.operation].bytes += record.size;
+}
+
+void Ledger::allocate(const OpRecord& record, TraceId trace) {
+  count(record);
   ++held_.entries;
-  if (!is_mapping(entry)) return allocate_block(entry);
+  bool mapping = record.operation == kOpMmap || record.operation == kOpMmapFile;
+  mapping ? allocate_mapping(record, trace) : allocate_block(record, trace);
+}
+
+void Ledger::allocate_mapping(const OpRecord& record, TraceId trace) {
+  LiveEntry entry;
+  entry.fill(record, trace);
   mappings_.insert(entry);
   if (entry.from_file) {
     held_.file_bytes += entry.size;
@@ -31,19 +99,21 @@ void Ledger::allocate(const OpRecord& record) {
   }
 }
 
-void Ledger::allocate_block(const LiveEntry& block) {
-  if (block.size >= kMinCarriedBlock && !mappings_.empty()) mark_carrier(block);
-  if (auto old = blocks_.insert(block)) {
-    held_.bytes -= old->size;
+void Ledger::allocate_block(const OpRecord& record, TraceId trace) {
+  if (record.size >= kMinCarriedBlock && !mappings_.empty()) mark_carrier(record.start_addr);
+  LiveEntry& block = blocks_.at(record.start_addr);
+  if (block.address != 0) {
+    held_.bytes -= block.size;
     --held_.entries;
     ++lost_releases_;
   }
-  hold(block.size);
+  block.fill(record, trace);
+  hold(record.size);
 }
 
 // The block's bytes would be counted twice, once as the mapping that carries it.
-void Ledger::mark_carrier(const LiveEntry& block) {
-  LiveMapping* mapping = mappings_.containing(block.address);
+void Ledger::mark_carrier(uint32_t address) {
+  LiveMapping* mapping = mappings_.containing(address);
   if (mapping == nullptr || mapping->carries_block) return;
   mapping->carries_block = true;
   held_.bytes -= mapping->entry.size;
@@ -51,9 +121,10 @@ void Ledger::mark_carrier(const LiveEntry& block) {
 }
 
 void Ledger::release(const OpRecord& record) {
+  count(record);
   if (record.operation == kOpMunmap || record.operation == kOpMunmapFile) return release_mapping(record);
-  auto block = blocks_.remove(record.start_addr);
-  if (!block) {
+  const LiveEntry* block = blocks_.remove(record.start_addr);
+  if (block == nullptr) {
     ++unknown_releases_;
     return;
   }
@@ -76,7 +147,7 @@ void Ledger::add_fault(const OpRecord& record) {
 // In a snapshot the mappings come after the blocks that they carry.
 void Ledger::finish() {
   blocks_.for_each([&](const LiveEntry& block) {
-    if (block.size >= kMinCarriedBlock && !mappings_.empty()) mark_carrier(block);
+    if (block.size >= kMinCarriedBlock && !mappings_.empty()) mark_carrier(block.address);
   });
   faults_.find_neighbours(blocks_);
 }

@@ -2,6 +2,9 @@
 // with what is held at once, not with the number of records.
 #pragma once
 
+#include <functional>
+#include <span>
+
 #include "report/analysis/fault_list.h"
 #include "report/analysis/live_blocks.h"
 #include "report/analysis/live_mappings.h"
@@ -28,27 +31,9 @@ class Ledger {
   // snapshot, all of one moment.
   explicit Ledger(bool in_order) : in_order_(in_order) {}
 
-  void apply(const OpRecord& record) {
-    OperationTotals& totals = totals_[record.operation];
-    switch (record.result) {
-      case kKindAllocated:
-        ++totals.calls;
-        totals.bytes += record.size;
-        return allocate(record);
-      case kKindReleased:
-        ++totals.calls;
-        totals.bytes += record.size;
-        return release(record);
-      case kKindFailed:
-        ++totals.calls;
-        ++totals.failed;
-        return;
-      default:
-        return add_fault(record);
-    }
-  }
-  // Says that a record of the block at `address` comes soon.
-  void expect(uint32_t address) const { blocks_.prefetch(address); }
+  // Takes records in their order; `observer`, if there is one, sees each after the ledger has taken it.
+  using Observer = std::function<void(const OpRecord&, const Ledger&)>;
+  void apply(std::span<const OpRecord> records, const Observer& observer = nullptr);
   // A fault record found outside the snapshot's own records.
   void add_fault(const OpRecord& record);
   // To be called after the last record.
@@ -71,11 +56,16 @@ class Ledger {
   }
 
  private:
-  void allocate(const OpRecord& record);
-  void allocate_block(const LiveEntry& block);
+  void apply_group(std::span<const OpRecord> records, const Observer& observer);
+  void look_up(std::span<const OpRecord> records, uint64_t* hashes) const;
+  void apply_other(const OpRecord& record);
+  void count(const OpRecord& record);
+  void allocate(const OpRecord& record, TraceId trace);
+  void allocate_mapping(const OpRecord& record, TraceId trace);
+  void allocate_block(const OpRecord& record, TraceId trace);
   void release(const OpRecord& record);
   void release_mapping(const OpRecord& record);
-  void mark_carrier(const LiveEntry& block);
+  void mark_carrier(uint32_t address);
   void hold(uint64_t bytes);
 
   bool in_order_;

@@ -7,22 +7,18 @@
 namespace quarl::report {
 namespace {
 
-void see_time(LedgerResult& result, uint32_t time) {
-  if (time == 0) return;
-  result.first_time = result.first_time == 0 ? time : std::min(result.first_time, time);
-  result.last_time = std::max(result.last_time, time);
-}
+// The times of records, of which 0 is none: less by one it is the largest number, which never is the smallest.
+struct TimeSpan {
+  uint32_t before_first = UINT32_MAX;
+  uint32_t last = 0;
 
-void apply(LedgerResult& result, std::span<const OpRecord> batch, const RecordObserver& observer) {
-  constexpr size_t kAhead = 8;
-  for (size_t index = 0; index < batch.size(); ++index) {
-    const OpRecord& record = batch[index];
-    if (index + kAhead < batch.size()) result.ledger->expect(batch[index + kAhead].start_addr);
-    see_time(result, record.time);
-    result.ledger->apply(record);
-    if (observer) observer(record, *result.ledger);
+  void add(std::span<const OpRecord> records) {
+    for (const OpRecord& record : records) {
+      before_first = std::min(before_first, record.time - 1);
+      last = std::max(last, record.time);
+    }
   }
-}
+};
 
 // Fault reports that lie behind the records which the header counts.
 void add_uncounted_faults(const Log& log, const Snapshot& snapshot, Ledger& ledger) {
@@ -40,16 +36,20 @@ void add_uncounted_faults(const Log& log, const Snapshot& snapshot, Ledger& ledg
 
 }  // namespace
 
-LedgerResult read_ledger(const Log& log, const Snapshot& snapshot, const RecordObserver& observer) {
+LedgerResult read_ledger(const Log& log, const Snapshot& snapshot, const Ledger::Observer& observer) {
   LedgerResult result = {std::make_unique<Ledger>(log.kind() == LogKind::kRecords)};
   RecordStream stream(log, snapshot);
+  TimeSpan times;
   Progress progress(log.file().path(), stream.total());
   for (auto batch = stream.next(); !batch.empty(); batch = stream.next()) {
-    apply(result, batch, observer);
+    times.add(batch);
+    result.ledger->apply(batch, observer);
     progress.update(stream.done());
   }
   if (log.kind() != LogKind::kRecords) add_uncounted_faults(log, snapshot, *result.ledger);
   result.ledger->finish();
+  result.first_time = times.before_first + 1;
+  result.last_time = times.last;
   result.records = stream.done();
   result.damaged = stream.damaged();
   return result;

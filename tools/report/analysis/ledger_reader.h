@@ -1,7 +1,6 @@
 // Fills a ledger from a log.
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "report/analysis/ledger.h"
@@ -17,9 +16,6 @@ struct LedgerResult {
   uint32_t last_time = 0;
 };
 
-// Sees every sound record after the ledger has taken it.
-using RecordObserver = std::function<void(const OpRecord&, const Ledger&)>;
-
-LedgerResult read_ledger(const Log& log, const Snapshot& snapshot, const RecordObserver& observer = nullptr);
+LedgerResult read_ledger(const Log& log, const Snapshot& snapshot, const Ledger::Observer& observer = nullptr);
 
 }  // namespace quarl::report

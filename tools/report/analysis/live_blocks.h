@@ -1,7 +1,7 @@
-// The heap blocks that are held, found by their address. Grows with the number held at once.
+// The heap blocks that are held, found by their address. Grows with the number held at once. Inline, because it runs
+// for every record of a log.
 #pragma once
 
-#include <optional>
 #include <vector>
 
 #include "report/analysis/live_entry.h"
@@ -11,32 +11,86 @@ namespace quarl::report {
 class LiveBlocks {
  public:
   LiveBlocks();
-  // Adds a block whose address is not 0. A block already known at that address is replaced and returned: its release
-  // was not recorded.
-  std::optional<LiveEntry> insert(const LiveEntry& block);
-  // Takes the block out, nothing when it is not known.
-  std::optional<LiveEntry> remove(uint32_t address);
-  size_t size() const { return count_; }
-  // Has the memory where `address` will be looked for brought near.
-  void prefetch(uint32_t address) const { __builtin_prefetch(&slots_[home(address)]); }
+  // The entry for the block at `address`, which is not 0. A new one has the address 0 until the caller fills it in; one
+  // that has not is that of a block whose release was not recorded. The reference holds until the next call.
+  LiveEntry& at(uint32_t address);
+  // Takes the block out; null when it is not known. What it points to holds until the next call, but for the address.
+  const LiveEntry* remove(uint32_t address);
+  size_t size() const { return blocks_.size() - free_.size(); }
+  // Has the memory brought near that at() and remove() will need of `address`: first where it is looked for, then, some
+  // time later, what is found there.
+  void prefetch_slot(uint32_t address) const { __builtin_prefetch(&slots_[home(address)]); }
+  void prefetch_block(uint32_t address) const { __builtin_prefetch(blocks_.data() + slots_[home(address)].block, 1); }
 
   template <typename Visit>
   void for_each(Visit visit) const {
-    for (const LiveEntry& slot : slots_) {
-      if (slot.address != 0) visit(slot);
+    for (const LiveEntry& block : blocks_) {
+      if (block.address != 0) visit(block);
     }
   }
 
  private:
+  struct Slot {
+    uint32_t address;  // 0 when free
+    uint32_t block;    // index into blocks_
+  };
   size_t home(uint32_t address) const {
     return static_cast<size_t>((address * uint64_t{0x9E3779B97F4A7C15}) >> shift_);
   }
-  size_t find(uint32_t address) const;  // the slot that holds it, or the free one where it belongs
+  Slot& find(uint32_t address);  // the slot that holds it, or the free one where it belongs
+  void close_hole(size_t hole);
   void grow();
 
-  std::vector<LiveEntry> slots_;  // open addressing, a power of two, at most half full
-  size_t count_ = 0;
-  int shift_;  // 64 - log2(slots)
+  // Open addressing, a power of two, at most a quarter full: few searches then go beyond their first slot, and the
+  // branch that was guessed wrong is what a search costs.
+  std::vector<Slot> slots_;
+  std::vector<LiveEntry> blocks_;  // address 0 in those that are free
+  std::vector<uint32_t> free_;     // of blocks_; the last released is used first, while it is in the cache
+  size_t mask_;                    // slots - 1
+  int shift_;                      // 64 - log2(slots)
 };
+
+inline LiveBlocks::Slot& LiveBlocks::find(uint32_t address) {
+  size_t slot = home(address);
+  while (slots_[slot].address != 0 && slots_[slot].address != address) slot = (slot + 1) & mask_;
+  return slots_[slot];
+}
+
+inline LiveEntry& LiveBlocks::at(uint32_t address) {
+  Slot* slot = &find(address);
+  if (slot->address != 0) return blocks_[slot->block];
+  if (free_.empty()) {
+    if ((blocks_.size() + 1) * 4 > slots_.size()) {
+      grow();
+      slot = &find(address);
+    }
+    free_.push_back(static_cast<uint32_t>(blocks_.size()));
+    blocks_.emplace_back();
+  }
+  *slot = {address, free_.back()};
+  free_.pop_back();
+  return blocks_[slot->block];
+}
+
+inline const LiveEntry* LiveBlocks::remove(uint32_t address) {
+  Slot& slot = find(address);
+  if (address == 0 || slot.address == 0) return nullptr;
+  LiveEntry& block = blocks_[slot.block];
+  block.address = 0;
+  free_.push_back(slot.block);
+  close_hole(static_cast<size_t>(&slot - slots_.data()));
+  return &block;
+}
+
+// The slots behind the hole move up, unless that would put them before their home.
+inline void LiveBlocks::close_hole(size_t hole) {
+  for (size_t slot = (hole + 1) & mask_; slots_[slot].address != 0; slot = (slot + 1) & mask_) {
+    size_t from_home = (slot - home(slots_[slot].address)) & mask_;
+    if (from_home < ((slot - hole) & mask_)) continue;
+    slots_[hole] = slots_[slot];
+    hole = slot;
+  }
+  slots_[hole].address = 0;
+}
 
 }  // namespace quarl::report

@@ -15,6 +15,18 @@ struct LiveEntry {
   uint32_t sequence;  // 0 when not recorded
   uint8_t operation;  // Operation
   bool from_file;
+
+  // From the record of its allocation.
+  void fill(const OpRecord& record, TraceId its_trace) {
+    address = record.start_addr;
+    size = record.size;
+    trace = its_trace;
+    tid = record.tid;
+    time = record.time;
+    sequence = record.seq_num;
+    operation = record.operation;
+    from_file = record.from_file != 0;
+  }
 };
 
 inline bool is_mapping(const LiveEntry& entry) {
