@@ -2,6 +2,7 @@
 
 import csv
 import io
+import random
 import unittest
 
 from log_builder import (ALLOCATED, FAILED, FREE, MALLOC, MEMALIGN, MMAP, MMAP_FILE, MUNMAP, REALLOC, REALLOC_RELEASE,
@@ -60,6 +61,54 @@ class Matching(ReportTest):
         records += [record(FREE, RELEASED, address, 8) for index, address in enumerate(addresses) if index % 3]
         held, _ = self.held(*records)
         self.assertEqual(held, {8: 2000})
+
+    def test_a_long_log_adds_up(self):
+        # Against the plainest reading of the same records: addresses used again, with releases missing or unknown,
+        # traces of every depth, and records that cannot be in between.
+        chance = random.Random(11)
+        traces = [tuple(chance.randrange(2, 1 << 32) for _ in range(chance.randrange(20))) for _ in range(1500)]
+        traces += [trace[:-1] + (trace[-1] ^ 0x100,) for trace in traces if trace]
+        record, records, held = self.layout.record, [], {}
+        counted = dict.fromkeys(("calls", "bytes", "frees", "failed", "lost", "damaged", "now", "peak"), 0)
+        for _ in range(20000):
+            address, size, trace = 16 * chance.randrange(1, 9000), chance.randrange(500), chance.choice(traces)
+            what = chance.random()
+            if what < 0.55:
+                records.append(record(MALLOC, ALLOCATED, address, size, trace))
+                counted["calls"] += 1
+                counted["bytes"] += size
+                counted["lost"] += address in held
+                counted["now"] += size - held.pop(address, (0, None))[0]
+                counted["peak"] = max(counted["peak"], counted["now"])
+                held[address] = size, trace
+            elif what < 0.95:
+                address = chance.choice([*held]) if held and what < 0.9 else address
+                records.append(record(FREE, RELEASED, address, 0, trace))
+                counted["frees"] += 1
+                counted["now"] -= held.pop(address, (0, None))[0]
+            elif what < 0.98:
+                records.append(record(MALLOC, FAILED, 0, size, trace))
+                counted["calls"] += 1
+                counted["failed"] += 1
+            else:
+                good = record(MALLOC, ALLOCATED, address, size)
+                records.append(chance.choice([good[:12] + b"\x0c" + good[13:], good[:13] + b"\3" + good[14:], good[:14] + b"\x41" + good[15:]]))
+                counted["damaged"] += 1
+        path = self.write(self.layout.log(records, time=9))
+        document = self.json(path)
+        self.assertEqual(document["recorded"], {"bytes": counted["now"], "peak": counted["peak"], "file_bytes": 0, "count": len(held)})
+        self.assertEqual(document["log"]["notes"][:2], [f"{counted['damaged']} damaged records were left out.",
+                         f"{counted['lost']} blocks were given out again although no release of them is in the log."])
+        operations = {row["operation"]: (row["calls"], row["failed"], row["bytes"]) for row in document["operations"]}
+        self.assertEqual(operations["malloc"], (counted["calls"], counted["failed"], counted["bytes"]))
+        self.assertEqual(operations["free"], (counted["frees"], 0, 0))
+        sums = {}
+        for size, trace in held.values():
+            before = sums.get(trace, (0, 0))
+            sums[trace] = before[0] + size, before[1] + 1
+        found = {tuple(frame["address"] + 1 for frame in site["frames"]): (site["bytes"], site["count"])
+                 for site in self.json("leaks", path)["sites"]}
+        self.assertEqual(found, sums)
 
 
 class Sites(ReportTest):

@@ -1,7 +1,6 @@
 """What other programs read: CSV, folded stacks, pprof, SQLite with the queries of the documents."""
 
 import csv
-import gzip
 import io
 import os
 import pty
@@ -11,39 +10,25 @@ import subprocess
 import unittest
 
 from log_builder import ALLOCATED, FREE, MALLOC, MMAP, MUNMAP, RELEASED
-from support import SOURCE, TOOL, ReportTest
+from pprof import Profile
+from support import PROGRAMS, SOURCE, TOOL, ReportTest
 
 
-def varint(message, at):
-    """The number at `at` and the place behind it."""
-    value = shift = 0
-    while True:
-        value |= (message[at] & 0x7F) << shift
-        shift, at = shift + 7, at + 1
-        if message[at - 1] < 0x80:
-            return value, at
-
-
-def fields_of(message):
-    """The fields of a protocol buffer message as [(number, value)]: numbers, or bytes for what has a length."""
-    fields, at = [], 0
-    while at < len(message):
-        tag, at = varint(message, at)
-        value, at = varint(message, at)
-        if tag & 7 == 2:
-            at += value
-            fields.append((tag >> 3, message[at - value:at]))
-        else:
-            fields.append((tag >> 3, value))
-    return fields
-
-
-def packed(message):
-    numbers, at = [], 0
-    while at < len(message):
-        value, at = varint(message, at)
-        numbers.append(value)
-    return numbers
+def on_terminal(stream, path, **environment):
+    """What a summary of `path` writes to `stream`, a terminal; what goes elsewhere is dropped."""
+    leader, follower = pty.openpty()
+    streams = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL, stream: follower}
+    child = subprocess.Popen([TOOL, "report", str(path)], **streams, env={**os.environ, **environment})
+    os.close(follower)
+    shown = b""
+    try:
+        while part := os.read(leader, 4096):
+            shown += part
+    except OSError:
+        pass  # the terminal is closed with its last writer
+    child.wait()
+    os.close(leader)
+    return shown.decode()
 
 
 class Formats(ReportTest):
@@ -65,44 +50,36 @@ class Formats(ReportTest):
             self.assertEqual(self.text(*verb, self.sample(), "--format", "folded"), 'a,"b"+0x1000;a,"b"+0x0 400\n0x0000a000;a,"b"+0x0 50\n')
 
     def test_pprof(self):
-        profile = fields_of(gzip.decompress(self.report("leaks", self.sample(), "--format", "pprof")[0]))
-        of = lambda number: [value for key, value in profile if key == number]
-        strings = [text.decode() for text in of(6)]
-        self.assertEqual(strings[0], "")
-        types = [tuple(strings[value] for _, value in fields_of(kind)) for kind in of(1)]
-        self.assertEqual(types, [("inuse_objects", "count"), ("inuse_space", "bytes")])
-        functions = {dict(fields_of(f))[1]: strings[dict(fields_of(f))[2]] for f in of(5)}
-        locations = {}
-        for location in map(fields_of, of(4)):
-            lines = [dict(fields_of(value))[1] for key, value in location if key == 4]
-            locations[dict(location)[1]] = (dict(location)[2], dict(location)[3], [functions[line] for line in lines])
-        samples = [dict(fields_of(sample)) for sample in of(2)]
-        self.assertEqual([packed(sample[2]) for sample in samples], [[2, 400], [1, 50]])
-        stacks = [[locations[place] for place in packed(sample[1])] for sample in samples]
+        profile = Profile(self.report("leaks", self.sample(), "--format", "pprof")[0])
+        self.assertEqual(profile.strings[0], "")
+        self.assertEqual(profile.types, [("inuse_objects", "count"), ("inuse_space", "bytes")])
+        self.assertEqual([(sample.count, sample.bytes) for sample in profile.samples], [(2, 400), (1, 50)])
         name = 'a,"b"'
-        self.assertEqual(stacks[0], [(1, 0x8000, [f"{name}+0x0"]), (1, 0x9000, [f"{name}+0x1000"])])
-        self.assertEqual(stacks[1][1], (0, 0xA000, ["0x0000a000"]))
-        mapping = dict(fields_of(of(3)[0]))
-        self.assertEqual((mapping[2], mapping[3], strings[mapping[5]]), (0x8000, 0xA000, '/bin/a,"b"'))
-        self.assertEqual(of(9), [70 * 10**9])
+        first, second = [sample.stack for sample in profile.samples]
+        self.assertEqual(first, [(1, 0x8000, [f"{name}+0x0"]), (1, 0x9000, [f"{name}+0x1000"])])
+        self.assertEqual(second[1], (0, 0xA000, ["0x0000a000"]))
+        self.assertEqual(profile.mappings, [(0x8000, 0xA000, '/bin/a,"b"', "")])
+        self.assertEqual(profile.time, [70 * 10**9])
 
     def test_text_fits_a_terminal_and_is_coloured_only_there(self):
         path = self.sample()
         self.assertNotIn("\033", self.text(path))
-        leader, follower = pty.openpty()
-        child = subprocess.Popen([TOOL, "report", str(path)], stdout=follower, env={**os.environ, "NO_COLOR": ""})
-        os.close(follower)
-        shown = b""
-        try:
-            while part := os.read(leader, 4096):
-                shown += part
-        except OSError:
-            pass  # the terminal is closed with its last writer
-        child.wait()
-        os.close(leader)
-        plain = re.sub(r"\033\[[0-9;]*m", "", shown.decode())
+        shown = on_terminal("stdout", path, NO_COLOR="")
+        plain = re.sub(r"\033\[[0-9;]*m", "", shown)
         self.assertIn("\033[", self.text(path, "--color", "always"))
         self.assertLessEqual(max(len(line) for line in plain.splitlines() if "/" not in line), 80)
+
+    def test_a_bar_shows_what_takes_long_on_a_terminal_only(self):
+        record = self.layout.record(MALLOC, ALLOCATED, 0x1000, 1)
+        path = self.write(self.layout.log([record] * 300, time=9))
+        slow = {"LD_PRELOAD": str(PROGRAMS / "fast_clock.so")}
+        bars = [line for line in on_terminal("stderr", path, **slow).split("\r") if "[" in line and "%" in line]
+        self.assertRegex(bars[0], rf"^{re.escape(str(path))} \[#+\.+\]  *\d+%\033\[K$")
+        shares = [int(re.search(r"(\d+)%", bar)[1]) for bar in bars]
+        self.assertEqual((shares, shares[-1]), (sorted(shares), 100))
+        self.assertTrue(on_terminal("stderr", path, **slow).split("%")[-1].startswith("\033[K\r\033[K"))  # and is wiped out
+        self.assertNotIn("%", on_terminal("stderr", path))
+        self.assertEqual(self.report(path)[1].count("%"), 0)
 
 
 class Sqlite(ReportTest):

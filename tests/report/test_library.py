@@ -1,10 +1,13 @@
 """Logs that the real library makes of programs whose leaks are known to the byte, on each target."""
 
+import re
+import subprocess
 import tempfile
 import unittest
 from pathlib import Path
 
-from support import RUNNERS, ReportTest, run_checked, the_log
+from pprof import Profile
+from support import PROGRAMS, RUNNERS, ReportTest, run_checked, the_log
 
 ITEMS = {"ALL": 1, "MEM_HEAD": 1, "PROF": 1, "THREAD": 1, "HEAD_TIME": 2, "MMAP": 1}
 
@@ -62,6 +65,21 @@ class Library(ReportTest):
                 self.assertIn("malloc(77)", source[inlined[0]["line"] - 1])
                 self.assertIn("keep(leak_inlined())", source[inlined[1]["line"] - 1])
                 self.assertIn("call_inlined()", source[inlined[2]["line"] - 1])
+
+    def test_a_profile_names_the_functions_and_the_build(self):
+        for target in RUNNERS:
+            with self.subTest(target):
+                log = the_log(self.run_leaky(target), "_quarl.log")
+                profile = Profile(self.report("leaks", log, "--format", "pprof")[0])
+                program = next(index for index, mapping in enumerate(profile.mappings, 1) if mapping.path.endswith(f"/leaky_{target}"))
+                sites = {}
+                for sample in profile.samples:
+                    own = [place for place in sample.stack if place.mapping == program]
+                    if own and sample.stack[0].mapping == program:
+                        sites[tuple(name for place in own for name in place.functions)] = sample.bytes, sample.count
+                self.assertEqual(sites, LEAKS)
+                notes = subprocess.run(["readelf", "-n", PROGRAMS / f"leaky_{target}"], capture_output=True, text=True, check=True)
+                self.assertEqual(profile.mappings[program - 1].build_id, re.search(r"Build ID: (\w+)", notes.stdout)[1])
 
     def test_known_leaks_are_left_out(self):
         log = the_log(self.run_leaky("i686"), "_quarl.log")
