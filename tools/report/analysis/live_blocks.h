@@ -16,7 +16,6 @@ class LiveBlocks {
   LiveEntry& at(uint32_t address);
   // Takes the block out; null when it is not known. What it points to holds until the next call, but for the address.
   const LiveEntry* remove(uint32_t address);
-  size_t size() const { return blocks_.size() - free_.size(); }
   // Has the memory brought near that at() and remove() will need of `address`: first where it is looked for, then, some
   // time later, what is found there.
   void prefetch_slot(uint32_t address) const { __builtin_prefetch(&slots_[home(address)]); }
