@@ -23,16 +23,8 @@ bool ensure_open() REQUIRES(hook_mutex) {
   return false;
 }
 
-void write_or_tell(const void* data, size_t size) REQUIRES(hook_mutex) {
-  if (!autosnap_log.write(data, size)) print_write_failure();
-}
-
 void write_header_at(int64_t offset) REQUIRES(hook_mutex) {
-  if (autosnap_log.seek(offset) < 0) {
-    print_write_failure();
-  } else {
-    write_or_tell(&autosnap_header, sizeof autosnap_header);
-  }
+  if (autosnap_log.seek_or_tell(offset)) autosnap_log.write_or_tell(&autosnap_header, sizeof autosnap_header);
 }
 
 // The header image still holds the previous snapshot's fields.
@@ -43,10 +35,7 @@ void link_previous() REQUIRES(hook_mutex) {
 }
 
 void fill_header() REQUIRES(hook_mutex) {
-  autosnap_header.maps_offset = static_cast<uint32_t>(present_start) + sizeof(LogHeader);
-  autosnap_header.stats_offset = autosnap_header.maps_offset + maps_section_size();
-  autosnap_header.threads_offset = autosnap_header.stats_offset + sizeof(ProfInfo);
-  autosnap_header.records_offset = autosnap_header.threads_offset + kThreadTableSize;
+  lay_out_from(present_start, &autosnap_header);
   autosnap_header.record_count = 0;
   autosnap_header.snapshot_number = static_cast<uint32_t>(snap_count);
   autosnap_header.time = static_cast<uint32_t>(clock_sec);
@@ -54,22 +43,14 @@ void fill_header() REQUIRES(hook_mutex) {
 }
 
 void write_sections() REQUIRES(hook_mutex) {
-  if (!autosnap_log.write_zeros(maps_section_size())) print_write_failure();
+  autosnap_log.write_zeros_or_tell(maps_section_size());
   write_profile_block(autosnap_log);
   if (Flags().set(kThread)) write_thread_table(autosnap_log);
-  if (autosnap_log.seek(autosnap_header.maps_offset) < 0) {
-    print_write_failure();
-  } else if (maps_file.is_open()) {
-    if (maps_file.seek(0) < 0) {
-      print(kStdout, "Seek the maps file failed.\n");
-    } else {
-      copy_maps_text(autosnap_log);
-    }
-  }
+  fill_maps_section(autosnap_log, autosnap_header);
 }
 
 void write_out() REQUIRES(hook_mutex) {
-  write_or_tell(autosnap_buffer.records, sizeof(OpRecord) * static_cast<size_t>(autosnap_buffer.count));
+  autosnap_log.write_or_tell(autosnap_buffer.records, sizeof(OpRecord) * static_cast<size_t>(autosnap_buffer.count));
   autosnap_buffer.count = 0;
 }
 
@@ -96,7 +77,7 @@ uint32_t write_records() REQUIRES(hook_mutex) {
 void write_details() REQUIRES(hook_mutex) {
   if (autosnap_buffer.capacity == 0) return;
   autosnap_buffer.count = 0;
-  if (autosnap_log.seek(autosnap_header.records_offset) < 0) print_write_failure();
+  autosnap_log.seek_or_tell(autosnap_header.records_offset);
   autosnap_header.record_count = write_records();
   autosnap_header.time = static_cast<uint32_t>(clock_sec);
   write_header_at(present_start);
@@ -111,7 +92,7 @@ void write_auto_snapshot() {
   link_previous();
   autosnap_log.seek_end();
   fill_header();
-  write_or_tell(&autosnap_header, sizeof autosnap_header);
+  autosnap_log.write_or_tell(&autosnap_header, sizeof autosnap_header);
   write_sections();
   if (snap_detail == 1) write_details();
 }

@@ -25,7 +25,7 @@ void refresh_main_header() REQUIRES(hook_mutex) {
   main_header.record_count = 0;
   main_header.time = static_cast<uint32_t>(time(nullptr));
   main_header.next_snapshot = 0;
-  if (record_log.seek(0) < 0 || !record_log.write(&main_header, sizeof main_header)) print_write_failure();
+  if (record_log.seek_or_tell(0)) record_log.write_or_tell(&main_header, sizeof main_header);
 }
 
 // Header, maps and statistics of the log in use.

@@ -117,6 +117,20 @@ bool LogFile::write_zeros(size_t size) {
   return true;
 }
 
+bool LogFile::seek_or_tell(int64_t offset) {
+  if (seek(offset) >= 0) return true;
+  print_write_failure();
+  return false;
+}
+
+void LogFile::write_or_tell(const void* data, size_t size) {
+  if (!write(data, size)) print_write_failure();
+}
+
+void LogFile::write_zeros_or_tell(size_t size) {
+  if (!write_zeros(size)) print_write_failure();
+}
+
 bool LogFile::append(const void* data, size_t item_size, size_t count) {
   const int64_t start = seek_end();
   if (start < 0) return false;

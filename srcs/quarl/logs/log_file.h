@@ -33,6 +33,11 @@ class LogFile {
   long read(void* data, size_t size);
   bool write_zeros(size_t size);
 
+  // The same, and a failure is told on standard output.
+  bool seek_or_tell(int64_t offset);
+  void write_or_tell(const void* data, size_t size);
+  void write_zeros_or_tell(size_t size);
+
   // Writes whole items at the end of the file: when the disk fills up, a last partial item is cut off again.
   bool append(const void* data, size_t item_size, size_t count);
 

@@ -46,15 +46,7 @@ void lay_out(LogFile& file) REQUIRES(hook_mutex) {
   file.write_zeros(maps_section_size());
   write_profile_block(file);
   write_thread_table(file);
-  if (file.seek(main_header.maps_offset) < 0) {
-    print_write_failure();
-  } else if (maps_file.is_open()) {
-    if (maps_file.seek(0) < 0) {
-      print(kStdout, "Seek the maps file failed.\n");
-    } else {
-      copy_maps_text(file);
-    }
-  }
+  fill_maps_section(file, main_header);
   file.seek_end();
 }
 
@@ -87,10 +79,7 @@ void open_maps_file() {
 
 void build_headers() {
   main_header = identity();
-  main_header.maps_offset = sizeof(LogHeader);
-  main_header.stats_offset = main_header.maps_offset + maps_section_size();
-  main_header.threads_offset = main_header.stats_offset + sizeof(ProfInfo);
-  main_header.records_offset = main_header.threads_offset + kThreadTableSize;
+  lay_out_from(0, &main_header);
   main_header.snapshot_number = 1;
   autosnap_header = identity();
 }

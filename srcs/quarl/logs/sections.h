@@ -1,14 +1,17 @@
 // The sections of a log file before its records: maps, statistics, threads. The file's position moves along.
 #pragma once
 
+#include "logs/format.h"
 #include "logs/log_file.h"
 #include "quarlheap/lock/hook_lock.h"
 
 namespace quarl {
 
-// Copies the maps text from the maps file's position to the file's, cut after the last whole line that leaves room for
-// a NUL in the section. Returns its bytes.
-size_t copy_maps_text(LogFile& file) REQUIRES(hook_mutex);
+// Sets the offsets in the header of a log, or of a snapshot in one, that begins at `start`.
+void lay_out_from(int64_t start, LogHeader* header);
+
+// Writes the maps of this moment into their section, which is full of zeros. The position is undefined afterwards.
+void fill_maps_section(LogFile& file, const LogHeader& header) REQUIRES(hook_mutex);
 
 // The statistics block and the thread table at the present position, zeros in place of what does not exist.
 void write_profile_block(LogFile& file) REQUIRES(hook_mutex);

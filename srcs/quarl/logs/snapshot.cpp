@@ -46,7 +46,7 @@ uint32_t write_mappings(Histogram* histogram) REQUIRES(hook_mutex) {
 void write_counted_header(uint32_t records) REQUIRES(hook_mutex) {
   main_header.record_count = primary_buffer.capacity > 0 ? records : 0;
   main_header.time = static_cast<uint32_t>(time(nullptr));
-  if (snapshot_log.seek(0) < 0 || !snapshot_log.write(&main_header, sizeof main_header)) print_write_failure();
+  if (snapshot_log.seek_or_tell(0)) snapshot_log.write_or_tell(&main_header, sizeof main_header);
   snapshot_log.seek_end();
   main_header.record_count = 0;
   main_header.time = 0;

@@ -27,6 +27,11 @@ void fill_fields(Address p, const Layout& layout, OpRecord* record) {
   record->operation = info.operation();
 }
 
+uint32_t lowest_word_offset(const Layout& layout, int depth) {
+  const uint32_t offset = layout.trace_info_offset() - (layout.trace_info ? 0 : 4);
+  return layout.trace && depth >= 1 ? offset + 4 * static_cast<uint32_t>(depth) : offset;
+}
+
 void fill_known(Address p, OpRecord* record, RecordKind result) {
   record->result = result;
   record->size = user_size_of(p);
@@ -50,17 +55,11 @@ void qr_fill_trace_info_cfg(Address p, OpRecord* record, RecordKind result) {
 
 uint32_t qr_trace_offset(Address p, int depth) {
   if (!qr_is_block(p)) return 0;
-  const Layout layout = Layout::of_block(p);
-  uint32_t offset = layout.trace_info_offset() - (layout.trace_info ? 0 : 4);
-  if (layout.trace && depth >= 1) offset += 4 * static_cast<uint32_t>(depth);
-  return offset;
+  return lowest_word_offset(Layout::of_block(p), depth);
 }
 
 uint32_t qr_trace_offset_cfg(Address, int depth) {
-  const Layout layout = configured_layout();
-  uint32_t offset = layout.trace_info_offset() - (layout.trace_info ? 0 : 4);
-  if (layout.trace && depth >= 1) offset += 4 * static_cast<uint32_t>(depth);
-  return offset;
+  return lowest_word_offset(configured_layout(), depth);
 }
 
 void copy_block_trace(Address lowest_word, int depth, OpRecord* record) {

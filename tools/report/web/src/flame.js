@@ -4,6 +4,7 @@ import { select } from "d3-selection";
 import data from "./data.js";
 import { flameTree } from "./flame_tree.js";
 import { grouped, signed } from "./format.js";
+import { onWidth } from "./width.js";
 
 const box = document.getElementById("flame");
 const detail = document.getElementById("flame-detail");
@@ -121,10 +122,5 @@ export function showFlame() {
       measure = index;
       draw();
     }));
-  let width = box.clientWidth;
-  new ResizeObserver(() => {
-    if (box.clientWidth === width) return;
-    width = box.clientWidth;
-    draw();
-  }).observe(box);
+  onWidth(box, draw);
 }

@@ -2,6 +2,7 @@
 import uPlot from "uplot";
 import data from "./data.js";
 import { clockTime, element, grouped } from "./format.js";
+import { onWidth } from "./width.js";
 
 const { axis, points } = data.timeline;
 const box = document.getElementById("plot");
@@ -46,11 +47,6 @@ export function showTimeline() {
     return;
   }
   draw();
-  let width = box.clientWidth;
-  new ResizeObserver(() => {
-    if (box.clientWidth === width) return;
-    width = box.clientWidth;
-    draw();
-  }).observe(box);
+  onWidth(box, draw);
   matchMedia("(prefers-color-scheme: dark)").addEventListener("change", draw);
 }
