@@ -15,7 +15,7 @@ enum class CodeKind : uint8_t {
 void learn_startup_code();
 
 // Takes no lock, allocates nothing. Seldom (an address seen for the first time) it reads /proc/self/maps.
-CodeKind code_kind_slow(uint32_t address);
+[[gnu::cold, gnu::noinline]] CodeKind code_kind_slow(uint32_t address);
 
 namespace detail {
 // One word a slot: page number << 2 | CodeKind. A slot is replaced by whichever page comes; words are plain, so a
@@ -27,8 +27,8 @@ extern uint32_t page_cache[kPageSlots];
 inline CodeKind code_kind(uint32_t address) {
   const uint32_t page = address >> 12;
   const uint32_t slot = __atomic_load_n(&detail::page_cache[page % detail::kPageSlots], __ATOMIC_RELAXED);
-  if (__builtin_expect(slot >> 2 == page && (slot & 3) != 0, 1)) return static_cast<CodeKind>(slot & 3);
-  return code_kind_slow(address);
+  const uint32_t kind = slot ^ page << 2;  // more than 3 when the slot is another page's
+  return __builtin_expect(kind - 1 < 3, 1) ? static_cast<CodeKind>(kind) : code_kind_slow(address);
 }
 
 }  // namespace quarl

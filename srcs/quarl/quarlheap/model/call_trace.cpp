@@ -12,46 +12,45 @@ constinit CodeRange clone_range{};
 
 namespace {
 
-bool is_frame(uintptr_t fp, const StackRange& stack) {
-  return fp % 4 == 0 && fp + static_cast<uintptr_t>(frame::kLowestWord) >= stack.low &&
-         fp + frame::kEnd <= stack.high && fp < stack.high;
-}
-
 bool is_outermost(uint32_t address) {
   return main_range.holds(address) || clone_range.holds(address);
 }
 
-// Stores what the frame at fp tells; false when the walk is at its end.
-bool store_frame(uintptr_t fp, bool own_frame, uint32_t* buf, int max, int* count) {
-  uint32_t address = frame::return_address(fp);
-  const CodeKind kind = code_kind(address);
-  if (kind == CodeKind::kNone) return false;
-  if (!own_frame) buf[(*count)++] = address;
-  if (kind == CodeKind::kStartup && frame::returns_without_frame(address)) {
-    address = frame::frameless_return_address(fp);
-    if (*count < max) buf[(*count)++] = address;
-  }
-  return !is_outermost(address);
+[[gnu::cold, gnu::noinline]] int complain_of_depth() {
+  print(kStderr, "Max stack size must below 64\n");
+  return kMaxTrace;
 }
 
 }  // namespace
 
+// Every frame costs as much as its few comparisons, and every allocation comes here. Frames only ever lie higher than
+// the one before, so that the lower end of the stack is looked at once.
 [[gnu::noinline]] int capture_trace(uint32_t* buf, int max) {
-  uintptr_t fp = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-  if (max > kMaxTrace) {
-    print(kStderr, "Max stack size must below 64\n");
-    max = kMaxTrace;
-  }
+  auto fp = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+  if (__builtin_expect(max > kMaxTrace, 0)) max = complain_of_depth();
   const StackRange stack = stack_around(fp);
-  int count = 0;
-  bool own_frame = true;
-  while (count < max && is_frame(fp, stack) && store_frame(fp, own_frame, buf, max, &count)) {
-    own_frame = false;
+  if (fp + static_cast<uintptr_t>(frame::kLowestWord) < stack.low) return 0;
+  const uintptr_t highest = stack.high - frame::kEnd;
+  uint32_t* out = buf;
+  uint32_t* const end = buf + max;
+  int step = 0;  // the first address is the hook's own, and the next one takes its place
+  while (out < end && fp % 4 == 0 && fp <= highest) {
+    uint32_t address = frame::return_address(fp);
+    const CodeKind kind = code_kind(address);
+    if (kind == CodeKind::kNone) break;
+    *out = address;
+    out += step;
+    step = 1;
+    if (kind == CodeKind::kStartup && frame::returns_without_frame(address)) {
+      address = frame::frameless_return_address(fp);
+      if (out < end) *out++ = address;
+    }
+    if (is_outermost(address)) break;
     const uintptr_t next = frame::caller_frame(fp);
     if (next <= fp) break;
     fp = next;
   }
-  return count;
+  return static_cast<int>(out - buf);
 }
 
 }  // namespace quarl
