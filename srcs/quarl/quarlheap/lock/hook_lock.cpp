@@ -1,6 +1,7 @@
 #include "quarlheap/lock/hook_lock.h"
 
 #include "platform/system.h"
+#include "spin.h"
 
 namespace quarl {
 
@@ -8,7 +9,9 @@ constinit HookLock hook_mutex;
 
 namespace {
 
-constexpr int kSpins = 64;
+// A hook holds the lock for some hundred instructions, so that a short wait mostly is enough; going to sleep and being
+// woken costs some thousand on both sides.
+constexpr int kSpins = 100;
 
 bool swap_word(uint32_t* word, uint32_t expected, uint32_t desired) {
   return __atomic_compare_exchange_n(word, &expected, desired, false, __ATOMIC_SEQ_CST, __ATOMIC_RELAXED);
@@ -18,19 +21,25 @@ bool swap_word(uint32_t* word, uint32_t expected, uint32_t desired) {
 
 void HookLock::wait_and_lock() {
   const KeepErrno keep;
-  const auto self = static_cast<uint32_t>(current_tid());
-  for (int spin = 0; spin < kSpins; ++spin) {
-    if (__atomic_load_n(&word_, __ATOMIC_RELAXED) == 0 && swap_word(&word_, 0, self)) return;
-  }
-  for (;;) {
+  auto taken = static_cast<uint32_t>(current_tid());
+  // A thread that was woken spins again: the one that woke it has mostly taken the lock anew, and would have to wake it
+  // again and again.
+  while (!spin_and_take(taken)) {
     const uint32_t seen = __atomic_load_n(&word_, __ATOMIC_RELAXED);
-    if (seen == 0) {
-      // Others may sleep on the word still: the mark stays until a release finds nobody to wake.
-      if (swap_word(&word_, 0, self | kWaiters)) return;
-    } else if ((seen & kWaiters) != 0 || swap_word(&word_, seen, seen | kWaiters)) {
-      sys::futex_wait(&word_, seen | kWaiters);
-    }
+    if (seen == 0) continue;
+    if ((seen & kWaiters) == 0 && !swap_word(&word_, seen, seen | kWaiters)) continue;
+    sys::futex_wait(&word_, seen | kWaiters);
+    // Others may sleep on the word still: the mark stays until a release finds nobody to wake.
+    taken |= kWaiters;
   }
+}
+
+bool HookLock::spin_and_take(uint32_t taken) {
+  for (int spin = 0; spin < kSpins; ++spin) {
+    if (__atomic_load_n(&word_, __ATOMIC_RELAXED) == 0 && swap_word(&word_, 0, taken)) return true;
+    relax();
+  }
+  return false;
 }
 
 void HookLock::wake_waiter() {

@@ -20,7 +20,8 @@ enum PendingWork : uint32_t {
   kPendingDump = 4,   // write the logs
 };
 
-class CAPABILITY("mutex") HookLock {
+// On a cache line of its own: those who wait look at it while its owner writes to what it guards.
+class CAPABILITY("mutex") alignas(64) HookLock {
  public:
   void lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS {
     if (__builtin_expect(!take_free(), 0)) wait_and_lock();
@@ -58,6 +59,7 @@ class CAPABILITY("mutex") HookLock {
   }
   bool pending() const { return __atomic_load_n(&pending_, __ATOMIC_SEQ_CST) != 0; }
   [[gnu::cold, gnu::noinline]] void wait_and_lock();
+  bool spin_and_take(uint32_t taken);
   [[gnu::cold, gnu::noinline]] void wake_waiter();
   [[gnu::cold, gnu::noinline]] void run_pending();
   [[gnu::cold, gnu::noinline]] void serve_late_request();
