@@ -7,10 +7,11 @@ namespace quarl {
 
 void* build_block(const NewBlock& block, Address raw) {
   const Address p = raw + block.place.offset;
-  if (!block.flags.header()) return pointer_to(p);
-  fill_header(p, block.flags, block.size, block.op, block.trace, block.place.align_log2);
-  link_block(p);
-  if (block.flags.record_log()) record_block_operation(p, block.flags, block.op, kKindAllocated, block.trace);
+  if (block.flags.header()) {
+    fill_header(p, block.flags, block.size, block.op, block.trace, block.place.align_log2);
+    link_block(p);
+    if (block.flags.record_log()) record_block_operation(p, block.flags, block.op, kKindAllocated, block.trace);
+  }
   return pointer_to(p);
 }
 
