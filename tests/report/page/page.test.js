@@ -141,6 +141,20 @@ test("it fits narrow and wide screens, in light and dark", options, async () => 
   assert.equal(grounds.size, 2);
 });
 
+test("the charts follow the width of the window", options, async () => {
+  const { page } = await open();
+  const width = (selector) => page.evaluate((chart) => document.querySelector(chart).getBoundingClientRect().width, selector);
+  for (const [chart, box] of [["#flame svg", "#flame"], ["#plot .uplot", "#plot"]]) {
+    await page.setViewportSize({ width: 1280, height: 900 });
+    const wide = await width(chart);
+    await page.setViewportSize({ width: 500, height: 900 });
+    await page.waitForFunction(([inner, outer]) =>
+      document.querySelector(inner)?.getBoundingClientRect().width === document.querySelector(outer).clientWidth, [chart, box]);
+    assert.ok((await width(chart)) < wide && (await width(box)) < 500, chart);
+  }
+  await page.close();
+});
+
 test("a pprof file says the same to an independent reader", async () => {
   const { Profile } = packages("pprof-format");
   const { gunzipSync } = await import("node:zlib");
