@@ -27,8 +27,8 @@ extern uint32_t page_cache[kPageSlots];
 inline CodeKind code_kind(uint32_t address) {
   const uint32_t page = address >> 12;
   const uint32_t slot = __atomic_load_n(&detail::page_cache[page % detail::kPageSlots], __ATOMIC_RELAXED);
-  const uint32_t kind = slot ^ page << 2;  // more than 3 when the slot is another page's
-  return __builtin_expect(kind - 1 < 3, 1) ? static_cast<CodeKind>(kind) : code_kind_slow(address);
+  const uint32_t kind = slot ^ page << 2;  // 4 and more when the slot is another page's
+  return __builtin_expect(kind - 1 < 2, 1) ? static_cast<CodeKind>(kind) : code_kind_slow(address);
 }
 
 }  // namespace quarl

@@ -14,6 +14,7 @@ Trace trace_of(const OpRecord& record) {
   return {record.trace, record.stack_depth};
 }
 
+// Both are looked at always: a branch here would be guessed wrong at every other record.
 bool holds(const OpRecord& record) {
   return (record.result == kKindAllocated) & (record.start_addr != 0);
 }

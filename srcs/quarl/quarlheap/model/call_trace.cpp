@@ -23,8 +23,8 @@ bool is_outermost(uint32_t address) {
 
 }  // namespace
 
-// Every frame costs as much as its few comparisons, and every allocation comes here. Frames only ever lie higher than
-// the one before, so that the lower end of the stack is looked at once.
+// Every allocation comes here, so a frame costs a few comparisons and no more. Each frame lies higher than the one
+// before, which is why the lower end of the stack is looked at once.
 [[gnu::noinline]] int capture_trace(uint32_t* buf, int max) {
   auto fp = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
   if (__builtin_expect(max > kMaxTrace, 0)) max = complain_of_depth();
