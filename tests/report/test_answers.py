@@ -205,6 +205,11 @@ class Threads(ReportTest):
         self.assertEqual((document["source"], document["seconds"]), ("records", 10))
         self.assertEqual((first["tid"], first["bytes_allocated"], first["bytes_held"], first["bytes_per_second"]), (5, 100, 0, 10.0))
         self.assertEqual((second["tid"], second["releases"], second["bytes_released"], second["failures"], second["bytes_held"]), (6, 1, 100, 1, 50))
+        # With a table the rates are over the time since the first record that has one.
+        late = [record(MALLOC, ALLOCATED, 16 * (i + 1), 1, time=0 if i < 999 else 100) for i in range(1000)]
+        table = self.layout.log(late, time=125, threads=[self.layout.thread(1, "main", {MALLOC: 1000}, {MALLOC: 1000})])
+        document = self.json("threads", self.write(table))
+        self.assertEqual((document["source"], document["seconds"], document["threads"][0]["bytes_per_second"]), ("thread table", 25, 40.0))
         self.assertIn("no thread was recorded", self.report("threads", self.write(self.layout.log(time=1)), status=1)[1])
 
 

@@ -52,8 +52,10 @@ void count(ThreadTally& tally, const OpRecord& record) {
 
 uint32_t first_record_time(const Log& log, const Snapshot& snapshot) {
   RecordStream stream(log, snapshot);
-  for (const OpRecord& record : stream.next()) {
-    if (record.time != 0) return record.time;
+  for (auto batch = stream.next(); !batch.empty(); batch = stream.next()) {
+    for (const OpRecord& record : batch) {
+      if (record.time != 0) return record.time;
+    }
   }
   return 0;
 }
