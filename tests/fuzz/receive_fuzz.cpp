@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-
 #include <cstring>
 
 #include "agent/connection.h"

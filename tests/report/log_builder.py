@@ -9,6 +9,11 @@ ALLOCATED, RELEASED, FAILED, SLOP_HEAD, SLOP_TAIL = 1, 2, 4, 6, 7
 HEADER, STATISTICS, THREAD, THREAD_SLOTS, RECORD, DEPTH = 88, 216, 248, 200, 280, 64
 
 
+def broken(record):
+    """The record in the ways in which one cannot be: its operation, its kind and its depth."""
+    return [record[:12] + b"\x0c" + record[13:], record[:13] + b"\3" + record[14:], record[:14] + b"\x41" + record[15:]]
+
+
 class Layout:
     """The byte order and the size of the maps section of one log."""
 

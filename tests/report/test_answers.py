@@ -6,7 +6,7 @@ import random
 import unittest
 
 from log_builder import (ALLOCATED, FAILED, FREE, MALLOC, MEMALIGN, MMAP, MMAP_FILE, MUNMAP, REALLOC, REALLOC_RELEASE,
-                         RELEASED, SLOP_HEAD, SLOP_TAIL)
+                         RELEASED, SLOP_HEAD, SLOP_TAIL, broken)
 from support import ReportTest
 
 
@@ -91,8 +91,7 @@ class Matching(ReportTest):
                 counted["calls"] += 1
                 counted["failed"] += 1
             else:
-                good = record(MALLOC, ALLOCATED, address, size)
-                records.append(chance.choice([good[:12] + b"\x0c" + good[13:], good[:13] + b"\3" + good[14:], good[:14] + b"\x41" + good[15:]]))
+                records.append(chance.choice(broken(record(MALLOC, ALLOCATED, address, size))))
                 counted["damaged"] += 1
         path = self.write(self.layout.log(records, time=9))
         document = self.json(path)

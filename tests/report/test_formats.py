@@ -71,7 +71,7 @@ class Formats(ReportTest):
 
     def test_a_bar_shows_what_takes_long_on_a_terminal_only(self):
         record = self.layout.record(MALLOC, ALLOCATED, 0x1000, 1)
-        path = self.write(self.layout.log([record] * 300, time=9))
+        path = self.write(self.layout.log([record] * 3000, time=9))
         slow = {"LD_PRELOAD": str(PROGRAMS / "fast_clock.so")}
         bars = [line for line in on_terminal("stderr", path, **slow).split("\r") if "[" in line and "%" in line]
         self.assertRegex(bars[0], rf"^{re.escape(str(path))} \[#+\.+\]  *\d+%\033\[K$")

@@ -4,7 +4,7 @@ import struct
 import unittest
 
 from log_builder import (ALLOCATED, FAILED, FREE, HEADER, MALLOC, MMAP, RECORD, RELEASED, SLOP_TAIL, STATISTICS, THREAD,
-                         THREAD_SLOTS, Layout)
+                         THREAD_SLOTS, Layout, broken)
 from support import ReportTest
 
 TABLE = THREAD * THREAD_SLOTS
@@ -56,7 +56,6 @@ class Kinds(ReportTest):
             self.assertEqual(self.json("leaks", f"{path}@{number}")["unfreed"]["count"], number)
         self.assertEqual(self.json("leaks", path)["unfreed"]["count"], 3)
         self.assertIn("no snapshot 4; the log holds 3, numbered 1 to 3", self.report(f"{path}@4", status=1)[1])
-
 
     def test_what_records_and_statistics_say_is_compared(self):
         bare = self.json(self.write(self.layout.bare_chain([5]), "a_autosnap.log"))
@@ -129,8 +128,7 @@ class Damaged(ReportTest):
     def test_counts_and_records_that_cannot_be(self):
         layout = self.layout
         good = layout.record(MALLOC, ALLOCATED, 0x1000, 10)
-        broken = [good[:12] + b"\x0c" + good[13:], good[:13] + b"\3" + good[14:], good[:14] + b"\x41" + good[15:]]
-        document = self.json(self.write(layout.log([good, *broken], count=1000, time=1)))
+        document = self.json(self.write(layout.log([good, *broken(good)], count=1000, time=1)))
         self.assertEqual(document["unfreed"]["count"], 1)
         self.assertEqual(document["log"]["notes"][:2],
                          ["Cut short: snapshot 1 counts 1000 records, 4 whole ones are there.", "3 damaged records were left out."])

@@ -14,11 +14,6 @@ Trace trace_of(const OpRecord& record) {
   return {record.trace, record.stack_depth};
 }
 
-// Both are looked at always: a branch here would be guessed wrong at every other record.
-bool holds(const OpRecord& record) {
-  return (record.result == kKindAllocated) & (record.start_addr != 0);
-}
-
 }  // namespace
 
 void Ledger::hold(uint64_t bytes) {
@@ -36,7 +31,7 @@ void Ledger::apply_group(std::span<const OpRecord> records, const Observer& obse
   look_up(records, hashes);
   const uint64_t* hash = hashes;
   for (const OpRecord& record : records) {
-    if (holds(record)) {
+    if (is_allocation(record)) {
       allocate(record, traces_.intern(trace_of(record), *hash++));
     } else {
       apply_other(record);
@@ -52,7 +47,7 @@ void Ledger::look_up(std::span<const OpRecord> records, uint64_t* hashes) const 
   for (const OpRecord& record : records) {
     blocks_.prefetch_slot(record.start_addr);
     held[count] = &record;
-    count += holds(record);
+    count += is_allocation(record);
   }
   for (size_t index = 0; index < count; ++index) {
     hashes[index] = TraceTable::hash(trace_of(*held[index]));
@@ -85,8 +80,7 @@ void Ledger::count(const OpRecord& record) {
 void Ledger::allocate(const OpRecord& record, TraceId trace) {
   count(record);
   ++held_.entries;
-  bool mapping = record.operation == kOpMmap || record.operation == kOpMmapFile;
-  mapping ? allocate_mapping(record, trace) : allocate_block(record, trace);
+  is_mapping(record.operation) ? allocate_mapping(record, trace) : allocate_block(record, trace);
 }
 
 void Ledger::allocate_mapping(const OpRecord& record, TraceId trace) {

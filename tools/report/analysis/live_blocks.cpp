@@ -4,11 +4,10 @@
 
 namespace quarl::report {
 
-LiveBlocks::LiveBlocks() : slots_(1024), mask_(1024 - 1), shift_(64 - 10) {}
+LiveBlocks::LiveBlocks() : slots_(1024), shift_(64 - 10) {}
 
 void LiveBlocks::grow() {
   std::vector<Slot> old = std::exchange(slots_, std::vector<Slot>(slots_.size() * 2));
-  mask_ = slots_.size() - 1;
   --shift_;
   for (const Slot& slot : old) {
     if (slot.address != 0) find(slot.address) = slot;

@@ -36,6 +36,7 @@ class LiveBlocks {
   size_t home(uint32_t address) const {
     return static_cast<size_t>((address * uint64_t{0x9E3779B97F4A7C15}) >> shift_);
   }
+  size_t next(size_t slot) const { return (slot + 1) & (slots_.size() - 1); }
   Slot& find(uint32_t address);  // the slot that holds it, or the free one where it belongs
   void close_hole(size_t hole);
   void grow();
@@ -45,13 +46,12 @@ class LiveBlocks {
   std::vector<Slot> slots_;
   std::vector<LiveEntry> blocks_;  // address 0 in those that are free
   std::vector<uint32_t> free_;     // of blocks_; the last released is used first, while it is in the cache
-  size_t mask_;                    // slots - 1
   int shift_;                      // 64 - log2(slots)
 };
 
 inline LiveBlocks::Slot& LiveBlocks::find(uint32_t address) {
   size_t slot = home(address);
-  while (slots_[slot].address != 0 && slots_[slot].address != address) slot = (slot + 1) & mask_;
+  while (slots_[slot].address != 0 && slots_[slot].address != address) slot = next(slot);
   return slots_[slot];
 }
 
@@ -83,9 +83,10 @@ inline const LiveEntry* LiveBlocks::remove(uint32_t address) {
 
 // The slots behind the hole move up, unless that would put them before their home.
 inline void LiveBlocks::close_hole(size_t hole) {
-  for (size_t slot = (hole + 1) & mask_; slots_[slot].address != 0; slot = (slot + 1) & mask_) {
-    size_t from_home = (slot - home(slots_[slot].address)) & mask_;
-    if (from_home < ((slot - hole) & mask_)) continue;
+  size_t mask = slots_.size() - 1;
+  for (size_t slot = next(hole); slots_[slot].address != 0; slot = next(slot)) {
+    size_t from_home = (slot - home(slots_[slot].address)) & mask;
+    if (from_home < ((slot - hole) & mask)) continue;
     slots_[hole] = slots_[slot];
     hole = slot;
   }

@@ -29,8 +29,17 @@ struct LiveEntry {
   }
 };
 
+inline bool is_mapping(uint8_t operation) {
+  return operation == kOpMmap || operation == kOpMmapFile;
+}
 inline bool is_mapping(const LiveEntry& entry) {
-  return entry.operation == kOpMmap || entry.operation == kOpMmapFile;
+  return is_mapping(entry.operation);
+}
+
+// The record of an allocation, which holds something from then on. Both are looked at always: this runs for every
+// record of a log, and a branch would be guessed wrong at every other.
+inline bool is_allocation(const OpRecord& record) {
+  return (record.result == kKindAllocated) & (record.start_addr != 0);
 }
 
 }  // namespace quarl::report

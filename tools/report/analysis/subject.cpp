@@ -68,9 +68,10 @@ std::string Subject::label() const {
 
 // Where the two differ the reader must know which one an answer rests on.
 void Subject::compare_with_statistics(std::vector<std::string>& notes) {
-  uint64_t counted = statistics().unfree_size;
+  ProfInfo counts = statistics();
+  uint64_t counted = counts.unfree_size;
   uint64_t recorded = ledger().held().bytes;
-  if (!has_counts(statistics()) || snapshot_->header.time == 0 || counted == (recorded & UINT32_MAX)) return;
+  if (!has_counts(counts) || snapshot_->header.time == 0 || counted == (recorded & UINT32_MAX)) return;
   if (result().records == 0) {
     notes.push_back(
         fmt::format("{} bytes are held, but this snapshot has no records of them (QUARL_SNAP_DETAIL).", counted));

@@ -15,10 +15,6 @@ TimePoint join(const TimePoint& a, TimePoint b) {
   return b;
 }
 
-}  // namespace
-
-namespace {
-
 TimePoint snapshot_point(const Log& log, const Snapshot& snapshot) {
   ProfInfo statistics = log.statistics(snapshot);
   TimePoint point = {snapshot.header.time, statistics.unfree_size, statistics.unfree_file_size,

@@ -2,16 +2,16 @@
 
 namespace quarl::report {
 
-TraceTable::TraceTable() : slots_(1024), mask_(slots_.size() - 1) {}
+TraceTable::TraceTable() : words_(1), slots_(1024) {}
 
 Trace TraceTable::addresses(TraceId id) const {
-  const uint32_t* entry = words_.data() + entries_[id] - 1;
+  const uint32_t* entry = &words_[entries_[id]];
   return {entry + 2, entry[1]};
 }
 
 TraceId TraceTable::add(size_t slot, uint64_t hash, Trace trace) {
   TraceId id = static_cast<TraceId>(entries_.size());
-  slots_[slot] = {tag_of(hash), static_cast<uint32_t>(words_.size()) + 1};
+  slots_[slot] = {tag_of(hash), static_cast<uint32_t>(words_.size())};
   entries_.push_back(slots_[slot].entry);
   words_.push_back(id);
   words_.push_back(static_cast<uint32_t>(trace.size()));
@@ -22,7 +22,6 @@ TraceId TraceTable::add(size_t slot, uint64_t hash, Trace trace) {
 
 void TraceTable::grow() {
   slots_.assign(slots_.size() * 2, {});
-  mask_ = slots_.size() - 1;
   for (TraceId id = 0; id < entries_.size(); ++id) {
     uint64_t its_hash = hash(addresses(id));
     size_t slot = home(its_hash);

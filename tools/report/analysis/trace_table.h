@@ -24,26 +24,25 @@ class TraceTable {
   // time before the next part needs it.
   static uint64_t hash(Trace trace);
   void prefetch_slot(uint64_t hash) const { __builtin_prefetch(&slots_[home(hash)]); }
-  void prefetch_entry(uint64_t hash) const { __builtin_prefetch(words_.data() + slots_[home(hash)].entry); }
+  void prefetch_entry(uint64_t hash) const { __builtin_prefetch(&words_[slots_[home(hash)].entry]); }
   TraceId intern(Trace trace, uint64_t hash);
 
  private:
   struct Slot {
     uint32_t tag;    // the upper half of the hash, so that few other traces are looked at
-    uint32_t entry;  // index into words_ + 1, 0 when free
+    uint32_t entry;  // index into words_, 0 when free
   };
   static uint64_t pair_at(const uint32_t* addresses);
   static uint32_t tag_of(uint64_t hash) { return static_cast<uint32_t>(hash >> 32); }
-  size_t home(uint64_t hash) const { return hash & mask_; }
-  size_t next(size_t slot) const { return (slot + 1) & mask_; }
+  size_t home(uint64_t hash) const { return hash & (slots_.size() - 1); }
+  size_t next(size_t slot) const { return (slot + 1) & (slots_.size() - 1); }
   bool matches(uint32_t entry, Trace trace) const;
   TraceId add(size_t slot, uint64_t hash, Trace trace);
   void grow();
 
-  std::vector<uint32_t> words_;    // entries: id, depth, then the addresses
-  std::vector<uint32_t> entries_;  // index into words_ + 1, by id
+  std::vector<uint32_t> words_;    // one that belongs to nobody, then the entries: id, depth, addresses
+  std::vector<uint32_t> entries_;  // index into words_, by id
   std::vector<Slot> slots_;        // a power of two, at most a quarter full, so that few searches go further
-  size_t mask_;                    // slots - 1
 };
 
 inline uint64_t TraceTable::pair_at(const uint32_t* addresses) {
@@ -72,12 +71,12 @@ inline TraceId TraceTable::intern(Trace trace, uint64_t hash) {
   for (size_t slot = home(hash);; slot = next(slot)) {
     uint32_t entry = slots_[slot].entry;
     if (entry == 0) return add(slot, hash, trace);
-    if (slots_[slot].tag == tag_of(hash) && matches(entry, trace)) return words_[entry - 1];
+    if (slots_[slot].tag == tag_of(hash) && matches(entry, trace)) return words_[entry];
   }
 }
 
 inline bool TraceTable::matches(uint32_t entry, Trace trace) const {
-  const uint32_t* words = words_.data() + entry - 1;
+  const uint32_t* words = &words_[entry];
   if (words[1] != trace.size()) return false;
   const uint32_t* addresses = words + 2;
   size_t index = 0;

@@ -55,10 +55,6 @@ const char* byte_order_of(const Log& log) {
   return log.snapshots().front().header.byte_order == kBigEndian ? "big" : "little";
 }
 
-bool is_allocation(const OpRecord& record) {
-  return record.result == kKindAllocated && record.start_addr != 0;
-}
-
 }  // namespace
 
 SqliteImport::SqliteImport(const std::string& database, Desk& desk) : database_(database), desk_(desk) {

@@ -14,9 +14,8 @@ class RecordStream {
   RecordStream(const Log& log, const Snapshot& snapshot, uint64_t count);
   RecordStream(const Log& log, const Snapshot& snapshot) : RecordStream(log, snapshot, snapshot.records) {}
 
-  // The next batch, a few dozen records, empty at the end; valid until the next call. Numbers are in this machine's
-  // byte order and stack_depth is in [0, kMaxTrace]; a record whose operation, kind or depth cannot be is left out and
-  // counted.
+  // The next batch, empty at the end; valid until the next call. Numbers are in this machine's byte order and
+  // stack_depth is in [0, kMaxTrace]; a record whose operation, kind or depth cannot be is left out and counted.
   std::span<const OpRecord> next();
 
   uint64_t total() const { return total_; }
@@ -24,16 +23,15 @@ class RecordStream {
   uint64_t damaged() const { return damaged_; }  // records left out so far
 
  private:
-  bool fill();
-  std::span<OpRecord> take_batch();
+  std::span<OpRecord> read();
+  std::span<OpRecord> without_damaged(std::span<OpRecord> batch);
 
   const Log& log_;
   uint64_t offset_;
   uint64_t total_;
   uint64_t done_ = 0;
   uint64_t damaged_ = 0;
-  std::vector<OpRecord> buffer_;
-  std::span<OpRecord> rest_;  // of the buffer: read and not yet handed out
+  std::vector<OpRecord> batch_;
 };
 
 }  // namespace quarl::report
