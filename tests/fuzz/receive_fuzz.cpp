@@ -12,7 +12,7 @@
 
 #include "agent/connection.h"
 #include "agent/wait.h"
-#include "config/item_table.h"
+#include "config/item_rows.h"
 #include "platform/print.h"
 #include "platform/system.h"
 

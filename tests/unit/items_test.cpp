@@ -4,34 +4,23 @@
 
 #include <csignal>
 #include <cstring>
+#include <string>
 
 #include "config/signal_names.h"
-#include "config/state/config_state.h"
-#include "logs/statistics.h"
 
 namespace quarl {
 namespace {
 
-// Every test starts from the state that the library is loaded with.
-class ItemsTest : public testing::Test {
- protected:
-  void SetUp() override {
-    const ScopedLock lock;
-    for (Item& item : items.rows) item.is_set = 0;
-    cfg_flags = slop_flags = 0;
-    stack_depth = 8;
-    maps_size_kb = 32;
-    trace_buf_size = 0;
-    snap_detail = QR_TRACE_MMAP = timer_clock_on = 0;
-    qr_sig_num = 14;
-  }
-  int apply(const char* line) {
-    const ScopedLock lock;
-    return apply_line(line);
-  }
+// Items over settings of their own, as the library is loaded with them.
+struct Fresh {
+  Settings settings;
+  Items items{settings};
+
+  Applied apply(const std::string& line) { return items.apply(line.c_str()); }
+  std::pair<uint32_t, uint32_t> flags() const { return {settings.cfg_flags, settings.slop_flags}; }
 };
 
-TEST_F(ItemsTest, SwitchesSetAndClearTheirBit) {
+TEST(Items, SwitchesSetAndClearTheirBit) {
   const struct {
     const char* key;
     uint32_t cfg, slop;
@@ -49,20 +38,19 @@ TEST_F(ItemsTest, SwitchesSetAndClearTheirBit) {
                {"QUARL_SLOPOVER_THREAD", 0, 1U << 30}, {"QUARL_SLOPOVER_EXIT", 0, 2},
                {"QUARL_SLOPOVER_API", 0, 4},           {"QUARL_SLOPOVER_TIMER", 0, 1}};
   for (const auto& c : cases) {
-    SetUp();
     SCOPED_TRACE(c.key);
+    Fresh fresh;
     const std::string key(c.key);
-    EXPECT_EQ(apply((key + "=1").c_str()), 0);
-    EXPECT_EQ(std::make_pair(cfg_flags, slop_flags), std::make_pair(c.cfg, c.slop));
-    for (Item& item : items.rows) item.is_set = 0;
-    if (key == "QUARL_PROF") set_flag(cfg_flags, kAll);  // without it that one stays on
-    EXPECT_EQ(apply((key + "=0").c_str()), 0);
-    EXPECT_EQ(cfg_flags | kAll, uint32_t{kAll});
-    EXPECT_EQ(slop_flags, 0U);
+    EXPECT_EQ(fresh.apply(key + "=1").outcome, Applied::kSet);
+    EXPECT_EQ(fresh.flags(), std::make_pair(c.cfg, c.slop));
+    if (key == "QUARL_PROF") fresh.settings.cfg_flags |= kAll;  // without it that one stays on
+    fresh.items.set(*find_item(c.key), "0");                    // as if it could be set again
+    EXPECT_EQ(fresh.settings.cfg_flags | kAll, uint32_t{kAll});
+    EXPECT_EQ(fresh.settings.slop_flags, 0U);
   }
 }
 
-TEST_F(ItemsTest, NumbersAndTheirLimits) {
+TEST(Items, NumbersAndTheirLimits) {
   const struct {
     const char* line;
     int64_t value;
@@ -71,48 +59,96 @@ TEST_F(ItemsTest, NumbersAndTheirLimits) {
       {"QUARL_HEAD_STACKDEPTH=2", 2},      {"QUARL_HEAD_STACKDEPTH=+9x", 9},   {"QUARL_HEAD_STACKDEPTH=x", 8},
       {"QUARL_MAPS_SIZE=1", 32},           {"QUARL_MAPS_SIZE=2", 2},           {"QUARL_MAPS_SIZE=-4", 32},
       {"QUARL_TRACE_BUFSIZE=1680", 28000}, {"QUARL_TRACE_BUFSIZE=2800", 2800}, {"QUARL_TRACE_BUFSIZE=279", 28000},
-      {"QUARL_TRACE_BUFSIZE=5000", 4760},  {"QUARL_TRACE_BUFSIZE=0", 28000},   {"QUARL_TRACE_BUFSIZE=x", 28000},
-      {"QUARL_TIMER_SIG=SIGUSR2", 12},     {"QUARL_TIMER_SIG=12", 12},         {"QUARL_TIMER_SIG=0", 14}};
+      {"QUARL_TRACE_BUFSIZE=5000", 4760},  {"QUARL_TRACE_BUFSIZE=0", 28000},   {"QUARL_TRACE_BUFSIZE=x", 28000}};
   for (const auto& c : cases) {
-    SetUp();
-    EXPECT_EQ(apply(c.line), 0);
-    const int64_t value = strstr(c.line, "DEPTH")     ? stack_depth
-                          : strstr(c.line, "MAPS")    ? maps_size_kb
-                          : strstr(c.line, "BUFSIZE") ? static_cast<int64_t>(trace_buf_size)
-                                                      : qr_sig_num;
+    Fresh fresh;
+    EXPECT_EQ(fresh.apply(c.line).outcome, Applied::kSet);
+    const int64_t value = strstr(c.line, "DEPTH")  ? fresh.settings.stack_depth
+                          : strstr(c.line, "MAPS") ? fresh.settings.maps_size_kb
+                                                   : static_cast<int64_t>(fresh.settings.trace_buf_size);
     EXPECT_EQ(value, c.value) << c.line;
   }
 }
 
-TEST_F(ItemsTest, ItemsThatReadOthers) {
-  apply("QUARL_HEAD_TIME=2");
-  apply("QUARL_HEAD_TIME=1");
-  EXPECT_EQ(timer_clock_on, 1);
-  EXPECT_EQ(cfg_flags, 0x4000U);
-  apply("QUARL_TIME_INTERVAL=0");  // nothing that it needs is on
-  EXPECT_EQ(timer_clock_on, 1);
-  apply("QUARL_PROF=1");
-  apply("QUARL_PROF=0");  // cleared only while everything is on
-  EXPECT_EQ(cfg_flags, 0x4001U);
-  apply("QUARL_MEM_CHECK_IN_HOOK=1");
-  apply("QUARL_SLOPOVER_API=1");
-  EXPECT_EQ(slop_flags, 0x20004U);
-  apply("QUARL_MMAP=1");
-  EXPECT_EQ(QR_TRACE_MMAP, 1);
-  EXPECT_EQ(prof_info->trace_mmap, 1U);
+TEST(Items, EffectsSayWhatElseIsToBeDone) {
+  const std::string timed = "QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2";
+  const struct {
+    std::string before;
+    const char* line;
+    Effect::Kind kind;
+    int number;
+    const char* text;
+  } cases[] = {
+      {"", "QUARL_LOG_FILENAME=1", Effect::kNameLogs, 0, ""},
+      {"", "QUARL_LOG_FILENAME=123456789012345", Effect::kNameLogs, 0, "123456789012345"},
+      {"", "QUARL_SIG=SIGUSR2", Effect::kHandleDumpSignal, 12, ""},
+      {"", "QUARL_SIG=SIGHUP", Effect::kHandleDumpSignal, 10, ""},
+      {"", "QUARL_TIMER_SIG=12", Effect::kSetTimerSignal, 12, ""},
+      {"", "QUARL_TIMER_SIG=0", Effect::kSetTimerSignal, 14, ""},
+      {"", "QUARL_PROF=0", Effect::kMakeStatistics, 0, ""},
+      {"QUARL_ALL=1", "QUARL_THREAD=1", Effect::kRefuseThreads, 0, ""},
+      {"", "QUARL_THREAD=0", Effect::kMakeThreadTable, 0, ""},
+      {"", "QUARL_MMAP=1", Effect::kTraceMappings, 1, ""},
+      {"", "QUARL_RANDOM_FAIL=1", Effect::kSeedRandom, 0, ""},
+      {"QUARL_RANDOM_FAIL=1", "QUARL_RANDOM_FAIL=1", Effect::kNone, 0, ""},
+      {timed, "QUARL_TIME_INTERVAL=5", Effect::kStartTimer, 5, ""},
+      {timed, "QUARL_TIME_INTERVAL=0", Effect::kNone, 0, ""},
+      {"QUARL_HEAD_TIME=2", "QUARL_TIME_INTERVAL=5", Effect::kNone, 0, ""},
+      {timed, "QUARL_SNAP_INTERVAL=7", Effect::kScheduleSnapshots, 7, ""},
+      {"", "QUARL_SNAP_INTERVAL=7", Effect::kRefuseSnapshots, 0, ""},
+      {"", "QUARL_SNAP_INTERVAL=0", Effect::kNone, 0, ""},
+      {"", "QUARL_SLOPOVER_TIMER=1", Effect::kHandleCheckSignal, SIGALRM, ""},
+      {"", "QUARL_SLOPOVER_TIMER=0", Effect::kNone, 0, ""},
+      {"", "QUARL_SLOPOVER_USER=33", Effect::kHandleCheckSignal, 33, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.before + " then " + c.line);
+    Fresh fresh;
+    for (size_t at = 0; at < c.before.size(); at = c.before.find(' ', at + 1) + 1) {
+      fresh.apply(c.before.substr(at, c.before.find(' ', at) - at));
+      if (c.before.find(' ', at) == std::string::npos) break;
+    }
+    const Applied applied = fresh.apply(c.line);
+    EXPECT_EQ(applied.outcome, Applied::kSet);
+    EXPECT_EQ(applied.effect.kind, c.kind);
+    EXPECT_EQ(applied.effect.number, c.number);
+    EXPECT_STREQ(applied.effect.text, c.text);
+  }
 }
 
-TEST_F(ItemsTest, DefaultsFollowTheTable) {
-  {
-    const ScopedLock lock;
-    apply_line("QUARL_HEAD_TID=0");
-    apply_defaults();
-  }
-  EXPECT_EQ(cfg_flags, 0x1005D001U) << std::hex << cfg_flags;
-  EXPECT_EQ(slop_flags, 6U);
-  EXPECT_EQ(apply("QUARL_SLOPOVER=0"), 0);  // set by then, and only once
-  EXPECT_EQ(apply("QUARL_HEAD_TID=1"), 0);
-  EXPECT_EQ(cfg_flags, 0x1005F001U);
+TEST(Items, ItemsThatReadOthers) {
+  Fresh fresh;
+  fresh.apply("QUARL_HEAD_TIME=2");
+  fresh.apply("QUARL_HEAD_TIME=1");
+  EXPECT_EQ(fresh.settings.timer_clock_on, 1);
+  EXPECT_EQ(fresh.settings.cfg_flags, 0x4000U);
+  fresh.apply("QUARL_TIME_INTERVAL=0");  // nothing that it needs is on
+  EXPECT_EQ(fresh.settings.timer_clock_on, 1);
+  fresh.apply("QUARL_PROF=1");
+  fresh.apply("QUARL_PROF=0");  // cleared only while everything is on
+  EXPECT_EQ(fresh.settings.cfg_flags, 0x4001U);
+  fresh.apply("QUARL_MEM_CHECK_IN_HOOK=1");
+  fresh.apply("QUARL_SLOPOVER_API=1");
+  EXPECT_EQ(fresh.settings.slop_flags, 0x20004U);
+  fresh.apply("QUARL_SNAP_INTERVAL=3");
+  EXPECT_EQ(fresh.settings.snap_interval, 3);
+  fresh.apply("QUARL_SNAP_INTERVAL=0");
+  EXPECT_EQ(fresh.settings.snap_interval, 0);
+}
+
+TEST(Items, DefaultsFollowTheTable) {
+  Fresh fresh;
+  fresh.apply("QUARL_HEAD_TID=0");
+  Effect effect;
+  for (const ItemRow& row : kItemRows)
+    EXPECT_EQ(fresh.items.apply_default(row, &effect), row.default_on && row.key != std::string("QUARL_HEAD_TID"));
+  EXPECT_EQ(fresh.settings.cfg_flags, 0x1005D001U) << std::hex << fresh.settings.cfg_flags;
+  EXPECT_EQ(fresh.settings.slop_flags, 6U);
+  EXPECT_EQ(fresh.apply("QUARL_SLOPOVER=0").outcome, Applied::kKept);  // set by then, and only once
+  EXPECT_EQ(fresh.apply("QUARL_HEAD_TID=1").outcome, Applied::kSet);
+  EXPECT_EQ(fresh.settings.cfg_flags, 0x1005F001U);
+  EXPECT_EQ(fresh.apply("QUARL_HEAD=1").outcome, Applied::kUnknown);
+  EXPECT_EQ(fresh.apply("QUARL_HEAD_TID").outcome, Applied::kBadLine);
 }
 
 TEST(SignalNames, NamesNumbersAndDefaults) {

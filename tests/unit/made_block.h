@@ -5,9 +5,9 @@
 #include <cstring>
 #include <memory>
 
-#include "quarlheap/lock/hook_lock.h"
-#include "quarlheap/model/block.h"
+#include "quarlheap/model/block_header.h"
 #include "quarlheap/model/call_trace.h"
+#include "state/hook_lock.h"
 
 namespace quarl {
 
@@ -34,11 +34,13 @@ class MadeBlock {
     for (int i = 0; i < shape.depth; ++i) trace.words[i] = 0xABC00000U + static_cast<uint32_t>(i);
     const ScopedLock lock;
     fill_header(p, shape.flags, shape.size, shape.op, trace, shape.align_log2);
-    set_link(p, kSelfLink, p);
+    header::word(p, kSelfLink) |= p;
   }
 
-  void set_chunk(uint32_t word) { header_word(raw, -1) = word; }
-  uint32_t chunk() const { return header_word(raw, -1); }
+  void set_chunk(uint32_t word) { set_chunk_before(raw, {word}); }
+  uint32_t chunk() const { return chunk_before(raw).word; }
+  DoubtfulBlock doubtful() const { return DoubtfulBlock(p); }
+  SoundBlock sound() const { return {p, placement.offset}; }
   uint8_t* bytes() const { return reinterpret_cast<uint8_t*>(p); }
 
   // The chunk of an allocator that keeps 4 bytes before each block and rounds to 8, at least 16.

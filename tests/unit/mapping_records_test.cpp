@@ -1,4 +1,4 @@
-#include "logs/mapping_records.h"
+#include "logs/mappings/mapping_records.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The C library that the tested pieces expect: its raw entries are the plain ones, nothing is ever hooked.
-#include "platform/seam.h"
+#include "platform/libc_hooks.h"
 
 #include <errno.h>
 #include <malloc.h>
@@ -39,7 +39,7 @@ int pthread_self_pid(void) {
 namespace quarl {
 
 void prepare_raw_entries() {}
-void set_headed_block_finder(HeadedBlock (*)(void* user)) {}
+void set_headed_block_access(const HeadedBlockAccess&) {}
 void end_thread() {
   pthread_exit(nullptr);
 }

@@ -6,13 +6,12 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include "agent/command.h"
 #include "agent/connection.h"
 #include "agent/listener.h"
-#include "config/item_table.h"
-#include "config/state/config_state.h"
+#include "agent/packet.h"
 #include "platform/print.h"
-#include "quarlheap/raw/own_memory.h"
+#include "state/own_memory.h"
+#include "state/settings.h"
 
 extern "C" {
 constinit int srv_desc = -1;
@@ -28,8 +27,9 @@ constexpr const char* kThreadName = "qr_demo_thread";
 constexpr int kFirstPort = 9000;
 constexpr size_t kStackSize = 128 * 1024;  // exit handlers of the application may run on it
 
-constinit Socket listener;
-constinit Socket connection;
+constinit OwnDescriptor listener;
+constinit OwnDescriptor connection;
+constinit LineHandler take_line = nullptr;
 
 bool listen_on(int* port) {
   if (listener.take(open_listener(port))) {
@@ -57,12 +57,20 @@ void close_sockets() {
   srv_desc = -1;
 }
 
+// A text without a NUL ends with the packet.
+void hand_on(char* packet) {
+  char line[kPacketSize + 1] = "";
+  memcpy(line, packet, kPacketSize);
+  memset(packet, 0, kPacketSize);
+  take_line(line);
+}
+
 // Takes packets until the peer is gone (true) or the connection can no longer be used (false).
 bool serve_client() {
   for (;;) {
     const int received = receive_packet(connection, recv_buffer);
     if (received <= 0) return received == 0;
-    handle_packet(recv_buffer);
+    hand_on(recv_buffer);
   }
 }
 
@@ -101,8 +109,9 @@ bool create_thread() {
 
 }  // namespace
 
-void start_agent() {
+void start_agent(LineHandler handler) {
   if (!Flags().set(kDemoThread)) return;
+  take_line = handler;
   // The thread inherits the mask, so that it has no instant without it.
   sigset_t all;
   sigset_t before;

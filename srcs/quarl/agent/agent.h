@@ -3,7 +3,6 @@
 #pragma once
 
 #include "platform/annotations.h"
-#include "quarlheap/lock/hook_lock.h"
 
 extern "C" {
 extern QUARL_EXPORT int srv_desc;         // the listening socket, -1 when there is none
@@ -14,8 +13,11 @@ extern QUARL_EXPORT char* recv_buffer;    // 32 bytes, null when there is no age
 
 namespace quarl {
 
+// Called on the agent's thread, without a lock, with the line of each packet.
+using LineHandler = void (*)(const char* line);
+
 // Starts the thread when QUARL_DEMO_THREAD is on. The application's signals are never delivered to it.
-void start_agent();
+void start_agent(LineHandler handler);
 
 // In a forked child there is no agent thread; its sockets are the parent's.
 void leave_parent_agent();

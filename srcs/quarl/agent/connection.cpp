@@ -5,10 +5,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "agent/packet.h"
 #include "agent/wait.h"
-#include "config/item_table.h"
+#include "platform/libc_hooks.h"
 #include "platform/print.h"
-#include "platform/seam.h"
 
 namespace quarl {
 namespace {
@@ -17,7 +17,7 @@ constexpr useconds_t kRetryPause = 10;  // microseconds
 
 // After a failed receive: false when the connection can no longer be used. A descriptor that the application has closed
 // and taken for something else counts as closed.
-bool may_receive_again(const Socket& connection) {
+bool may_receive_again(const OwnDescriptor& connection) {
   if (errno == EINTR) {
     print(kStdout, "recvfrom is interrupted\n");
     return true;
@@ -28,7 +28,7 @@ bool may_receive_again(const Socket& connection) {
   return true;
 }
 
-long receive(const Socket& connection, char* buffer) {
+long receive(const OwnDescriptor& connection, char* buffer) {
   errno = 0;
   if (connection.is_ours()) return recv(connection.fd(), buffer, kPacketSize, MSG_WAITALL);
   errno = EBADF;
@@ -37,7 +37,7 @@ long receive(const Socket& connection, char* buffer) {
 
 }  // namespace
 
-int receive_packet(const Socket& connection, char* buffer) {
+int receive_packet(const OwnDescriptor& connection, char* buffer) {
   memset(buffer, 0, kPacketSize);
   if (!wait_for_socket(connection.fd())) {
     print(kStdout, "%s failed... %s\n", "tam_get_tcp_packet", error_text(errno));

@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include "agent/wait.h"
+#include "platform/libc_hooks.h"
 #include "platform/print.h"
-#include "platform/seam.h"
 
 namespace quarl {
 namespace {
@@ -101,7 +101,7 @@ int find_usable_port() {
 namespace {
 
 // Fails with EBADF when the application has closed the descriptor and perhaps has a socket of its own there.
-int accept_from(const Socket& listener, struct sockaddr_in* peer) {
+int accept_from(const OwnDescriptor& listener, struct sockaddr_in* peer) {
   wait_for_socket(listener.fd());  // a failure shows in the accept
   errno = EBADF;
   if (!listener.is_ours()) return -1;
@@ -112,7 +112,7 @@ int accept_from(const Socket& listener, struct sockaddr_in* peer) {
 
 }  // namespace
 
-int accept_connection(const Socket& listener) {
+int accept_connection(const OwnDescriptor& listener) {
   struct sockaddr_in peer {};
   int fd = -1;
   do {

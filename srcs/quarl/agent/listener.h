@@ -1,7 +1,7 @@
 // The agent's listening socket and the connections that it accepts. IPv4, any local address.
 #pragma once
 
-#include "agent/socket.h"
+#include "platform/own_descriptor.h"
 
 namespace quarl {
 
@@ -13,6 +13,6 @@ int open_listener(int* port);
 int find_usable_port();
 
 // The next client's socket with keep-alive on, or -1 with a message. Ignores SIGPIPE for the whole process.
-int accept_connection(const Socket& listener);
+int accept_connection(const OwnDescriptor& listener);
 
 }  // namespace quarl

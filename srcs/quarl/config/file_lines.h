@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "config/item_table.h"
+#include "config/line.h"
 
 namespace quarl {
 

@@ -2,79 +2,40 @@
 
 #include <cstring>
 
-#include "config/item_handlers.h"
-#include "config/line.h"
-#include "platform/print.h"
-
 namespace quarl {
-namespace {
 
-constexpr ItemRows make_rows() {
-  ItemRows table{};
-  for (int i = 0; i < kItemCount; ++i) {
-    const ItemInfo& info = kItemTable[i];
-    table.rows[i] = {info.key, kItemHandlers[i], info.default_on, 0, info.resettable};
-  }
-  return table;
-}
-
-void apply(Item& item, const char* value) {
-  item.handler(value);
-  item.is_set = 1;
-}
-
-Item* find_item(const char* key) REQUIRES(hook_mutex) {
-  for (Item* item = items.rows; item->name != nullptr; ++item) {
-    if (strcmp(item->name, key) == 0) return item;
+const ItemRow* find_item(const char* key) {
+  for (const ItemRow& row : kItemRows) {
+    if (strcmp(row.key, key) == 0) return &row;
   }
   return nullptr;
 }
 
-void tell_error(const Line& line) {
-  const char* text = line.error_text != nullptr ? line.error_text : line.key;
-  const bool unsupported = line.error == LineError::kKeyTooLong || line.error == LineError::kValueLength;
-  print(kStderr, unsupported ? "Item %s is not support\n" : "Err item %s\n", text);
+Applied Items::apply(const char* text) {
+  Applied applied;
+  applied.line = parse_line(text);
+  if (applied.line.error != LineError::kNone) return applied;
+  applied.row = find_item(applied.line.key);
+  if (applied.row == nullptr) {
+    applied.outcome = Applied::kUnknown;
+  } else if (!may_set(*applied.row)) {
+    applied.outcome = Applied::kKept;
+  } else {
+    applied.outcome = Applied::kSet;
+    applied.effect = set(*applied.row, applied.line.value);
+  }
+  return applied;
 }
 
-bool wants_default(const Item& item) {
-  return item.is_set != 1 && item.default_on != 0;
+bool Items::apply_default(const ItemRow& row, Effect* effect) {
+  if (is_set(row) || !row.default_on) return false;
+  *effect = set(row, "1");
+  return true;
 }
 
-}  // namespace
-
-constinit ItemRows items = make_rows();
-
-int apply_line(const char* text) {
-  Line line = parse_line(text);
-  if (line.error != LineError::kNone) {
-    tell_error(line);
-    return -1;
-  }
-  Item* item = find_item(line.key);
-  if (item == nullptr) {
-    print(kStderr, "Item %s is not support\n", line.key);
-    return -1;
-  }
-  if (item->is_set == 1 && item->resettable == 0) return 0;
-  item->is_set = 1;
-  item->handler(line.value);
-  return 0;
-}
-
-void apply_defaults() {
-  for (Item* item = items.rows; item->name != nullptr; ++item) {
-    if (wants_default(*item)) apply(*item, "1");
-  }
-}
-
-void apply_defaults_without_file() {
-  for (Item* item = items.rows; item->name != nullptr; ++item) {
-    if (wants_default(*item)) {
-      apply(*item, "1");
-    } else if (strcmp(item->name, "QUARL_THREAD") == 0) {
-      apply(*item, "0");
-    }
-  }
+Effect Items::set(const ItemRow& row, const char* value) {
+  is_set_[&row - kItemRows] = true;
+  return row.set(settings_, row, value);
 }
 
 }  // namespace quarl

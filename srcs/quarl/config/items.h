@@ -1,39 +1,42 @@
-// The configuration items: what each value does. One row for each of the 36 keys, in the order in which defaults are
-// applied.
+// Items applied to settings. Pure: no output, nothing but the settings changes; what else an item asks for comes back
+// as an effect.
 #pragma once
 
-#include <cstdint>
-
-#include "config/item_table.h"
-#include "quarlheap/lock/hook_lock.h"
+#include "config/effect.h"
+#include "config/item_rows.h"
+#include "config/line.h"
 
 namespace quarl {
 
-// Applies a value of 1 to 15 characters; always 0. Every text maps to some state, none is refused.
-using ItemHandler = int (*)(const char* value);
+// What became of one line.
+struct Applied {
+  enum Outcome { kSet, kKept, kBadLine, kUnknown };  // kKept: an item that may not be set again
+  Outcome outcome = kBadLine;
+  const ItemRow* row = nullptr;  // of kSet and kKept
+  Line line{};
+  Effect effect{};
 
-struct Item {
-  const char* name;
-  ItemHandler handler;
-  uint8_t default_on;
-  uint8_t is_set;  // becomes 1 when the item is first applied, from any source, and stays so
-  uint16_t resettable;
+  bool names_item() const { return row != nullptr; }
 };
 
-// kItemCount rows and an all-zero one behind them.
-struct ItemRows {
-  Item rows[kItemCount + 1];
+class Items {
+ public:
+  explicit constexpr Items(Settings& target) : settings_(target) {}
+
+  Applied apply(const char* text);
+
+  // One row's default, "1" for a default-on item that nothing has set; nothing and false for any other.
+  bool apply_default(const ItemRow& row, Effect* effect);
+
+  // Sets the item as an applied line does, whether it may be set again or not.
+  Effect set(const ItemRow& row, const char* value);
+
+  bool is_set(const ItemRow& row) const { return is_set_[&row - kItemRows]; }
+  bool may_set(const ItemRow& row) const { return row.resettable || !is_set(row); }
+
+ private:
+  Settings& settings_;
+  bool is_set_[kItemCount] = {};  // becomes true when the item is first applied, from any source, and stays so
 };
-extern ItemRows items GUARDED_BY(hook_mutex);
-
-// Applies one line of text, from a file or a packet. 0 when it names an item, also when that may not be set again; -1
-// with a message on standard error otherwise.
-int apply_line(const char* text) REQUIRES(hook_mutex);
-
-// Applies "1" to every default-on item that nothing has set.
-void apply_defaults() REQUIRES(hook_mutex);
-
-// The same for a process without a configuration file; QUARL_THREAD gets "0" as well.
-void apply_defaults_without_file() REQUIRES(hook_mutex);
 
 }  // namespace quarl

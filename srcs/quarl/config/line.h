@@ -1,9 +1,12 @@
 // One line of configuration: key, "=", value. Pure: no state, no output; the tool on the desk reads lines with it too.
 #pragma once
 
-#include "config/item_table.h"
-
 namespace quarl {
+
+// Limits of one configuration line, in characters without the NUL.
+inline constexpr int kMaxKey = 31;
+inline constexpr int kMaxValue = 15;
+inline constexpr int kMaxLine = 127;
 
 enum class LineError {
   kNone,

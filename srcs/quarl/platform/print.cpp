@@ -1,9 +1,7 @@
 #include "platform/print.h"
 
-#include <errno.h>
 #include <string.h>
 
-#include "platform/seam.h"
 #include "platform/system.h"
 
 namespace quarl {
@@ -129,10 +127,6 @@ void print(int fd, const char* pattern, ...) {
   text.format_list(pattern, args);
   va_end(args);
   write_message(fd, text);
-}
-
-void print_write_failure() {
-  print(kStdout, "write log file failed,and error is %s\n", error_text(errno));
 }
 
 }  // namespace quarl

@@ -52,7 +52,4 @@ void write_message(int fd, const Text& text);
 // Messages of at most 640 characters; longer ones are built in a TextBuffer of their own.
 [[gnu::format(printf, 2, 3)]] void print(int fd, const char* pattern, ...);
 
-// "write log file failed,and error is %s\n" with the text of the present errno.
-void print_write_failure();
-
 }  // namespace quarl

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/seam.h"
+#include "platform/libc_hooks.h"
 
 namespace quarl {
 

@@ -8,7 +8,7 @@
 
 #include "platform/print.h"
 #include "platform/system.h"
-#include "quarlheap/raw/own_memory.h"
+#include "state/own_memory.h"
 #include "symbols/elf_image.h"
 
 namespace quarl {

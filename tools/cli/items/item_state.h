@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "config/item_table.h"
+#include "config/item_rows.h"
 
 namespace quarl {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "config/item_table.h"
+#include "config/item_rows.h"
 #include "items/item_order.h"
 
 namespace quarl {

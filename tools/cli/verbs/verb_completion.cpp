@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "config/item_table.h"
+#include "config/item_rows.h"
 #include "refusal.h"
 #include "verbs/verbs.h"
 

@@ -2,14 +2,14 @@
 #include <pthread.h>
 #include <string.h>
 
-#include "platform/seam.h"
+#include "platform/libc_hooks.h"
 
 namespace quarl {
 
 void prepare_raw_entries() {}
 
 // The hooks stay with the library to the end; blocks never reach it without them.
-void set_headed_block_finder(HeadedBlock (*)(void*)) {}
+void set_headed_block_access(const HeadedBlockAccess&) {}
 
 void end_thread() {
   pthread_exit(nullptr);

@@ -1,7 +1,7 @@
 // Is one block sound?
 #pragma once
 
-#include "quarlheap/model/block.h"
+#include "quarlheap/model/block_header.h"
 
 namespace quarl {
 
@@ -14,9 +14,9 @@ enum FaultCode : int {
 };
 
 // Reads only. 0, 1, 2 or 3.
-FaultCode qr_check_block(Address p);
+FaultCode qr_check_block(DoubtfulBlock block);
 
-// The same for what is known to be a block whose header offset is `offset`.
-FaultCode check_block_at(Address p, uint32_t offset);
+// The same for a block that names itself and whose header offset was taken for `offset`.
+FaultCode check_block_at(DoubtfulBlock block, uint32_t offset);
 
 }  // namespace quarl

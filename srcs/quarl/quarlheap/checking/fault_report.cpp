@@ -1,8 +1,9 @@
 #include "quarlheap/checking/fault_report.h"
 
-#include "logs/fault_log.h"
+#include "logs/records/fault_log.h"
 #include "platform/print.h"
-#include "quarlheap/checking/record_head.h"
+#include "quarlheap/model/block_row.h"
+#include "state/clock.h"
 
 namespace quarl {
 namespace {
@@ -48,24 +49,12 @@ void describe(const OpRecord& record, const char* result, Report* report) {
   }
 }
 
-// An overrun below the block may have destroyed the flags in the header: there the configuration says what it holds.
-void read_block(Address p, bool at_head, OpRecord* record) {
-  if (at_head) {
-    qr_fill_trace_info_cfg(p, record, kKindSlopHead);
-  } else {
-    qr_fill_trace_info(p, record, kKindSlopTail);
-  }
-  const int depth = static_cast<int8_t>(record->stack_depth);
-  if (depth <= 0) return;
-  copy_block_trace(p - (at_head ? qr_trace_offset_cfg(p, depth) : qr_trace_offset(p, depth)), depth, record);
-}
-
-void report_overrun(Address p, bool at_head) REQUIRES(hook_mutex) {
+void report_overrun(DoubtfulBlock block, bool at_head) REQUIRES(hook_mutex) {
   const Overrun& overrun = at_head ? kHeadOverrun : kTailOverrun;
   Report report;
   report.format("%s\n", overrun.title);
-  OpRecord record{};
-  read_block(p, at_head, &record);
+  OpRecord record;
+  fill_fault_row(block, at_head ? kKindSlopHead : kKindSlopTail, &record);
   log_fault(record);
   describe(record, overrun.result, &report);
   write_message(kStdout, report);
@@ -73,14 +62,14 @@ void report_overrun(Address p, bool at_head) REQUIRES(hook_mutex) {
 
 }  // namespace
 
-void qr_report_fault(Address p, int code) {
+void qr_report_fault(DoubtfulBlock block, int code) {
   switch (code) {
     case QR_FAULT_DOUBLE_FREE:
-      print(kStdout, "double free a same memory block whose address is : %p\n", reinterpret_cast<void*>(p));
+      print(kStdout, "double free a same memory block whose address is : %p\n", pointer_to(block.p()));
       break;
     case QR_FAULT_HEAD:
     case QR_FAULT_TAIL:
-      report_overrun(p, code == QR_FAULT_HEAD);
+      report_overrun(block, code == QR_FAULT_HEAD);
       break;
     case QR_FAULT_INVALID:
       print(kStdout, "memory invalid!\n");

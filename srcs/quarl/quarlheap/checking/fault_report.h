@@ -7,6 +7,6 @@ namespace quarl {
 
 // Prints the report on standard output, in one write; for head and tail overruns also writes a record to the record
 // log or the snapshot log, whichever is in use and open.
-void qr_report_fault(Address p, int code) REQUIRES(hook_mutex);
+void qr_report_fault(DoubtfulBlock block, int code) REQUIRES(hook_mutex);
 
 }  // namespace quarl

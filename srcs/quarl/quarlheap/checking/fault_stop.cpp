@@ -2,10 +2,10 @@
 
 #include <signal.h>
 
+#include "platform/libc_hooks.h"
 #include "platform/print.h"
-#include "platform/seam.h"
 #include "platform/thread_cache.h"
-#include "quarlheap/lock/hook_lock.h"
+#include "state/hook_lock.h"
 
 namespace quarl {
 namespace {

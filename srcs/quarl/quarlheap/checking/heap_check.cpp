@@ -1,7 +1,6 @@
 #include "quarlheap/checking/heap_check.h"
 
-#include <signal.h>
-
+#include "config/item_setters.h"
 #include "platform/system.h"
 #include "quarlheap/checking/fault_report.h"
 #include "quarlheap/model/used_list.h"
@@ -11,14 +10,14 @@ namespace {
 
 bool wanted(int number) {
   const Flags flags;
-  if (flags.check_trigger(kSlopTimer) && flags.in_force(kTimer) && number == SIGALRM) return true;
+  if (flags.check_trigger(kSlopTimer) && flags.in_force(kTimer) && number == kCheckTimerSignal) return true;
   return flags.check_trigger(kSlopUser);
 }
 
 }  // namespace
 
 void qr_heap_check() {
-  for (Address block = heap_block_head; block != 0; block = next_on_walk(block)) {
+  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
     const FaultCode code = qr_check_block(block);
     if (code != QR_FAULT_NONE) qr_report_fault(block, code);
     if (code == QR_FAULT_HEAD) return;

@@ -1,7 +1,7 @@
 // The check of the whole heap. It reports, it never stops a thread.
 #pragma once
 
-#include "quarlheap/lock/hook_lock.h"
+#include "state/hook_lock.h"
 
 namespace quarl {
 

@@ -8,38 +8,39 @@
 namespace quarl {
 namespace {
 
-[[noreturn, gnu::cold, gnu::noinline]] void report_and_stop(Address p, FaultCode code, bool lock_held)
+[[noreturn, gnu::cold, gnu::noinline]] void report_and_stop(DoubtfulBlock block, FaultCode code, bool lock_held)
     REQUIRES(hook_mutex) {
   expect_release();
-  qr_report_fault(p, code);
+  qr_report_fault(block, code);
   qr_fault_stop(current_tid(), lock_held);
 }
 
 }  // namespace
 
-[[gnu::noinline]] void qr_check_before_release(Address p, bool lock_held) {
-  const FaultCode code = qr_check_block(p);
-  if (code != QR_FAULT_NONE) report_and_stop(p, code, lock_held);
+[[gnu::noinline]] void qr_check_before_release(DoubtfulBlock block, bool lock_held) {
+  const FaultCode code = qr_check_block(block);
+  if (code != QR_FAULT_NONE) report_and_stop(block, code, lock_held);
 }
 
 [[gnu::noinline]] bool qr_find_used_block(Address p, bool lock_held) {
-  for (Address block = heap_block_head; block != 0; block = next_on_walk(block)) {
-    if (block == p) return true;
+  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
+    if (block.p() == p) return true;
     if (qr_check_block(block) == QR_FAULT_HEAD) report_and_stop(block, QR_FAULT_HEAD, lock_held);
   }
   return false;
 }
 
-uint32_t classify_pointer(Address p) {
-  if (__builtin_expect(is_freed(p), 0)) qr_check_before_release(p, true);
-  if (__builtin_expect(!qr_is_block(p), 0)) {
-    if (qr_find_used_block(p, true)) report_and_stop(p, QR_FAULT_HEAD, true);
-    return 0;
+CheckedPointer classify_pointer(Address p) {
+  const DoubtfulBlock block(p);
+  if (__builtin_expect(block.is_freed(), 0)) qr_check_before_release(block, true);
+  if (__builtin_expect(!block.names_itself(), 0)) {
+    if (qr_find_used_block(p, true)) report_and_stop(block, QR_FAULT_HEAD, true);
+    return {p, 0};
   }
-  const uint32_t offset = offset_of_block(p);
-  const FaultCode code = check_block_at(p, offset);
-  if (code != QR_FAULT_NONE) report_and_stop(p, code, true);
-  return offset;
+  const uint32_t offset = block.claimed_offset();
+  const FaultCode code = check_block_at(block, offset);
+  if (code != QR_FAULT_NONE) report_and_stop(block, code, true);
+  return {p, offset};
 }
 
 }  // namespace quarl

@@ -5,15 +5,30 @@
 
 namespace quarl {
 
-// Any fault of p is reported and stops the thread; returns only when the block is sound. The lock is released before
+// Any fault of the block is reported and stops the thread; returns only when it is sound. The lock is released before
 // the thread parks.
-void qr_check_before_release(Address p, bool lock_held) REQUIRES(hook_mutex);
+void qr_check_before_release(DoubtfulBlock block, bool lock_held) REQUIRES(hook_mutex);
 
 // True when p is on the used list. A broken header met on the way is reported and stops the thread.
 bool qr_find_used_block(Address p, bool lock_held) REQUIRES(hook_mutex);
 
-// The whole classification of a non-null pointer. Returns the header offset of a sound block, and 0 for a foreign
-// pointer (memory without a header of ours); every fault is reported and stops the thread.
-uint32_t classify_pointer(Address p) REQUIRES(hook_mutex);
+// A pointer that passed: one of our blocks, sound, or a foreign one (memory without a header of ours).
+class CheckedPointer {
+ public:
+  CheckedPointer(Address p, uint32_t offset) : block_(p, offset) {}
+
+  bool headed() const { return block_.offset() != 0; }
+  SoundBlock block() const { return block_; }  // of a headed one
+  Address raw() const { return block_.raw(); }
+  ChunkWord chunk() const { return block_.chunk(); }
+  // Bytes that a release gives back: what the user asked for, or the allocator's chunk of a foreign pointer.
+  uint32_t size() const { return headed() ? block_.size() : chunk().size(); }
+
+ private:
+  SoundBlock block_;
+};
+
+// The whole classification of a non-null pointer; every fault is reported and stops the thread.
+CheckedPointer classify_pointer(Address p) REQUIRES(hook_mutex);
 
 }  // namespace quarl

@@ -5,7 +5,7 @@
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/limits.h"
 #include "quarlheap/hooks/new_block.h"
-#include "quarlheap/raw/raw_calls.h"
+#include "state/raw_calls.h"
 
 namespace quarl {
 namespace {

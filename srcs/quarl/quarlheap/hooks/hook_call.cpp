@@ -2,21 +2,11 @@
 
 #include <unistd.h>
 
-#include "config/loader.h"
-#include "logs/log_files.h"
 #include "platform/system.h"
 #include "quarlheap/checking/heap_check.h"
+#include "quarlheap/upkeep/reload.h"
 
 namespace quarl {
-namespace {
-
-void reload() REQUIRES(hook_mutex) {
-  clear_flag(cfg_flags, kReloadRequest);
-  load_configuration();
-  open_log_files();
-}
-
-}  // namespace
 
 [[gnu::cold, gnu::noinline]] Flags check_and_reload(uint32_t check_triggers) {
   const KeepErrno keep;

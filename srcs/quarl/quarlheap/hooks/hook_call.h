@@ -1,9 +1,9 @@
 // The steps that the hooks share. A hook reads as a list of them.
 #pragma once
 
-#include "logs/statistics.h"
+#include "logs/statistics/statistics.h"
+#include "platform/chunk.h"
 #include "platform/thread_cache.h"
-#include "quarlheap/model/block.h"
 #include "quarlheap/model/call_trace.h"
 
 namespace quarl {
@@ -21,7 +21,7 @@ inline Flags enter_hook(uint32_t check_triggers) {
 // Captures the call trace when QUARL_HEAD_STACKDEPTH is in force. Inlined, because a capture skips the frame of its
 // caller, which has to be the hook.
 [[gnu::always_inline]] inline void take_trace(const Flags& flags, CallTrace* trace) {
-  if (flags.in_force(kHeadStackdepth)) trace->depth = capture_trace(trace->words, stack_depth);
+  if (flags.in_force(kHeadStackdepth)) trace->depth = capture_trace(trace->words, settings.stack_depth);
 }
 
 // Bytes of a chunk that is a mapping of its own. The mapping hooks count them as well.
@@ -32,18 +32,6 @@ inline void count_mapped_chunk(const Counters& counters, ChunkWord chunk) REQUIR
 }
 inline void count_unmapped_chunk(const Counters& counters, ChunkWord chunk) REQUIRES(hook_mutex) {
   if (__builtin_expect(chunk.mapped(), 0)) counters.chunk_unmapped(mapped_bytes(chunk));
-}
-
-// Bytes that a release gives back: what the user asked for, or the allocator's chunk size of a foreign pointer.
-inline uint32_t released_size(Address p) {
-  return qr_is_block(p) ? user_size_of(p) : chunk_before(p).size();
-}
-
-inline Address address_of(const void* pointer) {
-  return static_cast<Address>(reinterpret_cast<uintptr_t>(pointer));
-}
-inline void* pointer_to(Address address) {
-  return reinterpret_cast<void*>(static_cast<uintptr_t>(address));
 }
 
 }  // namespace quarl

@@ -1,7 +1,7 @@
 #include "quarlheap/hooks/hook_table.h"
 
-#include "config/state/config_state.h"
-#include "platform/seam.h"
+#include "platform/libc_hooks.h"
+#include "state/process.h"
 
 namespace quarl {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <stdlib.h>
 
-#include "logs/statistics.h"
+#include "logs/statistics/statistics.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/checking/fault_stop.h"
 

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "config/state/config_state.h"
+#include "state/settings.h"
 
 extern "C" {
 // Set by the application, a debugger or the quarl tool; no configuration item writes them.

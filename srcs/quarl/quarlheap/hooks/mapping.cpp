@@ -1,12 +1,12 @@
 // The mmap and munmap hooks.
 #include <sys/mman.h>
 
-#include "logs/mapping_records.h"
-#include "logs/record.h"
+#include "logs/mappings/mapping_records.h"
+#include "logs/records/record.h"
 #include "platform/system.h"
 #include "quarlheap/hooks/hook_call.h"
 #include "quarlheap/hooks/hook_table.h"
-#include "quarlheap/raw/raw_calls.h"
+#include "state/raw_calls.h"
 
 namespace quarl {
 namespace {
@@ -27,8 +27,8 @@ void record_mapping_event(const Flags& flags, Operation op, RecordKind kind, uin
   record.stack_depth = static_cast<uint8_t>(trace.depth);
   record.size = size;
   record.start_addr = address;
-  set_record_trace(trace, &record);
-  record_mapping(record);
+  set_record_trace(trace.words, trace.depth, &record);
+  put_record(record);
 }
 
 void fill_mapping_record(const Flags& flags, uint32_t address, uint32_t length, bool file, const CallTrace& trace,
@@ -41,7 +41,7 @@ void fill_mapping_record(const Flags& flags, uint32_t address, uint32_t length, 
   record->from_file = file ? 1 : 0;
   record->size = length;
   record->start_addr = address;
-  set_record_trace(trace, record);
+  set_record_trace(trace.words, trace.depth, record);
 }
 
 void note_failed_mapping(const Flags& flags, bool file, const CallTrace& trace) {
@@ -63,7 +63,7 @@ void note_mapping(const Flags& flags, uint32_t address, uint32_t length, bool fi
   } else {
     counters.allocated(kOpMmap, length);
   }
-  if (entry != nullptr && flags.record_log()) record_mapping(entry->record);
+  if (entry != nullptr && flags.record_log()) put_record(entry->record);
 }
 
 void note_unmapping(const Flags& flags, uint32_t address, uint32_t length, bool failed, const CallTrace& trace) {

@@ -1,6 +1,6 @@
 #include "quarlheap/hooks/new_block.h"
 
-#include "logs/record.h"
+#include "quarlheap/model/operation_record.h"
 #include "quarlheap/model/used_list.h"
 
 namespace quarl {
@@ -9,8 +9,9 @@ void* build_block(const NewBlock& block, Address raw) {
   const Address p = raw + block.place.offset;
   if (block.flags.header()) {
     fill_header(p, block.flags, block.size, block.op, block.trace, block.place.align_log2);
-    link_block(p);
-    if (block.flags.record_log()) record_block_operation(p, block.flags, block.op, kKindAllocated, block.trace);
+    const SoundBlock made(p, block.place.offset);
+    link_block(made);
+    if (block.flags.record_log()) record_allocation(made, block.trace);
   }
   return pointer_to(p);
 }
@@ -29,7 +30,7 @@ void count_failure(const Flags& flags, Operation op, uint32_t size, const CallTr
   if (!flags.prof() && !flags.record_log()) return;
   const ScopedLock lock;
   counters_for(flags).failed(op);
-  if (flags.record_log()) record_failed_operation(flags, op, size, trace);
+  if (flags.record_log()) record_failure(flags, op, size, trace);
 }
 
 }  // namespace quarl

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "quarlheap/hooks/hook_call.h"
+#include "quarlheap/model/block_header.h"
 
 namespace quarl {
 

@@ -1,30 +1,30 @@
 // The free hook.
-#include "logs/record.h"
 #include "quarlheap/checking/pointer_check.h"
 #include "quarlheap/hooks/hook_call.h"
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/new_block.h"
+#include "quarlheap/model/operation_record.h"
 #include "quarlheap/model/used_list.h"
-#include "quarlheap/raw/raw_calls.h"
+#include "state/raw_calls.h"
 
 namespace quarl {
 namespace {
 
 // Nothing is counted or recorded, and no block was ever headed or all are gone: the pointer cannot be one of ours.
 bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
-  return !flags.tracked() && __atomic_load_n(&heap_block_head, __ATOMIC_RELAXED) == 0 && !is_freed(p);
+  return !flags.tracked() && __atomic_load_n(&heap_block_head, __ATOMIC_RELAXED) == 0 && !DoubtfulBlock(p).is_freed();
 }
 
 // Checks the block, counts and records its release and takes it off the list; returns the raw block.
 [[gnu::flatten, gnu::noinline]] void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   const ScopedLock lock;
-  const Address raw = p - classify_pointer(p);
-  if (raw != p && flags.record_log()) record_block_operation(p, flags, kOpFree, kKindReleased, trace);
+  const CheckedPointer pointer = classify_pointer(p);
+  if (pointer.headed() && flags.record_log()) record_release(pointer.block(), flags, kOpFree, trace);
   const Counters counters = counters_for(flags);
-  counters.released(kOpFree, released_size(p));
-  count_unmapped_chunk(counters, chunk_before(raw));
-  if (raw != p) mark_released(p);
-  return pointer_to(raw);
+  counters.released(kOpFree, pointer.size());
+  count_unmapped_chunk(counters, pointer.chunk());
+  if (pointer.headed()) mark_released(pointer.block());
+  return pointer_to(pointer.raw());
 }
 
 }  // namespace

@@ -1,14 +1,14 @@
 // The realloc hook: allocates for a null pointer, releases for size 0, resizes otherwise.
 #include <string.h>
 
-#include "logs/record.h"
 #include "quarlheap/checking/pointer_check.h"
 #include "quarlheap/hooks/hook_call.h"
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/limits.h"
 #include "quarlheap/hooks/new_block.h"
+#include "quarlheap/model/operation_record.h"
 #include "quarlheap/model/used_list.h"
-#include "quarlheap/raw/raw_calls.h"
+#include "state/raw_calls.h"
 
 namespace quarl {
 namespace {
@@ -30,16 +30,25 @@ void* allocate(const Flags& flags, uint32_t size, const CallTrace& trace) {
 // The release of size 0. Returns the raw block that goes back to the allocator.
 void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   const ScopedLock lock;
-  const Address raw = p - classify_pointer(p);
+  const CheckedPointer pointer = classify_pointer(p);
   const Counters counters = counters_for(flags);
   counters.called(kOpRealloc);
   counters.shrunk();
-  count_unmapped_chunk(counters, chunk_before(raw));
-  counters.released(kOpReallocRelease, released_size(p));
-  if (raw == p) return pointer_to(raw);
-  if (flags.record_log()) record_block_operation(p, flags, kOpReallocRelease, kKindReleased, trace);
-  mark_released(p);
-  return pointer_to(raw);
+  count_unmapped_chunk(counters, pointer.chunk());
+  counters.released(kOpReallocRelease, pointer.size());
+  if (!pointer.headed()) return pointer_to(pointer.raw());
+  if (flags.record_log()) record_release(pointer.block(), flags, kOpReallocRelease, trace);
+  mark_released(pointer.block());
+  return pointer_to(pointer.raw());
+}
+
+constexpr uint32_t kPlainAlignment = 3;  // log2 of what every raw block has
+
+// log2 of the alignment that the block that takes its place inherits.
+uint32_t inherited_alignment(SoundBlock block) {
+  const TraceInfo info = block.fields().info;
+  const uint32_t log2 = info.align_log2();
+  return op_has_trace_info(info.operation()) && log2 != 0 && log2 < 32 ? log2 : kPlainAlignment;
 }
 
 // A resize on its way: the old block, and where the new one will lie in the raw block.
@@ -50,23 +59,27 @@ struct Resize {
   CallTrace& trace;
   uint32_t old_size = 0;
   uint32_t old_offset = 0;
+  uint32_t old_alignment = kPlainAlignment;  // log2
   ChunkWord old_chunk{};
   Placement place{};
 
   Address raw() const { return p - old_offset; }
   bool headed() const { return old_offset != 0; }
+  SoundBlock old_block() const { return {p, old_offset}; }  // checked, and not the application's at present
 };
 
 // The first half, under the lock: the old block is checked, counted and recorded as released, and off the list.
 void take_old_block(Resize* resize) {
   const ScopedLock lock;
-  resize->old_offset = classify_pointer(resize->p);
-  resize->old_size = released_size(resize->p);
-  resize->old_chunk = chunk_before(resize->raw());
-  if (resize->headed()) unlink_block(resize->p);
+  const CheckedPointer pointer = classify_pointer(resize->p);
+  resize->old_offset = resize->p - pointer.raw();
+  resize->old_size = pointer.size();
+  resize->old_chunk = pointer.chunk();
+  resize->old_alignment = pointer.headed() ? inherited_alignment(pointer.block()) : kPlainAlignment;
+  if (pointer.headed()) unlink_block(pointer.block());
   counters_for(resize->flags).released(kOpReallocRelease, resize->old_size);
-  if (resize->headed() && resize->flags.record_log()) {
-    record_block_operation(resize->p, resize->flags, kOpReallocRelease, kKindReleased, resize->trace);
+  if (pointer.headed() && resize->flags.record_log()) {
+    record_release(pointer.block(), resize->flags, kOpReallocRelease, resize->trace);
   }
 }
 
@@ -76,30 +89,18 @@ void put_back_old_block(const Resize& resize) {
   const ScopedLock lock;
   counters_for(resize.flags).undo_release(kOpReallocRelease, resize.old_size);
   if (!resize.headed()) return;
-  link_block(resize.p);
+  const SoundBlock block = resize.old_block();
+  link_block(block);
   if (!resize.flags.record_log()) return;
   CallTrace made_by;
-  made_by.depth = has_trace(resize.p) ? static_cast<int>(read_trace_info(resize.p).depth()) : 0;
-  if (made_by.depth > kMaxTrace) made_by.depth = kMaxTrace;
-  memcpy(made_by.words, pointer_to(trace_info_of(resize.p) - 4 * static_cast<uint32_t>(made_by.depth)),
-         sizeof(uint32_t) * static_cast<size_t>(made_by.depth));
-  record_block_operation(resize.p, resize.flags, kOpRealloc, kKindAllocated, made_by);
+  made_by.depth = block.trace_depth() < kMaxTrace ? block.trace_depth() : kMaxTrace;
+  memcpy(made_by.words, block.trace_words(), sizeof(uint32_t) * static_cast<size_t>(made_by.depth));
+  record_allocation(block, made_by);
 }
 
 void* fail_resize(const Resize& resize) {
   put_back_old_block(resize);
   return fail(resize.flags, resize.new_size, resize.trace);
-}
-
-constexpr uint32_t kPlainAlignment = 3;  // log2 of what every raw block has
-
-// log2 of the alignment that the new block inherits.
-uint32_t inherited_alignment(Address p) {
-  if (!qr_is_block(p) || !has_trace_info(p)) return kPlainAlignment;
-  const TraceInfo info = read_trace_info(p);
-  const bool keeps = info.operation() == kOpMemalign || info.operation() == kOpRealloc;
-  const uint32_t log2 = info.align_log2();
-  return keeps && log2 != 0 && log2 < 32 ? log2 : kPlainAlignment;
 }
 
 // Where an old header is longer than the new one (header items were switched off meanwhile), the trace is lengthened by
@@ -116,7 +117,7 @@ bool lengthen_trace(Resize* resize) {
 }
 
 void place_new_block(Resize* resize) {
-  const uint32_t align_log2 = inherited_alignment(resize->p);
+  const uint32_t align_log2 = resize->old_alignment;
   resize->place = place_block(resize->flags, kOpRealloc, resize->trace.depth, 1U << align_log2, align_log2);
   if (resize->place.offset < resize->old_offset) lengthen_trace(resize);
 }

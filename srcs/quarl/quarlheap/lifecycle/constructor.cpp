@@ -7,17 +7,23 @@
 #include <unistd.h>
 
 #include "agent/agent.h"
-#include "config/items.h"
-#include "config/loader.h"
-#include "logs/log_files.h"
+#include "config/configuration.h"
+#include "logs/files/log_files.h"
+#include "logs/files/maps_file.h"
+#include "logs/mappings/mapping_records.h"
+#include "logs/snapshots/snapshot_chain.h"
 #include "platform/code_map.h"
+#include "platform/libc_hooks.h"
 #include "platform/stack.h"
 #include "platform/system.h"
-#include "quarlheap/hooks/hook_call.h"
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/lifecycle/fork_handlers.h"
-#include "quarlheap/lifecycle/pending_work.h"
+#include "quarlheap/model/block_header.h"
 #include "quarlheap/model/call_trace.h"
+#include "quarlheap/upkeep/agent_line.h"
+#include "quarlheap/upkeep/effects.h"
+#include "quarlheap/upkeep/pending_work.h"
+#include "state/process.h"
 #include "symbols/symbol_table.h"
 
 namespace quarl {
@@ -25,7 +31,7 @@ namespace {
 
 void identify_process() REQUIRES(hook_mutex) {
   proc_pid = getpid();
-  open_maps_file();
+  maps_file.open();
   if (prctl(PR_GET_NAME, proc_name) != 0) memcpy(proc_name, "quarl", sizeof "quarl");
 }
 
@@ -54,14 +60,25 @@ void find_stop_ranges() {
 }
 
 HeadedBlock find_headed_block(void* user) {
-  const Address p = address_of(user);
-  if (!qr_is_block(p)) return {nullptr, 0};
-  return {pointer_to(p - header_offset_of(p)), user_size_of(p)};
+  const DoubtfulBlock block(address_of(user));
+  if (!block.names_itself()) return {nullptr, 0};
+  return {pointer_to(block.p() - block.claimed_offset()), block.claimed_size()};
+}
+
+void forget_headed_block(void* user) {
+  forget_header(address_of(user));
+}
+
+void prepare_logs() REQUIRES(hook_mutex) {
+  build_main_header();
+  primary_buffer.allocate(settings.trace_buf_size);
+  snapshot_chain.set_up();
+  set_up_record_pages();
 }
 
 void prepare_platform() {
   prepare_raw_entries();
-  set_headed_block_finder(find_headed_block);
+  set_headed_block_access({find_headed_block, forget_headed_block});
   learn_main_stack();
   learn_startup_code();
   hook_mutex.set_worker(do_pending_work);
@@ -77,10 +94,10 @@ void prepare_platform() {
   const ScopedLock lock;
   identify_process();
   find_stop_ranges();
-  if (load_configuration() != 0) apply_defaults_without_file();
-  build_headers_and_buffers();
+  if (load_configuration(carry_out) != 0) apply_defaults_without_file(carry_out);
+  prepare_logs();
   open_log_files();
-  start_agent();
+  start_agent(take_agent_line);
   install_hooks(start);
 }
 

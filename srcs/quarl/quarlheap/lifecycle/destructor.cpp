@@ -1,11 +1,15 @@
 // Shut-down: on the thread that exits the process, which may hold hook_mutex (an item handler or a signal handler that
 // interrupted a hook called exit).
-#include "logs/dump.h"
-#include "logs/interval_timer.h"
-#include "logs/mapping_records.h"
+#include "logs/files/log_files.h"
+#include "logs/files/maps_file.h"
+#include "logs/mappings/mapping_records.h"
+#include "logs/records/record.h"
+#include "logs/snapshots/snapshot_chain.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/upkeep/dump.h"
+#include "quarlheap/upkeep/interval_timer.h"
 
 namespace quarl {
 namespace {
@@ -23,6 +27,14 @@ class ExitLock {
  private:
   const bool taken_;
 };
+
+void close_log_files() REQUIRES(hook_mutex) {
+  record_log.close();
+  maps_file.close();
+  snapshot_log.close();
+  snapshot_chain.close();
+  stop_recording();
+}
 
 [[gnu::destructor]] void stop() {
   const KeepErrno keep;

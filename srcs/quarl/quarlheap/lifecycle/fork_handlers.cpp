@@ -4,11 +4,14 @@
 #include <unistd.h>
 
 #include "agent/agent.h"
-#include "logs/dump.h"
-#include "logs/log_files.h"
-#include "logs/log_names.h"
+#include "logs/files/log_files.h"
+#include "logs/files/log_names.h"
+#include "logs/files/maps_file.h"
+#include "logs/snapshots/snapshot_chain.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
+#include "quarlheap/upkeep/interval_timer.h"
+#include "state/process.h"
 
 namespace quarl {
 namespace {
@@ -29,18 +32,25 @@ void after_fork_in_parent() NO_THREAD_SAFETY_ANALYSIS {
   hook_mutex.unlock();
 }
 
+// Nothing of the parent's files is written any more; the child's own are made when needed.
+void leave_parent_logs() REQUIRES(hook_mutex) {
+  record_log.forget();
+  snapshot_log.forget();
+  snapshot_chain.forget();
+  primary_buffer.clear();
+}
+
 void become_own_process() REQUIRES(hook_mutex) {
   forked_child = true;
   proc_pid = getpid();
-  timer_clock_on = 0;
-  timer_interval = 0;
-  snap_interval = 0;
+  forget_interval_timer();
+  settings.snap_interval = 0;
   renew_log_names();
   leave_parent_logs();
   leave_parent_agent();
-  build_headers();
-  maps_file.close();
-  open_maps_file();
+  build_main_header();
+  snapshot_chain.build_header();
+  maps_file.open();
 }
 
 void after_fork_in_child() NO_THREAD_SAFETY_ANALYSIS {

@@ -11,14 +11,13 @@
 
 #include <cstdint>
 
+#include "platform/address.h"
+
 namespace quarl::frame {
 
 inline constexpr int kLowestWord = -12;  // offsets from the frame pointer that the walk may read, [lowest, end)
 inline constexpr int kEnd = 12;
 
-inline uint32_t word_at(uintptr_t address) {
-  return *reinterpret_cast<const uint32_t*>(address);
-}
 inline uint32_t return_address(uintptr_t fp) {
   return word_at(fp - 4);
 }

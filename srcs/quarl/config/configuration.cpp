@@ -1,0 +1,67 @@
+#include "config/configuration.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "config/file_lines.h"
+#include "config/items.h"
+#include "platform/print.h"
+#include "platform/system.h"
+
+namespace quarl {
+namespace {
+
+constexpr const char* kDefaultPath = "quarlcfg.ini";
+
+constinit Items items GUARDED_BY(hook_mutex)(settings);
+
+const char* configuration_path() {
+  const char* path = getenv("QUARL_CFG_FILE");
+  return path != nullptr ? path : kDefaultPath;
+}
+
+void tell_bad_line(const Line& line) {
+  const char* text = line.error_text != nullptr ? line.error_text : line.key;
+  const bool unsupported = line.error == LineError::kKeyTooLong || line.error == LineError::kValueLength;
+  print(kStderr, unsupported ? "Item %s is not support\n" : "Err item %s\n", text);
+}
+
+bool apply_default(const ItemRow& row, EffectHandler carry_out) REQUIRES(hook_mutex) {
+  Effect effect;
+  if (!items.apply_default(row, &effect)) return false;
+  carry_out(effect);
+  return true;
+}
+
+}  // namespace
+
+int apply_line(const char* text, EffectHandler carry_out) {
+  const Applied applied = items.apply(text);
+  if (applied.outcome == Applied::kBadLine) tell_bad_line(applied.line);
+  if (applied.outcome == Applied::kUnknown) print(kStderr, "Item %s is not support\n", applied.line.key);
+  if (applied.outcome == Applied::kSet) carry_out(applied.effect);
+  return applied.names_item() ? 0 : -1;
+}
+
+int load_configuration(EffectHandler carry_out) {
+  const int fd = sys::open(configuration_path(), O_RDONLY);
+  if (fd < 0) return -1;
+  const auto read_at = [fd](int64_t offset, char* buffer) -> long {
+    return sys::seek(fd, offset, SEEK_SET) < 0 ? -1 : sys::read(fd, buffer, kReadSize);
+  };
+  for_each_line(read_at, [=](const char* line, int64_t) NO_THREAD_SAFETY_ANALYSIS { apply_line(line, carry_out); });
+  for (const ItemRow& row : kItemRows) apply_default(row, carry_out);
+  sys::close(fd);
+  return 0;
+}
+
+void apply_defaults_without_file(EffectHandler carry_out) {
+  const ItemRow* threads = find_item("QUARL_THREAD");
+  for (const ItemRow& row : kItemRows) {
+    if (!apply_default(row, carry_out) && &row == threads) carry_out(items.set(row, "0"));
+  }
+}
+
+}  // namespace quarl

@@ -1,0 +1,62 @@
+#include "logs/files/log_files.h"
+
+#include "logs/files/log_names.h"
+#include "logs/files/sections.h"
+#include "platform/system.h"
+#include "state/process.h"
+
+namespace quarl {
+
+constinit LogHeader main_header{};
+constinit RecordBuffer primary_buffer{};
+constinit Log record_log(main_header, primary_buffer);
+constinit Log snapshot_log(main_header, primary_buffer);
+
+namespace {
+
+bool may_create(Log& log, const char* name) REQUIRES(hook_mutex) {
+  if (log.is_open()) return false;
+  if (Flags().set(kLogOverlay) && !log.created()) return true;
+  return !log.exists(name);
+}
+
+}  // namespace
+
+const char* name_of_log_in_use(const Flags& flags) {
+  return flags.record_log() ? record_log_name : snapshot_log_name;
+}
+
+Log* open_log(const Flags& flags) {
+  if (flags.record_log() && record_log.is_open()) return &record_log;
+  return flags.header() && snapshot_log.is_open() ? &snapshot_log : nullptr;
+}
+
+void build_main_header() {
+  main_header = identity_header();
+  lay_out_from(0, &main_header);
+  main_header.snapshot_number = 1;
+}
+
+void open_log_files() {
+  const Flags flags;
+  Log* log = log_in_use(flags);
+  if (log != nullptr && may_create(*log, name_of_log_in_use(flags))) log->create(name_of_log_in_use(flags));
+}
+
+void reopen_snapshot_log() {
+  open_child_logs();
+  if (log_in_use(Flags()) != &snapshot_log || snapshot_log.is_open()) return;
+  if (snapshot_log.exists(snapshot_log_name)) snapshot_log.reopen(snapshot_log_name);
+}
+
+void open_child_logs() {
+  if (!forked_child || record_log.created() || snapshot_log.created()) return;
+  open_log_files();
+}
+
+void flush_to_record_log() {
+  open_child_logs();
+  record_log.flush();
+}
+
+}  // namespace quarl

@@ -1,0 +1,23 @@
+// /proc/PID/maps, open for the whole run: what the maps section of every log is copied from.
+#pragma once
+
+#include "platform/own_descriptor.h"
+#include "state/hook_lock.h"
+
+namespace quarl {
+
+class MapsFile {
+ public:
+  void open();  // of this process; a failure is told on standard output
+  bool is_open();
+  bool rewind();  // false with errno
+  long read(void* data, size_t size);
+  void close() { descriptor_.close(); }
+
+ private:
+  OwnDescriptor descriptor_;
+};
+
+extern MapsFile maps_file GUARDED_BY(hook_mutex);
+
+}  // namespace quarl

@@ -1,0 +1,22 @@
+#include "logs/files/record_buffer.h"
+
+#include "platform/print.h"
+#include "state/own_memory.h"
+
+namespace quarl {
+namespace {
+
+constexpr uint32_t kMaxCount = 32767;
+
+}  // namespace
+
+void RecordBuffer::allocate(uint32_t bytes) {
+  const uint32_t wanted = bytes / sizeof(OpRecord);
+  const uint32_t held = wanted < kMaxCount ? wanted : kMaxCount;
+  records = static_cast<OpRecord*>(own_memory(held * sizeof(OpRecord)));
+  capacity = records != nullptr ? static_cast<int16_t>(held) : int16_t{0};
+  count = 0;
+  if (records == nullptr) print(kStderr, "No memory to buf.\n");
+}
+
+}  // namespace quarl

@@ -1,0 +1,24 @@
+// Records on their way to a file: collected here, written in one piece when the buffer is full.
+#pragma once
+
+#include "logs/format.h"
+
+namespace quarl {
+
+struct RecordBuffer {
+  OpRecord* records;
+  int16_t capacity;  // records, [0, 32767]; 0 when there is no memory: every record is dropped
+  int16_t count;
+
+  // So many bytes, from the raw allocator while the hooks are installed. "No memory to buf.\n" on failure.
+  void allocate(uint32_t bytes);
+  bool usable() const { return capacity > 0; }
+  bool full() const { return count >= capacity; }
+  // The next free slot, already counted; the buffer must not be full.
+  OpRecord* take_slot() { return &records[count++]; }
+  void clear() { count = 0; }
+  // From now on every record is dropped without a word.
+  void shut() { capacity = count = 0; }
+};
+
+}  // namespace quarl

@@ -1,0 +1,21 @@
+// A snapshot of unfreed memory on its way into the snapshot log: one row for every live block and mapping. The faults
+// that are found while it is written stand among its rows.
+#pragma once
+
+#include "logs/format.h"
+#include "state/hook_lock.h"
+
+namespace quarl {
+
+// Begins the snapshot in the snapshot log, which must be open.
+void begin_snapshot() REQUIRES(hook_mutex);
+
+// The next row, to be filled in place; null when there is no memory for a buffer, and the snapshot holds no rows. Each
+// is followed by snapshot_row_filled.
+OpRecord* next_snapshot_row() REQUIRES(hook_mutex);
+void snapshot_row_filled() REQUIRES(hook_mutex);
+
+// Ends it; `records` rows were written, those of faults included.
+void end_snapshot(uint32_t records) REQUIRES(hook_mutex);
+
+}  // namespace quarl

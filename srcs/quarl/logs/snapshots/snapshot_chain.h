@@ -1,0 +1,45 @@
+// The automatic-snapshot log: a chain of snapshots, each a whole log of its own, appended one after the other.
+#pragma once
+
+#include "logs/files/log_file.h"
+#include "logs/files/record_buffer.h"
+#include "logs/format.h"
+#include "state/hook_lock.h"
+
+namespace quarl {
+
+class SnapshotChain {
+ public:
+  // Once, after configuration; build_header again in a forked child.
+  void set_up() REQUIRES(hook_mutex);
+  void build_header() REQUIRES(hook_mutex);
+
+  // Begins a snapshot of this number behind the others; the log is created when it is not open. False, with a message
+  // on standard output, when that fails.
+  bool begin(int number) REQUIRES(hook_mutex);
+
+  // Rows for the snapshot just begun: none can be written without memory for a buffer.
+  bool begin_rows() REQUIRES(hook_mutex);
+  OpRecord* next_row() REQUIRES(hook_mutex);
+  void end_rows(uint32_t records) REQUIRES(hook_mutex);
+
+  void close() REQUIRES(hook_mutex) { file_.close(); }
+  void forget() REQUIRES(hook_mutex);  // in a forked child: its log is another file
+
+ private:
+  bool ensure_open() REQUIRES(hook_mutex);
+  void link_previous() REQUIRES(hook_mutex);
+  void append_sections() REQUIRES(hook_mutex);
+  void write_rows() REQUIRES(hook_mutex);
+
+  LogFile file_;
+  LogHeader header_{};
+  RecordBuffer buffer_{};
+  int64_t present_ = 0;  // file offsets of the last snapshot and the one before
+  int64_t previous_ = 0;
+  int64_t rows_end_ = 0;  // where the next rows go
+};
+
+extern SnapshotChain snapshot_chain GUARDED_BY(hook_mutex);
+
+}  // namespace quarl

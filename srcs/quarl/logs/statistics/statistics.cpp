@@ -1,0 +1,76 @@
+#include "logs/statistics/statistics.h"
+
+#include <string.h>
+#include <sys/prctl.h>
+
+#include "platform/print.h"
+#include "platform/thread_cache.h"
+#include "state/own_memory.h"
+
+namespace quarl {
+
+constinit ProfInfo* prof_info = nullptr;
+constinit ThreadProf* thread_table = nullptr;
+
+namespace {
+
+template <typename Block>
+bool make_block(Block** block, size_t size) {
+  if (*block != nullptr) return true;
+  void* memory = own_memory(size);
+  if (memory == nullptr) return false;
+  memset(memory, 0, size);
+  *block = static_cast<Block*>(memory);
+  return true;
+}
+
+// Marks in the thread cache a thread for which the table had no entry left.
+ThreadProf no_entry;
+
+ThreadProf* find_thread_entry(uint32_t tid) {
+  for (ThreadProf* entry = thread_table; entry != thread_table + kThreadSlots; ++entry) {
+    if (entry->tid == tid) return entry;
+    if (entry->tid == 0) {
+      entry->tid = tid;
+      entry->reserved[2] = 0;
+      prctl(PR_GET_NAME, entry->name);
+      return entry;
+    }
+  }
+  return &no_entry;
+}
+
+}  // namespace
+
+bool make_prof_info() {
+  return make_block(&prof_info, sizeof(ProfInfo));
+}
+bool make_thread_table() {
+  return make_block(&thread_table, kThreadTableSize);
+}
+
+[[gnu::noinline]] ThreadProf* own_thread_entry() {
+  ThreadProf*& cached = thread_cache().prof;
+  if (cached == nullptr) cached = find_thread_entry(static_cast<uint32_t>(current_tid()));
+  if (cached != &no_entry) return cached;
+  print(kStderr, "Exceed max thread num\n");
+  return nullptr;
+}
+
+uint32_t held_bytes() {
+  return prof_info != nullptr ? __atomic_load_n(&prof_info->unfree_size, __ATOMIC_RELAXED) : 0;
+}
+
+void reset_statistics() {
+  if (prof_info != nullptr) memset(prof_info, 0, sizeof *prof_info);
+}
+
+void print_statistics_guarded() {
+  if (Flags().prof() && prof_info != nullptr) {
+    print_statistics();
+  } else {
+    print(kStdout, "No prof data as the prof item is disable.\n");
+  }
+}
+
+}  // namespace quarl

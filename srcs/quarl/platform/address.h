@@ -1,0 +1,26 @@
+// Addresses of the 32-bit target as numbers, the form in which block headers and records hold them.
+#pragma once
+
+#include <cstdint>
+
+namespace quarl {
+
+using Address = uint32_t;
+
+inline Address address_of(const void* pointer) {
+  return static_cast<Address>(reinterpret_cast<uintptr_t>(pointer));
+}
+inline void* pointer_to(Address address) {
+  return reinterpret_cast<void*>(static_cast<uintptr_t>(address));
+}
+
+// The 32-bit word at an address that is a multiple of 4.
+inline uint32_t& word_at(Address address) {
+  return *static_cast<uint32_t*>(pointer_to(address));
+}
+
+constexpr uint32_t round_up(uint32_t value, uint32_t power_of_two) {
+  return (value + power_of_two - 1) & ~(power_of_two - 1);
+}
+
+}  // namespace quarl

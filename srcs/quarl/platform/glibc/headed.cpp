@@ -1,0 +1,63 @@
+// Blocks that carry a header, met by the layer where no hook is called.
+#include <string.h>
+
+#include "platform/glibc/glibc.h"
+
+namespace quarl {
+namespace {
+
+constinit HeadedBlockAccess headed{};
+
+// The block goes back to the allocator, or stays where it is (see glibc.h).
+void release_headed(void* user, const HeadedBlock& block) {
+  if (glibc::inside_checker()) return;
+  headed.forget(user);
+  ext_free(block.raw);
+}
+
+}  // namespace
+
+void set_headed_block_access(const HeadedBlockAccess& access) {
+  headed = access;
+}
+
+HeadedBlock glibc::find_headed(void* user) {
+  return headed.find != nullptr ? headed.find(user) : HeadedBlock{nullptr, 0};
+}
+
+}  // namespace quarl
+
+using namespace quarl;
+
+extern "C" {
+
+void quarl_layer_release(void* ptr) {
+  if (ptr == nullptr) return;
+  const HeadedBlock block = glibc::find_headed(ptr);
+  if (block.raw != nullptr) {
+    release_headed(ptr, block);
+  } else {
+    ext_free(ptr);
+  }
+}
+
+void* quarl_layer_resize(void* ptr, size_t size) {
+  const HeadedBlock block = ptr != nullptr ? glibc::find_headed(ptr) : HeadedBlock{nullptr, 0};
+  if (block.raw == nullptr) return ext_realloc(ptr, size);
+  void* moved = nullptr;
+  if (size > 0) {
+    moved = ext_malloc(size);
+    if (moved == nullptr) return nullptr;
+    memcpy(moved, ptr, block.user_size < size ? block.user_size : size);
+  }
+  release_headed(ptr, block);
+  return moved;
+}
+
+QUARL_EXPORT size_t malloc_usable_size(void* ptr) {
+  if (ptr == nullptr) return 0;
+  const HeadedBlock block = glibc::find_headed(ptr);
+  return block.raw != nullptr ? block.user_size : glibc::raw_capacity(ptr);
+}
+
+}  // extern "C"

@@ -1,0 +1,60 @@
+// What the checker expects of the C library, all of it. Nothing else in the code knows which C library it runs on.
+//
+// Two ways satisfy it: `native/` (an embedded C library that offers allocation hooks itself) and `glibc/` (our own thin
+// layer over a C library without them). The build chooses one. What the word before a raw block means is chunk.h.
+#pragma once
+
+#include <cstddef>
+
+extern "C" {
+
+// The six hook variables: when one is set, the public entry of that name calls it instead of the raw entry.
+// Plain words; the last argument of the allocation hooks is the caller's return address.
+extern void* (*__malloc_hook)(size_t size, const void* caller);
+extern void (*__free_hook)(void* ptr, const void* caller);
+extern void* (*__realloc_hook)(void* ptr, size_t size, const void* caller);
+extern void* (*__memalign_hook)(size_t alignment, size_t size, const void* caller);
+extern void* (*__mmap_hook)(void* addr, size_t length, int prot, int flags, int fd, long offset);
+extern int (*__munmap_hook)(void* addr, size_t length);
+
+// The C library may call this at its own initialisation, on any thread: the callee must be safe to enter again.
+extern void (*__malloc_initialize_hook)(void);
+
+// The raw entries: what the public entries do when no hook is set. They never consult a hook variable. Blocks are
+// aligned to 8 (to the power of two `alignment`), and before each lies its chunk word.
+void* ext_malloc(size_t size);
+void ext_free(void* ptr);
+void* ext_realloc(void* ptr, size_t size);
+void* ext_memalign(size_t alignment, size_t size);
+void* ext_mmap(void* addr, size_t length, int prot, int flags, int fd, long offset);
+int ext_munmap(void* addr, size_t length);
+
+// Kernel task id of the calling thread.
+int pthread_self_pid(void);
+
+}  // extern "C"
+
+namespace quarl {
+
+// Prepares the raw entries. Called once by the constructor, before any hook is installed.
+void prepare_raw_entries();
+
+// How the layer deals with a block that carries a header. Blocks outlive the hooks: destructors of other libraries and
+// other threads release them after the hooks are gone. A C library with hooks of its own has no use for it.
+struct HeadedBlock {
+  void* raw;         // null: the pointer carries no header
+  size_t user_size;  // bytes that its user asked for
+};
+struct HeadedBlockAccess {
+  HeadedBlock (*find)(void* user);
+  void (*forget)(void* user);  // before the raw block goes back: the pointer is no headed block any more
+};
+void set_headed_block_access(const HeadedBlockAccess& access);
+
+// Ends the calling thread as pthread_exit does.
+[[noreturn]] void end_thread();
+
+// Text of an errno value in English. Safe in a signal handler.
+const char* error_text(int error);
+
+}  // namespace quarl

@@ -1,0 +1,46 @@
+#include "platform/own_descriptor.h"
+
+#include "platform/system.h"
+
+namespace quarl {
+namespace {
+
+constexpr int kLowestDescriptor = 100;
+constexpr int kFileMode = 0666;  // before the umask
+
+int move_up(int fd) {
+  const int moved = sys::duplicate_above(fd, kLowestDescriptor);
+  if (moved < 0) return fd;
+  sys::close(fd);
+  return moved;
+}
+
+}  // namespace
+
+bool OwnDescriptor::open(const char* path, int flags) {
+  const int fd = sys::open(path, flags, kFileMode);
+  return fd >= 0 && take(move_up(fd));
+}
+
+bool OwnDescriptor::take(int fd) {
+  fd_ = fd;
+  struct stat64 info {};
+  if (fd < 0 || !sys::stat_fd(fd, &info)) return false;
+  device_ = info.st_dev;
+  inode_ = info.st_ino;
+  return true;
+}
+
+bool OwnDescriptor::is_ours(int64_t* size) const {
+  struct stat64 info {};
+  if (fd_ < 0 || !sys::stat_fd(fd_, &info) || info.st_dev != device_ || info.st_ino != inode_) return false;
+  if (size != nullptr) *size = info.st_size;
+  return true;
+}
+
+void OwnDescriptor::close() {
+  if (is_ours()) sys::close(fd_);
+  forget();
+}
+
+}  // namespace quarl

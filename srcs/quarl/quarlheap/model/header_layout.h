@@ -1,0 +1,130 @@
+// Where in a block's header each field lies, and whether it is there at all. The one place that knows; reading and
+// writing the words is block_header.h. Pure.
+//
+//   raw ->  (padding up to the alignment)
+//           trace         depth words, entry 0 lowest          HAS_TRACE and depth >= 1
+//           trace_info    depth | op << 8 | log2 align << 16   HAS_TRACE_INFO
+//           time_sec      checker clock                        HAS_TIME
+//           seq_num       sequence number                      HAS_TIME
+//           tid           kernel task id                       HAS_TID
+//   p[-4]   user_size     bytes that the application asked for
+//   p[-3]   prev_link     | bit 0 HAS_TIME
+//   p[-2]   next_link     | bit 0 HAS_TRACE       | bit 1 HAS_TAIL_GUARD
+//   p[-1]   self_link     | bit 0 HAS_TRACE_INFO  | bit 1 HAS_TID;   QR_FREED_MARK after release
+//   p ->    user bytes
+//           EB BE DA FE   tail guard                           HAS_TAIL_GUARD
+//
+// p is the user pointer; links hold user pointers. A block keeps the layout that it was made with: readers go by its
+// own flags, never by the present configuration.
+#pragma once
+
+#include <cstdint>
+
+#include "logs/format.h"
+#include "platform/address.h"
+#include "state/settings.h"
+
+namespace quarl {
+
+inline constexpr uint32_t QR_FREED_MARK = 0xD8675309;
+inline constexpr uint8_t kTailGuard[4] = {0xEB, 0xBE, 0xDA, 0xFE};
+inline constexpr uint32_t kGuardSize = sizeof kTailGuard;
+
+// The words that every header has, by their position from the user pointer, and the flags in the low bits of the links.
+enum HeaderWord : int { kSelfLink = -1, kNextLink = -2, kPrevLink = -3, kUserSize = -4 };
+enum HeaderFlag : uint32_t {
+  kHasTraceInfo = 1,  // in self_link
+  kHasTid = 2,
+  kHasTrace = 1,  // in next_link
+  kHasTailGuard = 2,
+  kHasTime = 1,  // in prev_link
+};
+inline constexpr uint32_t kLinkFlags = 3;
+inline constexpr uint32_t kFixedSize = 4 * -kUserSize;  // bytes
+
+// The word that holds how many entries the trace has, the operation and the alignment of the block.
+struct TraceInfo {
+  uint32_t word;
+
+  static constexpr TraceInfo make(uint32_t depth, Operation op, uint32_t align_log2) {
+    return {(depth & 0xFF) | (op & 0xFU) << 8 | (align_log2 & 0xFF) << 16};
+  }
+  constexpr uint32_t depth() const { return word & 0xFF; }
+  constexpr uint8_t operation() const { return static_cast<uint8_t>(word >> 8 & 0xF); }
+  constexpr uint32_t align_log2() const { return word >> 16 & 0xFF; }
+};
+
+// Blocks of these operations have the info word whatever the configuration says: it holds their alignment.
+constexpr bool op_has_trace_info(uint32_t op) {
+  return op == kOpRealloc || op == kOpMemalign;
+}
+
+// Which optional fields a header has; their places follow from it.
+struct HeaderLayout {
+  bool tid = false;
+  bool time = false;
+  bool trace_info = false;
+  bool trace = false;
+  bool guard = false;
+
+  // Of a block that `op` makes now.
+  static HeaderLayout for_new(const Flags& flags, Operation op) {
+    HeaderLayout layout = configured(flags);
+    layout.trace_info |= op_has_trace_info(op);
+    return layout;
+  }
+
+  // What the configuration says that every header has.
+  static HeaderLayout configured(const Flags& flags) {
+    const bool trace = flags.in_force(kHeadStackdepth);
+    return {flags.in_force(kHeadTid), flags.in_force(kHeadTime), trace, trace, flags.guard()};
+  }
+
+  // Of a block with these three link words.
+  static constexpr HeaderLayout of_words(uint32_t self_link, uint32_t next_link, uint32_t prev_link) {
+    return {(self_link & kHasTid) != 0, (prev_link & kHasTime) != 0, (self_link & kHasTraceInfo) != 0,
+            (next_link & kHasTrace) != 0, (next_link & kHasTailGuard) != 0};
+  }
+
+  // The flags of each link word.
+  constexpr uint32_t self_flags() const { return (trace_info ? kHasTraceInfo : 0U) | (tid ? kHasTid : 0U); }
+  constexpr uint32_t next_flags() const { return (trace ? kHasTrace : 0U) | (guard ? kHasTailGuard : 0U); }
+  constexpr uint32_t prev_flags() const { return time ? kHasTime : 0U; }
+
+  // Bytes from the user pointer down to a field that is there.
+  constexpr uint32_t tid_offset() const { return kFixedSize + 4; }
+  constexpr uint32_t seq_offset() const { return kFixedSize + (tid ? 4 : 0) + 4; }
+  constexpr uint32_t time_offset() const { return seq_offset() + 4; }
+  constexpr uint32_t trace_info_offset() const { return kFixedSize + (tid ? 4 : 0) + (time ? 8 : 0) + 4; }
+
+  // Bytes from the user pointer down to the lowest field of a header whose trace has so many entries.
+  constexpr uint32_t lowest_offset(uint32_t depth) const {
+    return trace_info_offset() - (trace_info ? 0 : 4) + (trace ? 4 * depth : 0);
+  }
+
+  constexpr uint32_t guard_size() const { return guard ? kGuardSize : 0; }
+
+  // Bytes from the raw block to the user pointer; `info` is the block's, or 0 for one without.
+  constexpr uint32_t header_offset(TraceInfo info) const {
+    const uint32_t log2 = trace_info ? info.align_log2() : 0;
+    return round_up(lowest_offset(trace_info ? info.depth() : 0), log2 != 0 ? 1U << (log2 & 31) : 8);
+  }
+};
+
+// The drawing, word by word.
+namespace layout_proof {
+constexpr HeaderLayout kFull{true, true, true, true, true};
+static_assert(kFixedSize == 16 && kGuardSize == 4);
+static_assert(kFull.tid_offset() == 20 && kFull.seq_offset() == 24 && kFull.time_offset() == 28);
+static_assert(kFull.trace_info_offset() == 32 && kFull.lowest_offset(8) == 64 && kFull.lowest_offset(0) == 32);
+static_assert(HeaderLayout{.tid = true}.lowest_offset(0) == 20);
+static_assert(HeaderLayout{.time = true}.seq_offset() == 20 && HeaderLayout{.time = true}.time_offset() == 24);
+static_assert(HeaderLayout{.trace_info = true}.trace_info_offset() == 20);
+static_assert(HeaderLayout{}.lowest_offset(0) == 16 && HeaderLayout{}.header_offset({0}) == 16);
+static_assert(kFull.header_offset(TraceInfo::make(8, kOpMalloc, 3)) == 64);
+static_assert(kFull.header_offset(TraceInfo::make(8, kOpMemalign, 6)) == 64);
+static_assert(kFull.header_offset(TraceInfo::make(1, kOpMemalign, 12)) == 4096);
+static_assert(TraceInfo::make(5, kOpRealloc, 4).word == 0x00040105);
+}  // namespace layout_proof
+
+}  // namespace quarl

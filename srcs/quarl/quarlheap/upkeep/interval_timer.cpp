@@ -1,0 +1,86 @@
+#include "quarlheap/upkeep/interval_timer.h"
+
+#include <signal.h>
+#include <time.h>
+
+#include "platform/print.h"
+#include "state/clock.h"
+#include "state/process.h"
+#include "state/settings.h"
+
+#ifndef sigev_notify_thread_id
+#define sigev_notify_thread_id _sigev_un._tid
+#endif
+
+namespace quarl {
+namespace {
+
+constinit timer_t timer_id{};
+constinit int timer_interval = 0;  // seconds; 0 while no timer runs
+
+// The clock is read at once, so that it is right to the interval even while a hook holds the lock.
+void handle_timer_signal(int, siginfo_t*, void*) {
+  read_clock();
+  hook_mutex.request(kPendingTick);
+}
+
+bool create_timer() {
+  struct sigevent event {};
+  event.sigev_notify = SIGEV_THREAD_ID;
+  event.sigev_signo = qr_sig_num;
+  event.sigev_value.sival_ptr = &timer_id;
+  event.sigev_notify_thread_id = proc_pid;
+  return timer_create(CLOCK_REALTIME, &event, &timer_id) == 0;
+}
+
+bool arm_timer(int seconds) {
+  struct itimerspec period {};
+  period.it_interval.tv_sec = seconds;
+  period.it_value.tv_sec = seconds;
+  return timer_settime(timer_id, 0, &period, nullptr) == 0;
+}
+
+void install_handler() {
+  struct sigaction action {};
+  action.sa_sigaction = handle_timer_signal;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESTART | SA_SIGINFO;
+  sigaction(qr_sig_num, &action, nullptr);
+}
+
+void give_up() {
+  print(kStdout, "Create timer failed,quarlheap can't get system time!\n");
+  settings.timer_clock_on = 0;
+}
+
+}  // namespace
+
+void start_interval_timer(int seconds) {
+  if (!create_timer()) {
+    give_up();
+    return;
+  }
+  // Before the first tick can come: its default action would end the process.
+  install_handler();
+  if (!arm_timer(seconds)) {
+    give_up();
+    timer_delete(timer_id);
+    return;
+  }
+  read_clock();
+  timer_interval = seconds;
+}
+
+void delete_interval_timer() {
+  if (settings.timer_clock_on == 0) return;
+  // timer_clock_on alone says that it is wanted; the interval that it runs.
+  if (timer_interval != 0) timer_delete(timer_id);
+  forget_interval_timer();
+}
+
+void forget_interval_timer() {
+  timer_interval = 0;
+  settings.timer_clock_on = 0;
+}
+
+}  // namespace quarl

@@ -1,0 +1,15 @@
+// The interval timer: keeps the checker clock, and its ticks bring automatic snapshots.
+#pragma once
+
+namespace quarl {
+
+// Creates and arms the timer with a period of `seconds`, on qr_sig_num to the main thread, and installs its handler. A
+// failure is told on standard output and clears timer_clock_on.
+void start_interval_timer(int seconds);
+
+void delete_interval_timer();
+
+// In a forked child, which inherits neither the timer nor its snapshots.
+void forget_interval_timer();
+
+}  // namespace quarl

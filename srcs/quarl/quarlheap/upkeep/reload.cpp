@@ -1,0 +1,15 @@
+#include "quarlheap/upkeep/reload.h"
+
+#include "config/configuration.h"
+#include "logs/files/log_files.h"
+#include "quarlheap/upkeep/effects.h"
+
+namespace quarl {
+
+void reload() {
+  clear_flag(settings.cfg_flags, kReloadRequest);
+  load_configuration(carry_out);
+  open_log_files();
+}
+
+}  // namespace quarl

@@ -1,0 +1,99 @@
+#include "quarlheap/upkeep/unfreed.h"
+
+#include "logs/mappings/mapping_records.h"
+#include "logs/snapshots/histogram.h"
+#include "logs/snapshots/snapshot.h"
+#include "logs/snapshots/snapshot_chain.h"
+#include "quarlheap/checking/fault_report.h"
+#include "quarlheap/model/block_row.h"
+#include "quarlheap/model/used_list.h"
+
+namespace quarl {
+namespace {
+
+// A block that is a mapping of its own has a mapping record as well, which counts for both.
+void count_block(DoubtfulBlock block, Histogram* histogram) {
+  const bool covered = QR_TRACE_MMAP == 1 && block.names_itself() && block.claimed_chunk().mapped();
+  if (!covered) histogram->add(block.claimed_size());
+}
+
+void put_live_row(DoubtfulBlock block) REQUIRES(hook_mutex) {
+  OpRecord* row = next_snapshot_row();
+  if (row == nullptr) return;
+  fill_live_row(block, row);
+  snapshot_row_filled();
+}
+
+// Ends at a head overrun, behind which no link can be trusted. Returns the number of rows, those of faults included.
+uint32_t write_blocks(Histogram* histogram) REQUIRES(hook_mutex) {
+  uint32_t rows = 0;
+  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
+    count_block(block, histogram);
+    const FaultCode code = qr_check_block(block);
+    if (code != QR_FAULT_NONE) {
+      qr_report_fault(block, code);
+      ++rows;
+      if (code == QR_FAULT_HEAD) break;
+    }
+    put_live_row(block);
+    ++rows;
+  }
+  return rows;
+}
+
+uint32_t write_mappings(Histogram* histogram) REQUIRES(hook_mutex) {
+  uint32_t rows = 0;
+  for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) {
+    histogram->add(entry->record.size);
+    ++rows;
+    OpRecord* row = next_snapshot_row();
+    if (row == nullptr) continue;
+    *row = entry->record;
+    snapshot_row_filled();
+  }
+  return rows;
+}
+
+}  // namespace
+
+void write_snapshot() {
+  Histogram histogram;
+  begin_snapshot();
+  uint32_t rows = write_blocks(&histogram);
+  rows += write_mappings(&histogram);
+  end_snapshot(rows);
+  histogram.print_if_wanted(rows);
+}
+
+void print_unfreed_table() {
+  if (heap_block_head == 0 && useed_head == nullptr) return;
+  Histogram histogram;
+  uint32_t live = 0;
+  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
+    count_block(block, &histogram);
+    ++live;
+    if (qr_check_block(block) == QR_FAULT_HEAD) break;
+  }
+  for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) {
+    histogram.add(entry->record.size);
+    ++live;
+  }
+  histogram.print_if_wanted(live);
+}
+
+void write_auto_snapshot_rows() {
+  if (!snapshot_chain.begin_rows()) return;
+  uint32_t rows = 0;
+  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
+    fill_live_row(block, snapshot_chain.next_row());
+    ++rows;
+    if (qr_check_block(block) == QR_FAULT_HEAD) break;
+  }
+  for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) {
+    *snapshot_chain.next_row() = entry->record;
+    ++rows;
+  }
+  snapshot_chain.end_rows(rows);
+}
+
+}  // namespace quarl

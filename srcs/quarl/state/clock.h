@@ -1,0 +1,23 @@
+// The checker clock and the one numbering of blocks and records: what headers and records are stamped with.
+#pragma once
+
+#include <cstdint>
+
+#include "state/hook_lock.h"
+
+namespace quarl {
+
+// Time of day at the last tick of the interval timer; 0 while that timer has never run. Written in signal handlers.
+extern int clock_sec;
+extern int clock_usec;
+
+// The last sequence number given out; blocks and timed records share one numbering, which begins at 1.
+extern uint32_t last_seq_num GUARDED_BY(hook_mutex);
+
+// Takes the time of day. Safe in a signal handler.
+void read_clock();
+
+// Seconds since the epoch, at this moment.
+uint32_t seconds_now();
+
+}  // namespace quarl

@@ -1,0 +1,78 @@
+#include "state/hook_lock.h"
+
+#include "platform/system.h"
+#include "spin.h"
+
+namespace quarl {
+
+constinit HookLock hook_mutex;
+
+namespace {
+
+// A hook holds the lock for some hundred instructions, so that a short wait mostly is enough; going to sleep and being
+// woken costs some thousand on both sides.
+constexpr int kSpins = 100;
+
+bool swap_word(uint32_t* word, uint32_t expected, uint32_t desired) {
+  return __atomic_compare_exchange_n(word, &expected, desired, false, __ATOMIC_SEQ_CST, __ATOMIC_RELAXED);
+}
+
+}  // namespace
+
+void HookLock::wait_and_lock() {
+  const KeepErrno keep;
+  auto taken = static_cast<uint32_t>(current_tid());
+  // A thread that was woken spins again: the one that woke it has mostly taken the lock anew, and would have to wake it
+  // again and again.
+  while (!spin_and_take(taken)) {
+    const uint32_t seen = __atomic_load_n(&word_, __ATOMIC_RELAXED);
+    if (seen == 0) continue;
+    if ((seen & kWaiters) == 0 && !swap_word(&word_, seen, seen | kWaiters)) continue;
+    sys::futex_wait(&word_, seen | kWaiters);
+    // Others may sleep on the word still: the mark stays until a release finds nobody to wake.
+    taken |= kWaiters;
+  }
+}
+
+bool HookLock::spin_and_take(uint32_t taken) {
+  for (int spin = 0; spin < kSpins; ++spin) {
+    if (__atomic_load_n(&word_, __ATOMIC_RELAXED) == 0 && swap_word(&word_, 0, taken)) return true;
+    relax();
+  }
+  return false;
+}
+
+void HookLock::wake_waiter() {
+  const KeepErrno keep;
+  sys::futex_wake(&word_, 1);
+}
+
+void HookLock::serve_late_request() NO_THREAD_SAFETY_ANALYSIS {
+  if (try_lock()) unlock();
+}
+
+void HookLock::run_pending() {
+  const KeepErrno keep;
+  for (;;) {
+    const uint32_t work = __atomic_exchange_n(&pending_, 0, __ATOMIC_SEQ_CST);
+    if (work == 0) return;
+    if (worker_ != nullptr) worker_(work);
+  }
+}
+
+void HookLock::request(uint32_t work) NO_THREAD_SAFETY_ANALYSIS {
+  const KeepErrno keep;
+  __atomic_fetch_or(&pending_, work, __ATOMIC_SEQ_CST);
+  if (try_lock()) unlock();
+}
+
+bool HookLock::held_by_this_thread() const {
+  return (__atomic_load_n(&word_, __ATOMIC_RELAXED) & ~kWaiters) == static_cast<uint32_t>(current_tid());
+}
+
+void HookLock::reset_in_child() {
+  word_ = 0;
+  pending_ = 0;
+}
+
+}  // namespace quarl
