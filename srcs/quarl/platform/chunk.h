@@ -32,6 +32,11 @@ constexpr uint32_t chunk_size_for(uint32_t request) {
   return bytes > 15 ? bytes & ~ChunkWord::kLowBits : 16;
 }
 
+// The chunk of such a request has at least so many bytes, a multiple of 8 above 16.
+constexpr bool chunk_reaches(uint32_t request, uint32_t chunk_size) {
+  return request + 11 >= chunk_size;
+}
+
 // Bytes of the mapping that such a chunk takes when it is one of its own; `page` is the page size.
 constexpr uint32_t mapping_size_for(uint32_t chunk, uint32_t page) {
   return (chunk + page + 10) & ~(page - 1);

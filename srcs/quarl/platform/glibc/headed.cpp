@@ -31,7 +31,8 @@ using namespace quarl;
 
 extern "C" {
 
-void quarl_layer_release(void* ptr) {
+// Not inlined into the entries, whose way to the hook they would lengthen.
+[[gnu::noinline]] void quarl_layer_release(void* ptr) {
   if (ptr == nullptr) return;
   const HeadedBlock block = glibc::find_headed(ptr);
   if (block.raw != nullptr) {
@@ -41,7 +42,7 @@ void quarl_layer_release(void* ptr) {
   }
 }
 
-void* quarl_layer_resize(void* ptr, size_t size) {
+[[gnu::noinline]] void* quarl_layer_resize(void* ptr, size_t size) {
   const HeadedBlock block = ptr != nullptr ? glibc::find_headed(ptr) : HeadedBlock{nullptr, 0};
   if (block.raw == nullptr) return ext_realloc(ptr, size);
   void* moved = nullptr;

@@ -38,7 +38,7 @@ class VisibleMapping {
 }  // namespace
 
 bool wants_mapping(size_t request) {
-  return chunk_size_for(request) >= kMappedChunk;
+  return chunk_reaches(request, kMappedChunk);
 }
 
 bool fits_mapping(void* raw, size_t request) {

@@ -23,9 +23,9 @@ void fill_header(Address p, const Flags& flags, uint32_t user_size, Operation op
     header::field(p, layout.seq_offset()) = ++last_seq_num;
   }
   if (!layout.trace_info) return;
-  const uint32_t depth = layout.trace ? static_cast<uint32_t>(trace.depth) : 0;
+  const auto depth = static_cast<uint32_t>(trace.depth);  // 0 without a trace
   header::field(p, layout.trace_info_offset()) = TraceInfo::make(depth, op, align_log2).word;
-  if (depth >= 1) memcpy(pointer_to(p - layout.lowest_offset(depth)), trace.words, 4 * depth);
+  if (depth >= 1) memcpy(pointer_to(p - layout.trace_offset(depth)), trace.words, 4 * depth);
 }
 
 }  // namespace quarl

@@ -65,12 +65,12 @@ class SoundBlock {
   ChunkWord chunk() const { return chunk_before(raw()); }
 
   // The trace that it was allocated with.
-  const uint32_t* trace_words() const { return static_cast<const uint32_t*>(pointer_to(trace_start())); }
+  const uint32_t* trace_words() const {
+    return static_cast<const uint32_t*>(pointer_to(p_ - layout().trace_offset(fields().info.depth())));
+  }
   int trace_depth() const { return layout().trace ? static_cast<int>(fields().info.depth()) : 0; }
 
  private:
-  Address trace_start() const { return p_ - layout().lowest_offset(fields().info.depth()); }
-
   Address p_;
   uint32_t offset_;
 };

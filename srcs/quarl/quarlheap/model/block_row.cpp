@@ -37,6 +37,10 @@ uint32_t entries(int depth) {
   return depth > 0 ? static_cast<uint32_t>(depth) : 0;
 }
 
+uint32_t trace_offset(const HeaderLayout& layout, int depth) {
+  return layout.lowest_offset(layout.trace ? entries(depth) : 0);
+}
+
 // depth words of the block, at most kMaxTrace, and zeros behind them.
 void copy_trace(Address lowest_word, int depth, OpRecord* record) {
   const size_t count = entries(depth) < kMaxTrace ? entries(depth) : kMaxTrace;
@@ -60,11 +64,11 @@ void qr_fill_trace_info_cfg(Address p, OpRecord* record, RecordKind result) {
 }
 
 uint32_t qr_trace_offset(Address p, int depth) {
-  return qr_is_block(p) ? DoubtfulBlock(p).claimed_layout().lowest_offset(entries(depth)) : 0;
+  return qr_is_block(p) ? trace_offset(DoubtfulBlock(p).claimed_layout(), depth) : 0;
 }
 
 uint32_t qr_trace_offset_cfg(Address, int depth) {
-  return configured_layout().lowest_offset(entries(depth));
+  return trace_offset(configured_layout(), depth);
 }
 
 void fill_live_row(DoubtfulBlock block, OpRecord* record) {

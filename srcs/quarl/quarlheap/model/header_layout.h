@@ -97,9 +97,12 @@ struct HeaderLayout {
   constexpr uint32_t time_offset() const { return seq_offset() + 4; }
   constexpr uint32_t trace_info_offset() const { return kFixedSize + (tid ? 4 : 0) + (time ? 8 : 0) + 4; }
 
-  // Bytes from the user pointer down to the lowest field of a header whose trace has so many entries.
+  // Bytes from the user pointer down to the lowest word of a trace of so many entries.
+  constexpr uint32_t trace_offset(uint32_t depth) const { return trace_info_offset() + 4 * depth; }
+
+  // Bytes from the user pointer down to the lowest field of a header whose trace has so many entries, 0 without one.
   constexpr uint32_t lowest_offset(uint32_t depth) const {
-    return trace_info_offset() - (trace_info ? 0 : 4) + (trace ? 4 * depth : 0);
+    return trace_info_offset() - (trace_info ? 0 : 4) + 4 * depth;
   }
 
   constexpr uint32_t guard_size() const { return guard ? kGuardSize : 0; }
@@ -107,7 +110,7 @@ struct HeaderLayout {
   // Bytes from the raw block to the user pointer; `info` is the block's, or 0 for one without.
   constexpr uint32_t header_offset(TraceInfo info) const {
     const uint32_t log2 = trace_info ? info.align_log2() : 0;
-    return round_up(lowest_offset(trace_info ? info.depth() : 0), log2 != 0 ? 1U << (log2 & 31) : 8);
+    return round_up(lowest_offset(trace_info && trace ? info.depth() : 0), log2 != 0 ? 1U << (log2 & 31) : 8);
   }
 };
 
@@ -116,7 +119,7 @@ namespace layout_proof {
 constexpr HeaderLayout kFull{true, true, true, true, true};
 static_assert(kFixedSize == 16 && kGuardSize == 4);
 static_assert(kFull.tid_offset() == 20 && kFull.seq_offset() == 24 && kFull.time_offset() == 28);
-static_assert(kFull.trace_info_offset() == 32 && kFull.lowest_offset(8) == 64 && kFull.lowest_offset(0) == 32);
+static_assert(kFull.trace_info_offset() == 32 && kFull.trace_offset(8) == 64 && kFull.lowest_offset(8) == 64 && kFull.lowest_offset(0) == 32);
 static_assert(HeaderLayout{.tid = true}.lowest_offset(0) == 20);
 static_assert(HeaderLayout{.time = true}.seq_offset() == 20 && HeaderLayout{.time = true}.time_offset() == 24);
 static_assert(HeaderLayout{.trace_info = true}.trace_info_offset() == 20);
