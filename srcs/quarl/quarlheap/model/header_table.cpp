@@ -1,0 +1,82 @@
+#include "quarlheap/model/header_table.h"
+
+namespace quarl {
+namespace {
+
+constexpr uint8_t down(HeaderWord word) {
+  return static_cast<uint8_t>(-word);
+}
+
+constexpr HeaderTable kTable = {
+    .magic = {kHeaderTableMagic[0], kHeaderTableMagic[1], kHeaderTableMagic[2], kHeaderTableMagic[3]},
+    .version = kHeaderTableVersion,
+    .rows = 9,
+    .freed_mark = QR_FREED_MARK,
+    .guard = {kTailGuard[0], kTailGuard[1], kTailGuard[2], kTailGuard[3]},
+    .guard_word = down(kNextLink),
+    .guard_mask = kHasTailGuard,
+    .depth_shift = 0,
+    .op_shift = 8,
+    .align_shift = 16,
+    .plain_align = 3,
+    .reserved = {},
+    .fields =
+        {
+            {"self_link", 1, 0, 0, kLinkFlags},
+            {"next_link", 1, 0, 0, kLinkFlags},
+            {"prev_link", 1, 0, 0, kLinkFlags},
+            {"user_size", 1, 0, 0, 0},
+            {"tid", 1, down(kSelfLink), kHasTid, 0},
+            {"seq_num", 1, down(kPrevLink), kHasTime, 0},
+            {"time_sec", 1, down(kPrevLink), kHasTime, 0},
+            {"trace_info", 1, down(kSelfLink), kHasTraceInfo, 0},
+            {"trace", 0, down(kNextLink), kHasTrace, 0},
+        },
+};
+
+// The table says the same as the functions, for every header that there can be.
+
+constexpr bool has(const HeaderLayout& layout, const HeaderFieldRow& field) {
+  const uint32_t flags[] = {0, layout.self_flags(), layout.next_flags(), layout.prev_flags()};
+  return field.flag_mask == 0 || (flags[field.flag_word] & field.flag_mask) != 0;
+}
+
+// Bytes from the user pointer down to the field's lowest word.
+constexpr uint32_t offset(const HeaderLayout& layout, int row, uint32_t depth) {
+  uint32_t words = 0;
+  for (int i = 0; i <= row; ++i) {
+    const HeaderFieldRow& field = kTable.fields[i];
+    if (has(layout, field)) words += field.words != 0 ? field.words : depth;
+  }
+  return 4 * words;
+}
+
+constexpr bool agrees(const HeaderLayout& layout) {
+  constexpr uint32_t kDepth = 5;
+  if (offset(layout, 3, 0) != kFixedSize) return false;
+  if (layout.tid && offset(layout, 4, 0) != layout.tid_offset()) return false;
+  if (layout.time && offset(layout, 5, 0) != layout.seq_offset()) return false;
+  if (layout.time && offset(layout, 6, 0) != layout.time_offset()) return false;
+  if (layout.trace_info && offset(layout, 7, 0) != layout.trace_info_offset()) return false;
+  return offset(layout, 8, kDepth) == layout.lowest_offset(layout.trace ? kDepth : 0);
+}
+
+constexpr bool agrees_everywhere() {
+  for (unsigned i = 0; i < 32; ++i) {
+    const bool info = (i & 4) != 0;
+    if (!agrees({(i & 1) != 0, (i & 2) != 0, info, info && (i & 8) != 0, (i & 16) != 0})) return false;
+  }
+  return true;
+}
+static_assert(agrees_everywhere());
+static_assert(TraceInfo::make(1, kOpRealloc, 1).word ==
+              (1U << kTable.depth_shift | 1U << kTable.op_shift | 1U << kTable.align_shift));
+
+}  // namespace
+}  // namespace quarl
+
+// Nothing in the library refers to it.
+extern "C" {
+extern const quarl::HeaderTable qr_header_table;
+[[gnu::section(".quarl_header"), gnu::used]] const quarl::HeaderTable qr_header_table = quarl::kTable;
+}
