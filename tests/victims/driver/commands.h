@@ -1,4 +1,4 @@
-// What a puppet can be told to do.
+// What a driver can be told to do.
 #pragma once
 
 #include "channel.h"

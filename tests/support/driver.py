@@ -1,4 +1,4 @@
-"""The puppet program: every attribute is a command, sent and answered one line at a time (victims/puppet)."""
+"""The driver program: every attribute is a command, sent and answered one line at a time (victims/driver)."""
 
 import re
 
@@ -18,9 +18,9 @@ def word(argument):
     return f"{argument:#x}" if isinstance(argument, int) and argument >= 0 else str(argument)
 
 
-class Puppet(Process):
+class Driver(Process):
     def __init__(self, target, **options):
-        super().__init__(target, target.victim("puppet"), **options)
+        super().__init__(target, target.victim("driver"), **options)
         self.positions = {}  # behind the last answer of each worker
         self.tasks = {0: self.pid}
         self.answer()
@@ -57,17 +57,17 @@ class Puppet(Process):
 
 
 class Worker:
-    def __init__(self, puppet, number):
-        self.puppet = puppet
+    def __init__(self, driver, number):
+        self.driver = driver
         self.number = number
-        self.tid = puppet.tasks[number]
+        self.tid = driver.tasks[number]
 
     def send(self, line):
-        self.puppet.send(f"@{self.number} {line}")
+        self.driver.send(f"@{self.number} {line}")
 
     def do(self, line):
         self.send(line)
-        return self.puppet.answer(self.number)
+        return self.driver.answer(self.number)
 
     def __getattr__(self, command):
         return lambda *arguments: self.do(" ".join([command, *map(word, arguments)]))

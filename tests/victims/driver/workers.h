@@ -1,4 +1,4 @@
-// Further threads of a puppet, each with a request channel of its own; numbered from 1.
+// Further threads of a driver, each with a request channel of its own; numbered from 1.
 #pragma once
 
 // Starts a worker and returns its kernel task id once it is ready, 0 when it could not be started.
