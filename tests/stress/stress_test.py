@@ -6,6 +6,7 @@ from collections import Counter
 import case
 import process
 from log_file import ALLOCATED, OPERATIONS, RELEASED, read_chain, read_log
+from promise import promise
 
 SIGNALS = "QUARL_TIMER_SIG=SIGUSR2 QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_SLOPOVER_USER=40 "
 NAMES = {"malloc": "malloc", "realloc": "realloc", "free": "free", "memalign": "memalign", "realloc_release": "realloc release"}
@@ -25,6 +26,9 @@ class Stress(case.Case):
         self.assert_ends(stress)
         return stress
 
+    @promise("A fork waits for the lock, so the child finds everything whole.",
+             "Nothing that runs under the lock is a cancellation point, so a cancelled thread never takes the lock"
+             " with it.")
     def test_everything_at_once(self):
         """Children, programs started, threads cancelled and signals of all three kinds, in both kinds of log."""
         victim = self.target.victim("stress")

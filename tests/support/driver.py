@@ -1,6 +1,8 @@
 """The driver program: every attribute is a command, sent and answered one line at a time (victims/driver)."""
 
 import re
+import signal
+from pathlib import Path
 
 from process import Process
 
@@ -39,6 +41,15 @@ class Driver(Process):
     def do(self, line):
         self.send(line)
         return self.answer()
+
+    def stopped_child(self, commands):
+        """The id of a child that has stopped itself, and runs the commands when it is continued."""
+        self.send(f"fork raise {int(signal.SIGSTOP)};{commands}")
+
+        def stopped():
+            child = Path(f"/proc/{self.pid}/task/{self.pid}/children").read_text().strip()
+            return child and Path(f"/proc/{child}/stat").read_text().rsplit(") ")[1][0] == "T" and int(child)
+        return self.await_that(stopped, "a stopped child")
 
     def spawn(self):
         task = self.do("spawn")

@@ -13,7 +13,8 @@ import unittest
 
 import case
 from header import read_header
-from report_text import take_reports
+from promise import promise
+from report_text import double_free, exit_line, take_reports
 from tables import statistics
 
 AGENT = "QUARL_DEMO_THREAD=1 QUARL_SLOPOVER_EXIT=0 "
@@ -57,6 +58,7 @@ class Agent(case.Case):
     def round(self, inside=""):
         return CONNECTED + inside + BROKEN + self.waiting
 
+    @promise("A taken port 9000 makes it choose another one, which it prints.")
     def test_port_9000_or_a_free_one_that_stays(self):
         with socket.socket() as taken:
             taken.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
@@ -125,6 +127,10 @@ class Agent(case.Case):
             self.assertEqual(after("QUARL_ALL=0", 5), ([], ""))
             self.assertNotEqual(driver.word(driver.malloc(10) - 4) & 3, 3)
             self.assertEqual(after("QUARL_ALL=1", 6), ([], statistics()))
+            again = driver.malloc(10)  # the reset was for once
+            for count in (7, 8):
+                self.assertEqual(after("QUARL_ALL=1", count), ([], statistics(malloc=(1, 0, 10), size=10, peak=10)))
+            self.assertNotEqual(again, 0)
         driver.kill()
 
     def test_clients_that_misbehave(self):
@@ -161,6 +167,66 @@ class Agent(case.Case):
             driver.read_some(0.05)
         return ticks() - before > seconds * 50
 
+    def test_sockets_of_the_program_in_their_place_are_left_alone(self):
+        """What waits in them is neither read nor obeyed, and they stay open."""
+        ends = {"srv_socket_desc": "get packet error Bad file descriptor\n",
+                "srv_desc": "Access failed, Bad file descriptor\nqr_demo_thread: accept connect failed\n"}
+        for symbol, message in ends.items():
+            with self.subTest(symbol):
+                driver, port = self.start()
+                said = self.waiting
+                with contextlib.ExitStack() as clients:
+                    if symbol == "srv_socket_desc":
+                        clients.enter_context(self.client(driver, port))
+                        driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
+                        said += CONNECTED
+                    taken = driver.await_that(lambda: (now := driver.read(symbol)) != 0xFFFFFFFF and now, "its descriptor")
+                    driver.dup2(driver.socket("QUARL_HEAD_TID=0"), taken)
+                    driver.await_that(lambda: driver.out == said + message, "the message")
+                    driver.await_that(lambda: self.threads(driver) == 1 + self.target.emulated, "the end of the agent")
+                    self.assertEqual(driver.receive(taken, 32), 32)
+                self.assertEqual(read_header(driver, driver.malloc(10)).items(), "TSICG")
+                self.assert_ends(driver, said + message)
+
+    def sockets(self, pid):
+        names = [f"/proc/{pid}/fd/{name}" for name in os.listdir(f"/proc/{pid}/fd")]
+        return sum(os.readlink(name).startswith("socket:") for name in names)
+
+    def threads(self, driver):
+        with open(f"/proc/{driver.pid}/status") as file:
+            return int(re.search(r"Threads:\t(\d+)", file.read())[1])
+
+    @promise("The agent sets `SIGPIPE` to be ignored in the whole process at its first connection.",
+             "Whoever can connect to the port of `QUARL_DEMO_THREAD`, at any local address, changes the checker's "
+             "configuration in the process.")
+    def test_connection_by_any_address_changes_the_configuration_and_ignores_sigpipe(self):
+        driver, port = self.start()
+        self.assertEqual(driver.do("fork raise 13"), 13)
+        with socket.create_connection(("127.1.2.3", port), 30) as client:
+            client.sendall(packet("QUARL_HEAD_TID=0"))
+        driver.await_that(lambda: driver.out.endswith(BROKEN + self.waiting), "the next round")
+        self.assertEqual(read_header(driver, driver.malloc(10)).items(), "SICG")
+        self.assertEqual(driver.do("raise 13"), 0)
+        self.assert_ends(driver, driver.out)
+
+    @promise("The agent does not keep a process alive: when it is the only thread left, it ends the process with "
+             "status 0.")
+    def test_process_ends_when_only_the_agent_is_left(self):
+        """While another thread runs it stays, without its main thread as well."""
+        if self.target.emulated:
+            self.skipTest("the emulator has a thread of its own")
+        driver, _ = self.start()
+        worker = driver.spawn()
+        block = driver.malloc(10)
+        driver.free(block)
+        worker.send(f"free {block:#x}")
+        driver.await_that(lambda: driver.out == self.waiting + double_free(block), "report")
+        driver.send("end_thread")
+        self.assertFalse(self.spins(driver, 1.5))  # more than one look of the agent
+        driver.release(worker.tid)
+        self.assertEqual(driver.finish(end_input=False), 0)
+        self.assertEqual(driver.out, self.waiting + double_free(block) + exit_line(worker.tid))
+
     def test_descriptors_closed_by_the_program(self):
         """The connection's: the agent says so and ends. The listening one: missed by nobody until the next round."""
         ends = {"srv_socket_desc": "get packet error Bad file descriptor\n", "srv_desc": BROKEN}
@@ -177,9 +243,13 @@ class Agent(case.Case):
                 again = self.waiting if symbol == "srv_desc" else ""
                 self.assert_ends(driver, self.waiting + CONNECTED + message + again)
 
+    @promise("It has none of its parent's log descriptors, timer and agent.")
     def test_gone_in_a_child_and_absent_when_off(self):
         driver, port = self.start()
-        self.assertEqual(driver.do("fork repeat 10 malloc 10"), 0)
+        child = driver.stopped_child("repeat 10 malloc 10")
+        self.assertEqual((self.sockets(child), self.sockets(driver.pid) > 0), (0, True))
+        os.kill(child, signal.SIGCONT)
+        self.assertEqual(driver.answer(), 0)
         with self.client(driver, port) as client:
             client.sendall(packet("QUARL_HEAD_TID=0"))
         self.ended(driver, self.waiting + self.round())

@@ -1,6 +1,10 @@
 """The allocator as programs know it: arguments, alignment, contents, and that the size rule accuses no sound block."""
 
+import signal
+
 import case
+from log_file import read_log
+from promise import promise
 
 ENOMEM, EINVAL = 12, 22
 NOISY = "QUARL_SLOPOVER_MALLOC=1 QUARL_SLOPOVER_FREE=1 "
@@ -44,6 +48,37 @@ class Entries(case.Case):
             grown = driver.reallocarray(block, 1000, 300)
             self.assertEqual(driver.holds(grown, 0, 1000), 1)
             self.assert_ends(driver)
+
+
+    @promise("`malloc(0)`, `calloc` of 0 bytes and `realloc(NULL, 0)` return null.",
+             "Blocks are aligned to 8, where glibc aligns to 16 on i686; `memalign` aligns to 16 and more.")
+    def test_what_differs_from_the_bare_allocator(self):
+        driver = self.driver("")
+        for command in ("malloc 0", "calloc 0 5", "calloc 5 0", "realloc 0 0"):
+            self.assertEqual(driver.do(command), 0, command)
+        blocks = [driver.malloc(size) for size in range(1, 100)]
+        self.assertEqual({block % 8 for block in blocks}, {0})
+        self.assertEqual({driver.memalign(16, size) % 16 for size in range(1, 100)}, {0})
+        self.assert_ends(driver)
+
+    @promise("Blocks of 128 KiB and more are mappings of their own; each allocation and release of one is a system"
+             " call.")
+    def test_large_blocks_are_mappings_for_ever(self):
+        """No history of sizes makes the allocator keep them in the heap."""
+        driver = self.driver("")
+        for size, mapped in ((128 << 10, 1), (1 << 20, 1), (128 << 10, 1), (120 << 10, 0)):
+            for _ in range(3):
+                before = self.counts(driver)
+                block = driver.malloc(size)
+                driver.free(block)
+                self.assertEqual([after - earlier for earlier, after in zip(before, self.counts(driver))], [mapped] * 2, size)
+        self.assert_ends(driver)
+
+    def counts(self, driver):
+        """How many mappings the allocator has made and undone for blocks so far."""
+        driver.do(f"raise {signal.SIGUSR1}")
+        counts = read_log(self.log_path(driver, "quarl")).stats.counts()
+        return [counts.get(name, (0,))[0] for name in ("chunk map", "chunk unmap")]
 
 
 class SizeRule(case.Case):

@@ -2,11 +2,13 @@
 
 import case
 from header import read_header
+from promise import promise
 
 ALL_PARTS = "TSICG"
 
 
 class Lines(case.Case):
+    @promise("Messages go to descriptor 1 (a few to 2), each with one `write`, past the application's stdio.")
     def test_messages_about_lines(self):
         unknown, torn = "Item {} is not support\n".format, "Err item {}\n".format
         cases = [

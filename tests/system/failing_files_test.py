@@ -7,6 +7,7 @@ import subprocess
 
 import case
 from log_file import read_log
+from promise import promise
 
 LOG = "QUARL_OUTPUT_LOG=1 "
 FAILED = "write log file failed,and error is {}\n".format
@@ -27,6 +28,10 @@ class FailingFiles(case.Case):
             def occupy():
                 os.mkdir(self.directory / f"{self.target.process_name('driver')}_{os.getpid()}_{kind}.log")
             driver = self.driver(config, before_start=occupy)
+            driver.malloc(1)
+            driver.do(f"raise {signal.SIGUSR1}")  # which leaves a log alone that is not there
+            driver.read_some(0)
+            self.assertEqual(driver.out, "")
             self.works(driver)
             driver.do(f"raise {signal.SIGUSR1}")
             self.works(driver)
@@ -41,6 +46,8 @@ class FailingFiles(case.Case):
         self.works(driver)
         self.assertEqual(driver.finish(), 0)
 
+    @promise("A closed pipe, a full disk or a limit of the file size raises no signal in the application: the "
+             'message is lost, or "write log file failed" is printed.')
     def test_full_disk(self):
         """A short write is not taken for a whole one: what the file holds are whole records from its beginning."""
         disk = self.directory / "disk"
@@ -58,6 +65,8 @@ class FailingFiles(case.Case):
         self.assertEqual([record.seq_num for record in log.records], list(range(1, len(log.records) + 1)))
         self.assertEqual(log.stats.counts()["malloc"][0], 249)
 
+    @promise("A closed pipe, a full disk or a limit of the file size raises no signal in the application: the "
+             'message is lost, or "write log file failed" is printed.')
     def test_size_limit(self):
         for config, kind in ((LOG, "quarlAll"), ("", "quarl")):
             with self.subTest(kind):
@@ -102,6 +111,22 @@ class FailingFiles(case.Case):
             self.assertGreater(len(log.maps), 2048 - 200)
             self.assertEqual(log.stats.counts()["malloc"], (1, 0, 10))
             self.assertTrue(log.records)
+
+    def test_maps_text_that_became_shorter(self):
+        """What a longer text has left does not look out behind a shorter one."""
+        for config, kind in ((LOG, "quarlAll"), ("", "quarl")):
+            driver = self.driver(config + " QUARL_MMAP=0")
+            path = self.log_path(driver, kind)
+            made = [driver.do(f"mmap 0 4096 {index % 2} 34 -1 0") for index in range(120)]
+            driver.do(f"raise {signal.SIGUSR1}")
+            longer = read_log(path).maps
+            for address in made:
+                driver.munmap(address, 4096)
+            driver.do(f"raise {signal.SIGUSR1}")
+            shorter = read_log(path).maps  # which finds zeros behind it
+            if not self.target.emulated:  # the emulator shows the maps as they were when they were opened
+                self.assertLess(len(shorter), len(longer) - 2000)
+            self.assert_ends(driver)
 
     def test_output_that_is_closed(self):
         driver = self.driver("QUARL_PRINT_PROFINFO=1")

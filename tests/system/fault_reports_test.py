@@ -1,6 +1,7 @@
 """One damaged block, one report: what is printed to the byte, who is stopped, and how the process goes on."""
 
 import case
+from promise import promise
 from report_text import double_free, exit_line, take_reports
 
 
@@ -13,6 +14,7 @@ class FaultReports(case.Case):
         for field, value in expected.items():
             self.assertEqual(getattr(report, field), value, field)
 
+    @promise("A thread that a fault stops prints its report first.")
     def test_second_release_is_reported_and_the_thread_ends_on_signal_60(self):
         for victim in ("double_free", "freed_realloc"):
             with self.subTest(victim):
@@ -22,6 +24,7 @@ class FaultReports(case.Case):
                 process.release()
                 self.assert_ends(process, text + exit_line(process.pid))
 
+    @promise("A thread that a fault stops prints its report first.")
     def test_overrun_stops_the_releasing_thread_and_is_found_again_at_exit(self):
         for victim, kind, size in (("tail_overrun", "tail", 10), ("head_overrun", "head", 40)):
             with self.subTest(victim):
@@ -121,6 +124,7 @@ class FaultReports(case.Case):
         self.assertEqual((rest, driver.out[-len(exit_line(worker.tid)):]), ("", exit_line(worker.tid)))
         self.assert_ends(driver, driver.out)
 
+    @promise("The rest of the process runs on.")
     def test_process_runs_on_beside_a_parked_thread(self):
         driver = self.driver(QUIET_END)
         workers = [driver.spawn() for _ in range(3)]

@@ -5,10 +5,14 @@ import signal
 import case
 from header import read_header
 from log_file import read_log
+from promise import promise
 from report_text import double_free, take_reports
 
 
 class Ends(case.Case):
+    @promise("The last snapshot is written then, and the hooks are put back.",
+             "Blocks that outlive the hooks (destructors of other libraries, threads that run on) go back to the "
+             "allocator.")
     def test_blocks_cross_the_ends_of_the_checker(self):
         """A library older than the hooks and younger than their end: no abort, no report, the bytes kept."""
         for arguments in ((), ("resize",)):
@@ -17,6 +21,7 @@ class Ends(case.Case):
                     process = self.run_victim("late_release", *arguments, config=config)
                     self.assert_ends(process)
                     self.assertTrue(process.said("finished"))
+                    self.assertEqual(process.said("hook"), [0])
 
     def test_status_and_output_of_every_way_out(self):
         ways = {"exit 3": 3, "leave 4": 4, "raise 15": -15, "raise 6": -6}
@@ -28,6 +33,18 @@ class Ends(case.Case):
                     driver.send(way)
                     self.assertEqual((driver.finish(), driver.out), (status, ""))
 
+    @promise("`_exit` and deadly signals skip all this: what was flushed by then is a log of whole records.")
+    def test_process_that_skips_its_exit_leaves_whole_records(self):
+        for way in ("leave 4", "raise 9", "raise 11"):
+            driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=2800")
+            driver.repeat(35, "malloc 10")
+            driver.send(way)
+            driver.finish()
+            self.assertEqual(driver.out, "")
+            log = read_log(self.log_path(driver, "quarlAll"))
+            self.assertEqual(([record.seq_num for record in log.records], log.time), (list(range(1, 31)), 0))
+
+    @promise("`exit` may be called anywhere, also in a signal handler that interrupted the checker.")
     def test_exit_from_a_thread_and_beside_a_parked_one(self):
         driver = self.driver("")
         parked, leaver = driver.spawn(), driver.spawn()
@@ -38,18 +55,21 @@ class Ends(case.Case):
         leaver.send("exit 9")
         self.assertEqual((driver.finish(end_input=False), driver.out), (9, double_free(block)))
 
+    @promise("`exit` may be called anywhere, also in a signal handler that interrupted the checker.")
     def test_exit_in_a_handler_on_an_alternate_stack(self):
         for config in ("", "QUARL_OUTPUT_LOG=1"):
             process = self.run_victim("alternate_stack", config=config)
             self.assert_ends(process, status=5)
             self.assertTrue(process.said("block"))
 
+    @promise("`exit` may be called anywhere, also in a signal handler that interrupted the checker.")
     def test_exit_in_a_handler_that_interrupted_a_hook(self):
         for config in ("", "QUARL_OUTPUT_LOG=1"):
             for microseconds in range(3000, 8000, 377):
                 process = self.run_victim("exit_in_hook", microseconds, config=config)
                 self.assert_ends(process, status=5)
 
+    @promise("Threads that still allocate go on without them.")
     def test_exit_while_threads_allocate(self):
         for config in ("", "QUARL_OUTPUT_LOG=1", "QUARL_ALL=1 QUARL_PROF=1 QUARL_THREAD=1"):
             for way in ("exit 6", "raise 15"):
@@ -72,6 +92,7 @@ class Ends(case.Case):
 
 
 class Children(case.Case):
+    @promise("The child goes on checking, under its own process id.")
     def test_forked_child_is_checked_and_has_logs_of_its_own(self):
         driver = self.driver("QUARL_OUTPUT_LOG=1")
         block = driver.malloc(100)
@@ -93,6 +114,7 @@ class Children(case.Case):
             self.assertTrue(all(record.tid == answer.number for record in child.records))
         self.assertLessEqual(set(self.files()), {child_log.name, self.log_path(driver, "quarlAll").name})
 
+    @promise("The child goes on checking, under its own process id.")
     def test_faults_in_a_child_are_found(self):
         driver = self.driver("")
         block = driver.malloc(100)
@@ -102,6 +124,17 @@ class Children(case.Case):
         driver.check()  # the parent's bytes are whole
         self.assert_ends(driver, driver.out)
 
+    @promise("It has none of its parent's log descriptors, timer and agent.")
+    def test_child_has_no_clock_of_its_parents(self):
+        """The timer does not tick in the child, and a file that asks for snapshots, but for no clock, gets none there."""
+        driver = self.driver("QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1 QUARL_SNAP_INTERVAL=100")
+        self.configure("QUARL_SNAP_INTERVAL=100 QUARL_SNAP_DETAIL=1")
+        answer = driver.do(f"fork malloc 10;raise {signal.SIGUSR1};malloc 20;exit 0")
+        self.assertEqual(answer, 0)
+        self.assert_ends(driver)
+        self.assertEqual([name for name in self.files() if "autosnap" in name], [self.log_path(driver, "quarl_autosnap").name])
+
+    @promise("A fork waits for the lock, so the child finds everything whole.")
     def test_fork_in_a_thread_while_others_hold_blocks(self):
         driver = self.driver("QUARL_THREAD=1 QUARL_HEAD_TIME=2")
         workers = [driver.spawn() for _ in range(3)]
@@ -111,6 +144,7 @@ class Children(case.Case):
             driver.free(block)
         self.assert_ends(driver)
 
+    @promise("A program started by exec is checked from its own beginning.")
     def test_program_started_by_exec_is_checked_from_its_beginning(self):
         driver = self.driver("")
         driver.malloc(10)
@@ -124,6 +158,7 @@ class Children(case.Case):
         driver.release()
         self.assertEqual((driver.finish(), driver.out), (0, text + f"task: {driver.pid} exit!!\n"))
 
+    @promise("A log stays in the directory in which it was created when the application changes directory.")
     def test_changing_the_directory_scatters_nothing(self):
         elsewhere = self.directory / "elsewhere"
         elsewhere.mkdir()

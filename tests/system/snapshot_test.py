@@ -6,11 +6,13 @@ import time
 import case
 from header import read_header
 from log_file import ALLOCATED, SLOP_HEAD, SLOP_TAIL, read_log
+from promise import promise
 from report_text import take_reports
 from tables import histogram
 
 
 class Snapshot(case.Case):
+    @promise("The last snapshot is written then, and the hooks are put back.")
     def test_exit_snapshot_lists_what_is_held(self):
         before = int(time.time())
         driver = self.driver("QUARL_PRINT_PROFINFO=1")
@@ -71,6 +73,21 @@ class Snapshot(case.Case):
             self.assertEqual([record.address for record in log.records[:kept]], blocks)
             self.assertEqual(log.stats.counts()["malloc"][0], 250)
         self.assert_ends(driver)
+
+    def test_from_file_byte_is_that_of_each_record(self):
+        """The records of blocks take the places that mappings of files had in the buffer."""
+        (self.directory / "file").write_bytes(b"x" * 4096)
+        for config, kind in (("", "quarl"), ("QUARL_HEAD_TID=0 QUARL_HEAD_TIME=0 QUARL_HEAD_STACKDEPTH=0", "quarl")):
+            driver = self.driver(config)
+            descriptor = driver.open("file", 0)
+            driver.repeat(5, f"mmap 0 4096 1 2 {descriptor} 0")
+            driver.do(f"raise {signal.SIGUSR1}")
+            driver.repeat(5, "malloc 10")
+            self.assert_ends(driver)
+            records = read_log(self.log_path(driver, kind)).records
+            self.assertEqual([record.from_file for record in records], [0] * 5 + [1] * 5)
+            if config:
+                self.assertEqual({(record.tid, record.time, record.seq_num, record.depth) for record in records[:5]}, {(0, 0, 0, 0)})
 
     def test_faults_met_on_the_way_are_reported_and_recorded(self):
         driver = self.driver("QUARL_SLOPOVER_EXIT=0")

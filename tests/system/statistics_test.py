@@ -5,6 +5,7 @@ import signal
 
 import case
 from log_file import read_log
+from promise import promise
 from tables import histogram, saved, statistics
 
 PAGE = 4096
@@ -30,6 +31,8 @@ class Statistics(case.Case):
         self.assertGreaterEqual(peak, size)
         self.assertEqual(table.split("unfree mem size from")[0], statistics(size, peak, **rows).split("unfree mem size from")[0])
 
+    @promise("The held bytes and the peak in the statistics count what the application asked for, not what the "
+             "allocator used.")
     def test_every_kind_of_call(self):
         driver = self.driver("QUARL_PRINT_PROFINFO=1")
         self.assert_table(driver)

@@ -7,6 +7,7 @@ import time
 import case
 from header import read_header
 from log_file import ALLOCATED, read_chain, read_log
+from promise import promise
 from report_text import take_reports
 
 CLOCK = "QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1 "
@@ -40,6 +41,21 @@ class Clock(case.Case):
                 self.assertEqual(self.now(driver) > 0, runs)
                 self.assert_ends(driver)
 
+    @promise("With `QUARL_TIMER_SIG` the timer takes another signal, and `SIGALRM` is left to the application.")
+    def test_other_signal_leaves_sigalrm_to_the_program(self):
+        driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK)
+        self.assertGreater(self.now(driver), 0)
+        driver.do(f"handle {signal.SIGALRM} malloc 77")
+        driver.do(f"raise {signal.SIGALRM}")
+        self.assertEqual(read_header(driver, driver.answer(900)).size, 77)
+        driver.do(f"raise {signal.SIGUSR2}")  # the checker's
+        self.assert_ends(driver)
+        driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK)
+        driver.send(f"raise {signal.SIGALRM}")  # its default action
+        self.assertEqual(driver.finish(), -signal.SIGALRM)
+
+    @promise("`SIGALRM` belongs to the interval timer, or to `QUARL_SLOPOVER_TIMER`: the handler that is installed"
+             " last has it.")
     def test_handler_installed_last_has_the_signal(self):
         driver = self.driver(CLOCK + "QUARL_TIMER=1 QUARL_SLOPOVER_TIMER=1 QUARL_SLOPOVER_EXIT=0")
         block = driver.malloc(10)
@@ -88,12 +104,24 @@ class Chain(case.Case):
             self.assertEqual([snapshot.end - snapshot.start for snapshot in chain], [length] * len(chain))
             self.assertEqual([snapshot.record_count for snapshot in chain], [0] * len(chain))
 
+    @promise("The last snapshot is written then, and the hooks are put back.")
     def test_exit_takes_the_last_snapshot(self):
         driver = self.driver(CLOCK + "QUARL_SNAP_INTERVAL=100 QUARL_SNAP_DETAIL=1")
         block = driver.malloc(10)
         self.assert_ends(driver)
         [snapshot] = self.check_chain(self.log_path(driver, "quarl_autosnap"))
         self.assertEqual([record.address for record in snapshot.records], [block])
+
+    def test_tick_before_the_interval_is_over_writes_nothing(self):
+        for interval in (100, 0):
+            driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK + f"QUARL_TIME_INTERVAL=1000 QUARL_SNAP_INTERVAL={interval}")
+            for _ in range(3):
+                driver.do(f"raise {signal.SIGUSR2}")
+            driver.free(driver.malloc(10))
+            path = self.log_path(driver, "quarl_autosnap")
+            self.assertFalse(path.exists())
+            self.assert_ends(driver)
+            self.assertEqual(path.exists(), interval != 0)
 
     def test_snapshots_while_threads_allocate(self):
         driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1")
