@@ -4,7 +4,7 @@ import mmap
 import struct
 
 import case
-from log_file import read_log
+from log_file import ALLOCATED, FAILED, RELEASED, read_log
 
 PAGE = 4096
 ANONYMOUS = "3 34 -1 0"
@@ -64,6 +64,45 @@ class Mappings(case.Case):
         # a part of a recorded mapping counts with its own length, and as anonymous when it finds no record
         self.assertEqual(log.stats.counts()["munmap"], (6, 0, 8192 + 8192 + 4 * PAGE))
         self.assertEqual(log.stats.counts()["munmap file"], (2, 0, 8192 + 5000))
+
+    def test_from_file_is_told_by_flags_and_descriptor(self):
+        """An anonymous mapping stays one when a descriptor is given with it, as programs do; a failed one counts alike."""
+        (self.directory / "file").write_bytes(b"x" * PAGE)
+        for config, names in (("", ("mmap", "mmap file")), ("QUARL_MMAP=0", ("mmap", "mmap"))):
+            with self.subTest(config):
+                driver = self.driver("QUARL_OUTPUT_LOG=1 " + config)
+                descriptor = driver.open("file", 0)
+                anonymous = driver.do(f"mmap 0 {PAGE} 3 34 {descriptor} 0")
+                driver.do(f"mmap 0 {PAGE} 1 2 {descriptor} 0")
+                self.assertEqual(driver.do("mmap 0 0 3 34 -1 0").number, 22)
+                self.assertEqual(driver.do(f"mmap 0 0 1 2 {descriptor} 0").number, 22)
+                self.assertEqual(driver.do(f"mmap 0 {PAGE} 1 2 -1 0").number, 9)  # of no file: bad descriptor
+                self.assertEqual(driver.munmap(1, 100).number, 22)
+                driver.munmap(anonymous, PAGE)
+                self.assert_ends(driver)
+                log = read_log(self.log_path(driver, "quarlAll"))
+                counts = log.stats.counts()
+                expected = {"mmap": (3, 2, PAGE), "mmap file": (2, 1, PAGE)} if not config else {"mmap": (5, 3, 2 * PAGE)}
+                self.assertEqual(counts, {**expected, "munmap": (2, 1, PAGE)})
+                made = [record for record in log.records if record.kind == ALLOCATED]
+                self.assertEqual([record.from_file for record in made], [0, 1] if not config else [])
+                self.assertEqual([record.kind for record in log.records if record not in made], [FAILED] * 4 + [RELEASED])
+                self.assertTrue(all(0 not in record.trace and len(record.trace) > 1 for record in log.records))
+
+    def test_from_file_byte_is_that_of_each_record(self):
+        """Every record takes the place of a file's in a buffer of one."""
+        (self.directory / "file").write_bytes(b"x" * PAGE)
+        driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=280")
+        descriptor = driver.open("file", 0)
+        block = driver.malloc(10)
+        for command in ("malloc 20", f"realloc {block} 4000", "malloc 0", "free 0", "munmap 1 100"):
+            driver.do(f"mmap 0 {PAGE} 1 2 {descriptor} 0")
+            driver.do(command)
+        self.assert_ends(driver)
+        records = read_log(self.log_path(driver, "quarlAll")).records
+        self.assertEqual([(record.brief()[0], record.from_file) for record in records],
+                         [("malloc", 0), ("mmap", 1), ("malloc", 0), ("mmap", 1), ("realloc release", 0), ("realloc", 0),
+                          ("mmap", 1), ("malloc", 0), ("mmap", 1), ("free", 0), ("mmap", 1), ("munmap", 0)])
 
     def test_offset_beyond_four_gigabytes(self):
         path = self.directory / "big"
