@@ -6,6 +6,7 @@ from collections import Counter
 import case
 import process
 from log_file import ALLOCATED, OPERATIONS, RELEASED, read_chain, read_log
+from promise import promise
 
 SIGNALS = "QUARL_TIMER_SIG=SIGUSR2 QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_SLOPOVER_USER=40 "
 NAMES = {"malloc": "malloc", "realloc": "realloc", "free": "free", "memalign": "memalign", "realloc_release": "realloc release"}
@@ -19,23 +20,26 @@ def own(record):
 class Stress(case.Case):
     rounds = int(os.environ.get("QUARL_STRESS_ROUNDS", 0))
 
-    def storm(self, config, modes, rounds, again=()):
+    def stress(self, config, modes, rounds, again=()):
         process.DEADLINE = 240 + 2 * self.rounds
-        storm = self.run_victim("storm", self.rounds or rounds, modes, *again, config=config)
-        self.assert_ends(storm)
-        return storm
+        stress = self.run_victim("stress", self.rounds or rounds, modes, *again, config=config)
+        self.assert_ends(stress)
+        return stress
 
+    @promise("A fork waits for the lock, so the child finds everything whole.",
+             "Nothing that runs under the lock is a cancellation point, so a cancelled thread never takes the lock"
+             " with it.")
     def test_everything_at_once(self):
         """Children, programs started, threads cancelled and signals of all three kinds, in both kinds of log."""
-        victim = self.target.victim("storm")
+        victim = self.target.victim("stress")
         command, _ = self.target.command(victim, (1, "-"), {"QUARL_CFG_FILE": "none"}, True)
         if self.target.emulated:
             command[0] = "/usr/bin/qemu-arm"
         for config in ("", "QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=5600"):
             with self.subTest(config):
-                storm = self.storm(SIGNALS + config, "sfec", 100 if self.target.emulated else 400, command)
+                stress = self.stress(SIGNALS + config, "sfec", 100 if self.target.emulated else 400, command)
                 kind = "quarlAll" if config else "quarl"
-                log = read_log(self.log_path(storm, kind, program="storm"))
+                log = read_log(self.log_path(stress, kind, program="stress"))
                 if config:
                     live = replay(self, log.records)
                 else:
@@ -44,9 +48,9 @@ class Stress(case.Case):
 
     def test_logs_agree_with_what_the_program_did(self):
         config = SIGNALS + "QUARL_OUTPUT_LOG=1 QUARL_SNAP_INTERVAL=1000 QUARL_SNAP_DETAIL=1 QUARL_PROF=1 QUARL_THREAD=1"
-        storm = self.storm(config, "sk", 20 if self.target.emulated else 60)
-        log = read_log(self.log_path(storm, "quarlAll", program="storm"))
-        done = self.announced(storm)
+        stress = self.stress(config, "sk", 20 if self.target.emulated else 60)
+        log = read_log(self.log_path(stress, "quarlAll", program="stress"))
+        done = self.announced(stress)
         for tid, operations in done.items():
             mine = [record for record in log.records if record.tid == tid and own(record)]
             calls, totals = Counter(), Counter()
@@ -65,16 +69,16 @@ class Stress(case.Case):
         sequence = sorted(record.seq_num for record in log.records)
         self.assertEqual(len(set(sequence)), len(sequence))
         live = replay(self, log.records)
-        self.assertEqual({record.address for record in live.values() if own(record)}, set(storm.said("left")))
+        self.assertEqual({record.address for record in live.values() if own(record)}, set(stress.said("left")))
         self.assertEqual(sum(record.size for record in live.values()), log.stats.held)
-        last = read_chain(self.log_path(storm, "quarl_autosnap", program="storm"))[-1]
+        last = read_chain(self.log_path(stress, "quarl_autosnap", program="stress"))[-1]
         blocks = {record.address: record.size for record in last.records if record.operation in (0, 1, 4)}
         self.assertEqual(blocks, {address: record.size for address, record in live.items()})
 
-    def announced(self, storm):
+    def announced(self, stress):
         """{tid: {operation: (calls, bytes)}} as the program counted."""
-        tids, sizes = storm.said("tid"), storm.said("bytes")
-        columns = {name: storm.said(name) for name in NAMES}
+        tids, sizes = stress.said("tid"), stress.said("bytes")
+        columns = {name: stress.said(name) for name in NAMES}
         return {tid: {NAMES[name]: (columns[name][thread], sizes[thread * len(NAMES) + place])
                       for place, name in enumerate(NAMES)} for thread, tid in enumerate(tids)}
 

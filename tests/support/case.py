@@ -9,7 +9,7 @@ from pathlib import Path
 
 import target
 from process import Process
-from puppet import Puppet
+from driver import Driver
 
 
 class Case(unittest.TestCase):
@@ -35,18 +35,18 @@ class Case(unittest.TestCase):
         options.setdefault("directory", self.directory)
         return self._started(Process(self.target, self.target.victim(name), arguments, **options))
 
-    def puppet(self, config=None, **options):
+    def driver(self, config=None, **options):
         if config is not None:
             self.configure(config)
         options.setdefault("directory", self.directory)
-        return self._started(Puppet(self.target, **options))
+        return self._started(Driver(self.target, **options))
 
     def assert_ends(self, process, out="", err="", status=0):
         """The process ends with this status and has printed exactly this."""
         ended = process.finish()
         self.assertEqual((process.out, process.err, ended), (out, err, status))
 
-    def log_path(self, process, kind, prefix="", program="puppet"):
+    def log_path(self, process, kind, prefix="", program="driver"):
         name = f"{prefix}{self.target.process_name(program)}_{process.pid}_{kind}.log"
         return self.directory / name
 

@@ -1,4 +1,4 @@
-"""The words below a user pointer, read through a puppet."""
+"""The words below a user pointer, read through a driver."""
 
 from dataclasses import dataclass
 
@@ -25,25 +25,25 @@ class Header:
         return "".join(letter for letter, value in parts if value is not None)
 
 
-def read_header(puppet, block):
-    self_link, following, previous, size = (puppet.word(block - 4 * i) for i in range(1, 5))
+def read_header(driver, block):
+    self_link, following, previous, size = (driver.word(block - 4 * i) for i in range(1, 5))
     assert self_link & ~3 == block, f"{self_link:#x} in front of {block:#x}"
     assert not previous & 2
     at = block - 16
     tid = seq = time = operation = align = trace = None
     if self_link & 2:
         at -= 4
-        tid = puppet.word(at)
+        tid = driver.word(at)
     if previous & 1:
         at -= 8
-        seq, time = puppet.word(at + 4), puppet.word(at)
+        seq, time = driver.word(at + 4), driver.word(at)
     if self_link & 1:
         at -= 4
-        info = puppet.word(at)
+        info = driver.word(at)
         operation, align = info >> 8 & 15, info >> 16 & 0xFF
         assert info & 0xFF00F000 == 0, f"{info:#x}"
         if following & 1:
-            trace = [puppet.word(at - 4 * (info & 0xFF) + 4 * i) for i in range(info & 0xFF)]
+            trace = [driver.word(at - 4 * (info & 0xFF) + 4 * i) for i in range(info & 0xFF)]
     guard = bool(following & 2)
-    assert not guard or puppet.word(block + size) == GUARD
+    assert not guard or driver.word(block + size) == GUARD
     return Header(tid, time, seq, operation, align, trace, guard, size, following & ~3, previous & ~3)

@@ -30,6 +30,7 @@ def read_record(data, offset):
     head = struct.unpack_from("<IIIBBBBII", data, offset)
     words = struct.unpack_from("<64I", data, offset + 24)
     assert head[5] <= 64, f"depth {head[5]}"
+    assert not any(words[head[5]:]), "addresses behind the trace"
     return Record(*head, words[: head[5]])
 
 

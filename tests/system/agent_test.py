@@ -13,7 +13,8 @@ import unittest
 
 import case
 from header import read_header
-from report_text import take_reports
+from promise import promise
+from report_text import double_free, exit_line, take_reports
 from tables import statistics
 
 AGENT = "QUARL_DEMO_THREAD=1 QUARL_SLOPOVER_EXIT=0 "
@@ -40,38 +41,39 @@ def packet(text):
 
 class Agent(case.Case):
     def start(self, config=AGENT, expect_port=None):
-        puppet = self.puppet(config)
-        port = int(puppet.await_match(r"^Waiting for connect at port \[ (\d+) \]\n")[1])
-        self.waiting = puppet.out
-        return puppet, port
+        driver = self.driver(config)
+        port = int(driver.await_match(r"^Waiting for connect at port \[ (\d+) \]\n")[1])
+        self.waiting = driver.out
+        return driver, port
 
     @contextlib.contextmanager
-    def client(self, puppet, port):
+    def client(self, driver, port):
         with socket.create_connection(("127.0.0.1", port), 30) as client:
             yield client
 
-    def ended(self, puppet, text):
-        puppet.await_that(lambda: puppet.out.endswith(BROKEN + self.waiting), "the next round")
-        self.assertEqual(puppet.out, text)
+    def ended(self, driver, text):
+        driver.await_that(lambda: driver.out.endswith(BROKEN + self.waiting), "the next round")
+        self.assertEqual(driver.out, text)
 
     def round(self, inside=""):
         return CONNECTED + inside + BROKEN + self.waiting
 
+    @promise("A taken port 9000 makes it choose another one, which it prints.")
     def test_port_9000_or_a_free_one_that_stays(self):
         with socket.socket() as taken:
             taken.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
             taken.bind(("0.0.0.0", 9000))
             taken.listen()
-            puppet, port = self.start()
+            driver, port = self.start()
             self.assertNotEqual(port, 9000)
-            with self.client(puppet, port):
+            with self.client(driver, port):
                 pass
-            self.ended(puppet, self.waiting + self.round())
-            self.assertNotIn(puppet.read("srv_desc"), (0, 0xFFFFFFFF))
-        self.assert_ends(puppet, puppet.out)
-        puppet, port = self.start()
+            self.ended(driver, self.waiting + self.round())
+            self.assertNotIn(driver.read("srv_desc"), (0, 0xFFFFFFFF))
+        self.assert_ends(driver, driver.out)
+        driver, port = self.start()
         self.assertEqual(port, 9000)
-        self.assert_ends(puppet, self.waiting)
+        self.assert_ends(driver, self.waiting)
 
     def test_packets_of_every_shape(self):
         """Each case: the pieces that are sent, what is said about them, and the header items then in force."""
@@ -92,27 +94,27 @@ class Agent(case.Case):
                  ([packet("QUARL_HEAD_TID=1") * 1000 + off], "", "SICG")]
         for pieces, err, parts in cases:
             with self.subTest(pieces[0][:40]):
-                puppet, port = self.start()
-                with self.client(puppet, port) as client:
+                driver, port = self.start()
+                with self.client(driver, port) as client:
                     client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
                     for piece in pieces:
                         client.sendall(piece)
-                self.ended(puppet, self.waiting + self.round())
-                self.assertEqual(read_header(puppet, puppet.malloc(10)).items(), parts)
-                self.assert_ends(puppet, puppet.out, err)
+                self.ended(driver, self.waiting + self.round())
+                self.assertEqual(read_header(driver, driver.malloc(10)).items(), parts)
+                self.assert_ends(driver, driver.out, err)
 
     def test_actions_in_their_order(self):
-        puppet, port = self.start(AGENT + "QUARL_PRINT_PROFINFO=0")
-        block = puppet.malloc(10)
-        puppet.fill(block + 10, 0, 1)
-        with self.client(puppet, port) as client:
+        driver, port = self.start(AGENT + "QUARL_PRINT_PROFINFO=0")
+        block = driver.malloc(10)
+        driver.fill(block + 10, 0, 1)
+        with self.client(driver, port) as client:
             def after(text, count):
-                before = len(puppet.out)
+                before = len(driver.out)
                 client.sendall(packet(text))
                 client.sendall(packet("QUARL_END"))  # an unknown key acts on nothing and tells that the first is done
-                puppet.await_that(lambda: puppet.err.count("QUARL_END") == count, "end of a packet")
-                puppet.read_some(0)
-                return take_reports(puppet.out[before:] if count > 1 else puppet.out[before:].replace(CONNECTED, ""))
+                driver.await_that(lambda: driver.err.count("QUARL_END") == count, "end of a packet")
+                driver.read_some(0)
+                return take_reports(driver.out[before:] if count > 1 else driver.out[before:].replace(CONNECTED, ""))
             table = statistics(malloc=(1, 0, 10), size=10, peak=10)
             reports, rest = after("QUARL_MEM_CHECK=1", 1)
             self.assertEqual(([report.address for report in reports], rest), ([block], ""))
@@ -123,86 +125,154 @@ class Agent(case.Case):
             reports, rest = after("QUARL_MEM_CHECK=0", 4)
             self.assertEqual((len(reports), rest), (0, statistics()))
             self.assertEqual(after("QUARL_ALL=0", 5), ([], ""))
-            self.assertNotEqual(puppet.word(puppet.malloc(10) - 4) & 3, 3)
+            self.assertNotEqual(driver.word(driver.malloc(10) - 4) & 3, 3)
             self.assertEqual(after("QUARL_ALL=1", 6), ([], statistics()))
-        puppet.kill()
+            again = driver.malloc(10)  # the reset was for once
+            for count in (7, 8):
+                self.assertEqual(after("QUARL_ALL=1", count), ([], statistics(malloc=(1, 0, 10), size=10, peak=10)))
+            self.assertNotEqual(again, 0)
+        driver.kill()
 
     def test_clients_that_misbehave(self):
-        puppet, port = self.start()
+        driver, port = self.start()
         expected = self.waiting
         for linger in (False, True):  # one closes, one resets
             client = socket.create_connection(("127.0.0.1", port), 30)
-            puppet.await_that(lambda: puppet.out.endswith(CONNECTED), "connection")
+            driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
             if linger:
                 client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
             client.close()
-            puppet.await_that(lambda: puppet.out.endswith(self.waiting) and puppet.out.count(CONNECTED) == 1 + linger, "end")
-        self.assertIn(BROKEN, puppet.out)
-        with self.client(puppet, port) as stalled:
-            puppet.await_that(lambda: puppet.out.endswith(CONNECTED), "connection")
+            driver.await_that(lambda: driver.out.endswith(self.waiting) and driver.out.count(CONNECTED) == 1 + linger, "end")
+        self.assertIn(BROKEN, driver.out)
+        with self.client(driver, port) as stalled:
+            driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
             stalled.sendall(b"QUARL")
-            with self.client(puppet, port) as second:  # waits its turn, and loses it when the first goes
-                self.assertFalse(self.spins(puppet))
-                puppet.free(puppet.malloc(10))
+            with self.client(driver, port) as second:  # waits its turn, and loses it when the first goes
+                self.assertFalse(self.spins(driver))
+                driver.free(driver.malloc(10))
                 stalled.close()
-                puppet.await_that(lambda: puppet.out.endswith(self.waiting), "the next round")
+                driver.await_that(lambda: driver.out.endswith(self.waiting), "the next round")
                 with contextlib.suppress(ConnectionError):
                     self.assertEqual(second.recv(1), b"")
-        self.assertEqual(puppet.err, "Err item QUARL\n")
-        self.assert_ends(puppet, puppet.out, puppet.err)
+        self.assertEqual(driver.err, "Err item QUARL\n")
+        self.assert_ends(driver, driver.out, driver.err)
 
-    def spins(self, puppet, seconds=0.5):
+    def spins(self, driver, seconds=0.5):
         """Whether the process uses the processor while it has nothing to do."""
         def ticks():
-            with open(f"/proc/{puppet.pid}/stat") as file:
+            with open(f"/proc/{driver.pid}/stat") as file:
                 return sum(map(int, file.read().rsplit(")")[1].split()[11:13]))
         before, end = ticks(), time.monotonic() + seconds
         while time.monotonic() < end:
-            puppet.read_some(0.05)
+            driver.read_some(0.05)
         return ticks() - before > seconds * 50
+
+    def test_sockets_of_the_program_in_their_place_are_left_alone(self):
+        """What waits in them is neither read nor obeyed, and they stay open."""
+        ends = {"srv_socket_desc": "get packet error Bad file descriptor\n",
+                "srv_desc": "Access failed, Bad file descriptor\nqr_demo_thread: accept connect failed\n"}
+        for symbol, message in ends.items():
+            with self.subTest(symbol):
+                driver, port = self.start()
+                said = self.waiting
+                with contextlib.ExitStack() as clients:
+                    if symbol == "srv_socket_desc":
+                        clients.enter_context(self.client(driver, port))
+                        driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
+                        said += CONNECTED
+                    taken = driver.await_that(lambda: (now := driver.read(symbol)) != 0xFFFFFFFF and now, "its descriptor")
+                    driver.dup2(driver.socket("QUARL_HEAD_TID=0"), taken)
+                    driver.await_that(lambda: driver.out == said + message, "the message")
+                    driver.await_that(lambda: self.threads(driver) == 1 + self.target.emulated, "the end of the agent")
+                    self.assertEqual(driver.receive(taken, 32), 32)
+                self.assertEqual(read_header(driver, driver.malloc(10)).items(), "TSICG")
+                self.assert_ends(driver, said + message)
+
+    def sockets(self, pid):
+        names = [f"/proc/{pid}/fd/{name}" for name in os.listdir(f"/proc/{pid}/fd")]
+        return sum(os.readlink(name).startswith("socket:") for name in names)
+
+    def threads(self, driver):
+        with open(f"/proc/{driver.pid}/status") as file:
+            return int(re.search(r"Threads:\t(\d+)", file.read())[1])
+
+    @promise("The agent sets `SIGPIPE` to be ignored in the whole process at its first connection.",
+             "Whoever can connect to the port of `QUARL_DEMO_THREAD`, at any local address, changes the checker's "
+             "configuration in the process.")
+    def test_connection_by_any_address_changes_the_configuration_and_ignores_sigpipe(self):
+        driver, port = self.start()
+        self.assertEqual(driver.do("fork raise 13"), 13)
+        with socket.create_connection(("127.1.2.3", port), 30) as client:
+            client.sendall(packet("QUARL_HEAD_TID=0"))
+        driver.await_that(lambda: driver.out.endswith(BROKEN + self.waiting), "the next round")
+        self.assertEqual(read_header(driver, driver.malloc(10)).items(), "SICG")
+        self.assertEqual(driver.do("raise 13"), 0)
+        self.assert_ends(driver, driver.out)
+
+    @promise("The agent does not keep a process alive: when it is the only thread left, it ends the process with "
+             "status 0.")
+    def test_process_ends_when_only_the_agent_is_left(self):
+        """While another thread runs it stays, without its main thread as well."""
+        if self.target.emulated:
+            self.skipTest("the emulator has a thread of its own")
+        driver, _ = self.start()
+        worker = driver.spawn()
+        block = driver.malloc(10)
+        driver.free(block)
+        worker.send(f"free {block:#x}")
+        driver.await_that(lambda: driver.out == self.waiting + double_free(block), "report")
+        driver.send("end_thread")
+        self.assertFalse(self.spins(driver, 1.5))  # more than one look of the agent
+        driver.release(worker.tid)
+        self.assertEqual(driver.finish(end_input=False), 0)
+        self.assertEqual(driver.out, self.waiting + double_free(block) + exit_line(worker.tid))
 
     def test_descriptors_closed_by_the_program(self):
         """The connection's: the agent says so and ends. The listening one: missed by nobody until the next round."""
         ends = {"srv_socket_desc": "get packet error Bad file descriptor\n", "srv_desc": BROKEN}
         for symbol, message in ends.items():
             with self.subTest(symbol):
-                puppet, port = self.start()
-                with self.client(puppet, port) as client:
-                    puppet.await_that(lambda: puppet.out.endswith(CONNECTED), "connection")
-                    puppet.await_that(lambda: puppet.read("srv_socket_desc") != 0xFFFFFFFF, "its descriptor")
-                    puppet.close(puppet.read(symbol))
+                driver, port = self.start()
+                with self.client(driver, port) as client:
+                    driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
+                    driver.await_that(lambda: driver.read("srv_socket_desc") != 0xFFFFFFFF, "its descriptor")
+                    driver.close(driver.read(symbol))
                     client.sendall(packet("QUARL_HEAD_TID=0"))
-                puppet.await_that(lambda: message in puppet.out, "the message")
-                self.assertFalse(self.spins(puppet))
+                driver.await_that(lambda: message in driver.out, "the message")
+                self.assertFalse(self.spins(driver))
                 again = self.waiting if symbol == "srv_desc" else ""
-                self.assert_ends(puppet, self.waiting + CONNECTED + message + again)
+                self.assert_ends(driver, self.waiting + CONNECTED + message + again)
 
+    @promise("It has none of its parent's log descriptors, timer and agent.")
     def test_gone_in_a_child_and_absent_when_off(self):
-        puppet, port = self.start()
-        self.assertEqual(puppet.do("fork repeat 10 malloc 10"), 0)
-        with self.client(puppet, port) as client:
+        driver, port = self.start()
+        child = driver.stopped_child("repeat 10 malloc 10")
+        self.assertEqual((self.sockets(child), self.sockets(driver.pid) > 0), (0, True))
+        os.kill(child, signal.SIGCONT)
+        self.assertEqual(driver.answer(), 0)
+        with self.client(driver, port) as client:
             client.sendall(packet("QUARL_HEAD_TID=0"))
-        self.ended(puppet, self.waiting + self.round())
-        self.assert_ends(puppet, puppet.out)
-        puppet = self.puppet("QUARL_DEMO_THREAD=0")
-        with open(f"/proc/{puppet.pid}/status") as file:
+        self.ended(driver, self.waiting + self.round())
+        self.assert_ends(driver, driver.out)
+        driver = self.driver("QUARL_DEMO_THREAD=0")
+        with open(f"/proc/{driver.pid}/status") as file:
             threads = re.search(r"Threads:\t(\d+)", file.read())[1]
-        self.assertEqual((puppet.read("srv_desc"), threads if not self.target.emulated else "1"), (0xFFFFFFFF, "1"))
-        self.assert_ends(puppet)
+        self.assertEqual((driver.read("srv_desc"), threads if not self.target.emulated else "1"), (0xFFFFFFFF, "1"))
+        self.assert_ends(driver)
 
     def test_signals_of_the_program_stay_away_and_packets_arrive_under_load(self):
-        puppet, port = self.start(AGENT + "QUARL_THREAD=1")
-        worker = puppet.spawn()
+        driver, port = self.start(AGENT + "QUARL_THREAD=1")
+        worker = driver.spawn()
         worker.send("repeat 30000 free 0")
-        with self.client(puppet, port) as client:
+        with self.client(driver, port) as client:
             for index in range(300):
                 client.sendall(packet(f"QUARL_HEAD_TID={index % 2}"))
                 if index % 30 == 0:
-                    puppet.signal(signal.SIGUSR1)
-        puppet.answer(worker.number)
-        self.ended(puppet, self.waiting + self.round())
-        self.assertNotIn("interrupted", puppet.out)
-        self.assert_ends(puppet, puppet.out)
+                    driver.signal(signal.SIGUSR1)
+        driver.answer(worker.number)
+        self.ended(driver, self.waiting + self.round())
+        self.assertNotIn("interrupted", driver.out)
+        self.assert_ends(driver, driver.out)
 
 
 if __name__ == "__main__":

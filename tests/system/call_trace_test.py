@@ -3,6 +3,7 @@
 import case
 import log_file
 import symbols
+from promise import promise
 from report_text import take_reports
 
 LOGGED = "QUARL_OUTPUT_LOG=1"
@@ -22,6 +23,7 @@ class CallTrace(case.Case):
         self.assertEqual([list(record.trace) for record in made], [report.trace] * 2)
         return symbols.names(self.target, log, report.trace)
 
+    @promise("A trace holds what the chain of frame pointers tells.")
     def test_trace_leads_from_the_allocation_to_main(self):
         for victim in ("deep_calls", "deep_calls_fixed"):
             with self.subTest(victim):
@@ -36,6 +38,40 @@ class CallTrace(case.Case):
             with self.subTest(depth):
                 self.assertEqual(self.trace_of("deep_calls", config=f"{LOGGED} QUARL_HEAD_STACKDEPTH={depth}"), expected)
 
+    def deep_trace(self, *arguments, status=0):
+        """The functions that lead to the block that is made more than a page below its caller's caller."""
+        process = self.run_victim("alternate_stack", *arguments, config=LOGGED)
+        self.assert_ends(process, status=status)
+        log = log_file.read_log(self.log_path(process, "quarlAll", program="alternate_stack"))
+        [trace] = {record.trace for record in log.records if record.size == 77}
+        return [symbols.function_of(self.target, log, address) for address in trace[:3]]
+
+    @promise("A trace holds what the chain of frame pointers tells.")
+    def test_alternate_signal_stack_is_followed(self):
+        self.assertEqual(self.deep_trace(status=5), ["malloc", "allocate_deep", "handler"])
+
+    @promise("On stacks of unknown origin (coroutines) it ends within a page.")
+    def test_stack_of_unknown_origin_is_followed_within_a_page(self):
+        self.assertIn(self.deep_trace("coroutine"), (["malloc"], ["malloc", "allocate_deep"]))
+
+    @promise("Code of a library loaded late is recognised at its first appearance.")
+    def test_late_library_is_recognised(self):
+        """Its code is new to the checker, and stands in the trace of its first allocation."""
+        driver = self.driver(LOGGED)
+        driver.malloc(10)
+        self.assertNotEqual(driver.dlopen(self.target.build / "victims" / "liblate.so"), 0)
+        function = driver.symbol("late_allocation")
+        driver.call(function)
+        self.assert_ends(driver)
+        log = log_file.read_log(self.log_path(driver, "quarlAll"))
+        [made] = [record for record in log.records if record.size == 4321 and record.kind == log_file.ALLOCATED]
+        self.assertTrue(function < made.trace[2] < function + 100)
+        if not self.target.emulated:  # the emulator shows the maps as they were when they were opened
+            trace = symbols.names(self.target, log, made.trace)
+            self.assertEqual((trace[:4], trace[-1]), (["malloc", "late_helper", "late_allocation", "do_call"], "main"))
+
+    @promise("It never leaves the thread's stack and follows only addresses of code, so binaries without frame "
+             "pointers give short traces and never a crash.")
     def test_garbage_frame_pointers_never_crash(self):
         victims = ["frameless", "frames_omitted", "alternate_stack"] + ["thumb_code"] * self.target.emulated
         for victim in victims:

@@ -2,11 +2,13 @@
 
 import case
 from header import read_header
+from promise import promise
 
 ALL_PARTS = "TSICG"
 
 
 class Lines(case.Case):
+    @promise("Messages go to descriptor 1 (a few to 2), each with one `write`, past the application's stdio.")
     def test_messages_about_lines(self):
         unknown, torn = "Item {} is not support\n".format, "Err item {}\n".format
         cases = [
@@ -28,9 +30,9 @@ class Lines(case.Case):
         for text, message in cases:
             with self.subTest(text):
                 (self.directory / "quarlcfg.ini").write_text(text)
-                puppet = self.puppet()
-                self.assertEqual(read_header(puppet, puppet.malloc(10)).items(), ALL_PARTS)
-                self.assert_ends(puppet, "", message)
+                driver = self.driver()
+                self.assertEqual(read_header(driver, driver.malloc(10)).items(), ALL_PARTS)
+                self.assert_ends(driver, "", message)
 
     def test_lines_that_take_effect(self):
         long = "x" * 73 + " " * (127 - len("QUARL_HEAD_TID=0")) + "QUARL_HEAD_TID=0\n"
@@ -52,29 +54,29 @@ class Lines(case.Case):
         for text, parts in cases:
             with self.subTest(text):
                 (self.directory / "quarlcfg.ini").write_text(text)
-                puppet = self.puppet()
-                self.assertEqual(read_header(puppet, puppet.malloc(10)).items(), parts)
-                self.assert_ends(puppet)
+                driver = self.driver()
+                self.assertEqual(read_header(driver, driver.malloc(10)).items(), parts)
+                self.assert_ends(driver)
 
     def test_where_the_file_is_looked_for(self):
         other = self.directory / "other.cfg"
         other.write_text("QUARL_HEAD_TID=0\n")
         self.configure("QUARL_HEAD_TIME=0")
         for path, parts in ((None, "TICG"), (other, "SICG"), ("missing.cfg", ALL_PARTS)):
-            puppet = self.puppet(environment={"QUARL_CFG_FILE": str(path)} if path else {})
-            self.assertEqual(read_header(puppet, puppet.malloc(10)).items(), parts)
-            self.assert_ends(puppet)
+            driver = self.driver(environment={"QUARL_CFG_FILE": str(path)} if path else {})
+            self.assertEqual(read_header(driver, driver.malloc(10)).items(), parts)
+            self.assert_ends(driver)
 
 
 class Items(case.Case):
     def test_switches_take_the_header_away(self):
         for config in ("QUARL_ALL=0", "QUARL_MEM_HEAD=0"):
-            puppet = self.puppet(config)
-            block = puppet.malloc(10)
-            self.assertNotEqual(puppet.word(block - 4) & ~3, block)
-            puppet.free(puppet.realloc(block, 100000))
+            driver = self.driver(config)
+            block = driver.malloc(10)
+            self.assertNotEqual(driver.word(block - 4) & ~3, block)
+            driver.free(driver.realloc(block, 100000))
             self.assertEqual(self.files(), [])
-            self.assert_ends(puppet)
+            self.assert_ends(driver)
 
     def test_numbers_and_signals_in_the_exported_words(self):
         cases = [("QUARL_TIMER_SIG=SIGUSR2", "qr_sig_num", 12), ("QUARL_TIMER_SIG=1", "qr_sig_num", 14),
@@ -87,9 +89,9 @@ class Items(case.Case):
                  ("", "srv_desc", 0xFFFFFFFF), ("", "recv_buffer", 0)]
         for config, symbol, value in cases:
             with self.subTest(config + " " + symbol):
-                puppet = self.puppet(config)
-                self.assertEqual(puppet.read(symbol), value)
-                self.assert_ends(puppet)
+                driver = self.driver(config)
+                self.assertEqual(driver.read(symbol), value)
+                self.assert_ends(driver)
 
     def test_items_that_depend_on_others(self):
         refused = "Can not set thread type.For the PROF function is not set.\n"
@@ -107,10 +109,10 @@ class Items(case.Case):
     def test_log_names(self):
         for config, prefix in (("QUARL_OUTPUT_LOG=1", ""), ("QUARL_OUTPUT_LOG=1 QUARL_LOG_FILENAME=1", ""),
                                ("QUARL_LOG_FILENAME=run QUARL_OUTPUT_LOG=1 QUARL_LOG_FILENAME=two", "run_")):
-            puppet = self.puppet(config)
-            self.assertEqual(self.files(), [self.log_path(puppet, "quarlAll", prefix).name])
-            self.assert_ends(puppet)
-            self.log_path(puppet, "quarlAll", prefix).unlink()
+            driver = self.driver(config)
+            self.assertEqual(self.files(), [self.log_path(driver, "quarlAll", prefix).name])
+            self.assert_ends(driver)
+            self.log_path(driver, "quarlAll", prefix).unlink()
 
 
 class Headers(case.Case):
@@ -118,26 +120,26 @@ class Headers(case.Case):
         parts = {"QUARL_HEAD_TID": "T", "QUARL_HEAD_TIME": "S", "QUARL_HEAD_STACKDEPTH": "C", "QUARL_SLOPOVER": "G"}
         for mask in range(16):
             chosen = {key: mask >> i & 1 for i, key in enumerate(parts)}
-            puppet = self.puppet("".join(f"{key}={value} " for key, value in chosen.items()))
-            made = {0: puppet.malloc(100), 1: puppet.realloc(0, 100), 4: puppet.memalign(16, 100)}
+            driver = self.driver("".join(f"{key}={value} " for key, value in chosen.items()))
+            made = {0: driver.malloc(100), 1: driver.realloc(0, 100), 4: driver.memalign(16, 100)}
             for sequence, (operation, block) in enumerate(made.items(), 1):
                 with self.subTest(chosen, operation=operation):
-                    header = read_header(puppet, block)
+                    header = read_header(driver, block)
                     expected = {parts[key] for key, value in chosen.items() if value}
                     if operation or "C" in expected:
                         expected.add("I")
                     self.assertEqual(set(header.items()), expected)
-                    self.assertEqual(header.tid, puppet.pid if "T" in expected else None)
+                    self.assertEqual(header.tid, driver.pid if "T" in expected else None)
                     self.assertEqual((header.seq_num, header.time), (sequence, 0) if "S" in expected else (None, None))
                     if "I" in expected:
                         self.assertEqual((header.operation, header.align_log2), (operation, 4 if operation == 4 else 3))
                     self.assertEqual(header.size, 100)
-            self.assertEqual([read_header(puppet, block).next for block in made.values()], [made[1], made[4], 0])
-            self.assertEqual([read_header(puppet, block).prev for block in made.values()], [0, made[0], made[1]])
-            puppet.free(made[1])
-            self.assertEqual(puppet.word(made[1] - 4), 0xD8675309)
-            self.assertEqual((read_header(puppet, made[0]).next, read_header(puppet, made[4]).prev), (made[4], made[0]))
-            self.assert_ends(puppet)
+            self.assertEqual([read_header(driver, block).next for block in made.values()], [made[1], made[4], 0])
+            self.assertEqual([read_header(driver, block).prev for block in made.values()], [0, made[0], made[1]])
+            driver.free(made[1])
+            self.assertEqual(driver.word(made[1] - 4), 0xD8675309)
+            self.assertEqual((read_header(driver, made[0]).next, read_header(driver, made[4]).prev), (made[4], made[0]))
+            self.assert_ends(driver)
 
 
 if __name__ == "__main__":

@@ -5,10 +5,14 @@ import signal
 import case
 from header import read_header
 from log_file import read_log
+from promise import promise
 from report_text import double_free, take_reports
 
 
 class Ends(case.Case):
+    @promise("The last snapshot is written then, and the hooks are put back.",
+             "Blocks that outlive the hooks (destructors of other libraries, threads that run on) go back to the "
+             "allocator.")
     def test_blocks_cross_the_ends_of_the_checker(self):
         """A library older than the hooks and younger than their end: no abort, no report, the bytes kept."""
         for arguments in ((), ("resize",)):
@@ -17,139 +21,170 @@ class Ends(case.Case):
                     process = self.run_victim("late_release", *arguments, config=config)
                     self.assert_ends(process)
                     self.assertTrue(process.said("finished"))
+                    self.assertEqual(process.said("hook"), [0])
 
     def test_status_and_output_of_every_way_out(self):
         ways = {"exit 3": 3, "leave 4": 4, "raise 15": -15, "raise 6": -6}
         for way, status in ways.items():
             for config in ("", "QUARL_OUTPUT_LOG=1 QUARL_HEAD_TIME=2"):
                 with self.subTest(way, config=config):
-                    puppet = self.puppet(config)
-                    puppet.malloc(10)
-                    puppet.send(way)
-                    self.assertEqual((puppet.finish(), puppet.out), (status, ""))
+                    driver = self.driver(config)
+                    driver.malloc(10)
+                    driver.send(way)
+                    self.assertEqual((driver.finish(), driver.out), (status, ""))
 
+    @promise("`_exit` and deadly signals skip all this: what was flushed by then is a log of whole records.")
+    def test_process_that_skips_its_exit_leaves_whole_records(self):
+        for way in ("leave 4", "raise 9", "raise 11"):
+            driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=2800")
+            driver.repeat(35, "malloc 10")
+            driver.send(way)
+            driver.finish()
+            self.assertEqual(driver.out, "")
+            log = read_log(self.log_path(driver, "quarlAll"))
+            self.assertEqual(([record.seq_num for record in log.records], log.time), (list(range(1, 31)), 0))
+
+    @promise("`exit` may be called anywhere, also in a signal handler that interrupted the checker.")
     def test_exit_from_a_thread_and_beside_a_parked_one(self):
-        puppet = self.puppet("")
-        parked, leaver = puppet.spawn(), puppet.spawn()
-        block = puppet.malloc(10)
-        puppet.free(block)
+        driver = self.driver("")
+        parked, leaver = driver.spawn(), driver.spawn()
+        block = driver.malloc(10)
+        driver.free(block)
         parked.send(f"free {block:#x}")
-        puppet.await_that(lambda: puppet.out, "report")
+        driver.await_that(lambda: driver.out, "report")
         leaver.send("exit 9")
-        self.assertEqual((puppet.finish(end_input=False), puppet.out), (9, double_free(block)))
+        self.assertEqual((driver.finish(end_input=False), driver.out), (9, double_free(block)))
 
+    @promise("`exit` may be called anywhere, also in a signal handler that interrupted the checker.")
     def test_exit_in_a_handler_on_an_alternate_stack(self):
         for config in ("", "QUARL_OUTPUT_LOG=1"):
             process = self.run_victim("alternate_stack", config=config)
             self.assert_ends(process, status=5)
             self.assertTrue(process.said("block"))
 
+    @promise("`exit` may be called anywhere, also in a signal handler that interrupted the checker.")
     def test_exit_in_a_handler_that_interrupted_a_hook(self):
         for config in ("", "QUARL_OUTPUT_LOG=1"):
             for microseconds in range(3000, 8000, 377):
                 process = self.run_victim("exit_in_hook", microseconds, config=config)
                 self.assert_ends(process, status=5)
 
+    @promise("Threads that still allocate go on without them.")
     def test_exit_while_threads_allocate(self):
         for config in ("", "QUARL_OUTPUT_LOG=1", "QUARL_ALL=1 QUARL_PROF=1 QUARL_THREAD=1"):
             for way in ("exit 6", "raise 15"):
-                puppet = self.puppet(config)
-                for worker in [puppet.spawn() for _ in range(4)]:
+                driver = self.driver(config)
+                for worker in [driver.spawn() for _ in range(4)]:
                     worker.send("repeat 100000000 calloc 1 10;realloc 0 500;memalign 64 3")
-                puppet.malloc(10)
-                puppet.send(way)
-                self.assertEqual((puppet.finish(), puppet.out, puppet.err), (6 if "exit" in way else -15, "", ""))
+                driver.malloc(10)
+                driver.send(way)
+                self.assertEqual((driver.finish(), driver.out, driver.err), (6 if "exit" in way else -15, "", ""))
 
     def test_item_that_ends_the_process_during_a_reload(self):
-        puppet = self.puppet("QUARL_OUTPUT_LOG=1")
-        puppet.malloc(10)
+        driver = self.driver("QUARL_OUTPUT_LOG=1")
+        driver.malloc(10)
         self.configure("QUARL_SNAP_INTERVAL=3")
-        puppet.do(f"raise {signal.SIGUSR1}")
-        puppet.send("malloc 20")
-        self.assert_ends(puppet, "Get time function is invalid, can not get snapshot info of memory automatically!\n")
-        log = read_log(self.log_path(puppet, "quarlAll"))
+        driver.do(f"raise {signal.SIGUSR1}")
+        driver.send("malloc 20")
+        self.assert_ends(driver, "Get time function is invalid, can not get snapshot info of memory automatically!\n")
+        log = read_log(self.log_path(driver, "quarlAll"))
         self.assertEqual([record.brief()[:3] for record in log.records], [("malloc", 1, 10)])
 
 
 class Children(case.Case):
+    @promise("The child goes on checking, under its own process id.")
     def test_forked_child_is_checked_and_has_logs_of_its_own(self):
-        puppet = self.puppet("QUARL_OUTPUT_LOG=1")
-        block = puppet.malloc(100)
-        puppet.malloc(50)
-        answer = puppet.do(f"fork free {block:#x};malloc 7;exit 3")
+        driver = self.driver("QUARL_OUTPUT_LOG=1")
+        block = driver.malloc(100)
+        driver.malloc(50)
+        answer = driver.do(f"fork free {block:#x};malloc 7;exit 3")
         self.assertEqual(answer, 3 << 8)
-        child_log = self.log_path(puppet, "quarlAll").with_name(
-            self.log_path(puppet, "quarlAll").name.replace(str(puppet.pid), str(answer.number)))
-        puppet.free(block)
-        self.assert_ends(puppet)
-        own = read_log(self.log_path(puppet, "quarlAll"))
+        child_log = self.log_path(driver, "quarlAll").with_name(
+            self.log_path(driver, "quarlAll").name.replace(str(driver.pid), str(answer.number)))
+        driver.free(block)
+        self.assert_ends(driver)
+        own = read_log(self.log_path(driver, "quarlAll"))
         self.assertEqual([record.brief()[::2] for record in own.records], [("malloc", 100), ("malloc", 50), ("free", 100)])
-        self.assertTrue(all(record.tid == puppet.pid for record in own.records))
+        self.assertTrue(all(record.tid == driver.pid for record in own.records))
         self.assertEqual(own.stats.counts()["malloc"], (2, 0, 150))
         if child_log.exists():
             child = read_log(child_log)
             self.assertEqual(child.pid, answer.number)
             self.assertEqual([record.brief()[::2] for record in child.records], [("free", 100), ("malloc", 7)])
             self.assertTrue(all(record.tid == answer.number for record in child.records))
-        self.assertLessEqual(set(self.files()), {child_log.name, self.log_path(puppet, "quarlAll").name})
+        self.assertLessEqual(set(self.files()), {child_log.name, self.log_path(driver, "quarlAll").name})
 
+    @promise("The child goes on checking, under its own process id.")
     def test_faults_in_a_child_are_found(self):
-        puppet = self.puppet("")
-        block = puppet.malloc(100)
-        self.assertEqual(puppet.do(f"fork fill {block + 100} 0 1;check;set_word {block + 100} {0xFEDABEEB};free {block}"), 0)
-        [report], rest = take_reports(puppet.out)
+        driver = self.driver("")
+        block = driver.malloc(100)
+        self.assertEqual(driver.do(f"fork fill {block + 100} 0 1;check;set_word {block + 100} {0xFEDABEEB};free {block}"), 0)
+        [report], rest = take_reports(driver.out)
         self.assertEqual((report.address, report.kind, rest), (block, "tail", ""))
-        puppet.check()  # the parent's bytes are whole
-        self.assert_ends(puppet, puppet.out)
+        driver.check()  # the parent's bytes are whole
+        self.assert_ends(driver, driver.out)
 
+    @promise("It has none of its parent's log descriptors, timer and agent.")
+    def test_child_has_no_clock_of_its_parents(self):
+        """The timer does not tick in the child, and a file that asks for snapshots, but for no clock, gets none there."""
+        driver = self.driver("QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1 QUARL_SNAP_INTERVAL=100")
+        self.configure("QUARL_SNAP_INTERVAL=100 QUARL_SNAP_DETAIL=1")
+        answer = driver.do(f"fork malloc 10;raise {signal.SIGUSR1};malloc 20;exit 0")
+        self.assertEqual(answer, 0)
+        self.assert_ends(driver)
+        self.assertEqual([name for name in self.files() if "autosnap" in name], [self.log_path(driver, "quarl_autosnap").name])
+
+    @promise("A fork waits for the lock, so the child finds everything whole.")
     def test_fork_in_a_thread_while_others_hold_blocks(self):
-        puppet = self.puppet("QUARL_THREAD=1 QUARL_HEAD_TIME=2")
-        workers = [puppet.spawn() for _ in range(3)]
+        driver = self.driver("QUARL_THREAD=1 QUARL_HEAD_TIME=2")
+        workers = [driver.spawn() for _ in range(3)]
         blocks = [worker.malloc(1000) for worker in workers]
         self.assertEqual(workers[1].do("fork " + ";".join(f"free {block}" for block in blocks) + ";repeat 50 malloc 10"), 0)
         for block in blocks:
-            puppet.free(block)
-        self.assert_ends(puppet)
+            driver.free(block)
+        self.assert_ends(driver)
 
+    @promise("A program started by exec is checked from its own beginning.")
     def test_program_started_by_exec_is_checked_from_its_beginning(self):
-        puppet = self.puppet("")
-        puppet.malloc(10)
+        driver = self.driver("")
+        driver.malloc(10)
         victim = self.target.victim("double_free")
         command, _ = self.target.command(victim, (), {}, True)
         preload = "-" if self.target.emulated else f"+{self.target.library}"
         path = "/usr/bin/qemu-arm" if self.target.emulated else command[0]
-        puppet.send(f"exec {preload} {path} " + " ".join(command[1:]))
-        text = double_free(puppet.said("block")[0])
-        puppet.await_that(lambda: puppet.out == text, "report")
-        puppet.release()
-        self.assertEqual((puppet.finish(), puppet.out), (0, text + f"task: {puppet.pid} exit!!\n"))
+        driver.send(f"exec {preload} {path} " + " ".join(command[1:]))
+        text = double_free(driver.said("block")[0])
+        driver.await_that(lambda: driver.out == text, "report")
+        driver.release()
+        self.assertEqual((driver.finish(), driver.out), (0, text + f"task: {driver.pid} exit!!\n"))
 
+    @promise("A log stays in the directory in which it was created when the application changes directory.")
     def test_changing_the_directory_scatters_nothing(self):
         elsewhere = self.directory / "elsewhere"
         elsewhere.mkdir()
-        puppet = self.puppet("QUARL_PRINT_PROFINFO=1")
-        puppet.malloc(77)
-        puppet.chdir("elsewhere")
-        puppet.do(f"raise {signal.SIGUSR1}")
-        puppet.malloc(78)
-        puppet.do(f"raise {signal.SIGUSR1}")
-        self.assertEqual(puppet.finish(), 0)
+        driver = self.driver("QUARL_PRINT_PROFINFO=1")
+        driver.malloc(77)
+        driver.chdir("elsewhere")
+        driver.do(f"raise {signal.SIGUSR1}")
+        driver.malloc(78)
+        driver.do(f"raise {signal.SIGUSR1}")
+        self.assertEqual(driver.finish(), 0)
         self.assertEqual(list(elsewhere.iterdir()), [])
-        log = read_log(self.log_path(puppet, "quarl"))
+        log = read_log(self.log_path(driver, "quarl"))
         self.assertEqual([record.size for record in log.records], [77, 78])
 
 
 class Again(case.Case):
     def test_constructor_called_again_changes_nothing(self):
-        puppet = self.puppet("")
-        block = puppet.malloc(10)
-        again = puppet.read("__malloc_initialize_hook")
-        hooks = [puppet.read(f"__{name}_hook") for name in ("malloc", "free", "realloc", "memalign", "mmap", "munmap")]
+        driver = self.driver("")
+        block = driver.malloc(10)
+        again = driver.read("__malloc_initialize_hook")
+        hooks = [driver.read(f"__{name}_hook") for name in ("malloc", "free", "realloc", "memalign", "mmap", "munmap")]
         self.assertNotIn(0, [again, *hooks])
-        puppet.do(f"call {again:#x}")
-        self.assertEqual(hooks, [puppet.read(f"__{name}_hook") for name in ("malloc", "free", "realloc", "memalign", "mmap", "munmap")])
-        self.assertEqual(read_header(puppet, puppet.malloc(10)).prev, block)
-        self.assert_ends(puppet)
+        driver.do(f"call {again:#x}")
+        self.assertEqual(hooks, [driver.read(f"__{name}_hook") for name in ("malloc", "free", "realloc", "memalign", "mmap", "munmap")])
+        self.assertEqual(read_header(driver, driver.malloc(10)).prev, block)
+        self.assert_ends(driver)
 
 
 if __name__ == "__main__":

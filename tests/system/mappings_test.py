@@ -4,7 +4,7 @@ import mmap
 import struct
 
 import case
-from log_file import read_log
+from log_file import ALLOCATED, FAILED, RELEASED, read_log
 
 PAGE = 4096
 ANONYMOUS = "3 34 -1 0"
@@ -12,39 +12,39 @@ ENTRIES = 56  # in one record page
 
 
 class Mappings(case.Case):
-    def lists(self, puppet):
+    def lists(self, driver):
         """(live records, free entries, use counts of the pages), read through the exported globals."""
         def walk(symbol):
-            at, count = puppet.read(symbol), 0
+            at, count = driver.read(symbol), 0
             while at:
-                at, count = puppet.word(at + 284), count + 1
+                at, count = driver.word(at + 284), count + 1
             return count
-        pages, at = [], puppet.read("qr_mmap_block_head")
+        pages, at = [], driver.read("qr_mmap_block_head")
         while at:
-            self.assertEqual(puppet.word(at + 12), at + 16)
-            pages.append(int(puppet.word(at + 8)))
-            at = puppet.word(at + 4)
+            self.assertEqual(driver.word(at + 12), at + 16)
+            pages.append(int(driver.word(at + 8)))
+            at = driver.word(at + 4)
         return walk("useed_head"), walk("unuse_head"), pages
 
     def test_pages_are_taken_and_given_back(self):
-        puppet = self.puppet("")
-        made = [puppet.do(f"mmap 0 {PAGE} {ANONYMOUS}") for _ in range(ENTRIES)]
-        self.assertEqual(self.lists(puppet), (56, 0, [56]))
-        made.append(puppet.do(f"mmap 0 {PAGE} {ANONYMOUS}"))
-        self.assertEqual(self.lists(puppet), (57, 55, [56, 1]))
-        puppet.munmap(made.pop(0), PAGE)
-        self.assertEqual(self.lists(puppet), (56, 56, [55, 1]))
-        puppet.munmap(made.pop(), PAGE)
-        self.assertEqual(self.lists(puppet), (55, 1, [55]))
+        driver = self.driver("")
+        made = [driver.do(f"mmap 0 {PAGE} {ANONYMOUS}") for _ in range(ENTRIES)]
+        self.assertEqual(self.lists(driver), (56, 0, [56]))
+        made.append(driver.do(f"mmap 0 {PAGE} {ANONYMOUS}"))
+        self.assertEqual(self.lists(driver), (57, 55, [56, 1]))
+        driver.munmap(made.pop(0), PAGE)
+        self.assertEqual(self.lists(driver), (56, 56, [55, 1]))
+        driver.munmap(made.pop(), PAGE)
+        self.assertEqual(self.lists(driver), (55, 1, [55]))
         for address in made:
-            puppet.munmap(address, PAGE)
-        self.assertEqual(self.lists(puppet), (0, 0, []))
-        self.assert_ends(puppet)
+            driver.munmap(address, PAGE)
+        self.assertEqual(self.lists(driver), (0, 0, []))
+        self.assert_ends(driver)
 
     def test_what_a_release_finds(self):
         (self.directory / "file").write_bytes(b"x" * 20000)
-        puppet = self.puppet("")
-        descriptor = puppet.open("file", 0)
+        driver = self.driver("")
+        descriptor = driver.open("file", 0)
         # (bytes mapped, from file, offset and length of the release, records left)
         cases = [(8192, 0, 0, 8192, 0), (8192, 0, PAGE, PAGE, 0), (8192, 0, 0, PAGE, 1), (12288, 0, PAGE, PAGE, 1),
                  (8192, 1, 0, 8192, 0), (8192, 1, PAGE, PAGE, 1), (8192, 1, 0, PAGE, 1), (5000, 1, 0, 5000, 0)]
@@ -52,18 +52,57 @@ class Mappings(case.Case):
         for length, from_file, offset, released, left in cases:
             with self.subTest(length, from_file=from_file, offset=offset):
                 flags = f"1 2 {descriptor} 0" if from_file else ANONYMOUS
-                address = puppet.do(f"mmap 0 {length} {flags}")
-                self.assertEqual(puppet.munmap(address + offset, released), 0)
+                address = driver.do(f"mmap 0 {length} {flags}")
+                self.assertEqual(driver.munmap(address + offset, released), 0)
                 held += left
-                self.assertEqual(self.lists(puppet)[0], held)
-        self.assert_ends(puppet)
-        log = read_log(self.log_path(puppet, "quarl"))
+                self.assertEqual(self.lists(driver)[0], held)
+        self.assert_ends(driver)
+        log = read_log(self.log_path(driver, "quarl"))
         self.assertEqual([record.from_file for record in log.records], [0, 0, 1, 1])
         self.assertEqual([record.size for record in log.records], [8192, 12288, 8192, 8192])
-        self.assertEqual({(record.tid, record.operation) for record in log.records}, {(puppet.pid, 5)})
+        self.assertEqual({(record.tid, record.operation) for record in log.records}, {(driver.pid, 5)})
         # a part of a recorded mapping counts with its own length, and as anonymous when it finds no record
         self.assertEqual(log.stats.counts()["munmap"], (6, 0, 8192 + 8192 + 4 * PAGE))
         self.assertEqual(log.stats.counts()["munmap file"], (2, 0, 8192 + 5000))
+
+    def test_from_file_is_told_by_flags_and_descriptor(self):
+        """An anonymous mapping stays one when a descriptor is given with it, as programs do; a failed one counts alike."""
+        (self.directory / "file").write_bytes(b"x" * PAGE)
+        for config, names in (("", ("mmap", "mmap file")), ("QUARL_MMAP=0", ("mmap", "mmap"))):
+            with self.subTest(config):
+                driver = self.driver("QUARL_OUTPUT_LOG=1 " + config)
+                descriptor = driver.open("file", 0)
+                anonymous = driver.do(f"mmap 0 {PAGE} 3 34 {descriptor} 0")
+                driver.do(f"mmap 0 {PAGE} 1 2 {descriptor} 0")
+                self.assertEqual(driver.do("mmap 0 0 3 34 -1 0").number, 22)
+                self.assertEqual(driver.do(f"mmap 0 0 1 2 {descriptor} 0").number, 22)
+                self.assertEqual(driver.do(f"mmap 0 {PAGE} 1 2 -1 0").number, 9)  # of no file: bad descriptor
+                self.assertEqual(driver.munmap(1, 100).number, 22)
+                driver.munmap(anonymous, PAGE)
+                self.assert_ends(driver)
+                log = read_log(self.log_path(driver, "quarlAll"))
+                counts = log.stats.counts()
+                expected = {"mmap": (3, 2, PAGE), "mmap file": (2, 1, PAGE)} if not config else {"mmap": (5, 3, 2 * PAGE)}
+                self.assertEqual(counts, {**expected, "munmap": (2, 1, PAGE)})
+                made = [record for record in log.records if record.kind == ALLOCATED]
+                self.assertEqual([record.from_file for record in made], [0, 1] if not config else [])
+                self.assertEqual([record.kind for record in log.records if record not in made], [FAILED] * 4 + [RELEASED])
+                self.assertTrue(all(0 not in record.trace and len(record.trace) > 1 for record in log.records))
+
+    def test_from_file_byte_is_that_of_each_record(self):
+        """Every record takes the place of a file's in a buffer of one."""
+        (self.directory / "file").write_bytes(b"x" * PAGE)
+        driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=280")
+        descriptor = driver.open("file", 0)
+        block = driver.malloc(10)
+        for command in ("malloc 20", f"realloc {block} 4000", "malloc 0", "free 0", "munmap 1 100"):
+            driver.do(f"mmap 0 {PAGE} 1 2 {descriptor} 0")
+            driver.do(command)
+        self.assert_ends(driver)
+        records = read_log(self.log_path(driver, "quarlAll")).records
+        self.assertEqual([(record.brief()[0], record.from_file) for record in records],
+                         [("malloc", 0), ("mmap", 1), ("malloc", 0), ("mmap", 1), ("realloc release", 0), ("realloc", 0),
+                          ("mmap", 1), ("malloc", 0), ("mmap", 1), ("free", 0), ("mmap", 1), ("munmap", 0)])
 
     def test_offset_beyond_four_gigabytes(self):
         path = self.directory / "big"
@@ -73,36 +112,36 @@ class Mappings(case.Case):
             file.write(b"here")
         content = {}
         for preload in (False, True):
-            puppet = self.puppet("", preload=preload)
-            descriptor = puppet.open("big", 0)
-            address = puppet.do(f"mmap64 0 {PAGE} {mmap.PROT_READ} {mmap.MAP_PRIVATE} {descriptor} {5 << 30}")
-            content[preload] = struct.pack("<I", puppet.word(address))
+            driver = self.driver("", preload=preload)
+            descriptor = driver.open("big", 0)
+            address = driver.do(f"mmap64 0 {PAGE} {mmap.PROT_READ} {mmap.MAP_PRIVATE} {descriptor} {5 << 30}")
+            content[preload] = struct.pack("<I", driver.word(address))
         self.assertEqual(content[True], content[False])
         if not self.target.emulated:  # the emulator cuts the offset
             self.assertEqual(content[True], b"here")
-        self.assertEqual(puppet.munmap(address, PAGE), 0)
-        self.assertEqual(puppet.do(f"mmap64 0 {PAGE} 1 2 {descriptor} 100").number, 22)
-        self.assert_ends(puppet)
-        self.assertEqual(read_log(self.log_path(puppet, "quarl")).stats.counts(),
+        self.assertEqual(driver.munmap(address, PAGE), 0)
+        self.assertEqual(driver.do(f"mmap64 0 {PAGE} 1 2 {descriptor} 100").number, 22)
+        self.assert_ends(driver)
+        self.assertEqual(read_log(self.log_path(driver, "quarl")).stats.counts(),
                          {"mmap file": (2, 1, PAGE), "munmap file": (1, 0, PAGE)})
 
     def test_off_keeps_no_record(self):
-        puppet = self.puppet("QUARL_MMAP=0 QUARL_OUTPUT_LOG=1")
-        address = puppet.do(f"mmap 0 {PAGE} {ANONYMOUS}")
-        puppet.malloc(500000)
-        self.assertEqual(self.lists(puppet), (0, 0, []))
-        puppet.munmap(address, PAGE)
-        self.assert_ends(puppet)
-        log = read_log(self.log_path(puppet, "quarlAll"))
+        driver = self.driver("QUARL_MMAP=0 QUARL_OUTPUT_LOG=1")
+        address = driver.do(f"mmap 0 {PAGE} {ANONYMOUS}")
+        driver.malloc(500000)
+        self.assertEqual(self.lists(driver), (0, 0, []))
+        driver.munmap(address, PAGE)
+        self.assert_ends(driver)
+        log = read_log(self.log_path(driver, "quarlAll"))
         self.assertEqual([record.brief()[::2] for record in log.records], [("malloc", 500000), ("munmap", PAGE)])
 
     def test_thousands_of_live_mappings(self):
-        puppet = self.puppet("")
-        puppet.repeat(5000, f"mmap 0 {PAGE} {ANONYMOUS}")
-        live, free, pages = self.lists(puppet)
+        driver = self.driver("")
+        driver.repeat(5000, f"mmap 0 {PAGE} {ANONYMOUS}")
+        live, free, pages = self.lists(driver)
         self.assertEqual((live, free, sum(pages)), (5000, 90 * ENTRIES - 5000, 5000))
-        self.assert_ends(puppet)
-        log = read_log(self.log_path(puppet, "quarl"))
+        self.assert_ends(driver)
+        log = read_log(self.log_path(driver, "quarl"))
         self.assertEqual((log.record_count, log.stats.held), (5000, 5000 * PAGE))
 
 

@@ -7,28 +7,29 @@ import time
 import case
 from header import read_header
 from log_file import ALLOCATED, read_chain, read_log
+from promise import promise
 from report_text import take_reports
 
 CLOCK = "QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1 "
 
 
 class Clock(case.Case):
-    def now(self, puppet):
-        return read_header(puppet, puppet.malloc(10)).time
+    def now(self, driver):
+        return read_header(driver, driver.malloc(10)).time
 
     def test_headers_and_reports_carry_the_time_of_the_last_tick(self):
-        puppet = self.puppet(CLOCK + "QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0")
-        block = puppet.malloc(10)
-        made = read_header(puppet, block).time
-        puppet.fill(block + 10, 0, 1)
-        first = self.now(puppet)
+        driver = self.driver(CLOCK + "QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0")
+        block = driver.malloc(10)
+        made = read_header(driver, block).time
+        driver.fill(block + 10, 0, 1)
+        first = self.now(driver)
         self.assertLessEqual(abs(first - time.time()), 2)
-        later = puppet.await_that(lambda: (now := self.now(puppet)) >= first + 2 and now, "two ticks")
+        later = driver.await_that(lambda: (now := self.now(driver)) >= first + 2 and now, "two ticks")
         self.assertLessEqual(abs(later - time.time()), 2)
-        puppet.check()
-        [report], rest = take_reports(puppet.out)
+        driver.check()
+        [report], rest = take_reports(driver.out)
         self.assertEqual((report.time, rest), (made, ""))
-        self.assert_ends(puppet, puppet.out)
+        self.assert_ends(driver, driver.out)
 
     def test_which_files_start_the_clock(self):
         cases = [("QUARL_HEAD_TIME=2", True), ("", False), ("QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=5", False),
@@ -36,19 +37,34 @@ class Clock(case.Case):
                  ("QUARL_TIMER_SIG=SIG45 " + CLOCK, True)]
         for config, runs in cases:
             with self.subTest(config):
-                puppet = self.puppet(config)
-                self.assertEqual(self.now(puppet) > 0, runs)
-                self.assert_ends(puppet)
+                driver = self.driver(config)
+                self.assertEqual(self.now(driver) > 0, runs)
+                self.assert_ends(driver)
 
+    @promise("With `QUARL_TIMER_SIG` the timer takes another signal, and `SIGALRM` is left to the application.")
+    def test_other_signal_leaves_sigalrm_to_the_program(self):
+        driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK)
+        self.assertGreater(self.now(driver), 0)
+        driver.do(f"handle {signal.SIGALRM} malloc 77")
+        driver.do(f"raise {signal.SIGALRM}")
+        self.assertEqual(read_header(driver, driver.answer(900)).size, 77)
+        driver.do(f"raise {signal.SIGUSR2}")  # the checker's
+        self.assert_ends(driver)
+        driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK)
+        driver.send(f"raise {signal.SIGALRM}")  # its default action
+        self.assertEqual(driver.finish(), -signal.SIGALRM)
+
+    @promise("`SIGALRM` belongs to the interval timer, or to `QUARL_SLOPOVER_TIMER`: the handler that is installed"
+             " last has it.")
     def test_handler_installed_last_has_the_signal(self):
-        puppet = self.puppet(CLOCK + "QUARL_TIMER=1 QUARL_SLOPOVER_TIMER=1 QUARL_SLOPOVER_EXIT=0")
-        block = puppet.malloc(10)
-        made = read_header(puppet, block).time
-        puppet.fill(block + 10, 0, 1)
-        puppet.await_match("call trace.*call trace")  # checked at every tick, and the clock stands
-        self.assertEqual(self.now(puppet), made)
-        puppet.set_word(block + 10, 0xFEDABEEB)
-        self.assertEqual(puppet.finish(), 0)
+        driver = self.driver(CLOCK + "QUARL_TIMER=1 QUARL_SLOPOVER_TIMER=1 QUARL_SLOPOVER_EXIT=0")
+        block = driver.malloc(10)
+        made = read_header(driver, block).time
+        driver.fill(block + 10, 0, 1)
+        driver.await_match("call trace.*call trace")  # checked at every tick, and the clock stands
+        self.assertEqual(self.now(driver), made)
+        driver.set_word(block + 10, 0xFEDABEEB)
+        self.assertEqual(driver.finish(), 0)
 
 
 class Chain(case.Case):
@@ -60,54 +76,66 @@ class Chain(case.Case):
         return chain
 
     def test_detailed_snapshots(self):
-        puppet = self.puppet(CLOCK + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1 QUARL_PROF=1 QUARL_THREAD=1")
-        path = self.log_path(puppet, "quarl_autosnap")
+        driver = self.driver(CLOCK + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1 QUARL_PROF=1 QUARL_THREAD=1")
+        path = self.log_path(driver, "quarl_autosnap")
         self.assertFalse(path.exists())
-        mapping = puppet.do("mmap 0 4096 3 34 -1 0")
-        blocks = [puppet.malloc(size) for size in range(1, 151)]
-        puppet.await_that(lambda: path.exists() and len(read_chain_when_whole(path)) >= 3, "three snapshots")
-        self.assert_ends(puppet)
+        mapping = driver.do("mmap 0 4096 3 34 -1 0")
+        blocks = [driver.malloc(size) for size in range(1, 151)]
+        driver.await_that(lambda: path.exists() and len(read_chain_when_whole(path)) >= 3, "three snapshots")
+        self.assert_ends(driver)
         chain = self.check_chain(path)
         last = chain[-1]
-        self.assertEqual((last.name, last.pid), (self.target.process_name("puppet"), puppet.pid))
+        self.assertEqual((last.name, last.pid), (self.target.process_name("driver"), driver.pid))
         expected = [("malloc", ALLOCATED, size, block) for size, block in enumerate(blocks, 1)] + [("mmap", ALLOCATED, 4096, mapping)]
         self.assertEqual([record.brief() for record in last.records], expected)
         self.assertEqual(last.stats.counts()["malloc"], (150, 0, 150 * 151 // 2))
-        self.assertEqual(last.threads[puppet.pid].counts()["malloc"][0], 150)
-        self.assertEqual(last.maps[:8], read_log(self.log_path(puppet, "quarl")).maps[:8])
+        self.assertEqual(last.threads[driver.pid].counts()["malloc"][0], 150)
+        self.assertEqual(last.maps[:8], read_log(self.log_path(driver, "quarl")).maps[:8])
         for one, two in zip(chain[1:-2], chain[2:-1]):  # the one at exit comes when it comes
             self.assertEqual(two.time - one.time, 1)
 
     def test_plain_snapshots_are_as_short_as_can_be(self):
         for threads, length in ((0, 88 + 32768 + 216), (1, 88 + 32768 + 216 + 49600)):
-            puppet = self.puppet(CLOCK + f"QUARL_SNAP_INTERVAL=1 QUARL_PROF=1 QUARL_THREAD={threads}")
-            path = self.log_path(puppet, "quarl_autosnap")
-            puppet.await_that(lambda: path.exists() and path.stat().st_size >= 2 * length, "two snapshots")
-            self.assert_ends(puppet)
+            driver = self.driver(CLOCK + f"QUARL_SNAP_INTERVAL=1 QUARL_PROF=1 QUARL_THREAD={threads}")
+            path = self.log_path(driver, "quarl_autosnap")
+            driver.await_that(lambda: path.exists() and path.stat().st_size >= 2 * length, "two snapshots")
+            self.assert_ends(driver)
             chain = self.check_chain(path)
             self.assertEqual([snapshot.end - snapshot.start for snapshot in chain], [length] * len(chain))
             self.assertEqual([snapshot.record_count for snapshot in chain], [0] * len(chain))
 
+    @promise("The last snapshot is written then, and the hooks are put back.")
     def test_exit_takes_the_last_snapshot(self):
-        puppet = self.puppet(CLOCK + "QUARL_SNAP_INTERVAL=100 QUARL_SNAP_DETAIL=1")
-        block = puppet.malloc(10)
-        self.assert_ends(puppet)
-        [snapshot] = self.check_chain(self.log_path(puppet, "quarl_autosnap"))
+        driver = self.driver(CLOCK + "QUARL_SNAP_INTERVAL=100 QUARL_SNAP_DETAIL=1")
+        block = driver.malloc(10)
+        self.assert_ends(driver)
+        [snapshot] = self.check_chain(self.log_path(driver, "quarl_autosnap"))
         self.assertEqual([record.address for record in snapshot.records], [block])
 
+    def test_tick_before_the_interval_is_over_writes_nothing(self):
+        for interval in (100, 0):
+            driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK + f"QUARL_TIME_INTERVAL=1000 QUARL_SNAP_INTERVAL={interval}")
+            for _ in range(3):
+                driver.do(f"raise {signal.SIGUSR2}")
+            driver.free(driver.malloc(10))
+            path = self.log_path(driver, "quarl_autosnap")
+            self.assertFalse(path.exists())
+            self.assert_ends(driver)
+            self.assertEqual(path.exists(), interval != 0)
+
     def test_snapshots_while_threads_allocate(self):
-        puppet = self.puppet("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1")
-        workers = [puppet.spawn() for _ in range(4)]
+        driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1")
+        workers = [driver.spawn() for _ in range(4)]
         kept = [worker.malloc(10000) for worker in workers]
-        path = self.log_path(puppet, "quarl_autosnap")
+        path = self.log_path(driver, "quarl_autosnap")
         for worker in workers:
             worker.send("repeat 2000 realloc 0 24")
         for _ in range(20):
-            puppet.signal(signal.SIGUSR2)
+            driver.signal(signal.SIGUSR2)
         for worker in workers:
-            puppet.answer(worker.number)
-        puppet.await_that(lambda: path.exists() and len(read_chain_when_whole(path)) >= 2, "two snapshots")
-        self.assert_ends(puppet)
+            driver.answer(worker.number)
+        driver.await_that(lambda: path.exists() and len(read_chain_when_whole(path)) >= 2, "two snapshots")
+        self.assert_ends(driver)
         for snapshot in self.check_chain(path):
             addresses = [record.address for record in snapshot.records]
             self.assertEqual(len(set(addresses)), len(addresses))

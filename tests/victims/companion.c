@@ -11,7 +11,10 @@ __attribute__((constructor)) static void start(void) {
   companion_early = malloc(64);
 }
 
+extern void* volatile __malloc_hook __attribute__((weak));  // as the checker exports it
+
 __attribute__((destructor)) static void finish(void) {
+  if (&__malloc_hook != NULL) announce("hook", __malloc_hook);
   free(companion_late[0]);
   companion_late[1] = realloc(companion_late[1], 5000);
   free(companion_late[1]);

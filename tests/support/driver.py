@@ -1,6 +1,8 @@
-"""The puppet program: every attribute is a command, sent and answered one line at a time (victims/puppet)."""
+"""The driver program: every attribute is a command, sent and answered one line at a time (victims/driver)."""
 
 import re
+import signal
+from pathlib import Path
 
 from process import Process
 
@@ -18,9 +20,9 @@ def word(argument):
     return f"{argument:#x}" if isinstance(argument, int) and argument >= 0 else str(argument)
 
 
-class Puppet(Process):
+class Driver(Process):
     def __init__(self, target, **options):
-        super().__init__(target, target.victim("puppet"), **options)
+        super().__init__(target, target.victim("driver"), **options)
         self.positions = {}  # behind the last answer of each worker
         self.tasks = {0: self.pid}
         self.answer()
@@ -40,6 +42,15 @@ class Puppet(Process):
         self.send(line)
         return self.answer()
 
+    def stopped_child(self, commands):
+        """The id of a child that has stopped itself, and runs the commands when it is continued."""
+        self.send(f"fork raise {int(signal.SIGSTOP)};{commands}")
+
+        def stopped():
+            child = Path(f"/proc/{self.pid}/task/{self.pid}/children").read_text().strip()
+            return child and Path(f"/proc/{child}/stat").read_text().rsplit(") ")[1][0] == "T" and int(child)
+        return self.await_that(stopped, "a stopped child")
+
     def spawn(self):
         task = self.do("spawn")
         worker = len(self.tasks)
@@ -57,17 +68,17 @@ class Puppet(Process):
 
 
 class Worker:
-    def __init__(self, puppet, number):
-        self.puppet = puppet
+    def __init__(self, driver, number):
+        self.driver = driver
         self.number = number
-        self.tid = puppet.tasks[number]
+        self.tid = driver.tasks[number]
 
     def send(self, line):
-        self.puppet.send(f"@{self.number} {line}")
+        self.driver.send(f"@{self.number} {line}")
 
     def do(self, line):
         self.send(line)
-        return self.puppet.answer(self.number)
+        return self.driver.answer(self.number)
 
     def __getattr__(self, command):
         return lambda *arguments: self.do(" ".join([command, *map(word, arguments)]))

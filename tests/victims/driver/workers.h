@@ -1,4 +1,5 @@
-// Further threads of a puppet, each with a request channel of its own; numbered from 1.
+// Further threads of a driver, each with a request channel of its own; numbered from 1. One that is ended announces it
+// in its cleanup handler.
 #pragma once
 
 // Starts a worker and returns its kernel task id once it is ready, 0 when it could not be started.
@@ -6,3 +7,6 @@ int spawn_worker(void);
 
 // Hands a command line to a worker, which answers it itself.
 void pass_to_worker(int worker, const char* line);
+
+// Asks for a worker's cancellation.
+int cancel_worker(int worker);

@@ -5,12 +5,15 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <malloc.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdint.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -117,6 +120,30 @@ COMMAND(open) {
 COMMAND(close) {
   return (Word)close((int)N(1));
 }
+COMMAND(dup2) {
+  return (Word)dup2((int)N(1), (int)N(2));
+}
+COMMAND(socket) {  // one with words[1] waiting in it, in 32 bytes
+  int pair[2];
+  char waiting[32] = "";
+  if (words[1] == NULL || socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0) return (Word)-1;
+  strncpy(waiting, words[1], sizeof waiting - 1);
+  return write(pair[1], waiting, sizeof waiting) == sizeof waiting ? (Word)pair[0] : (Word)-1;
+}
+COMMAND(wait) {  // for a byte of the file N(1); once
+  char byte;
+  return (Word)read((int)N(1), &byte, 1);
+}
+COMMAND(receive) {  // how many bytes wait in the socket N(1), which it takes out
+  char taken[128];
+  return (Word)recv((int)N(1), taken, sizeof taken, MSG_DONTWAIT);
+}
+COMMAND(say) {  // into the buffer of the C library
+  return (Word)fputs(words[1], stdout);
+}
+COMMAND(dlopen) {
+  return (Word)dlopen(words[1], RTLD_NOW | RTLD_GLOBAL);
+}
 COMMAND(limit) {  // resource, soft limit
   struct rlimit limit;
   getrlimit((int)N(1), &limit);
@@ -138,6 +165,13 @@ COMMAND(spawn) {
   (void)words;
   return (Word)spawn_worker();
 }
+COMMAND(cancel) {
+  return (Word)cancel_worker((int)N(1));
+}
+COMMAND(end_thread) {  // answers nothing
+  (void)words;
+  pthread_exit(NULL);
+}
 
 static const struct {
   const char* name;
@@ -145,11 +179,13 @@ static const struct {
 } kCommands[] = {
 #define ROW(name) \
   { #name, do_##name }
-    ROW(malloc), ROW(calloc),  ROW(realloc),     ROW(reallocarray), ROW(memalign), ROW(aligned_alloc),
-    ROW(valloc), ROW(pvalloc), ROW(usable_size), ROW(free),         ROW(mmap),     ROW(posix_memalign),
-    ROW(mmap64), ROW(munmap),  ROW(fill),        ROW(holds),        ROW(word),     ROW(set_word),
-    ROW(symbol), ROW(check),   ROW(raise),       ROW(chdir),        ROW(open),     ROW(close),
-    ROW(limit),  ROW(exit),    ROW(leave),       ROW(exec),         ROW(spawn),    ROW(call),
+    ROW(malloc),     ROW(calloc),  ROW(realloc),     ROW(reallocarray), ROW(memalign), ROW(aligned_alloc),
+    ROW(valloc),     ROW(pvalloc), ROW(usable_size), ROW(free),         ROW(mmap),     ROW(posix_memalign),
+    ROW(mmap64),     ROW(munmap),  ROW(fill),        ROW(holds),        ROW(word),     ROW(set_word),
+    ROW(symbol),     ROW(check),   ROW(raise),       ROW(chdir),        ROW(open),     ROW(close),
+    ROW(limit),      ROW(exit),    ROW(leave),       ROW(exec),         ROW(spawn),    ROW(call),
+    ROW(dup2),       ROW(socket),  ROW(receive),     ROW(say),          ROW(dlopen),   ROW(cancel),
+    ROW(end_thread), ROW(wait),
 };
 
 // Runs the commands in a child and answers its wait status and its process id.
@@ -183,12 +219,33 @@ static struct Answer run_repeatedly(Word times, const char* commands) {
   return answer;
 }
 
+static char handler_commands[kMaxLine];
+
+static void run_handler(int unused) {
+  (void)unused;
+  int interrupted = errno;
+  char copy[kMaxLine];
+  send_answer(kHandlerWorker, run_commands(strcpy(copy, handler_commands)));
+  errno = interrupted;
+}
+
+static struct Answer install_handler(int signal, const char* commands) {
+  struct sigaction action = {.sa_handler = run_handler, .sa_flags = SA_RESTART};
+  strcpy(handler_commands, commands);
+  return (struct Answer){(Word)sigaction(signal, &action, NULL), 0};
+}
+
 struct Answer run_commands(char* line) {
   if (strncmp(line, "fork ", 5) == 0) return run_in_child(line + 5);
   if (strncmp(line, "repeat ", 7) == 0) {
     char* rest = NULL;
     Word times = strtoul(line + 7, &rest, 0);
     return run_repeatedly(times, rest + 1);
+  }
+  if (strncmp(line, "handle ", 7) == 0) {
+    char* rest = NULL;
+    int signal = (int)strtol(line + 7, &rest, 0);
+    return install_handler(signal, rest + 1);
   }
   struct Answer answer = run_one(strsep(&line, ";"));
   return line == NULL ? answer : run_commands(line);

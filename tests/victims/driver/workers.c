@@ -9,6 +9,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "../announce.h"
 #include "commands.h"
 
 enum { kMaxWorkers = 300 };
@@ -20,14 +21,21 @@ static struct Worker {
 } workers[kMaxWorkers + 1];
 static int worker_count;
 
+static void tell_end(void* argument) {
+  struct Worker* self = argument;
+  announce("ended", (void*)(unsigned long)self->task);
+}
+
 static void* serve(void* argument) {
   struct Worker* self = argument;
   self->task = (int)syscall(SYS_gettid);
   char line[kMaxLine];
+  pthread_cleanup_push(tell_end, self);
   while (read_line(self->channel[0], line)) {
     struct Answer answer = run_commands(line);
     send_answer((int)(self - workers), answer);
   }
+  pthread_cleanup_pop(1);
   return NULL;
 }
 
@@ -47,4 +55,8 @@ void pass_to_worker(int worker, const char* line) {
   if (write(workers[worker].channel[1], line, length) != (ssize_t)length ||
       write(workers[worker].channel[1], "\n", 1) != 1)
     _exit(97);
+}
+
+int cancel_worker(int worker) {
+  return worker < 1 || worker > worker_count ? -1 : pthread_cancel(workers[worker].thread);
 }

@@ -1,0 +1,187 @@
+"""Signals that come while a thread is inside the checker: it stands in a message to a full pipe, with the lock held."""
+
+import contextlib
+import fcntl
+import os
+import signal
+import time
+
+import case
+from header import read_header
+from log_file import read_chain, read_log
+from promise import promise
+from report_text import take_reports
+from tables import saved
+
+F_SETPIPE_SZ = 1031
+HANDLER = 900  # as which the driver's signal handler answers
+
+
+class Signals(case.Case):
+    def stuck(self, config, command="check", prepare=lambda driver: None):
+        """A driver with a worker that stands in the report about a damaged block, which is returned, and what was in
+        the pipe before."""
+        driver = self.driver(config)
+        prepare(driver)
+        worker = driver.spawn()
+        block = driver.malloc(10)
+        self.made = read_header(driver, block).time
+        driver.fill(block + 10, 0, 1)
+        driver.selector.unregister(driver.popen.stdout)
+        fcntl.fcntl(driver.popen.stdout, F_SETPIPE_SZ, 4096)
+        filled = 0
+        with open(f"/proc/{driver.pid}/fd/1", "wb", buffering=0) as pipe:
+            os.set_blocking(pipe.fileno(), False)
+            with contextlib.suppress(BlockingIOError):
+                while (count := pipe.write(b"#" * 4096)) is not None:
+                    filled += count
+        os.set_blocking(driver.popen.stdout.fileno(), True)
+        worker.send(command)
+
+        def writes():
+            with open(f"/proc/{driver.pid}/task/{worker.tid}/wchan") as file:
+                return "pipe_w" in file.read()
+        driver.await_that(writes, "a full pipe")
+        return driver, worker, block, "#" * filled
+
+    def drain(self, driver):
+        driver.selector.register(driver.popen.stdout.fileno(), 1, "out")
+
+    @promise("What a signal asks of the checker (`QUARL_SIG`, the interval timer, the check signals) while a "
+             "thread is inside it stays pending, and whoever releases the lock carries it out before going on.",
+             "No request is lost; several of one kind may be answered by one.")
+    def test_requests_stay_pending_until_the_lock_is_released(self):
+        """The handlers return at once, and what they asked for is done by the worker before it goes on."""
+        driver, worker, block, before = self.stuck("QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_USER=40 QUARL_PRINT_PROFINFO=1 "
+                                                   "QUARL_SLOPOVER_EXIT=0")
+        for _ in range(3):
+            driver.do("raise 40")  # answered: the handler does not wait for the lock
+            driver.do(f"raise {signal.SIGUSR1}")
+        driver.signal(40, worker.tid)
+        self.drain(driver)
+        driver.answer(worker.number)
+        driver.read_some(0)
+        self.assertEqual(driver.out[: len(before)], before)
+        # its own report, that of the check, then the dump with its table, a report and its line
+        reports, rest = take_reports(driver.out[len(before):])
+        begin = rest.index("###### slop")
+        table, (last, rest) = rest[:begin], take_reports(rest[begin:])
+        self.assertEqual([report.address for report in reports + last], [block] * 3)
+        self.assertEqual((table.count("Program memory prof info"), rest), (1, saved(self.log_path(driver, "quarlAll"))))
+        driver.set_word(block + 10, 0xFEDABEEB)
+        self.assertEqual(driver.finish(), 0)
+
+    @promise("What a signal asks of the checker (`QUARL_SIG`, the interval timer, the check signals) while a "
+             "thread is inside it stays pending, and whoever releases the lock carries it out before going on.")
+    def test_timer_tick_stays_pending(self):
+        clock = "QUARL_TIMER_SIG=SIGUSR2 QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1000 "
+        driver, worker, block, _ = self.stuck(clock + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1 QUARL_SLOPOVER_EXIT=0")
+        path = self.log_path(driver, "quarl_autosnap")
+        driver.await_that(lambda: time.time() >= self.made + 2, "the next snapshot to be due")
+        driver.do(f"raise {signal.SIGUSR2}")
+        self.assertFalse(path.exists())
+        self.drain(driver)
+        driver.answer(worker.number)
+        self.assertIn(block, [record.address for record in read_chain(path)[0].records])
+        driver.kill()
+
+    @promise("A fork waits for the lock, so the child finds everything whole.")
+    def test_fork_waits_for_the_lock(self):
+        driver, _, block, before = self.stuck("QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0")
+        driver.send("fork malloc 20;check")
+
+        def waits():
+            with open(f"/proc/{driver.pid}/wchan") as file:
+                return "futex" in file.read()
+        driver.await_that(waits, "the wait for the lock")
+        self.drain(driver)
+        self.assertEqual(driver.answer(), 0)
+        driver.set_word(block + 10, 0xFEDABEEB)
+        self.assertEqual(driver.finish(), 0)
+        reports, rest = take_reports(driver.out[len(before):])
+        self.assertEqual(([report.address for report in reports], rest), ([block] * 2, ""))
+
+    def test_waits_of_the_program_go_on_behind_a_handler(self):
+        """The three kinds of signals; no system call of the program ends early for them."""
+        clock = "QUARL_TIMER_SIG=SIGUSR2 QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1000 "
+        driver = self.driver(clock + "QUARL_SLOPOVER_USER=40 QUARL_SLOPOVER_EXIT=0 QUARL_PRINT_PROFINFO=0")
+        os.mkfifo(self.directory / "fifo")
+        descriptor = driver.open("fifo", os.O_RDWR)
+        block = driver.malloc(10)
+        driver.fill(block + 10, 0, 1)
+        path = self.log_path(driver, "quarl")
+        empty = path.stat().st_size
+        driver.send(f"wait {descriptor}")
+
+        def waits():
+            with open(f"/proc/{driver.pid}/wchan") as file:
+                return "pipe_read" in file.read()
+        driver.await_that(waits, "the wait")
+        driver.signal(signal.SIGUSR2)
+        driver.signal(40)
+        driver.await_that(lambda: driver.out.count("call trace") == 1, "check")
+        driver.signal(signal.SIGUSR1)
+        driver.await_that(lambda: path.stat().st_size > empty, "dump")
+        driver.await_that(waits, "the wait")
+        with open(self.directory / "fifo", "wb", buffering=0) as fifo:
+            fifo.write(b"x")
+        answer = driver.answer()
+        self.assertEqual((answer, answer.number), (1, 0))
+        driver.kill()
+
+    def in_handler(self, driver, worker, command):
+        driver.do(f"handle {signal.SIGUSR2} {command}")
+        driver.signal(signal.SIGUSR2, worker.tid)
+        return driver.answer(HANDLER)
+
+    @promise("A handler of the application that interrupts a call of the allocator inside the checker and "
+             "allocates there is served by the raw allocator, past the checker; what it releases of checked blocks"
+             " there stays where it is until exit.")
+    def test_handler_that_allocates_inside_the_checker(self):
+        """Its block has no header; the checked block that it releases is not touched, and is found at exit."""
+        driver, worker, block, _ = self.stuck("QUARL_SLOPOVER_EXIT=0 QUARL_SLOPOVER_MALLOC=1", "malloc 11")
+        made = self.in_handler(driver, worker, "malloc 24")
+        self.assertNotEqual((made, driver.word(made - 4) & ~3), (0, made))
+        grown = self.in_handler(driver, worker, f"realloc {made} 5000")
+        self.in_handler(driver, worker, f"free {block}")
+        self.in_handler(driver, worker, f"free {grown}")
+        self.assertEqual(driver.word(block - 4) & ~3, block)
+        self.drain(driver)
+        driver.answer(worker.number)
+        driver.set_word(block + 10, 0xFEDABEEB)
+        driver.free(driver.malloc(100))
+        self.assertEqual((driver.finish(), driver.err), (0, ""))
+        self.assertIn(block, [record.address for record in read_log(self.log_path(driver, "quarl")).records])
+
+    @promise("`exit` may be called anywhere, also in a signal handler that interrupted the checker.")
+    def test_exit_in_a_handler_inside_the_checker(self):
+        driver, worker, block, _ = self.stuck("QUARL_SLOPOVER_EXIT=0")
+        driver.do(f"handle {signal.SIGUSR2} exit 9")
+        driver.signal(signal.SIGUSR2, worker.tid)
+        self.drain(driver)
+        self.assertEqual((driver.finish(end_input=False), driver.err), (9, ""))
+        self.assertIn(block, [record.address for record in read_log(self.log_path(driver, "quarl")).records])
+
+    def cancel_one(self, driver):
+        """The first cancellation loads a library, for which the C library allocates."""
+        first = driver.spawn()
+        driver.cancel(first.number)
+        driver.said("ended")
+
+    @promise("Nothing that runs under the lock is a cancellation point, so a cancelled thread never takes the lock"
+             " with it.")
+    def test_cancelled_thread_leaves_the_lock_free(self):
+        """The write that it stands in is none of the places where a thread may be cancelled."""
+        driver, worker, block, before = self.stuck("QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0", prepare=self.cancel_one)
+        self.assertEqual(driver.cancel(worker.number), 0)
+        self.drain(driver)
+        driver.await_that(lambda: worker.tid in driver.said("ended"), "its end")  # behind the check: on the way to its next command
+        driver.free(driver.malloc(100))
+        driver.set_word(block + 10, 0xFEDABEEB)
+        self.assertEqual(driver.finish(), 0)
+        [report], rest = take_reports(driver.out[len(before):])
+        self.assertEqual((report.address, rest), (block, ""))
+
+
+if __name__ == "__main__":
+    case.main()

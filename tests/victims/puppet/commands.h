@@ -1,8 +1,0 @@
-// What a puppet can be told to do.
-#pragma once
-
-#include "channel.h"
-
-// Runs one command line and answers for its last command. Commands are separated by ";"; "repeat N" and "fork" take the
-// rest of the line, the latter into a child that then exits with 0.
-struct Answer run_commands(char* line);
