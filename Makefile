@@ -1,8 +1,9 @@
 # The front door: each target is one script in scripts/, and prints what it does.
 .DEFAULT_GOAL := help
-.PHONY: help setup build demo check bench format clean
+.PHONY: help setup build quick demo check bench format clean
 
 TARGET ?= i686 armhf armel host
+TEST ?=
 
 help: ## this list
 	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-7s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
@@ -12,6 +13,9 @@ setup: ## install the Debian packages that are missing
 
 build: setup ## build/<target>/libquarl.so and build/host/quarl; TARGET=armhf for one target
 	@scripts/build $(TARGET)
+
+quick: ## after a change of the library: what i686 needs and its quick tests; TEST=regex for those that match
+	@scripts/quick '$(TEST)'
 
 demo: build ## plant faults on i686 and armhf, show what was found; then a real program under the checker
 	@demo/run

@@ -1,5 +1,13 @@
+// All verbs in one CLI11 application, from which help, completion and manual page are made.
 #include "verbs/app.h"
 
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+#include <memory>
+
+#include "message.h"
+#include "refusal.h"
 #include "verbs/verbs.h"
 
 #ifdef QUARL_HAVE_REPORT
@@ -7,6 +15,7 @@
 #endif
 
 namespace quarl {
+namespace {
 
 std::unique_ptr<CLI::App> make_app(int& exit_status) {
   auto app = std::make_unique<CLI::App>("Heap and mapping checker for 32-bit Linux programs.", "quarl");
@@ -29,6 +38,22 @@ std::unique_ptr<CLI::App> make_app(int& exit_status) {
   add_completion(*app, exit_status);
   add_man(*app, exit_status);
   return app;
+}
+
+}  // namespace
+
+int run_command_line(int argc, char** argv) {
+  int exit_status = kDone;
+  auto app = make_app(exit_status);
+  try {
+    app->parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app->exit(error, std::cout, std::cerr) == 0 ? kDone : kUsage;
+  } catch (const std::exception& error) {
+    say("{}", error.what());
+    return kRefused;
+  }
+  return exit_status;
 }
 
 }  // namespace quarl

@@ -1,11 +1,9 @@
-// The command line: all verbs in one CLI11 application, from which help, completion and manual page are made.
+// The command line of the tool: parses it and runs the verb that it names.
 #pragma once
-
-#include <CLI/CLI.hpp>
-#include <memory>
 
 namespace quarl {
 
-std::unique_ptr<CLI::App> make_app(int& exit_status);
+// The exit status. CLI11 stays behind this: what includes its headers compiles all of it.
+int run_command_line(int argc, char** argv);
 
 }  // namespace quarl
