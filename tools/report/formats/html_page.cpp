@@ -21,8 +21,7 @@ class PageSites {
       if (auto index = index_of(site)) {
         rows.push_back({*index, site.usage.bytes, site.usage.count});
       } else {
-        rest.bytes += site.usage.bytes;
-        rest.count += site.usage.count;
+        rest += site.usage;
       }
     }
     if (rest.count != 0) rows.push_back({nullptr, rest.bytes, rest.count});

@@ -23,7 +23,7 @@ Json fault_json(Subject& subject, const Fault& fault) {
           {"thread", record.tid},
           {"time", record.time},
           {"sequence", record.seq_num},
-          {"frames", frames_json(subject.symbolizer().trace({record.trace, record.stack_depth}))},
+          {"frames", frames_json(subject.symbolizer().trace(trace_of(record)))},
           {"below", neighbour_json(subject, fault.below)},
           {"above", neighbour_json(subject, fault.above)}};
 }

@@ -135,7 +135,7 @@ void SqliteImport::add_records(const Log& log, const Snapshot& snapshot, Symboli
   std::vector<int64_t> trace_ids;
   std::unordered_map<uint32_t, int64_t> allocations;  // record ids of what is held, by address
   auto add = [&](const OpRecord& record, const Ledger&) {
-    TraceId known = traces.intern({record.trace, record.stack_depth});
+    TraceId known = traces.intern(trace_of(record));
     if (known == trace_ids.size()) trace_ids.push_back(trace(symbolizer, symbolizer.trace(traces.addresses(known))));
     statements_->record.run(id, int64_t{record.seq_num}, int64_t{record.tid}, int64_t{record.time},
                             int64_t{record.operation}, int64_t{record.result}, int64_t{record.from_file},

@@ -41,8 +41,7 @@ Usage of_kind(const Ledger& ledger, bool mapping, bool file) {
   Usage usage;
   ledger.for_each_held([&](const LiveEntry& entry) {
     if (is_mapping(entry) != mapping || entry.from_file != file) return;
-    usage.bytes += entry.size;
-    ++usage.count;
+    usage += {entry.size, 1};
   });
   return usage;
 }
@@ -91,7 +90,7 @@ void write_fault(Output& output, Subject& subject, const Fault& fault) {
                                        fmt::emphasis::bold | fmt::fg(fmt::terminal_color::red)));
   output.print("  {} by thread {}, number {}, {}; asked for by\n", operation_name(record.operation), record.tid,
                record.seq_num, clock_time(record.time));
-  write_frames(output, subject.symbolizer().trace({record.trace, record.stack_depth}));
+  write_frames(output, subject.symbolizer().trace(trace_of(record)));
   write_neighbour(output, subject, "below", fault.below);
   write_neighbour(output, subject, "above", fault.above);
 }
