@@ -123,8 +123,8 @@ void Log::read_chain() {
 }
 
 // A header without a record count is that of a record log, of a snapshot of nothing, or of a log whose process was
-// killed before it could say. Only a record log holds releases and failures. If the statistics count some and the records
-// have none, these are what an earlier snapshot left behind.
+// killed before it could say. Only a record log holds releases and failures. If the statistics count some and the
+// records have none, these are what an earlier snapshot left behind.
 LogKind Log::kind_by_content() const {
   const Snapshot& first = snapshots_.front();
   auto named = [&](const char* ending) { return file_.path().ends_with(ending); };
@@ -138,7 +138,7 @@ LogKind Log::kind_by_content() const {
 }
 
 bool Log::holds_releases(const Snapshot& snapshot) const {
-  RecordStream stream(*this, snapshot, whole_records(snapshot));
+  RecordStream stream(*this, snapshot.header.records_offset, whole_records(snapshot));
   for (auto batch = stream.next(); !batch.empty(); batch = stream.next()) {
     for (const OpRecord& record : batch) {
       if (record.result == kKindReleased || record.result == kKindFailed) return true;
