@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -53,6 +54,14 @@ class ReportTest(unittest.TestCase):
         document = json.loads(self.report(*arguments, "--format", "json")[0])
         self.assertEqual((document["schema"], document["version"]), ("quarl-report", 1))
         return document
+
+    def bytes_read(self, *arguments):
+        """Runs `quarl report`; gives how many bytes it read in all, as the kernel counted."""
+        tool = subprocess.Popen([TOOL, "report", *map(str, arguments)], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.waitid(os.P_PID, tool.pid, os.WEXITED | os.WNOWAIT)  # it has ended, and its counts are still there
+        counts = Path(f"/proc/{tool.pid}/io").read_text()
+        self.assertEqual(tool.wait(), 0)
+        return int(re.search(r"rchar: (\d+)", counts)[1])
 
 
 def run_checked(target, program, folder, *arguments, **items):

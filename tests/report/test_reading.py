@@ -138,6 +138,31 @@ class Damaged(ReportTest):
         self.assertIn("cannot be opened", self.report(self.folder / "none", status=1)[1])
 
 
+class Once(ReportTest):
+    """Whatever is asked, the records of a log are read from the file once."""
+
+    def assert_read_once(self, log, *arguments):
+        share = self.bytes_read(*arguments, log) / log.stat().st_size
+        self.assertTrue(0.9 < share < 1.2, f"{arguments}: {share:.2f} of the log")
+
+    def test_a_record_log(self):
+        # Without times, releases and a thread table: what looks for them goes on to the end.
+        records = [self.layout.record(MALLOC, ALLOCATED, 0x1000 + 16 * i, 10, [0x10 + i % 50], time=0) for i in range(20000)]
+        log = self.write(self.layout.log(records, time=9), "renamed.log")
+        formats = {(): ("text", "json", "pprof", "html"), ("leaks",): ("json", "folded"), ("timeline",): ("csv", "json"),
+                   ("threads",): ("csv", "json"), ("faults",): ("json",), ("events",): ("json",)}
+        for verb, names in formats.items():
+            for name in names:
+                self.assert_read_once(log, *verb, "--format", name)
+        self.assert_read_once(log, "--format", "sqlite", "-o", self.folder / "fleet.db")
+
+    def test_a_chain(self):
+        records = [self.layout.record(MALLOC, ALLOCATED, 0x1000 + 16 * i, 10, [0x10 + i % 50]) for i in range(8000)]
+        log = self.write(self.layout.chain([(10 + i, 0, records[i:], []) for i in range(4)]), "a_autosnap.log")
+        for arguments in (["timeline", "--format", "json"], ["--format", "html"], ["diff", "--format", "html", f"{log}@2"]):
+            self.assert_read_once(log, *arguments)
+
+
 class Stale(ReportTest):
     def test_faults_behind_the_counted_records_are_told_leaks_are_not(self):
         layout = self.layout

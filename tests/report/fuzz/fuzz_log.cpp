@@ -5,9 +5,7 @@
 #include <string>
 
 #include "report/analysis/histogram.h"
-#include "report/analysis/ledger_reader.h"
-#include "report/analysis/thread_tally.h"
-#include "report/analysis/timeline.h"
+#include "report/analysis/record_pass.h"
 #include "report/reading/log_error.h"
 
 namespace {
@@ -28,22 +26,25 @@ class MemoryFile {
 };
 
 void answer(const Log& log, const Snapshot& snapshot) {
-  LedgerResult result = read_ledger(log, snapshot);
+  RecordPass pass(log, snapshot, {.timeline = true, .threads = true});
+  pass.threads();
+  const Ledger& ledger = pass.ledger();
   uint64_t bytes = 0, entries = 0;
-  result.ledger->for_each_held([&](const LiveEntry& entry) {
+  ledger.for_each_held([&](const LiveEntry& entry) {
     bytes += entry.size;
     ++entries;
   });
-  const Held& held = result.ledger->held();
+  const Held& held = ledger.held();
   if (bytes != held.bytes + held.file_bytes || entries != held.entries) abort();
   uint64_t counted = 0;
-  for (const Level& level : build_histogram(*result.ledger)) counted += level.usage.count;
+  for (const Level& level : build_histogram(ledger)) counted += level.usage.count;
   if (counted != entries) abort();
   Maps maps = log.maps(snapshot);
   for (const Mapping& mapping : maps.all()) {
     if (maps.find(static_cast<uint32_t>(mapping.start)) == nullptr) abort();
   }
-  tally_threads(log, snapshot);
+  snapshot_point(snapshot, log.statistics(snapshot), &held);
+  if (log.kind() == LogKind::kRecords) pass.timeline();
 }
 
 }  // namespace
@@ -51,10 +52,10 @@ void answer(const Log& log, const Snapshot& snapshot) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   MemoryFile file(bytes, size);
   try {
-    Log log(file.path());
-    for (const Snapshot& snapshot : log.snapshots()) answer(log, snapshot);
-    snapshot_timeline(log);
-    record_timeline(log, log.snapshots().front());
+    for (std::optional<LogKind> kind : {std::optional<LogKind>(), std::optional(LogKind::kRecords)}) {
+      Log log(file.path(), kind);
+      for (const Snapshot& snapshot : log.snapshots()) answer(log, snapshot);
+    }
   } catch (const LogError&) {
   }
   return 0;

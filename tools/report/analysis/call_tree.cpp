@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "report/analysis/site_table.h"
-
 namespace quarl::report {
 namespace {
 
@@ -14,19 +12,14 @@ CallNode& child_named(CallNode& node, const std::string& name) {
   return node.children.emplace_back(CallNode{name, {}, {}});
 }
 
-void add(CallNode& node, const Usage& usage) {
-  node.usage.bytes += usage.bytes;
-  node.usage.count += usage.count;
-}
-
 void insert(CallNode& root, const Site& site) {
   CallNode* node = &root;
-  add(*node, site.usage);
+  node->usage += site.usage;
   for (auto frame = site.frames.rbegin(); frame != site.frames.rend(); ++frame) {
     node = &child_named(*node, name_of(*frame));
-    add(*node, site.usage);
+    node->usage += site.usage;
   }
-  if (site.frames.empty()) add(child_named(root, kNoTrace), site.usage);
+  if (site.frames.empty()) child_named(root, kNoTrace).usage += site.usage;
 }
 
 void sort(CallNode& node) {

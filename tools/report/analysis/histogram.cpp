@@ -24,8 +24,7 @@ Histogram build_histogram(const Ledger& ledger) {
   ledger.for_each_held([&](const LiveEntry& entry) {
     size_t index = 0;
     while (entry.size > levels[index].to) ++index;
-    levels[index].usage.bytes += entry.size;
-    ++levels[index].usage.count;
+    levels[index].usage += {entry.size, 1};
   });
   return levels;
 }

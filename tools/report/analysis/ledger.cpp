@@ -10,10 +10,6 @@ constexpr uint32_t kMinCarriedBlock = 4096;
 // Records whose blocks and traces are looked up together.
 constexpr size_t kGroup = 32;
 
-Trace trace_of(const OpRecord& record) {
-  return {record.trace, record.stack_depth};
-}
-
 }  // namespace
 
 void Ledger::hold(uint64_t bytes) {

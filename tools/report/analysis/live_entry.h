@@ -42,4 +42,8 @@ inline bool is_allocation(const OpRecord& record) {
   return (record.result == kKindAllocated) & (record.start_addr != 0);
 }
 
+inline Trace trace_of(const OpRecord& record) {
+  return {record.trace, record.stack_depth};
+}
+
 }  // namespace quarl::report

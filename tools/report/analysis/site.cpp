@@ -4,9 +4,12 @@
 
 namespace quarl::report {
 
+std::string site_name(const Frames& frames) {
+  return frames.empty() ? kNoTrace : describe(frames.front());
+}
+
 void Site::add(const LiveEntry& entry) {
-  usage.bytes += entry.size;
-  ++usage.count;
+  usage += {entry.size, 1};
   smallest = std::min(smallest, entry.size);
   largest = std::max(largest, entry.size);
   if (entry.time != 0) {

@@ -13,7 +13,18 @@ namespace quarl::report {
 struct Usage {
   uint64_t bytes = 0;
   uint64_t count = 0;  // blocks and mappings
+  Usage& operator+=(const Usage& other) {
+    bytes += other.bytes;
+    count += other.count;
+    return *this;
+  }
 };
+
+// Text for a block without a call trace.
+inline constexpr char kNoTrace[] = "(no call trace recorded)";
+
+// The place in the program that a trace begins at, for the reader.
+std::string site_name(const Frames& frames);
 
 struct Site {
   std::string key;   // equal for the same place in two logs

@@ -55,9 +55,7 @@ SiteTable::TracePlace& SiteTable::place_of(TraceId trace) {
 
 void SiteTable::add(const LiveEntry& entry) {
   TracePlace& place = place_of(entry.trace);
-  Usage& sum = place.hidden ? suppressed_ : total_;
-  sum.bytes += entry.size;
-  ++sum.count;
+  (place.hidden ? suppressed_ : total_) += {entry.size, 1};
   if (!place.hidden) site_of(entry, place.frames).add(entry);
 }
 
@@ -78,7 +76,7 @@ Site& SiteTable::site_of(const LiveEntry& entry, const Frames& frames) {
   if (added) {
     Site& site = sites_.emplace_back();
     site.key = key;
-    site.name = grouping_ == Grouping::kTrace && !frames.empty() ? describe(frames.front()) : key;
+    site.name = grouping_ == Grouping::kTrace ? site_name(frames) : key;
     if (grouping_ == Grouping::kTrace) site.frames = frames;
   }
   if (by_trace) by_trace_[entry.trace] = position->second;

@@ -46,7 +46,4 @@ class SiteTable {
   Usage suppressed_;
 };
 
-// Text for a block without a call trace.
-inline constexpr char kNoTrace[] = "(no call trace recorded)";
-
 }  // namespace quarl::report

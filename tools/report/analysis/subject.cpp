@@ -2,77 +2,85 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <charconv>
-#include <filesystem>
-
-#include "report/reading/log_error.h"
-
 namespace quarl::report {
-namespace {
 
-struct Argument {
-  std::string path;
-  std::optional<uint32_t> number;
-};
+Subject::Subject(std::shared_ptr<const Log> log, const Snapshot& snapshot, Desk& desk, const Suppressions& suppressions,
+                 Wanted wanted)
+    : log_(std::move(log)), snapshot_(snapshot), desk_(desk), suppressions_(suppressions), wanted_(wanted) {}
 
-Argument parse_argument(const std::string& text) {
-  size_t at = text.rfind('@');
-  if (at == std::string::npos || std::filesystem::exists(text)) return {text, std::nullopt};
-  uint32_t number = 0;
-  const char* end = text.data() + text.size();
-  auto [stop, error] = std::from_chars(text.data() + at + 1, end, number);
-  if (error != std::errc() || stop != end) return {text, std::nullopt};
-  return {text.substr(0, at), number};
+const ProfInfo& Subject::statistics() {
+  if (!statistics_) statistics_ = log_->statistics(snapshot_);
+  return *statistics_;
 }
 
-const Snapshot* choose(const Log& log, std::optional<uint32_t> number) {
-  if (!number) return &log.snapshots().back();
-  if (const Snapshot* found = log.numbered(*number)) return found;
-  throw LogError(
-      log.file().path(), 0,
-      fmt::format("there is no snapshot {}; the log holds {}, numbered {} to {}", *number, log.snapshots().size(),
-                  log.snapshots().front().header.snapshot_number, log.snapshots().back().header.snapshot_number));
+Symbolizer& Subject::symbolizer() {
+  if (!symbolizer_) symbolizer_.emplace(log_->maps(snapshot_), desk_);
+  return *symbolizer_;
 }
 
-}  // namespace
+RecordPass& Subject::pass() {
+  if (!pass_) pass_.emplace(*log_, snapshot_, wanted_);
+  return *pass_;
+}
 
-Subject::Subject(const std::string& argument, std::optional<LogKind> kind, Desk& desk)
-    : log_(parse_argument(argument).path, kind),
-      snapshot_(choose(log_, parse_argument(argument).number)),
-      symbolizer_(log_.maps(*snapshot_), desk) {}
+const SiteTable& Subject::sites(Grouping grouping) {
+  auto known = sites_.find(grouping);
+  if (known != sites_.end()) return known->second;
+  return sites_.try_emplace(grouping, ledger(), symbolizer(), grouping, suppressions_).first->second;
+}
 
-const LedgerResult& Subject::result() {
-  if (!result_) result_ = read_ledger(log_, *snapshot_);
-  return *result_;
+Timeline Subject::timeline(const Visit& visit, Subject* known) {
+  bool records = log_->kind() == LogKind::kRecords;
+  Timeline timeline;
+  for_each_snapshot(known, [&](Subject& each) {
+    if (!records) timeline.points.push_back(each.point());
+    if (visit) visit(each);
+  });
+  return records ? pass().timeline() : timeline;
+}
+
+void Subject::for_each_snapshot(Subject* known, const Visit& visit) {
+  for (const Snapshot& snapshot : log_->snapshots()) {
+    if (&snapshot == &snapshot_) {
+      visit(*this);
+    } else if (known != nullptr && &snapshot == &known->snapshot_) {
+      visit(*known);
+    } else {
+      Subject passing(log_, snapshot, desk_, suppressions_);
+      visit(passing);
+    }
+  }
+}
+
+TimePoint Subject::point() {
+  return snapshot_point(snapshot_, statistics(), snapshot_.records == 0 ? nullptr : &ledger().held());
 }
 
 std::vector<std::string> Subject::notes() {
-  std::vector<std::string> notes = log_.notes();
+  std::vector<std::string> notes = log_->notes();
   auto add = [&](uint64_t count, const char* text) {
     if (count != 0) notes.push_back(fmt::format("{} {}", count, text));
   };
-  add(result().damaged, "damaged records were left out.");
-  if (log_.kind() == LogKind::kRecords) {
+  add(pass().damaged(), "damaged records were left out.");
+  if (log_->kind() == LogKind::kRecords) {
     add(ledger().lost_releases(), "blocks were given out again although no release of them is in the log.");
   }
   compare_with_statistics(notes);
-  if (symbolizer_.maps().all().empty()) notes.push_back("The log holds no memory map: addresses cannot be resolved.");
+  if (symbolizer().maps().all().empty()) notes.push_back("The log holds no memory map: addresses cannot be resolved.");
   return notes;
 }
 
 std::string Subject::label() const {
-  const std::string& path = log_.file().path();
-  return log_.snapshots().size() == 1 ? path : fmt::format("{}@{}", path, snapshot_->header.snapshot_number);
+  const std::string& path = log_->file().path();
+  return log_->snapshots().size() == 1 ? path : fmt::format("{}@{}", path, snapshot_.header.snapshot_number);
 }
 
 // Where the two differ the reader must know which one an answer rests on.
 void Subject::compare_with_statistics(std::vector<std::string>& notes) {
-  ProfInfo counts = statistics();
-  uint64_t counted = counts.unfree_size;
+  uint64_t counted = statistics().unfree_size;
   uint64_t recorded = ledger().held().bytes;
-  if (!has_counts(counts) || snapshot_->header.time == 0 || counted == (recorded & UINT32_MAX)) return;
-  if (result().records == 0) {
+  if (!has_counts(statistics()) || snapshot_.header.time == 0 || counted == (recorded & UINT32_MAX)) return;
+  if (pass().records() == 0) {
     notes.push_back(
         fmt::format("{} bytes are held, but this snapshot has no records of them (QUARL_SNAP_DETAIL).", counted));
   } else {

@@ -1,41 +1,58 @@
-// A log, the one snapshot of it that is asked about, and everything needed to answer from it.
+// One snapshot of a log that is asked about, and everything needed to answer from it.
 #pragma once
 
+#include <functional>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
-#include "report/analysis/ledger_reader.h"
+#include "report/analysis/record_pass.h"
+#include "report/analysis/site_table.h"
 #include "report/analysis/statistics.h"
-#include "report/analysis/thread_tally.h"
 #include "report/symbols/symbolizer.h"
 
 namespace quarl::report {
 
 class Subject {
  public:
-  // `argument` is a path, or a path with "@N" behind it for the snapshot of number N; without it the last snapshot is
-  // meant. Throws LogError when the log cannot be read or has no such snapshot.
-  Subject(const std::string& argument, std::optional<LogKind> kind, Desk& desk);
+  // `snapshot` lies in `log`; the others must outlive the subject. Nothing is read before it is asked for, and then
+  // once.
+  Subject(std::shared_ptr<const Log> log, const Snapshot& snapshot, Desk& desk, const Suppressions& suppressions,
+          Wanted wanted = {});
 
-  const Log& log() const { return log_; }
-  const Snapshot& snapshot() const { return *snapshot_; }
-  Symbolizer& symbolizer() { return symbolizer_; }
-  ProfInfo statistics() const { return log_.statistics(*snapshot_); }
-  // Reads the records at the first call.
-  const LedgerResult& result();
-  const Ledger& ledger() { return *result().ledger; }
+  const Log& log() const { return *log_; }
+  const Snapshot& snapshot() const { return snapshot_; }
+  const ProfInfo& statistics();
+  Symbolizer& symbolizer();
+  RecordPass& pass();
+  const Ledger& ledger() { return pass().ledger(); }
+  // What is held, without what is suppressed: the only place where sites are made.
+  const SiteTable& sites(Grouping grouping = Grouping::kTrace);
+
+  using Visit = std::function<void(Subject&)>;
+  // The timeline of the whole log. `visit`, if there is one, sees the subject of every snapshot while it is there;
+  // where that is this one or `known` they are taken, so that nothing is read again.
+  Timeline timeline(const Visit& visit = nullptr, Subject* known = nullptr);
   // The log's notes and what reading the records added to them.
   std::vector<std::string> notes();
   // "sample_101_quarl.log@3", the "@3" only where the log has several snapshots.
   std::string label() const;
 
  private:
+  void for_each_snapshot(Subject* known, const Visit& visit);
+  TimePoint point();
   void compare_with_statistics(std::vector<std::string>& notes);
 
-  Log log_;
-  const Snapshot* snapshot_;
-  Symbolizer symbolizer_;
-  std::optional<LedgerResult> result_;
+  std::shared_ptr<const Log> log_;
+  const Snapshot& snapshot_;
+  Desk& desk_;
+  const Suppressions& suppressions_;
+  Wanted wanted_;
+  std::optional<ProfInfo> statistics_;
+  std::optional<Symbolizer> symbolizer_;
+  std::optional<RecordPass> pass_;
+  std::map<Grouping, SiteTable> sites_;
 };
 
 }  // namespace quarl::report

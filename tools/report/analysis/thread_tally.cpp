@@ -4,8 +4,6 @@
 #include <cstring>
 #include <numeric>
 
-#include "report/analysis/ledger_reader.h"
-
 namespace quarl::report {
 namespace {
 
@@ -37,7 +35,24 @@ ThreadTally tally_of(const ThreadProf& thread) {
   return tally;
 }
 
-void count(ThreadTally& tally, const OpRecord& record) {
+ThreadTallies sorted(ThreadTallies tallies) {
+  std::stable_sort(tallies.threads.begin(), tallies.threads.end(),
+                   [](const ThreadTally& a, const ThreadTally& b) { return a.allocated > b.allocated; });
+  return tallies;
+}
+
+}  // namespace
+
+ThreadTallies tally_table(const std::vector<ThreadProf>& table) {
+  ThreadTallies tallies;
+  for (const ThreadProf& thread : table) tallies.threads.push_back(tally_of(thread));
+  tallies.from_table = !table.empty();
+  return sorted(std::move(tallies));
+}
+
+void ThreadCount::add(const OpRecord& record) {
+  if (record.tid == 0) return;
+  ThreadTally& tally = by_tid_[record.tid];
   tally.tid = record.tid;
   if (record.result == kKindFailed) ++tally.failures;
   if (record.result == kKindAllocated) {
@@ -50,48 +65,14 @@ void count(ThreadTally& tally, const OpRecord& record) {
   }
 }
 
-uint32_t first_record_time(const Log& log, const Snapshot& snapshot) {
-  RecordStream stream(log, snapshot);
-  for (auto batch = stream.next(); !batch.empty(); batch = stream.next()) {
-    for (const OpRecord& record : batch) {
-      if (record.time != 0) return record.time;
-    }
-  }
-  return 0;
-}
-
-// Of a record log from its first record, of a chain from its first snapshot, to the last write.
-uint32_t covered_seconds(const Log& log, const Snapshot& snapshot) {
-  bool records = log.kind() == LogKind::kRecords;
-  uint32_t first = records ? first_record_time(log, snapshot) : log.snapshots().front().header.time;
-  return snapshot.header.time > first && first != 0 ? snapshot.header.time - first : 0;
-}
-
-ThreadTallies tally_records(const Log& log, const Snapshot& snapshot) {
-  std::map<uint32_t, ThreadTally> by_tid;
-  LedgerResult result = read_ledger(log, snapshot, [&](const OpRecord& record, const Ledger&) {
-    if (record.tid != 0) count(by_tid[record.tid], record);
-  });
-  result.ledger->for_each_held([&](const LiveEntry& entry) {
+ThreadTallies ThreadCount::tallies(const Ledger& ledger) const {
+  std::map<uint32_t, ThreadTally> by_tid = by_tid_;
+  ledger.for_each_held([&](const LiveEntry& entry) {
     if (entry.tid != 0 && !entry.from_file) by_tid[entry.tid].held += entry.size;
   });
   ThreadTallies tallies;
   for (auto& [tid, tally] : by_tid) tallies.threads.push_back(tally);
-  tallies.seconds = result.last_time - result.first_time;
-  return tallies;
-}
-
-}  // namespace
-
-ThreadTallies tally_threads(const Log& log, const Snapshot& snapshot) {
-  ThreadTallies tallies;
-  for (const ThreadProf& thread : log.threads(snapshot)) tallies.threads.push_back(tally_of(thread));
-  tallies.from_table = !tallies.threads.empty();
-  tallies.seconds = covered_seconds(log, snapshot);
-  if (tallies.threads.empty() && log.kind() == LogKind::kRecords) tallies = tally_records(log, snapshot);
-  std::stable_sort(tallies.threads.begin(), tallies.threads.end(),
-                   [](const ThreadTally& a, const ThreadTally& b) { return a.allocated > b.allocated; });
-  return tallies;
+  return sorted(std::move(tallies));
 }
 
 }  // namespace quarl::report

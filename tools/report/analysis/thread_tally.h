@@ -1,4 +1,4 @@
-// What each thread did: from the thread table of a log, or counted from the records of a record log.
+// What each thread did: as the thread table of a log says, or counted from the records of a record log.
 #pragma once
 
 #include <map>
@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "report/analysis/ledger.h"
-#include "report/reading/log.h"
 
 namespace quarl::report {
 
@@ -30,7 +29,18 @@ struct ThreadTallies {
   bool from_table = false;
 };
 
-// From the thread table of `snapshot`, or from the records when there is none and the log is a record log.
-ThreadTallies tally_threads(const Log& log, const Snapshot& snapshot);
+// Of the taken entries of a thread table.
+ThreadTallies tally_table(const std::vector<ThreadProf>& table);
+
+// Counts records as they pass by.
+class ThreadCount {
+ public:
+  void add(const OpRecord& record);
+  // With what each thread holds at the end, which `ledger` knows.
+  ThreadTallies tallies(const Ledger& ledger) const;
+
+ private:
+  std::map<uint32_t, ThreadTally> by_tid_;
+};
 
 }  // namespace quarl::report

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "report/analysis/ledger_reader.h"
 #include "report/analysis/statistics.h"
 
 namespace quarl::report {
@@ -15,24 +14,19 @@ TimePoint join(const TimePoint& a, TimePoint b) {
   return b;
 }
 
-TimePoint snapshot_point(const Log& log, const Snapshot& snapshot) {
-  ProfInfo statistics = log.statistics(snapshot);
-  TimePoint point = {snapshot.header.time, statistics.unfree_size, statistics.unfree_file_size,
-                     std::nullopt,         statistics.unfree_peak, snapshot.header.snapshot_number};
-  if (snapshot.records == 0) return point;
-  LedgerResult result = read_ledger(log, snapshot);
-  const Held& held = result.ledger->held();
-  point.entries = held.entries;
-  if (!has_counts(statistics)) point.bytes = point.peak = held.bytes, point.file_bytes = held.file_bytes;
-  return point;
-}
-
 }  // namespace
 
-Timeline snapshot_timeline(const Log& log) {
-  Timeline timeline;
-  for (const Snapshot& snapshot : log.snapshots()) timeline.points.push_back(snapshot_point(log, snapshot));
-  return timeline;
+const char* name_of(TimeAxis axis) {
+  return axis == TimeAxis::kSeconds ? "seconds" : "records";
+}
+
+TimePoint snapshot_point(const Snapshot& snapshot, const ProfInfo& statistics, const Held* held) {
+  TimePoint point = {snapshot.header.time, statistics.unfree_size, statistics.unfree_file_size,
+                     std::nullopt,         statistics.unfree_peak, snapshot.header.snapshot_number};
+  if (held == nullptr) return point;
+  point.entries = held->entries;
+  if (!has_counts(statistics)) point.bytes = point.peak = held->bytes, point.file_bytes = held->file_bytes;
+  return point;
 }
 
 void TimelineSampler::sample(const OpRecord& record, const Ledger& ledger) {
@@ -70,15 +64,14 @@ Timeline TimelineSampler::finish() {
   return std::move(timeline_);
 }
 
-Timeline record_timeline(const Log& log, const Snapshot& snapshot) {
-  TimelineSampler by_time(TimeAxis::kSeconds);
-  TimelineSampler by_record(TimeAxis::kRecords);
-  read_ledger(log, snapshot, [&](const OpRecord& record, const Ledger& ledger) {
-    by_time.sample(record, ledger);
-    by_record.sample(record, ledger);
-  });
-  Timeline timeline = by_time.finish();
-  return timeline.points.size() > 1 ? timeline : by_record.finish();
+void RecordTimeline::sample(const OpRecord& record, const Ledger& ledger) {
+  by_time_.sample(record, ledger);
+  by_record_.sample(record, ledger);
+}
+
+Timeline RecordTimeline::finish() {
+  Timeline timeline = by_time_.finish();
+  return timeline.points.size() > 1 ? timeline : by_record_.finish();
 }
 
 }  // namespace quarl::report

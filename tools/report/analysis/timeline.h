@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "report/analysis/ledger.h"
-#include "report/reading/log.h"
+#include "report/reading/snapshot.h"
 
 namespace quarl::report {
 
@@ -20,14 +20,17 @@ struct TimePoint {
 
 enum class TimeAxis { kSeconds, kRecords };
 
+// "seconds" or "records".
+const char* name_of(TimeAxis axis);
+
 struct Timeline {
   TimeAxis axis = TimeAxis::kSeconds;
   std::vector<TimePoint> points;
 };
 
-// One point per snapshot: bytes from its statistics, or from its records where the statistics were off; blocks from its
-// records.
-Timeline snapshot_timeline(const Log& log);
+// Of one snapshot: bytes from its statistics, or from its records where the statistics were off; blocks from its
+// records. `held` is what these add up to, null when there are none.
+TimePoint snapshot_point(const Snapshot& snapshot, const ProfInfo& statistics, const Held* held);
 
 // Samples a ledger while it is filled. When the points become too many, each two neighbours are joined.
 class TimelineSampler {
@@ -46,7 +49,15 @@ class TimelineSampler {
   uint64_t step_ = 1;  // seconds or records from one point to the next
 };
 
-// The timeline of a record log; its records are read.
-Timeline record_timeline(const Log& log, const Snapshot& snapshot);
+// The timeline of a record log: by time, or by record where no times were recorded.
+class RecordTimeline {
+ public:
+  void sample(const OpRecord& record, const Ledger& ledger);
+  Timeline finish();
+
+ private:
+  TimelineSampler by_time_{TimeAxis::kSeconds};
+  TimelineSampler by_record_{TimeAxis::kRecords};
+};
 
 }  // namespace quarl::report

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "report/analysis/site_table.h"
-
 namespace quarl::report {
 namespace {
 

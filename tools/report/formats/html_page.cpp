@@ -1,5 +1,7 @@
 #include "report/formats/html_page.h"
 
+#include <set>
+
 #include "report/formats/json_document.h"
 #include "report/formats/web_template.h"
 
@@ -21,8 +23,7 @@ class PageSites {
       if (auto index = index_of(site)) {
         rows.push_back({*index, site.usage.bytes, site.usage.count});
       } else {
-        rest.bytes += site.usage.bytes;
-        rest.count += site.usage.count;
+        rest += site.usage;
       }
     }
     if (rest.count != 0) rows.push_back({nullptr, rest.bytes, rest.count});
@@ -42,9 +43,8 @@ class PageSites {
   std::unordered_map<std::string, size_t> indices_;
 };
 
-Json snapshot_json(PageSites& page_sites, const std::string& label, Subject& subject,
-                   const Suppressions& suppressions) {
-  SiteTable sites(subject.ledger(), subject.symbolizer(), Grouping::kTrace, suppressions);
+Json snapshot_json(PageSites& page_sites, const std::string& label, Subject& subject) {
+  const SiteTable& sites = subject.sites();
   return {{"label", label},
           {"time", subject.snapshot().header.time},
           {"bytes", sites.total().bytes},
@@ -53,44 +53,47 @@ Json snapshot_json(PageSites& page_sites, const std::string& label, Subject& sub
 }
 
 // Every n-th snapshot with records besides the one asked about.
-std::vector<uint32_t> compared_snapshots(const Log& log, const Snapshot& shown) {
-  std::vector<uint32_t> numbers;
-  for (const Snapshot& snapshot : log.snapshots()) {
-    bool asked = snapshot.start == shown.start;
-    if (!asked && snapshot.records != 0) numbers.push_back(snapshot.header.snapshot_number);
+std::set<const Snapshot*> compared_snapshots(Subject& subject) {
+  std::vector<const Snapshot*> others;
+  for (const Snapshot& snapshot : subject.log().snapshots()) {
+    if (&snapshot != &subject.snapshot() && snapshot.records != 0) others.push_back(&snapshot);
   }
-  size_t step = numbers.size() / kMaxSnapshots + 1;
-  std::vector<uint32_t> chosen;
-  for (size_t index = 0; index < numbers.size(); index += step) chosen.push_back(numbers[index]);
+  size_t step = others.size() / kMaxSnapshots + 1;
+  std::set<const Snapshot*> chosen;
+  for (size_t index = 0; index < others.size(); index += step) chosen.insert(others[index]);
   return chosen;
 }
 
-Json snapshots_json(PageSites& page_sites, Subject& subject, Subject* before, Desk& desk,
-                    const Suppressions& suppressions) {
-  Json snapshots = Json::array();
-  snapshots.push_back(snapshot_json(page_sites, subject.label(), subject, suppressions));
-  if (before != nullptr) snapshots.push_back(snapshot_json(page_sites, before->label(), *before, suppressions));
-  if (before != nullptr) return snapshots;
-  const Log& log = subject.log();
-  for (uint32_t number : compared_snapshots(log, subject.snapshot())) {
-    std::string label = fmt::format("{}@{}", log.file().path(), number);
-    Subject other(label, log.kind(), desk);
-    snapshots.push_back(snapshot_json(page_sites, fmt::format("snapshot {}", number), other, suppressions));
-  }
-  return snapshots;
-}
-
-Json timeline_json(Subject& subject) {
-  const Log& log = subject.log();
-  Timeline timeline =
-      log.kind() == LogKind::kRecords ? record_timeline(log, subject.snapshot()) : snapshot_timeline(log);
+Json timeline_json(const Timeline& timeline) {
   Json points = Json::array();
   size_t step = timeline.points.size() / kMaxPoints + 1;
   for (size_t index = 0; index < timeline.points.size(); index += step) {
     const TimePoint& point = timeline.points[index];
     points.push_back({point.at, point.bytes, point.entries ? Json(*point.entries) : Json()});
   }
-  return {{"axis", timeline.axis == TimeAxis::kSeconds ? "seconds" : "records"}, {"points", std::move(points)}};
+  return {{"axis", name_of(timeline.axis)}, {"points", std::move(points)}};
+}
+
+// The members that need all snapshots, which are gone through once.
+void add_history(Json& document, Subject& subject, Subject* before) {
+  PageSites page_sites;
+  Json snapshots = Json::array();
+  auto add = [&](const std::string& label, Subject& each) {
+    snapshots.push_back(snapshot_json(page_sites, label, each));
+  };
+  add(subject.label(), subject);
+  if (before != nullptr) add(before->label(), *before);
+  std::set<const Snapshot*> compared;
+  if (before == nullptr) compared = compared_snapshots(subject);
+  auto visit = [&](Subject& each) {
+    if (!compared.contains(&each.snapshot())) return;
+    add(fmt::format("snapshot {}", each.snapshot().header.snapshot_number), each);
+  };
+  Timeline timeline = subject.timeline(visit, before);
+  document["snapshots"] = std::move(snapshots);
+  document["sites"] = page_sites.take();
+  document["compare"] = before != nullptr;
+  document["timeline"] = timeline_json(timeline);
 }
 
 // "<" would let a function's name end the script element that holds the data.
@@ -108,16 +111,11 @@ std::string embeddable(const Json& document) {
 
 }  // namespace
 
-std::string html_page(Subject& subject, Subject* before, Desk& desk, const Suppressions& suppressions) {
+std::string html_page(Subject& subject, Subject* before, const Desk& desk) {
   Json document = json_head("page", subject, desk);
-  SiteTable sites(subject.ledger(), subject.symbolizer(), Grouping::kTrace, suppressions);
-  add_summary(document, subject, sites, 0);
+  add_summary(document, subject, 0);
   document.erase("sites");
-  PageSites page_sites;
-  document["snapshots"] = snapshots_json(page_sites, subject, before, desk, suppressions);
-  document["sites"] = page_sites.take();
-  document["compare"] = before != nullptr;
-  document["timeline"] = timeline_json(subject);
+  add_history(document, subject, before);
   document["fault_list"] = faults_json(subject);
   document["warnings"] = desk.warnings();
   std::string page(web_template());

@@ -23,7 +23,7 @@ Json fault_json(Subject& subject, const Fault& fault) {
           {"thread", record.tid},
           {"time", record.time},
           {"sequence", record.seq_num},
-          {"frames", frames_json(subject.symbolizer().trace({record.trace, record.stack_depth}))},
+          {"frames", frames_json(subject.symbolizer().trace(trace_of(record)))},
           {"below", neighbour_json(subject, fault.below)},
           {"above", neighbour_json(subject, fault.above)}};
 }
@@ -47,12 +47,12 @@ Json log_json(Subject& subject) {
           {"snapshot", header.snapshot_number},
           {"snapshots", subject.log().snapshots().size()},
           {"time", header.time},
-          {"records", subject.result().records},
+          {"records", subject.pass().records()},
           {"notes", subject.notes()}};
 }
 
-void add_summary(Json& document, Subject& subject, const SiteTable& sites, size_t top) {
-  ProfInfo statistics = subject.statistics();
+void add_summary(Json& document, Subject& subject, size_t top) {
+  const ProfInfo& statistics = subject.statistics();
   document["operations"] = to_json(statistics_rows(subject));
   if (has_counts(statistics)) {
     document["held"] = {{"bytes", statistics.unfree_size},
@@ -67,7 +67,7 @@ void add_summary(Json& document, Subject& subject, const SiteTable& sites, size_
       {"bytes", held.bytes}, {"peak", held.peak}, {"file_bytes", held.file_bytes}, {"count", held.entries}};
   document["histogram"] = to_json(histogram_rows(build_histogram(subject.ledger())));
   document["faults"] = subject.ledger().faults().count();
-  add_sites(document, sites, top);
+  add_sites(document, subject.sites(), top);
 }
 
 void add_sites(Json& document, const SiteTable& sites, size_t top) {

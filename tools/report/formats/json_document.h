@@ -11,7 +11,7 @@ inline constexpr int kJsonVersion = 1;
 // The members that every answer begins with.
 Json json_head(const char* verb, Subject& subject, const Desk& desk);
 Json log_json(Subject& subject);
-void add_summary(Json& document, Subject& subject, const SiteTable& sites, size_t top);
+void add_summary(Json& document, Subject& subject, size_t top);
 void add_sites(Json& document, const SiteTable& sites, size_t top);
 Json tree_json(const CallNode& root);
 Json changes_json(const std::vector<SiteDifference>& changes, size_t top);

@@ -57,11 +57,11 @@ class Writer {
  public:
   explicit Writer(Subject& subject) : subject_(subject), writer_(bytes_) { string(""); }
 
-  std::string write(const std::vector<Site>& sites) {
+  std::string write() {
     add_type("inuse_objects", "count");
     add_type("inuse_space", "bytes");
     add_mappings();
-    for (const Site& site : sites) add_sample(site);
+    for (const Site& site : subject_.sites().sites()) add_sample(site);
     writer_.add_int64(profile::kTimeNanos, int64_t{subject_.snapshot().header.time} * 1'000'000'000);
     writer_.add_int64(profile::kDefaultSampleType, string("inuse_space"));
     for (const std::string& text : strings_) writer_.add_string(profile::kStringTable, text);
@@ -164,8 +164,8 @@ class Writer {
 
 }  // namespace
 
-std::string pprof_of(Subject& subject, const std::vector<Site>& sites) {
-  return Writer(subject).write(sites);
+std::string pprof_of(Subject& subject) {
+  return Writer(subject).write();
 }
 
 }  // namespace quarl::report

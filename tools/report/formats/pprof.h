@@ -2,14 +2,12 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
-#include "report/analysis/site.h"
 #include "report/analysis/subject.h"
 
 namespace quarl::report {
 
 // Sample types: inuse_objects in count, inuse_space in bytes. Mappings carry build ids where the desk has the file.
-std::string pprof_of(Subject& subject, const std::vector<Site>& sites);
+std::string pprof_of(Subject& subject);
 
 }  // namespace quarl::report

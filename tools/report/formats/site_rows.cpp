@@ -72,7 +72,7 @@ Table difference_rows(const std::vector<SiteDifference>& changes) {
 
 Table statistics_rows(Subject& subject) {
   Table table{{{"operation", "operation"}, {"calls", "calls"}, {"failed", "failed"}, {"bytes", "bytes"}}, {}};
-  ProfInfo statistics = subject.statistics();
+  const ProfInfo& statistics = subject.statistics();
   if (!has_counts(statistics)) {
     if (subject.log().kind() != LogKind::kRecords) return table;
     for (int operation = 0; operation < kOpCount; ++operation) {

@@ -103,7 +103,6 @@ void SqliteImport::add_snapshots(const Log& log, int64_t process) {
     Maps maps = log.maps(snapshot);
     if (!symbolizer || !(symbolizer->maps() == maps)) symbolizer = std::make_unique<Symbolizer>(std::move(maps), desk_);
     int64_t id = add_snapshot(log, snapshot, process);
-    add_statistics(log, snapshot, id);
     add_records(log, snapshot, *symbolizer, id);
   }
 }
@@ -113,16 +112,16 @@ int64_t SqliteImport::add_snapshot(const Log& log, const Snapshot& snapshot, int
   statements_->snapshot.run(process, int64_t{snapshot.header.snapshot_number}, int64_t{snapshot.header.time},
                             int64_t{statistics.unfree_size}, int64_t{statistics.unfree_peak},
                             int64_t{statistics.unfree_file_size}, int64_t{statistics.unfree_file_peak});
-  return database_.last_id();
-}
-
-void SqliteImport::add_statistics(const Log& log, const Snapshot& snapshot, int64_t id) {
-  ProfInfo statistics = log.statistics(snapshot);
+  int64_t id = database_.last_id();
   for (int64_t code = 0; code < kOpCount; ++code) {
     statements_->statistics.run(id, code, int64_t{statistics.calls[code]}, int64_t{statistics.failed[code]},
                                 static_cast<int64_t>(statistics.totals[code]));
   }
-  for (const ThreadTally& thread : tally_threads(log, snapshot).threads) {
+  return id;
+}
+
+void SqliteImport::add_threads(const ThreadTallies& tallies, int64_t id) {
+  for (const ThreadTally& thread : tallies.threads) {
     auto number = [](uint64_t value) { return static_cast<int64_t>(value); };
     statements_->thread.run(id, int64_t{thread.tid}, thread.name, number(thread.allocations), number(thread.releases),
                             number(thread.failures), number(thread.allocated), number(thread.released),
@@ -135,7 +134,7 @@ void SqliteImport::add_records(const Log& log, const Snapshot& snapshot, Symboli
   std::vector<int64_t> trace_ids;
   std::unordered_map<uint32_t, int64_t> allocations;  // record ids of what is held, by address
   auto add = [&](const OpRecord& record, const Ledger&) {
-    TraceId known = traces.intern({record.trace, record.stack_depth});
+    TraceId known = traces.intern(trace_of(record));
     if (known == trace_ids.size()) trace_ids.push_back(trace(symbolizer, symbolizer.trace(traces.addresses(known))));
     statements_->record.run(id, int64_t{record.seq_num}, int64_t{record.tid}, int64_t{record.time},
                             int64_t{record.operation}, int64_t{record.result}, int64_t{record.from_file},
@@ -144,10 +143,11 @@ void SqliteImport::add_records(const Log& log, const Snapshot& snapshot, Symboli
     // Unmapping the front of a mapping leaves it held.
     if (record.result == kKindReleased && record.operation != kOpMunmap) allocations.erase(record.start_addr);
   };
-  LedgerResult result = read_ledger(log, snapshot, add);
-  result.ledger->for_each_held([&](const LiveEntry& entry) {
+  RecordPass pass(log, snapshot, {.threads = true}, add);
+  pass.ledger().for_each_held([&](const LiveEntry& entry) {
     if (auto found = allocations.find(entry.address); found != allocations.end()) statements_->hold.run(found->second);
   });
+  add_threads(pass.threads(), id);
 }
 
 int64_t SqliteImport::trace(Symbolizer& symbolizer, const Frames& frames) {

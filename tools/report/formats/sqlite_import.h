@@ -4,8 +4,9 @@
 #include <memory>
 #include <unordered_map>
 
-#include "report/analysis/subject.h"
+#include "report/analysis/record_pass.h"
 #include "report/formats/database.h"
+#include "report/symbols/symbolizer.h"
 
 namespace quarl::report {
 
@@ -22,8 +23,8 @@ class SqliteImport {
   void name_codes();
   void add_snapshots(const Log& log, int64_t process);
   int64_t add_snapshot(const Log& log, const Snapshot& snapshot, int64_t process);
-  void add_statistics(const Log& log, const Snapshot& snapshot, int64_t id);
   void add_records(const Log& log, const Snapshot& snapshot, Symbolizer& symbolizer, int64_t id);
+  void add_threads(const ThreadTallies& tallies, int64_t id);
   int64_t trace(Symbolizer& symbolizer, const Frames& frames);
   int64_t frame(Symbolizer& symbolizer, const Frame& frame);
   int64_t module(Symbolizer& symbolizer, const std::string& path);

@@ -41,8 +41,7 @@ Usage of_kind(const Ledger& ledger, bool mapping, bool file) {
   Usage usage;
   ledger.for_each_held([&](const LiveEntry& entry) {
     if (is_mapping(entry) != mapping || entry.from_file != file) return;
-    usage.bytes += entry.size;
-    ++usage.count;
+    usage += {entry.size, 1};
   });
   return usage;
 }
@@ -54,8 +53,9 @@ void write_statistics(Output& output, Subject& subject) {
   write_text(output, statistics);
 }
 
-void write_held(Output& output, Subject& subject, const SiteTable& sites) {
-  ProfInfo statistics = subject.statistics();
+void write_held(Output& output, Subject& subject) {
+  const ProfInfo& statistics = subject.statistics();
+  const SiteTable& sites = subject.sites();
   output.print("\n");
   if (has_counts(statistics)) {
     write_field(
@@ -91,7 +91,7 @@ void write_fault(Output& output, Subject& subject, const Fault& fault) {
                                        fmt::emphasis::bold | fmt::fg(fmt::terminal_color::red)));
   output.print("  {} by thread {}, number {}, {}; asked for by\n", operation_name(record.operation), record.tid,
                record.seq_num, clock_time(record.time));
-  write_frames(output, subject.symbolizer().trace({record.trace, record.stack_depth}));
+  write_frames(output, subject.symbolizer().trace(trace_of(record)));
   write_neighbour(output, subject, "below", fault.below);
   write_neighbour(output, subject, "above", fault.above);
 }
@@ -111,7 +111,7 @@ void write_heading(Output& output, Subject& subject) {
   const LogHeader& header = subject.snapshot().header;
   write_field(output, "Log",
               fmt::format("{} ({}, {})", subject.label(), name_of(subject.log().kind()),
-                          counted(subject.result().records, "record")));
+                          counted(subject.pass().records(), "record")));
   write_field(output, "Process",
               fmt::format("{}, process id {}, {}-endian", subject.log().process_name(), header.pid,
                           header.byte_order == kBigEndian ? "big" : "little"));
@@ -119,17 +119,18 @@ void write_heading(Output& output, Subject& subject) {
   write_field(output, "Written", clock_time(header.time));
 }
 
-void write_summary(Output& output, Subject& subject, const SiteTable& sites, size_t top) {
+void write_summary(Output& output, Subject& subject, size_t top) {
   write_heading(output, subject);
   write_statistics(output, subject);
-  write_held(output, subject, sites);
+  write_held(output, subject);
   output.print("\n{}\n", output.bold("Unfreed by size"));
   write_text(output, histogram_rows(build_histogram(subject.ledger())));
   output.print("\n");
   write_field(output, "Faults", grouped(subject.ledger().faults().count()));
-  if (sites.sites().empty()) return;
+  const std::vector<Site>& sites = subject.sites().sites();
+  if (sites.empty()) return;
   output.print("\n{}\n", output.bold("Largest leak sites"));
-  write_text(output, without_column(site_rows(sites.sites(), std::min(top, kTopOfSummary)), "source"));
+  write_text(output, without_column(site_rows(sites, std::min(top, kTopOfSummary)), "source"));
 }
 
 void write_sites(Output& output, const SiteTable& sites, size_t top) {

@@ -7,7 +7,7 @@
 namespace quarl::report {
 
 void write_heading(Output& output, Subject& subject);
-void write_summary(Output& output, Subject& subject, const SiteTable& sites, size_t top);
+void write_summary(Output& output, Subject& subject, size_t top);
 // One paragraph a site, with its frames when it has any.
 void write_sites(Output& output, const SiteTable& sites, size_t top);
 void write_tree(Output& output, const CallNode& root);

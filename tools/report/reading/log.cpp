@@ -123,8 +123,8 @@ void Log::read_chain() {
 }
 
 // A header without a record count is that of a record log, of a snapshot of nothing, or of a log whose process was
-// killed before it could say. Only a record log holds releases and failures. Where there is no release at all the
-// statistics decide: if they count some, the records are what an earlier snapshot left behind.
+// killed before it could say. Only a record log holds releases and failures. If the statistics count some and the
+// records have none, these are what an earlier snapshot left behind.
 LogKind Log::kind_by_content() const {
   const Snapshot& first = snapshots_.front();
   auto named = [&](const char* ending) { return file_.path().ends_with(ending); };
@@ -133,12 +133,12 @@ LogKind Log::kind_by_content() const {
   if (first.header.record_count != 0) return LogKind::kSnapshot;
   if (named("_quarlAll.log")) return LogKind::kRecords;
   if (named("_quarl.log") || whole_records(first) == 0) return LogKind::kSnapshot;
-  if (holds_releases(first)) return LogKind::kRecords;
-  return released_calls(statistics(first)) != 0 ? LogKind::kSnapshot : LogKind::kRecords;
+  bool earlier = released_calls(statistics(first)) != 0 && !holds_releases(first);
+  return earlier ? LogKind::kSnapshot : LogKind::kRecords;
 }
 
 bool Log::holds_releases(const Snapshot& snapshot) const {
-  RecordStream stream(*this, snapshot, whole_records(snapshot));
+  RecordStream stream(*this, snapshot.header.records_offset, whole_records(snapshot));
   for (auto batch = stream.next(); !batch.empty(); batch = stream.next()) {
     for (const OpRecord& record : batch) {
       if (record.result == kKindReleased || record.result == kKindFailed) return true;

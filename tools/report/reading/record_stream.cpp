@@ -24,8 +24,8 @@ bool is_sound(const OpRecord& record) {
 
 }  // namespace
 
-RecordStream::RecordStream(const Log& log, const Snapshot& snapshot, uint64_t count)
-    : log_(log), offset_(snapshot.header.records_offset), total_(count), batch_(std::min<uint64_t>(kBatch, count)) {}
+RecordStream::RecordStream(const Log& log, uint64_t offset, uint64_t count)
+    : log_(log), offset_(offset), total_(count), batch_(std::min<uint64_t>(kBatch, count)) {}
 
 std::span<const OpRecord> RecordStream::next() {
   for (std::span<OpRecord> batch = read(); !batch.empty(); batch = read()) {

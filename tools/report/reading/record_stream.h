@@ -10,9 +10,10 @@ namespace quarl::report {
 
 class RecordStream {
  public:
-  // Reads the first `count` records of `snapshot`, whose header lies in `log`. Both must outlive the stream.
-  RecordStream(const Log& log, const Snapshot& snapshot, uint64_t count);
-  RecordStream(const Log& log, const Snapshot& snapshot) : RecordStream(log, snapshot, snapshot.records) {}
+  // Reads `count` records from `offset` on, bytes from the start of `log`, which must outlive the stream.
+  RecordStream(const Log& log, uint64_t offset, uint64_t count);
+  RecordStream(const Log& log, const Snapshot& snapshot)
+      : RecordStream(log, snapshot.header.records_offset, snapshot.records) {}
 
   // The next batch, empty at the end; valid until the next call. Numbers are in this machine's byte order and
   // stack_depth is in [0, kMaxTrace]; a record whose operation, kind or depth cannot be is left out and counted.

@@ -1,10 +1,49 @@
 #include "report/verbs/answer.h"
 
+#include <charconv>
+#include <filesystem>
+
+#include "report/reading/log_error.h"
+
 namespace quarl::report {
+namespace {
+
+struct Argument {
+  std::string path;
+  std::optional<uint32_t> number;
+};
+
+Argument parse_argument(const std::string& text) {
+  size_t at = text.rfind('@');
+  if (at == std::string::npos || std::filesystem::exists(text)) return {text, std::nullopt};
+  uint32_t number = 0;
+  const char* end = text.data() + text.size();
+  auto [stop, error] = std::from_chars(text.data() + at + 1, end, number);
+  if (error != std::errc() || stop != end) return {text, std::nullopt};
+  return {text.substr(0, at), number};
+}
+
+const Snapshot& choose(const Log& log, std::optional<uint32_t> number) {
+  if (!number) return log.snapshots().back();
+  if (const Snapshot* found = log.numbered(*number)) return *found;
+  throw LogError(
+      log.file().path(), 0,
+      fmt::format("there is no snapshot {}; the log holds {}, numbered {} to {}", *number, log.snapshots().size(),
+                  log.snapshots().front().header.snapshot_number, log.snapshots().back().header.snapshot_number));
+}
+
+}  // namespace
 
 Answer::Answer(const Options& options)
     : options_(options), output_(options.output, options.color), desk_(options.desk) {
   if (!options.suppressions.empty()) suppressions_.load(options.suppressions);
+}
+
+Subject Answer::open(const std::string& argument, Wanted wanted) {
+  auto [path, number] = parse_argument(argument);
+  std::shared_ptr<const Log>& log = logs_[path];
+  if (!log) log = std::make_shared<const Log>(path, options_.kind);
+  return Subject(log, choose(*log, number), desk_, suppressions_, wanted);
 }
 
 int Answer::finish(Subject& subject) {

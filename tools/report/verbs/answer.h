@@ -1,6 +1,9 @@
 // What the verbs have in common: the logs, the desk's files, the output, and the exit status.
 #pragma once
 
+#include <map>
+#include <memory>
+
 #include "report/analysis/subject.h"
 #include "report/verbs/options.h"
 
@@ -15,15 +18,13 @@ class Answer {
   const Options& options() const { return options_; }
   Output& output() { return output_; }
   Desk& desk() { return desk_; }
-  const Suppressions& suppressions() const { return suppressions_; }
   Format format() const { return options_.format; }
   // How many sites or changes to give: all but in text, unless --top says otherwise.
   size_t top() const { return options_.top_given || format() == Format::kText ? options_.top : SIZE_MAX; }
 
-  Subject open(const std::string& file) { return Subject(file, options_.kind, desk_); }
-  SiteTable sites(Subject& subject, Grouping grouping) {
-    return SiteTable(subject.ledger(), subject.symbolizer(), grouping, suppressions_);
-  }
+  // `argument` is a path, or a path with "@N" behind it for the snapshot of number N; without it the last snapshot is
+  // meant. Throws LogError when the log cannot be read or has no such snapshot. Subjects of one file share its log.
+  Subject open(const std::string& argument, Wanted wanted = {});
 
   // Writes out the answer, and the notes and warnings to standard error. Returns the exit status.
   int finish(Subject& subject);
@@ -36,6 +37,7 @@ class Answer {
   Output output_;
   Desk desk_;
   Suppressions suppressions_;
+  std::map<std::string, std::shared_ptr<const Log>> logs_;  // by path
 };
 
 }  // namespace quarl::report

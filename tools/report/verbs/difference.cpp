@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "report/formats/folded.h"
 #include "report/formats/html_page.h"
 #include "report/formats/json_document.h"
@@ -17,20 +19,19 @@ void write_json_of(Answer& answer, Subject& before, Subject& after, const std::v
 }
 
 // What grew in sum is what a build server minds.
-Usage growth(const std::vector<SiteDifference>& changes) {
-  int64_t bytes = 0, count = 0;
-  for (const SiteDifference& change : changes) bytes += change.bytes(), count += change.count();
-  return {bytes > 0 ? static_cast<uint64_t>(bytes) : 0, count > 0 ? static_cast<uint64_t>(count) : 0};
+Usage growth(const Usage& before, const Usage& after) {
+  return {after.bytes - std::min(before.bytes, after.bytes), after.count - std::min(before.count, after.count)};
 }
 
 }  // namespace
 
 int report_difference(const Options& options) {
   Answer answer(options);
+  bool page = options.format == Format::kHtml;  // always by trace
   Subject before = answer.open(options.files[0]);
-  Subject after = answer.open(options.files[1]);
-  SiteTable earlier = answer.sites(before, options.grouping);
-  SiteTable later = answer.sites(after, options.grouping);
+  Subject after = answer.open(options.files[1], {.timeline = page});
+  const SiteTable& earlier = before.sites(page ? Grouping::kTrace : options.grouping);
+  const SiteTable& later = after.sites(page ? Grouping::kTrace : options.grouping);
   std::vector<SiteDifference> changes = difference(earlier.sites(), later.sites());
   switch (options.format) {
     case Format::kJson:
@@ -43,13 +44,13 @@ int report_difference(const Options& options) {
       write_folded(answer.output(), changes);
       break;
     case Format::kHtml:
-      answer.output().write(html_page(after, &before, answer.desk(), answer.suppressions()));
+      answer.output().write(html_page(after, &before, answer.desk()));
       break;
     default:
       write_changes(answer.output(), changes, answer.top());
   }
   int status = answer.finish(after);
-  return status != 0 ? status : answer.judge(growth(changes));
+  return status != 0 ? status : answer.judge(growth(earlier.total(), later.total()));
 }
 
 }  // namespace quarl::report

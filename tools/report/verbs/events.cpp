@@ -47,7 +47,7 @@ class EventWriter {
   }
 
   void write(const OpRecord& record, const Frames& frames) {
-    std::string site = frames.empty() ? kNoTrace : describe(frames.front());
+    std::string site = site_name(frames);
     if (format_ == Format::kJson) return write_json(record, frames);
     if (format_ == Format::kCsv) return write_csv_row(output_, row_of(record, site));
     output_.print("{:>10} {:>8} {:>20} {:>15} {:>12} {:>10} 0x{:08x}  {}\n", record.seq_num, record.tid,
@@ -96,7 +96,7 @@ uint64_t write_matching(Answer& answer, Subject& subject, EventWriter& writer) {
     for (const OpRecord& record : batch) {
       if (written == filter.limit) break;
       if (!wanted_by_head(filter, record)) continue;
-      Frames frames = subject.symbolizer().trace({record.trace, record.stack_depth});
+      Frames frames = subject.symbolizer().trace(trace_of(record));
       if (!calls_function(frames, filter.function)) continue;
       writer.write(record, frames);
       ++written;

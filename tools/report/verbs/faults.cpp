@@ -19,10 +19,10 @@ Table fault_rows(Subject& subject) {
               {}};
   for (const Fault& fault : subject.ledger().faults().all()) {
     const OpRecord& record = fault.record;
-    Frames frames = subject.symbolizer().trace({record.trace, record.stack_depth});
+    Frames frames = subject.symbolizer().trace(trace_of(record));
     table.rows.push_back({std::string(result_name(record.result)), uint64_t{record.start_addr}, uint64_t{record.size},
                           std::string(operation_name(record.operation)), uint64_t{record.tid}, uint64_t{record.time},
-                          uint64_t{record.seq_num}, frames.empty() ? std::string(kNoTrace) : describe(frames.front())});
+                          uint64_t{record.seq_num}, site_name(frames)});
   }
   return table;
 }

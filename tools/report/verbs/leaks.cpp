@@ -37,7 +37,7 @@ int report_leaks(const Options& options) {
   require_traces(options);
   Answer answer(options);
   Subject subject = answer.open(options.files.front());
-  SiteTable sites = answer.sites(subject, options.grouping);
+  const SiteTable& sites = subject.sites(options.grouping);
   switch (options.format) {
     case Format::kJson:
       write_leaks_json(answer, subject, sites);
@@ -49,7 +49,7 @@ int report_leaks(const Options& options) {
       write_folded(answer.output(), sites.sites());
       break;
     case Format::kPprof:
-      answer.output().write(pprof_of(subject, sites.sites()));
+      answer.output().write(pprof_of(subject));
       break;
     default:
       write_leaks_text(answer, sites);

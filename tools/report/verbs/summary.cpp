@@ -21,24 +21,24 @@ int import_all(const Options& options) {
   return answer.finish(notes);
 }
 
-void write(Answer& answer, Subject& subject, const SiteTable& sites) {
+void write(Answer& answer, Subject& subject) {
   switch (answer.format()) {
     case Format::kJson: {
       Json document = json_head("summary", subject, answer.desk());
-      add_summary(document, subject, sites, answer.top());
+      add_summary(document, subject, answer.top());
       document["warnings"] = answer.desk().warnings();
       return write_json(answer.output(), document);
     }
     case Format::kCsv:
       return write_csv(answer.output(), statistics_rows(subject));
     case Format::kFolded:
-      return write_folded(answer.output(), sites.sites());
+      return write_folded(answer.output(), subject.sites().sites());
     case Format::kPprof:
-      return answer.output().write(pprof_of(subject, sites.sites()));
+      return answer.output().write(pprof_of(subject));
     case Format::kHtml:
-      return answer.output().write(html_page(subject, nullptr, answer.desk(), answer.suppressions()));
+      return answer.output().write(html_page(subject, nullptr, answer.desk()));
     default:
-      return write_summary(answer.output(), subject, sites, answer.top());
+      return write_summary(answer.output(), subject, answer.top());
   }
 }
 
@@ -47,11 +47,11 @@ void write(Answer& answer, Subject& subject, const SiteTable& sites) {
 int summarise(const Options& options) {
   if (options.format == Format::kSqlite) return import_all(options);
   Answer answer(options);
-  Subject subject = answer.open(options.files.front());
-  SiteTable sites = answer.sites(subject, Grouping::kTrace);
-  write(answer, subject, sites);
+  Subject subject = answer.open(options.files.front(), {.timeline = options.format == Format::kHtml});
+  Usage unfreed = subject.sites().total();
+  write(answer, subject);
   int status = answer.finish(subject);
-  return status != 0 ? status : answer.judge(sites.total());
+  return status != 0 ? status : answer.judge(unfreed);
 }
 
 }  // namespace quarl::report

@@ -7,8 +7,8 @@ namespace quarl::report {
 
 int report_threads(const Options& options) {
   Answer answer(options);
-  Subject subject = answer.open(options.files.front());
-  ThreadTallies tallies = tally_threads(subject.log(), subject.snapshot());
+  Subject subject = answer.open(options.files.front(), {.threads = true});
+  ThreadTallies tallies = subject.pass().threads();
   if (tallies.threads.empty()) {
     throw std::runtime_error(
         subject.label() + ": no thread was recorded (QUARL_THREAD, or QUARL_HEAD_TID with a record log, records them)");

@@ -8,20 +8,15 @@ namespace {
 
 constexpr size_t kPlotHeight = 12;
 
-Timeline timeline_of(Subject& subject) {
-  if (subject.log().kind() == LogKind::kRecords) return record_timeline(subject.log(), subject.snapshot());
-  return snapshot_timeline(subject.log());
-}
-
 }  // namespace
 
 int report_timeline(const Options& options) {
   Answer answer(options);
-  Subject subject = answer.open(options.files.front());
-  Timeline timeline = timeline_of(subject);
+  Subject subject = answer.open(options.files.front(), {.timeline = true});
+  Timeline timeline = subject.timeline();
   if (options.format == Format::kJson) {
     Json document = json_head("timeline", subject, answer.desk());
-    document["axis"] = timeline.axis == TimeAxis::kSeconds ? "seconds" : "records";
+    document["axis"] = name_of(timeline.axis);
     document["points"] = to_json(timeline_rows(timeline));
     write_json(answer.output(), document);
   } else if (options.format == Format::kCsv) {

@@ -1,0 +1,95 @@
+#include "report/analysis/record_pass.h"
+
+#include <algorithm>
+
+#include "report/reading/progress.h"
+
+namespace quarl::report {
+namespace {
+
+bool has_order(const Log& log) {
+  return log.kind() == LogKind::kRecords;
+}
+
+}  // namespace
+
+RecordPass::RecordPass(const Log& log, const Snapshot& snapshot, Wanted wanted, Ledger::Observer observer)
+    : log_(log), snapshot_(snapshot), stream_(log, snapshot), ledger_(has_order(log)), observer_(std::move(observer)) {
+  if (wanted.threads) table_ = tally_table(log.threads(snapshot));
+  if (wanted.threads && table_->threads.empty() && has_order(log)) thread_count_.emplace();
+  if (wanted.timeline && has_order(log)) timeline_.emplace();
+}
+
+ThreadTallies RecordPass::threads() {
+  ThreadTallies tallies = thread_count_ ? thread_count_->tallies(ledger()) : table_.value();
+  tallies.seconds = thread_count_ ? times_.span() : covered_seconds();
+  return tallies;
+}
+
+// Of a record log from its first record, of a chain from its first snapshot, to the last write.
+uint32_t RecordPass::covered_seconds() {
+  uint32_t first = has_order(log_) ? first_time() : log_.snapshots().front().header.time;
+  return snapshot_.header.time > first && first != 0 ? snapshot_.header.time - first : 0;
+}
+
+RecordPass& RecordPass::whole() {
+  go_on(false);
+  return *this;
+}
+
+uint32_t RecordPass::first_time() {
+  go_on(true);
+  return times_.first;
+}
+
+void RecordPass::go_on(bool to_first_time) {
+  if (ended_) return;
+  Progress progress(log_.file().path(), stream_.total());
+  Ledger::Observer observer = observers();
+  while (!to_first_time || times_.first == 0) {
+    auto batch = stream_.next();
+    if (batch.empty()) return finish();
+    times_.add(batch);
+    ledger_.apply(batch, observer);
+    progress.update(stream_.done());
+  }
+}
+
+Ledger::Observer RecordPass::observers() {
+  if (!thread_count_ && !timeline_) return observer_;
+  return [this](const OpRecord& record, const Ledger& ledger) {
+    if (thread_count_) thread_count_->add(record);
+    if (timeline_) timeline_->sample(record, ledger);
+    if (observer_) observer_(record, ledger);
+  };
+}
+
+void RecordPass::finish() {
+  ended_ = true;
+  if (!has_order(log_)) add_uncounted_faults();
+  ledger_.finish();
+}
+
+// Fault reports that lie behind the records which the header counts.
+void RecordPass::add_uncounted_faults() {
+  uint64_t offset = snapshot_.header.records_offset + snapshot_.records * sizeof(OpRecord);
+  RecordStream stream(log_, offset, snapshot_.uncounted);
+  for (auto batch = stream.next(); !batch.empty(); batch = stream.next()) {
+    for (const OpRecord& record : batch) {
+      if (record.result == kKindSlopHead || record.result == kKindSlopTail) ledger_.add_fault(record);
+    }
+  }
+}
+
+void RecordPass::Times::add(std::span<const OpRecord> records) {
+  Times seen = *this;  // of its own, so that it stays in registers
+  for (const OpRecord& record : records) {
+    seen.before_smallest = std::min(seen.before_smallest, record.time - 1);
+    seen.largest = std::max(seen.largest, record.time);
+  }
+  *this = seen;
+  if (first != 0 || before_smallest == UINT32_MAX) return;
+  first = std::find_if(records.begin(), records.end(), [](const OpRecord& record) { return record.time != 0; })->time;
+}
+
+}  // namespace quarl::report

@@ -1,0 +1,66 @@
+// The one pass over the records of a snapshot: whatever is learnt from them is gathered while it goes on.
+#pragma once
+
+#include <optional>
+
+#include "report/analysis/ledger.h"
+#include "report/analysis/thread_tally.h"
+#include "report/analysis/timeline.h"
+#include "report/reading/record_stream.h"
+
+namespace quarl::report {
+
+// What is asked besides what is held. Each costs time at every record of a record log.
+struct Wanted {
+  bool timeline = false;
+  bool threads = false;
+};
+
+class RecordPass {
+ public:
+  // Reads no record yet. `log`, which `snapshot` lies in, must outlive the pass. `observer`, if there is one, sees each
+  // record after the ledger has taken it.
+  RecordPass(const Log& log, const Snapshot& snapshot, Wanted wanted, Ledger::Observer observer = nullptr);
+  RecordPass(const RecordPass&) = delete;
+  RecordPass& operator=(const RecordPass&) = delete;
+
+  // These go on to the end.
+  const Ledger& ledger() { return whole().ledger_; }
+  uint64_t records() { return whole().stream_.done(); }  // read, damaged ones included
+  uint64_t damaged() { return whole().stream_.damaged(); }
+  // Of a record log, once; must be wanted.
+  Timeline timeline() { return whole().timeline_.value().finish(); }
+  // From the thread table, or counted in a record log without one; must be wanted. For a table the records are read no
+  // further than to the first time, from which on it covers them.
+  ThreadTallies threads();
+
+ private:
+  // The times of records, of which 0 is none: less by one it is the largest number, which never is the smallest.
+  struct Times {
+    uint32_t before_smallest = UINT32_MAX;
+    uint32_t largest = 0;
+    uint32_t first = 0;  // in the order of the records
+    void add(std::span<const OpRecord> records);
+    uint32_t span() const { return largest - (before_smallest + 1); }
+  };
+  RecordPass& whole();
+  uint32_t first_time();
+  void go_on(bool to_first_time);
+  void finish();
+  void add_uncounted_faults();
+  Ledger::Observer observers();
+  uint32_t covered_seconds();
+
+  const Log& log_;
+  const Snapshot& snapshot_;
+  RecordStream stream_;
+  Ledger ledger_;
+  Times times_;
+  bool ended_ = false;
+  std::optional<ThreadTallies> table_;
+  std::optional<ThreadCount> thread_count_;
+  std::optional<RecordTimeline> timeline_;
+  Ledger::Observer observer_;
+};
+
+}  // namespace quarl::report
