@@ -8,7 +8,7 @@
 
 #include "platform/print.h"
 #include "platform/system.h"
-#include "state/own_memory.h"
+#include "platform/thread_cache.h"
 #include "symbols/elf_image.h"
 
 namespace quarl {

@@ -119,7 +119,8 @@ namespace layout_proof {
 constexpr HeaderLayout kFull{true, true, true, true, true};
 static_assert(kFixedSize == 16 && kGuardSize == 4);
 static_assert(kFull.tid_offset() == 20 && kFull.seq_offset() == 24 && kFull.time_offset() == 28);
-static_assert(kFull.trace_info_offset() == 32 && kFull.trace_offset(8) == 64 && kFull.lowest_offset(8) == 64 && kFull.lowest_offset(0) == 32);
+static_assert(kFull.trace_info_offset() == 32 && kFull.trace_offset(8) == 64 && kFull.lowest_offset(8) == 64 &&
+              kFull.lowest_offset(0) == 32);
 static_assert(HeaderLayout{.tid = true}.lowest_offset(0) == 20);
 static_assert(HeaderLayout{.time = true}.seq_offset() == 20 && HeaderLayout{.time = true}.time_offset() == 24);
 static_assert(HeaderLayout{.trace_info = true}.trace_info_offset() == 20);
