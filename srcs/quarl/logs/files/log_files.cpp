@@ -7,10 +7,10 @@
 
 namespace quarl {
 
-constinit LogHeader main_header{};
+constinit LogHeader log_header{};
 constinit RecordBuffer primary_buffer{};
-constinit Log record_log(main_header, primary_buffer);
-constinit Log snapshot_log(main_header, primary_buffer);
+constinit Log record_log(log_header, primary_buffer);
+constinit Log snapshot_log(log_header, primary_buffer);
 
 namespace {
 
@@ -31,10 +31,10 @@ Log* open_log(const Flags& flags) {
   return flags.header() && snapshot_log.is_open() ? &snapshot_log : nullptr;
 }
 
-void build_main_header() {
-  main_header = identity_header();
-  lay_out_from(0, &main_header);
-  main_header.snapshot_number = 1;
+void build_log_header() {
+  log_header = identity_header();
+  lay_out_from(0, &log_header);
+  log_header.snapshot_number = 1;
 }
 
 void open_log_files() {

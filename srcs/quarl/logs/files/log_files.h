@@ -7,7 +7,7 @@
 namespace quarl {
 
 // They share one header image and the primary buffer: what one left in the buffer goes to the other.
-extern LogHeader main_header GUARDED_BY(hook_mutex);
+extern LogHeader log_header GUARDED_BY(hook_mutex);
 extern RecordBuffer primary_buffer GUARDED_BY(hook_mutex);  // of the hooks and fault reports
 
 extern Log record_log GUARDED_BY(hook_mutex);
@@ -24,7 +24,7 @@ const char* name_of_log_in_use(const Flags& flags);
 Log* open_log(const Flags& flags) REQUIRES(hook_mutex);
 
 // Fills the header image; once, after configuration, and again in a forked child.
-void build_main_header() REQUIRES(hook_mutex);
+void build_log_header() REQUIRES(hook_mutex);
 
 // Creates the log that is in use, unless it is open or a file of its name exists (QUARL_LOG_OVERLAY overwrites one that
 // this process has not made itself).

@@ -70,7 +70,7 @@ void forget_headed_block(void* user) {
 }
 
 void prepare_logs() REQUIRES(hook_mutex) {
-  build_main_header();
+  build_log_header();
   primary_buffer.allocate(settings.trace_buf_size);
   snapshot_chain.set_up();
   set_up_record_pages();

@@ -48,7 +48,7 @@ void become_own_process() REQUIRES(hook_mutex) {
   renew_log_names();
   leave_parent_logs();
   leave_parent_agent();
-  build_main_header();
+  build_log_header();
   snapshot_chain.build_header();
   maps_file.open();
 }
