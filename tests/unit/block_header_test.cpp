@@ -41,7 +41,7 @@ TEST(HeaderSize, AddsUpItsParts) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.size);
     EXPECT_EQ(header_size(Flags(c.bits, 0), c.op, c.depth), c.size);
-    EXPECT_EQ(place_block(Flags(c.bits, 0), c.op, c.depth, 8, 3).offset, c.offset);
+    EXPECT_EQ(place_block(Flags(c.bits, 0), c.op, c.depth).offset, c.offset);
   }
 }
 

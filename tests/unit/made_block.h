@@ -26,7 +26,7 @@ class MadeBlock {
   explicit MadeBlock(const BlockShape& shape) : memory_(new uint8_t[kRoom]) {
     memset(memory_.get(), 0xCC, kRoom);
     const uint32_t alignment = 1U << shape.align_log2;
-    placement = place_block(shape.flags, shape.op, shape.depth, alignment, shape.align_log2);
+    placement = place_block(shape.flags, shape.op, shape.depth, shape.align_log2);
     raw = round_up(reinterpret_cast<Address>(memory_.get()) + 8, alignment);
     p = raw + placement.offset;
     set_chunk(chunk_for(placement.raw_size(shape.size)));
@@ -40,7 +40,7 @@ class MadeBlock {
   void set_chunk(uint32_t word) { set_chunk_before(raw, {word}); }
   uint32_t chunk() const { return chunk_before(raw).word; }
   DoubtfulBlock doubtful() const { return DoubtfulBlock(p); }
-  SoundBlock sound() const { return {p, placement.offset}; }
+  SoundBlock sound() const { return SoundBlock(p); }
   uint8_t* bytes() const { return reinterpret_cast<uint8_t*>(p); }
 
   // The chunk of an allocator that keeps 4 bytes before each block and rounds to 8, at least 16.

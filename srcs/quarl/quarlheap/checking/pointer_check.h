@@ -15,17 +15,19 @@ bool qr_find_used_block(Address p, bool lock_held) REQUIRES(hook_mutex);
 // A pointer that passed: one of our blocks, sound, or a foreign one (memory without a header of ours).
 class CheckedPointer {
  public:
-  CheckedPointer(Address p, uint32_t offset) : block_(p, offset) {}
+  // `offset`: from the raw block to p, 0 for a foreign pointer.
+  CheckedPointer(Address p, uint32_t offset) : p_(p), offset_(offset) {}
 
-  bool headed() const { return block_.offset() != 0; }
-  SoundBlock block() const { return block_; }  // of a headed one
-  Address raw() const { return block_.raw(); }
-  ChunkWord chunk() const { return block_.chunk(); }
+  bool headed() const { return offset_ != 0; }
+  SoundBlock block() const { return SoundBlock(p_); }  // of a headed one
+  Address raw() const { return p_ - offset_; }
+  ChunkWord chunk() const { return chunk_before(raw()); }
   // Bytes that a release gives back: what the user asked for, or the allocator's chunk of a foreign pointer.
-  uint32_t size() const { return headed() ? block_.size() : chunk().size(); }
+  uint32_t size() const { return headed() ? block().size() : chunk().size(); }
 
  private:
-  SoundBlock block_;
+  Address p_;
+  uint32_t offset_;
 };
 
 // The whole classification of a non-null pointer; every fault is reported and stops the thread.

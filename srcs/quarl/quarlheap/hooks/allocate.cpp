@@ -45,7 +45,7 @@ void* raw_memalign(uint32_t alignment, uint32_t size) {
   take_trace(flags, &trace);
   if (random_failure(flags)) return fail(flags, kOpMalloc, size, trace);
   stop_past_limits(flags, size);
-  const Placement place = place_block(flags, kOpMalloc, trace.depth, 8, 3);
+  const Placement place = place_block(flags, kOpMalloc, trace.depth);
   if (size == 0 || size_wraps(place, size)) return fail(flags, kOpMalloc, size, trace);
   void* raw = raw::allocate(place.raw_size(size));
   if (raw == nullptr) return fail(flags, kOpMalloc, size, trace);
@@ -62,7 +62,7 @@ void* raw_memalign(uint32_t alignment, uint32_t size) {
   const uint32_t alignment = served_alignment(flags, wanted);
   if (flags.header() && alignment == 0) return fail(flags, kOpMemalign, size, trace);
   const uint32_t align_log2 = flags.header() ? log2_of(alignment) : 0;
-  const Placement place = place_block(flags, kOpMemalign, trace.depth, alignment, align_log2);
+  const Placement place = place_block(flags, kOpMemalign, trace.depth, align_log2);
   if (size_wraps(place, size)) return fail(flags, kOpMemalign, size, trace);
   void* raw = raw_memalign(alignment, place.raw_size(size));
   if (raw == nullptr) return fail(flags, kOpMemalign, size, trace);

@@ -20,7 +20,7 @@ void* fail(const Flags& flags, uint32_t size, const CallTrace& trace) {
 
 void* allocate(const Flags& flags, uint32_t size, const CallTrace& trace) {
   if (random_failure(flags)) return fail(flags, size, trace);
-  const Placement place = place_block(flags, kOpRealloc, trace.depth, 8, 3);
+  const Placement place = place_block(flags, kOpRealloc, trace.depth);
   if (size_wraps(place, size)) return fail(flags, size, trace);
   void* raw = raw::allocate(place.raw_size(size));
   if (raw == nullptr) return fail(flags, size, trace);
@@ -42,13 +42,11 @@ void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   return pointer_to(pointer.raw());
 }
 
-constexpr uint32_t kPlainAlignment = 3;  // log2 of what every raw block has
-
 // log2 of the alignment that the block that takes its place inherits.
 uint32_t inherited_alignment(SoundBlock block) {
   const TraceInfo info = block.fields().info;
   const uint32_t log2 = info.align_log2();
-  return op_has_trace_info(info.operation()) && log2 != 0 && log2 < 32 ? log2 : kPlainAlignment;
+  return op_has_trace_info(info.operation()) && log2 != 0 && log2 < 32 ? log2 : kPlainAlignLog2;
 }
 
 // A resize on its way: the old block, and where the new one will lie in the raw block.
@@ -59,13 +57,13 @@ struct Resize {
   CallTrace& trace;
   uint32_t old_size = 0;
   uint32_t old_offset = 0;
-  uint32_t old_alignment = kPlainAlignment;  // log2
+  uint32_t old_alignment = kPlainAlignLog2;  // log2
   ChunkWord old_chunk{};
   Placement place{};
 
   Address raw() const { return p - old_offset; }
   bool headed() const { return old_offset != 0; }
-  SoundBlock old_block() const { return {p, old_offset}; }  // checked, and not the application's at present
+  SoundBlock old_block() const { return SoundBlock(p); }  // checked, and not the application's at present
 };
 
 // The first half, under the lock: the old block is checked, counted and recorded as released, and off the list.
@@ -75,7 +73,7 @@ void take_old_block(Resize* resize) {
   resize->old_offset = resize->p - pointer.raw();
   resize->old_size = pointer.size();
   resize->old_chunk = pointer.chunk();
-  resize->old_alignment = pointer.headed() ? inherited_alignment(pointer.block()) : kPlainAlignment;
+  resize->old_alignment = pointer.headed() ? inherited_alignment(pointer.block()) : kPlainAlignLog2;
   if (pointer.headed()) unlink_block(pointer.block());
   counters_for(resize->flags).released(kOpReallocRelease, resize->old_size);
   if (pointer.headed() && resize->flags.record_log()) {
@@ -117,8 +115,7 @@ bool lengthen_trace(Resize* resize) {
 }
 
 void place_new_block(Resize* resize) {
-  const uint32_t align_log2 = resize->old_alignment;
-  resize->place = place_block(resize->flags, kOpRealloc, resize->trace.depth, 1U << align_log2, align_log2);
+  resize->place = place_block(resize->flags, kOpRealloc, resize->trace.depth, resize->old_alignment);
   if (resize->place.offset < resize->old_offset) lengthen_trace(resize);
 }
 
@@ -132,7 +129,7 @@ void move_user_bytes(const Resize& resize, void* raw) {
 // never is: the size rule allows for none. So an aligned block moves, and stays aligned.
 void* move_aligned(const Resize& resize) {
   const Placement& place = resize.place;
-  void* raw = raw::allocate_aligned(place.alignment, place.raw_size(resize.new_size));
+  void* raw = raw::allocate_aligned(place.alignment(), place.raw_size(resize.new_size));
   if (raw == nullptr) return nullptr;
   const uint32_t kept = resize.old_size < resize.new_size ? resize.old_size : resize.new_size;
   memcpy(static_cast<char*>(raw) + place.offset, pointer_to(resize.p), kept);
@@ -143,7 +140,7 @@ void* move_aligned(const Resize& resize) {
 // Resizes the raw block and brings the user's bytes to their new offset; null when there is no memory, the old block
 // untouched. To a shorter offset the bytes move down while the room of both headers is there.
 void* resize_raw(const Resize& resize) {
-  if (resize.place.align_log2 > kPlainAlignment) return move_aligned(resize);
+  if (resize.place.align_log2 > kPlainAlignLog2) return move_aligned(resize);
   const uint32_t final_size = resize.place.raw_size(resize.new_size);
   const bool shorter = resize.place.offset < resize.old_offset;
   const uint32_t room = shorter ? resize.old_offset - resize.place.offset : 0;

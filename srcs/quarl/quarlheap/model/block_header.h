@@ -53,16 +53,12 @@ struct HeaderFields {
 // A block of the used list, whose header can be believed.
 class SoundBlock {
  public:
-  // The caller vouches for it. `offset`, from the raw block to p, was found out with the check.
-  SoundBlock(Address p, uint32_t offset) : p_(p), offset_(offset) {}
+  explicit SoundBlock(Address p) : p_(p) {}  // the caller vouches for it
 
   Address p() const { return p_; }
-  Address raw() const { return p_ - offset_; }
-  uint32_t offset() const { return offset_; }
   uint32_t size() const { return header::word(p_, kUserSize); }
   HeaderLayout layout() const { return header::layout(p_); }
   HeaderFields fields() const { return HeaderFields::read(p_, layout()); }
-  ChunkWord chunk() const { return chunk_before(raw()); }
 
   // The trace that it was allocated with.
   const uint32_t* trace_words() const {
@@ -72,7 +68,6 @@ class SoundBlock {
 
  private:
   Address p_;
-  uint32_t offset_;
 };
 
 // A pointer that is said to be a block. Reads the words below it, whatever they are.
@@ -118,16 +113,16 @@ inline uint32_t header_size(const Flags& flags, Operation op, int depth) {
 struct Placement {
   uint32_t offset;  // raw block to user pointer
   uint32_t guard;   // bytes behind the user's
-  uint32_t alignment;
   uint32_t align_log2;
 
+  uint32_t alignment() const { return 1U << align_log2; }
   uint32_t raw_size(uint32_t user_size) const { return offset + guard + user_size; }
 };
-inline Placement place_block(const Flags& flags, Operation op, int depth, uint32_t alignment, uint32_t align_log2) {
-  if (!flags.header()) return {0, 0, alignment, align_log2};
+inline Placement place_block(const Flags& flags, Operation op, int depth, uint32_t align_log2 = kPlainAlignLog2) {
+  if (!flags.header()) return {0, 0, align_log2};
   const HeaderLayout layout = HeaderLayout::for_new(flags, op);
-  return {round_up(layout.lowest_offset(static_cast<uint32_t>(depth)), alignment), layout.guard_size(), alignment,
-          align_log2};
+  const uint32_t lowest = layout.lowest_offset(static_cast<uint32_t>(depth));
+  return {round_up(lowest, 1U << align_log2), layout.guard_size(), align_log2};
 }
 
 // Writes the header below p and the guard behind the block; the links are empty.

@@ -19,14 +19,14 @@ void fill_known(Address p, OpRecord* record, RecordKind result) {
 }
 
 // Operation and depth are told of a block with a trace only.
-void fill_optional(Address p, const HeaderLayout& layout, OpRecord* record) {
+void fill_optional(Address p, HeaderLayout layout, OpRecord* record) {
+  layout.trace_info = layout.trace;
   const HeaderFields fields = HeaderFields::read(p, layout);
-  const TraceInfo info{layout.trace ? header::field(p, layout.trace_info_offset()) : 0};
   record->tid = fields.tid;
   record->time = fields.time;
   record->seq_num = fields.seq_num;
-  record->stack_depth = static_cast<uint8_t>(info.depth());
-  record->operation = info.operation();
+  record->stack_depth = static_cast<uint8_t>(fields.info.depth());
+  record->operation = fields.info.operation();
 }
 
 HeaderLayout configured_layout() {

@@ -41,6 +41,7 @@ enum HeaderFlag : uint32_t {
 };
 inline constexpr uint32_t kLinkFlags = 3;
 inline constexpr uint32_t kFixedSize = 4 * -kUserSize;  // bytes
+inline constexpr uint32_t kPlainAlignLog2 = 3;          // of what every raw block has
 
 // The word that holds how many entries the trace has, the operation and the alignment of the block.
 struct TraceInfo {
@@ -109,8 +110,8 @@ struct HeaderLayout {
 
   // Bytes from the raw block to the user pointer; `info` is the block's, or 0 for one without.
   constexpr uint32_t header_offset(TraceInfo info) const {
-    const uint32_t log2 = trace_info ? info.align_log2() : 0;
-    return round_up(lowest_offset(trace_info && trace ? info.depth() : 0), log2 != 0 ? 1U << (log2 & 31) : 8);
+    const uint32_t log2 = trace_info && info.align_log2() != 0 ? info.align_log2() : kPlainAlignLog2;
+    return round_up(lowest_offset(trace_info && trace ? info.depth() : 0), 1U << (log2 & 31));
   }
 };
 

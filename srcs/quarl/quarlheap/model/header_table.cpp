@@ -18,7 +18,7 @@ constexpr HeaderTable kTable = {
     .depth_shift = 0,
     .op_shift = 8,
     .align_shift = 16,
-    .plain_align = 3,
+    .plain_align = kPlainAlignLog2,
     .reserved = {},
     .fields =
         {
