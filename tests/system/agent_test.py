@@ -133,6 +133,19 @@ class Agent(case.Case):
             self.assertNotEqual(again, 0)
         driver.kill()
 
+    def test_every_item_that_is_taken_acts(self):
+        """The statistics are printed behind each packet whose item is known, whatever it sets, and behind no other."""
+        texts = ["QUARL_THREAD=1", "QUARL_MMAP=1", "QUARL_RANDOM_FAIL=0", "QUARL_HEAD_TIME=1", "QUARL_SNAP_DETAIL=0",
+                 "QUARL_HEAD_STACKDEPTH=8", "QUARL_MAPS_SIZE=32", "QUARL_TRACE_BUFSIZE=2800", "QUARL_TIMER_SIG=45",
+                 "QUARL_LOG_FILENAME=1", "QUARL_SLOPOVER_API=1", "QUARL_PROF=1", "QUARL_SNAP_INTERVAL=0"]
+        for text in texts:
+            with self.subTest(text):
+                driver, port = self.start(AGENT + "QUARL_PRINT_PROFINFO=1 QUARL_ALL=1 QUARL_PROF=1")
+                with self.client(driver, port) as client:
+                    client.sendall(packet("QUARL_NONE=1") + packet(text))
+                self.ended(driver, self.waiting + self.round(statistics()))
+                driver.kill()
+
     def test_clients_that_misbehave(self):
         driver, port = self.start()
         expected = self.waiting

@@ -1,5 +1,7 @@
 """The configuration file: how its lines are read, which value stays, and what each value does to a block."""
 
+import signal
+
 import case
 from header import read_header
 from promise import promise
@@ -91,6 +93,17 @@ class Items(case.Case):
             with self.subTest(config + " " + symbol):
                 driver = self.driver(config)
                 self.assertEqual(driver.read(symbol), value)
+                self.assert_ends(driver)
+
+    def test_every_signal_has_its_name(self):
+        unknown = {"SIGSTKFLT", "SIGRTMIN", "SIGRTMAX"}  # and the first signal is the default
+        numbers = {each.name: int(each) for each in signal.Signals if each > 1 and each.name not in unknown}
+        self.assertEqual(len(numbers), 29)
+        numbers |= {"SIG31": 14, "SIG32": 32, "SIG128": 128, "SIG129": 14, "SIG040": 14, "31": 31}
+        for name, number in numbers.items():
+            with self.subTest(name):
+                driver = self.driver("QUARL_TIMER_SIG=" + name)
+                self.assertEqual(driver.read("qr_sig_num"), number)
                 self.assert_ends(driver)
 
     def test_items_that_depend_on_others(self):

@@ -30,6 +30,19 @@ class RandomFailure(case.Case):
             self.assertEqual(failed, sum(record.brief()[0] == operation for record in failures))
             self.assertTrue(calls / 10 < failed < calls / 5, (operation, failed))
 
+    def test_each_process_fails_in_an_order_of_its_own(self):
+        """The random numbers are seeded once: a reload does not begin them anew."""
+        def failures(driver):
+            return [driver.malloc(10) == 0 for _ in range(200)]
+        config = LOG + "QUARL_RANDOM_FAIL=1"
+        one, two = self.driver(config), self.driver(config)
+        begin = failures(one)
+        self.assertNotEqual(failures(two), begin)
+        one.do(f"raise {signal.SIGUSR1}")
+        self.assertNotEqual(failures(one), begin)
+        for driver in (one, two):
+            self.assert_ends(driver)
+
     def test_without_statistics_or_switched_off_nothing_fails(self):
         for config in ("QUARL_ALL=1 QUARL_PROF=0 QUARL_RANDOM_FAIL=1", LOG + "QUARL_RANDOM_FAIL=1 QUARL_RANDOM_FAIL=0"):
             driver = self.driver(config + " QUARL_OUTPUT_LOG=1")

@@ -96,7 +96,8 @@ class Chain(case.Case):
 
     def test_plain_snapshots_are_as_short_as_can_be(self):
         for threads, length in ((0, 88 + 32768 + 216), (1, 88 + 32768 + 216 + 49600)):
-            driver = self.driver(CLOCK + f"QUARL_SNAP_INTERVAL=1 QUARL_PROF=1 QUARL_THREAD={threads}")
+            driver = self.driver(CLOCK + f"QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=0 QUARL_PROF=1 QUARL_THREAD={threads}")
+            self.assertNotEqual(driver.malloc(10), 0)  # without details it has no record
             path = self.log_path(driver, "quarl_autosnap")
             driver.await_that(lambda: path.exists() and path.stat().st_size >= 2 * length, "two snapshots")
             self.assert_ends(driver)
@@ -139,7 +140,8 @@ class Chain(case.Case):
         for snapshot in self.check_chain(path):
             addresses = [record.address for record in snapshot.records]
             self.assertEqual(len(set(addresses)), len(addresses))
-            self.assertLessEqual(set(kept), set(addresses))
+            if any(record.size == 24 for record in snapshot.records):  # not one from before the kept blocks
+                self.assertLessEqual(set(kept), set(addresses))
 
 
 def read_chain_when_whole(path):
