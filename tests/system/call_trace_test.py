@@ -55,20 +55,22 @@ class CallTrace(case.Case):
     def test_stack_of_unknown_origin_is_followed_within_a_page(self):
         self.assertIn(self.deep_trace("coroutine"), (["malloc"], ["malloc", "allocate_deep"]))
 
-    @promise("Code of a library loaded late is recognised at its first appearance.")
+    @promise("Code of a library loaded late is recognised at its first appearance, or at one of the next where "
+             "garbage in frame pointers came before it.")
     def test_late_library_is_recognised(self):
-        """Its code is new to the checker, and stands in the trace of its first allocation."""
+        """On ARM the loader itself leaves garbage; elsewhere the first trace is whole."""
         driver = self.driver(LOGGED)
         driver.malloc(10)
         self.assertNotEqual(driver.dlopen(self.target.build / "victims" / "liblate.so"), 0)
         function = driver.symbol("late_allocation")
-        driver.call(function)
+        driver.do(f"repeat 20 call {function:#x}")
         self.assert_ends(driver)
         log = log_file.read_log(self.log_path(driver, "quarlAll"))
-        [made] = [record for record in log.records if record.size == 4321 and record.kind == log_file.ALLOCATED]
-        self.assertTrue(function < made.trace[2] < function + 100)
+        made = [record.trace for record in log.records if record.size == 4321 and record.kind == log_file.ALLOCATED]
+        whole = [len(trace) > 2 and function < trace[2] < function + 100 for trace in made]
+        self.assertEqual((len(whole), whole, whole[-1]), (20, sorted(whole), True))  # once known, always known
         if not self.target.emulated:  # the emulator shows the maps as they were when they were opened
-            trace = symbols.names(self.target, log, made.trace)
+            trace = symbols.names(self.target, log, made[0])
             self.assertEqual((trace[:4], trace[-1]), (["malloc", "late_helper", "late_allocation", "do_call"], "main"))
 
     @promise("It never leaves the thread's stack and follows only addresses of code, so binaries without frame "
