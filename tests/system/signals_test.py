@@ -134,12 +134,15 @@ class Signals(case.Case):
         driver.signal(signal.SIGUSR2, worker.tid)
         return driver.answer(HANDLER)
 
-    @promise("A handler of the application that interrupts a call of the allocator inside the checker and "
-             "allocates there is served by the raw allocator, past the checker; what it releases of checked blocks"
-             " there stays where it is until exit.")
+    @promise("A handler of the application that interrupts the checker and allocates there is served by the raw "
+             "allocator, past the checker; what it releases of checked blocks there stays where it is until exit.")
     def test_handler_that_allocates_inside_the_checker(self):
         """Its block has no header; the checked block that it releases is not touched, and is found at exit."""
-        driver, worker, block, _ = self.stuck("QUARL_SLOPOVER_EXIT=0 QUARL_SLOPOVER_MALLOC=1", "malloc 11")
+        for config, call in (("QUARL_SLOPOVER_MALLOC=1", "malloc 11"), ("", "check")):
+            with self.subTest(call):
+                self.allocate_in_handler(*self.stuck(f"QUARL_SLOPOVER_EXIT=0 {config}", call)[:3])
+
+    def allocate_in_handler(self, driver, worker, block):
         made = self.in_handler(driver, worker, "malloc 24")
         self.assertNotEqual((made, driver.word(made - 4) & ~3), (0, made))
         grown = self.in_handler(driver, worker, f"realloc {made} 5000")

@@ -2,6 +2,7 @@
 
 #include "config/item_setters.h"
 #include "platform/system.h"
+#include "platform/thread_cache.h"
 #include "quarlheap/checking/fault_report.h"
 #include "quarlheap/model/used_list.h"
 
@@ -40,6 +41,7 @@ extern "C" QUARL_EXPORT void quarl_check_mem(void) {
     hook_mutex.request(kPendingCheck);
     return;
   }
+  const InsideChecker inside;  // a handler that interrupts the check may allocate
   const ScopedLock lock;
   qr_heap_check();
 }
