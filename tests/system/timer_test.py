@@ -124,6 +124,19 @@ class Chain(case.Case):
             self.assert_ends(driver)
             self.assertEqual(path.exists(), interval != 0)
 
+    def test_next_snapshot_is_due_an_interval_later(self):
+        interval = 3
+        driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK + f"QUARL_TIME_INTERVAL=1000 QUARL_SNAP_INTERVAL={interval}")
+        begin, path = time.time(), self.log_path(driver, "quarl_autosnap")
+        for number in (1, 2):
+            driver.await_that(lambda: time.time() >= begin + interval + 1, "the next snapshot to be due")
+            begin = time.time()
+            for _ in range(3):
+                driver.do(f"raise {signal.SIGUSR2}")
+            late = time.time() >= int(begin) + interval  # a machine as slow as that may take one more
+            self.assertTrue(late or len(read_chain(path)) == number)
+        driver.kill()
+
     def test_snapshots_while_threads_allocate(self):
         driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1")
         workers = [driver.spawn() for _ in range(4)]

@@ -65,6 +65,17 @@ TEST(BlockCheck, MappedChunks) {
   EXPECT_EQ(qr_check_block(aligned.doubtful()), QR_FAULT_HEAD);
 }
 
+TEST(BlockCheck, MappedChunkOfABlockAlignedTo16) {
+  MadeBlock block({.op = kOpMemalign, .size = 200000, .align_log2 = 4});
+  const uint32_t mapping = ((block.chunk() + 4096 + 10) & ~4095U) - 24;
+  for (int away : {0, 16, -16}) {
+    block.set_chunk((mapping + static_cast<uint32_t>(away)) | 2);
+    EXPECT_EQ(qr_check_block(block.doubtful()), QR_FAULT_NONE) << away;
+  }
+  block.set_chunk((mapping + 24) | 2);
+  EXPECT_EQ(qr_check_block(block.doubtful()), QR_FAULT_HEAD);
+}
+
 TEST(BlockCheck, OrderOfTheRules) {
   MadeBlock block({});
   for (int i = 0; i < 4; ++i) {
