@@ -76,8 +76,8 @@ TEST(Header, ReadsBackWhatWasWritten) {
 
 TEST(UsedList, KeepsItsOrderThroughEveryRemoval) {
   for (const std::vector<int>& removals : {std::vector<int>{0, 1, 2}, {2, 1, 0}, {1, 0, 2}, {1, 2, 0}}) {
-    std::vector<std::unique_ptr<MadeBlock>> blocks;
-    for (int i = 0; i < 3; ++i) blocks.push_back(std::make_unique<MadeBlock>(BlockShape{}));
+    std::vector<std::unique_ptr<MadeBlock>> blocks(3);
+    for (auto& block : blocks) block = std::make_unique<MadeBlock>(BlockShape{});
     const ScopedLock lock;
     for (auto& block : blocks) link_block(block->sound());
     std::vector<Address> left = {blocks[0]->p, blocks[1]->p, blocks[2]->p};

@@ -73,6 +73,7 @@ class ElfFile {
   }
   void add_symbols(uint32_t type, const char* name, const std::vector<Symbol>& symbols) {
     std::vector<Elf32_Sym> table;
+    table.reserve(symbols.size());
     for (const Symbol& symbol : symbols)
       table.push_back({text(symbol.name), symbol.value, symbol.size, STT_FUNC, 0, 1});
     add(type, name, put(table.data(), table.size() * sizeof(Elf32_Sym)), table.size() * sizeof(Elf32_Sym));

@@ -63,7 +63,7 @@ class Program {
   }
 
   void allocate_one() {
-    Block block = {0x08000000 + address_++ % 4'000'000 * 64, 8 + random_() % 500};
+    Block block = {0x08000000 + address_++ % 4'000'000 * 64, 8 + static_cast<uint32_t>(random_() % 500)};
     blocks_.push_back(block);
     record_.operation = quarl::kOpMalloc;
     record_.result = quarl::kKindAllocated;

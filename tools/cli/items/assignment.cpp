@@ -29,6 +29,7 @@ Assignment parse_assignment(const std::string& text) {
 
 std::vector<Assignment> parse_assignments(const std::vector<std::string>& texts) {
   std::vector<Assignment> assignments;
+  assignments.reserve(texts.size());
   for (const std::string& text : texts) assignments.push_back(parse_assignment(text));
   return assignments;
 }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kRecordSize = 280;
 constexpr int kMaxRecords = 32767;  // what a record buffer can count
-constexpr long kMaxMapsKib = 1024 * 1024;
+constexpr long kMaxMapsKib = 1024L * 1024;
 
 using Complaint = std::string (*)(std::string_view value);
 

@@ -81,7 +81,8 @@ std::optional<std::string> search_path(const std::string& name, const std::strin
   const char* path = std::getenv("PATH");
   std::istringstream folders(path ? path : "/usr/local/bin:/usr/bin:/bin");
   for (std::string folder; std::getline(folders, folder, ':');) {
-    std::string candidate = prefix + (folder.empty() ? "." : folder) + "/" + name;
+    std::string candidate = prefix;
+    candidate.append(folder.empty() ? "." : folder).append("/").append(name);
     if (is_executable(candidate)) return candidate;
   }
   return std::nullopt;
