@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include "agent/packet.h"
 #include "config/line.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -11,8 +11,8 @@
 #include <cstring>
 
 #include "agent/connection.h"
+#include "agent/packet.h"
 #include "agent/wait.h"
-#include "config/item_rows.h"
 #include "platform/print.h"
 #include "platform/system.h"
 
@@ -24,6 +24,13 @@ bool sys::stat_fd(int fd, struct stat64* out) {
 }
 int sys::close(int fd) {
   return ::close(fd);
+}
+// A connection is taken over, never opened.
+int sys::open(const char*, int, int) {
+  abort();
+}
+int sys::duplicate_above(int, int) {
+  abort();
 }
 void print(int, const char*, ...) {}
 const char* error_text(int) {
@@ -50,7 +57,7 @@ void require(bool holds) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int ends[2];
   require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
-  quarl::Socket connection;
+  quarl::OwnDescriptor connection;
   require(connection.take(ends[0]));
   require(write(ends[1], data, size) == static_cast<ssize_t>(size));
   close(ends[1]);

@@ -72,6 +72,15 @@ static void wait_for_signal(void) {
   for (;;) pause();
 }
 
+// Stands still until its standard input ends.
+static void stay(void) {
+  char byte;
+  printf("here\n");
+  fflush(stdout);
+  while (read(0, &byte, 1) > 0) {
+  }
+}
+
 static void leave_child_behind(void) {
   char byte;
   if (fork() == 0) {
@@ -98,6 +107,7 @@ static void act(const char* what) {
   if (!strcmp(what, "free")) free(kept);
   if (!strcmp(what, "abort")) abort();
   if (!strcmp(what, "serve")) serve();
+  if (!strcmp(what, "stay")) stay();
   if (!strcmp(what, "wait")) wait_for_signal();
   if (!strcmp(what, "left")) leave_child_behind();
   if (!strcmp(what, "config")) show_config();

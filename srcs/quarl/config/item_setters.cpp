@@ -1,6 +1,5 @@
 #include "config/item_setters.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "config/item_rows.h"
@@ -77,14 +76,14 @@ Effect set_timer_signal(Settings&, const ItemRow&, const char* value) {
 
 Effect set_time_interval(Settings& cfg, const ItemRow&, const char* value) {
   if (!Flags(cfg).in_force(kHeadTime) || cfg.timer_clock_on == 0) return {};
-  const int seconds = atoi(value);
+  const int seconds = leading_number(value);
   if (seconds != 0) return with_number(Effect::kStartTimer, seconds);
   cfg.timer_clock_on = 0;
   return {};
 }
 
 Effect set_snap_interval(Settings& cfg, const ItemRow&, const char* value) {
-  const int seconds = atoi(value);
+  const int seconds = leading_number(value);
   const bool possible = cfg.timer_clock_on == 1;
   cfg.snap_interval = possible ? seconds : 0;
   cfg.next_snap_time = 0;
@@ -98,7 +97,7 @@ Effect set_snap_detail(Settings& cfg, const ItemRow&, const char* value) {
 }
 
 Effect set_stackdepth(Settings& cfg, const ItemRow& row, const char* value) {
-  const int depth = atoi(value);
+  const int depth = leading_number(value);
   const bool usable = depth >= 1 && depth <= kMaxDepth;
   if (usable) cfg.stack_depth = static_cast<int16_t>(depth == 1 ? kDefaultDepth : depth);
   put(cfg, row, usable);
@@ -106,13 +105,13 @@ Effect set_stackdepth(Settings& cfg, const ItemRow& row, const char* value) {
 }
 
 Effect set_maps_size(Settings& cfg, const ItemRow&, const char* value) {
-  const int size = atoi(value);
+  const int size = leading_number(value);
   if (size > 1) cfg.maps_size_kb = size;
   return {};
 }
 
 Effect set_trace_bufsize(Settings& cfg, const ItemRow&, const char* value) {
-  const uint32_t records = static_cast<uint32_t>(atoi(value)) / kRecordSize;
+  const uint32_t records = static_cast<uint32_t>(leading_number(value)) / kRecordSize;
   const bool default_size = value[0] == '0' || value[0] == '1' || records == 0;
   cfg.trace_buf_size = default_size ? kDefaultBufferSize : records * kRecordSize;
   return {};
@@ -132,7 +131,7 @@ Effect set_slopover_api(Settings& cfg, const ItemRow& row, const char* value) {
 
 Effect set_slopover_user(Settings& cfg, const ItemRow& row, const char* value) {
   put(cfg, row, true);
-  return with_number(Effect::kHandleCheckSignal, atoi(value));
+  return with_number(Effect::kHandleCheckSignal, leading_number(value));
 }
 
 }  // namespace quarl

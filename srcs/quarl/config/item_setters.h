@@ -1,6 +1,6 @@
 // What the value of an item does to the cfg. Every text maps to some state, none is refused; a text has 1 to
 // kMaxValue characters. On/off items look at the first character only: 1 is on, anything else off. Numbers are read
-// with atoi.
+// by leading_number().
 #pragma once
 
 #include "config/effect.h"

@@ -1,6 +1,8 @@
 #include "config/line.h"
 
-#include <cstddef>
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
 
 namespace quarl {
@@ -39,6 +41,10 @@ Line parse_line(const char* text) {
   if (value_length == 0 || value_length > kMaxValue) return failed(line, LineError::kValueLength, nullptr);
   memcpy(line.value, value, value_length);
   return line;
+}
+
+int leading_number(const char* value) {
+  return static_cast<int>(std::clamp<long>(strtol(value, nullptr, 10), INT_MIN, INT_MAX));
 }
 
 }  // namespace quarl

@@ -27,4 +27,8 @@ struct Line {
 // after it, is skipped. error_text points into `text` or is null, which means the key.
 Line parse_line(const char* text);
 
+// The number that a value begins with: sign and decimal digits, 0 without any. What an int cannot hold is the nearest
+// one that it can, whatever the size of a long.
+int leading_number(const char* value);
+
 }  // namespace quarl

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/line.h"
+
 namespace quarl {
 namespace {
 
@@ -49,7 +51,7 @@ int signal_of_value(const char* value, int default_signal) {
   const size_t length = strcspn(value, " ");
   if (length < sizeof name) memcpy(name, value, length);
   const int known = signal_by_name(name);
-  const int number = known >= 0 ? known : atoi(name);
+  const int number = known >= 0 ? known : leading_number(name);
   return number == 0 || number == 1 ? default_signal : number;
 }
 

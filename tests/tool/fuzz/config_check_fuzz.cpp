@@ -41,7 +41,7 @@ std::vector<std::string> lines_by_reader(std::string_view bytes) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view bytes(reinterpret_cast<const char*>(data), size);
   if (lines_by_windows(bytes) != lines_by_reader(bytes)) std::abort();
-  for (const quarl::Finding& finding : quarl::check_config(bytes).findings) {
+  for (const quarl::Finding& finding : quarl::ConfigReport(bytes).findings) {
     if (finding.line < 1 || finding.text.empty()) std::abort();
   }
   return 0;

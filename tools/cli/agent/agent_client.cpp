@@ -9,7 +9,7 @@
 #include <cstring>
 #include <memory>
 
-#include "config/item_rows.h"
+#include "agent/packet.h"
 #include "refusal.h"
 
 namespace quarl {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "config/line.h"
 #include "items/item_values.h"
 #include "refusal.h"
 
@@ -17,7 +18,7 @@ Assignment parse_assignment(const std::string& text) {
   if (equals == std::string::npos) refuse("\"{}\" is no KEY=VALUE", text);
   std::string key = text.substr(0, equals), value = text.substr(equals + 1);
   if (key.size() > kMaxKey) refuse("the key \"{}\" is longer than {} characters", key, kMaxKey);
-  const ItemInfo* item = find_item(key);
+  const ItemRow* item = find_item(key.c_str());
   if (!item) refuse("{}", unknown_key(key));
   if (value.empty()) refuse("{}: a value is missing; it takes {}", key, item->values);
   if (value.size() > kMaxValue) refuse("{}: the value is longer than {} characters", key, kMaxValue);

@@ -9,7 +9,7 @@
 namespace quarl {
 
 struct Assignment {
-  const ItemInfo* item;
+  const ItemRow* item;
   std::string value;
   std::string text() const;  // KEY=VALUE
 };

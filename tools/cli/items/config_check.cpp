@@ -15,8 +15,9 @@ namespace {
 
 class Checker {
  public:
+  explicit Checker(ConfigReport& report) : report_(report) {}
   void read(const ConfigLine& line);
-  ConfigReport finish();
+  void finish();
 
  private:
   template <typename... Args>
@@ -25,13 +26,14 @@ class Checker {
   }
   void read_item(const ConfigLine& line);
   void skipped_text(const ConfigLine& line, const Line& parsed);
-  void apply(const ItemInfo& item, const std::string& value, int line);
-  void order(const ItemInfo& item, const std::string& value, int line);
-  void order_of_timer(int line);
+  void kept(const Applied& applied, int line);
+  void set(const Applied& applied, int line);
+  void order(const Applied& applied, int line);
+  void no_timer(int line);
   void without_effect();
   void shared_signals();
 
-  ConfigReport report_;
+  ConfigReport& report_;
   ItemState& state_ = report_.state;
 };
 
@@ -72,22 +74,19 @@ void Checker::read(const ConfigLine& line) {
 }
 
 void Checker::read_item(const ConfigLine& line) {
-  Line parsed = parse_line(line.text.c_str());
   if (is_blank(line.text)) {
     find(line.number, "a line of blanks is no empty line; the library complains about it");
     return;
   }
-  if (parsed.error != LineError::kNone) {
-    find(line.number, "ignored: {}", error_text(parsed));
-    return;
+  const Applied applied = state_.apply(line.text, line.number);
+  if (applied.outcome == Applied::kBadLine) {
+    find(line.number, "ignored: {}", error_text(applied.line));
+  } else if (applied.outcome == Applied::kUnknown) {
+    find(line.number, "ignored: {}", unknown_key(applied.line.key));
+  } else {
+    skipped_text(line, applied.line);
+    applied.outcome == Applied::kSet ? set(applied, line.number) : kept(applied, line.number);
   }
-  const ItemInfo* item = find_item(parsed.key);
-  if (!item) {
-    find(line.number, "ignored: {}", unknown_key(parsed.key));
-    return;
-  }
-  skipped_text(line, parsed);
-  apply(*item, parsed.value, line.number);
 }
 
 // Text that the line parser passes over: between the key and the "=", and behind the value.
@@ -103,56 +102,58 @@ void Checker::skipped_text(const ConfigLine& line, const Line& parsed) {
   find(line.number, "{}: \"{}\" behind the value is ignored", parsed.key, behind);
 }
 
-void Checker::apply(const ItemInfo& item, const std::string& value, int line) {
-  if (!state_.takes_another(item)) {
-    const ItemState::Setting& first = *state_.find(item.key);
-    find(line, "{}={} is ignored: the item cannot be set again and keeps {} from line {}", item.key, value, first.value,
-         first.line);
-    return;
+void Checker::kept(const Applied& applied, int line) {
+  const char* key = applied.row->key;
+  const ItemState::Setting& first = *state_.find(key);
+  find(line, "{}={} is ignored: the item cannot be set again and keeps {} from line {}", key, applied.line.value,
+       first.value, first.line);
+}
+
+void Checker::set(const Applied& applied, int line) {
+  if (std::string complaint = value_complaint(*applied.row, applied.line.value); !complaint.empty()) {
+    find(line, "{}: {}", applied.row->key, complaint);
   }
-  if (std::string complaint = value_complaint(item, value); !complaint.empty()) {
-    find(line, "{}: {}", item.key, complaint);
-  }
-  order(item, value, line);
-  state_.apply(item, value, line);
+  order(applied, line);
   ++report_.applied;
 }
 
 // Items that look at others in the moment in which they are set.
-void Checker::order(const ItemInfo& item, const std::string& value, int line) {
-  std::string_view key = item.key;
-  long number = leading_number(value);
-  if (key == "QUARL_TIME_INTERVAL" && number > 0) order_of_timer(line);
-  if (key == "QUARL_SNAP_INTERVAL" && number > 0 && !state_.clock_wanted()) {
+void Checker::order(const Applied& applied, int line) {
+  const std::string_view key = applied.row->key;
+  const bool one = applied.line.value[0] == '1';
+  if (key == "QUARL_TIME_INTERVAL" && applied.effect.kind != Effect::kStartTimer &&
+      leading_number(applied.line.value) > 0) {
+    no_timer(line);
+  }
+  if (applied.effect.kind == Effect::kRefuseSnapshots) {
     find(line, "QUARL_SNAP_INTERVAL ends the process here: put QUARL_HEAD_TIME=2 above it");
   }
   if (key == "QUARL_TIMER_SIG" && state_.timer_started()) {
     find(line, "QUARL_TIMER_SIG comes too late for the timer; put it above QUARL_TIME_INTERVAL in line {}",
          state_.find("QUARL_TIME_INTERVAL")->line);
   }
-  if (key == "QUARL_THREAD" && state_.on("QUARL_ALL") && !state_.on("QUARL_PROF")) {
+  if (applied.effect.kind == Effect::kRefuseThreads) {
     find(line, "QUARL_THREAD is refused while QUARL_PROF is not on: put QUARL_PROF=1 above it");
   }
-  if (key == "QUARL_PROF" && !value.starts_with('1') && state_.on(key) && !state_.on("QUARL_ALL")) {
+  if (key == "QUARL_PROF" && !one && state_.on("QUARL_PROF")) {
     find(line, "QUARL_PROF stays on: it is switched off only after QUARL_ALL=1");
   }
-  if (key == "QUARL_MMAP" && value.starts_with('1') && !state_.find("QUARL_PROF")) {
+  if (key == "QUARL_MMAP" && one && !state_.find("QUARL_PROF")) {
     find(line, "the statistics do not learn of QUARL_MMAP: put QUARL_PROF=1 above it");
   }
 }
 
-void Checker::order_of_timer(int line) {
+void Checker::no_timer(int line) {
   std::vector<std::string> missing;
   if (!state_.on("QUARL_ALL")) missing.push_back("QUARL_ALL=1");
   if (!state_.on("QUARL_MEM_HEAD")) missing.push_back("QUARL_MEM_HEAD=1");
   if (!state_.on("QUARL_HEAD_TIME") || !state_.clock_wanted()) missing.push_back("QUARL_HEAD_TIME=2");
-  if (missing.empty()) return;
   find(line, "QUARL_TIME_INTERVAL starts no timer: put {} above it", fmt::join(missing, " and "));
 }
 
 // Items that are on while one that they need is off.
 void Checker::without_effect() {
-  for (const ItemInfo& item : kItemTable) {
+  for (const ItemRow& item : kItemRows) {
     const ItemState::Setting* setting = state_.find(item.key);
     if (!setting || setting->line == 0 || !state_.on(item.key)) continue;
     std::istringstream depends(item.depends);
@@ -170,16 +171,14 @@ void Checker::shared_signals() {
     int line;
   };
   std::vector<Use> uses;
-  auto use = [&](const char* key, int default_signal) {
+  auto use = [&](const char* key) {
     const ItemState::Setting& setting = *state_.find(key);
-    uses.push_back({key, signal_or_default(setting.value, default_signal), setting.line});
+    uses.push_back({key, setting.effect.number, setting.line});
   };
-  use("QUARL_SIG", kDumpSignal);
-  if (state_.timer_started()) use("QUARL_TIMER_SIG", kTimerSignal);
-  if (state_.on("QUARL_SLOPOVER_USER")) use("QUARL_SLOPOVER_USER", 0);
-  if (state_.on("QUARL_SLOPOVER_TIMER")) {
-    uses.push_back({"QUARL_SLOPOVER_TIMER", kTimerSignal, state_.find("QUARL_SLOPOVER_TIMER")->line});
-  }
+  use("QUARL_SIG");
+  if (state_.timer_started()) use("QUARL_TIMER_SIG");
+  if (state_.on("QUARL_SLOPOVER_USER")) use("QUARL_SLOPOVER_USER");
+  if (state_.on("QUARL_SLOPOVER_TIMER")) use("QUARL_SLOPOVER_TIMER");
   for (size_t i = 0; i < uses.size(); ++i) {
     for (size_t j = i + 1; j < uses.size(); ++j) {
       if (uses[i].signal != uses[j].signal) continue;
@@ -189,21 +188,20 @@ void Checker::shared_signals() {
   }
 }
 
-ConfigReport Checker::finish() {
+void Checker::finish() {
   state_.apply_defaults();
   without_effect();
   shared_signals();
   std::stable_sort(report_.findings.begin(), report_.findings.end(),
                    [](const Finding& a, const Finding& b) { return a.line < b.line; });
-  return std::move(report_);
 }
 
 }  // namespace
 
-ConfigReport check_config(std::string_view bytes) {
-  Checker checker;
+ConfigReport::ConfigReport(std::string_view bytes) {
+  Checker checker(*this);
   for (const ConfigLine& line : read_config(bytes)) checker.read(line);
-  return checker.finish();
+  checker.finish();
 }
 
 }  // namespace quarl

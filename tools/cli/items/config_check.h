@@ -16,11 +16,11 @@ struct Finding {
 };
 
 struct ConfigReport {
+  explicit ConfigReport(std::string_view bytes);
+
   std::vector<Finding> findings;  // by line
   ItemState state;                // after the file and the defaults
   int applied = 0;                // lines that set an item
 };
-
-ConfigReport check_config(std::string_view bytes);
 
 }  // namespace quarl

@@ -1,57 +1,55 @@
 #include "items/item_state.h"
 
-#include <algorithm>
-#include <iterator>
-
-#include "items/item_values.h"
-
 namespace quarl {
 namespace {
 
-// They act whatever their value is.
-constexpr std::string_view kAlwaysOn[] = {"QUARL_LOG_FILENAME", "QUARL_SIG",           "QUARL_TIMER_SIG",
-                                          "QUARL_MAPS_SIZE",    "QUARL_TRACE_BUFSIZE", "QUARL_SLOPOVER_USER"};
+bool acts(const Effect& effect) {
+  if (effect.kind == Effect::kTraceMappings) return effect.number != 0;
+  return effect.kind != Effect::kNone && effect.kind != Effect::kRefuseSnapshots;
+}
 
 }  // namespace
 
-const ItemState::Setting* ItemState::find(std::string_view key) const {
-  auto found = settings_.find(key);
-  return found == settings_.end() ? nullptr : &found->second;
+Applied ItemState::apply(const std::string& text, int line) {
+  Applied applied = items_.apply(text.c_str());
+  if (applied.outcome == Applied::kSet) keep(*applied.row, {applied.line.value, line, applied.effect});
+  return applied;
 }
 
-void ItemState::apply(const ItemInfo& item, const std::string& value, int line) {
-  on_[item.key] = outcome(item, value);
-  settings_[item.key] = {value, line};
+// The settings also change when an effect cannot be carried out: the library gives up a timer that the kernel refuses.
+void ItemState::keep(const ItemRow& row, const Setting& setting) {
+  set_to_[&row - kItemRows] = setting;
+  if (setting.effect.kind != Effect::kStartTimer) return;
+  const int signal = timer_signal();
+  timer_started_ = setting.effect.number > 0 && signal >= 1 && signal <= static_cast<int>(kLastSignal);
+  if (!timer_started_) settings_.timer_clock_on = 0;
 }
 
 void ItemState::apply_defaults() {
-  for (const ItemInfo& item : kItemTable) {
-    if (item.default_on && !find(item.key)) apply(item, "1", 0);
+  for (const ItemRow& row : kItemRows) {
+    Effect effect;
+    if (items_.apply_default(row, &effect)) keep(row, {"1", 0, effect});
   }
 }
 
-bool ItemState::on(std::string_view key) const {
-  auto found = on_.find(key);
-  return found != on_.end() && found->second;
+const ItemState::Setting* ItemState::find(const std::string& key) const {
+  const ItemRow* row = find_item(key.c_str());
+  return row != nullptr && items_.is_set(*row) ? &set_to_[row - kItemRows] : nullptr;
 }
 
-bool ItemState::outcome(const ItemInfo& item, const std::string& value) {
-  std::string_view key = item.key;
-  bool one = value.starts_with('1');
-  long number = leading_number(value);
-  if (std::find(std::begin(kAlwaysOn), std::end(kAlwaysOn), key) != std::end(kAlwaysOn)) return true;
-  if (key == "QUARL_HEAD_STACKDEPTH") return number >= 1 && number <= 64;
-  if (key == "QUARL_TIME_INTERVAL") return start_timer(number);
-  if (key == "QUARL_SNAP_INTERVAL") return number != 0 && clock_wanted_;
-  if (key == "QUARL_PROF" && !one) return on(key) && !on("QUARL_ALL");  // only switched off under the master switch
-  if (key == "QUARL_THREAD" && on("QUARL_ALL") && !on("QUARL_PROF")) return on(key);
-  if (key == "QUARL_HEAD_TIME" && value.starts_with('2')) return clock_wanted_ = true;
-  return one;
+int ItemState::timer_signal() const {
+  const Setting* setting = find("QUARL_TIMER_SIG");
+  return setting != nullptr ? setting->effect.number : kDefaultTimerSignal;
 }
 
-bool ItemState::start_timer(long seconds) {
-  if (!clock_wanted_ || !on("QUARL_ALL") || !on("QUARL_MEM_HEAD") || !on("QUARL_HEAD_TIME")) return false;
-  return clock_wanted_ = seconds > 0;
+bool ItemState::on(const std::string& key) const {
+  const Setting* setting = find(key);
+  if (setting == nullptr) return false;
+  const ItemRow& row = *find_item(key.c_str());
+  if (row.bit.word != nullptr) return (settings_.*row.bit.word & row.bit.mask) != 0;
+  if (row.set == set_time_interval) return timer_started_;
+  if (row.set == set_snap_detail) return settings_.snap_detail == 1;
+  return acts(setting->effect);
 }
 
 }  // namespace quarl

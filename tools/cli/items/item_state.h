@@ -1,12 +1,11 @@
-// What is in force in a process after some items were applied: the part of the library's state that decides
-// whether an item acts.
+// What is in force in a process after some lines of configuration were applied: the library's own settings and items,
+// with what each item was last set to.
 #pragma once
 
-#include <map>
+#include <array>
 #include <string>
-#include <string_view>
 
-#include "config/item_rows.h"
+#include "config/items.h"
 
 namespace quarl {
 
@@ -15,31 +14,37 @@ class ItemState {
   struct Setting {
     std::string value;
     int line;  // of the file, from 1; 0 for a default
+    Effect effect;
   };
 
-  // Null when nothing set the item.
-  const Setting* find(std::string_view key) const;
+  ItemState() = default;
+  ItemState(const ItemState&) = delete;  // the items refer to the settings
+  ItemState& operator=(const ItemState&) = delete;
 
-  // False when the item keeps the value that it has.
-  bool takes_another(const ItemInfo& item) const { return item.resettable || !find(item.key); }
-
-  void apply(const ItemInfo& item, const std::string& value, int line);
+  // One line of the file, as the library applies it.
+  Applied apply(const std::string& text, int line);
 
   // "1" for every default-on item that nothing set, in table order.
   void apply_defaults();
 
-  // The item's switch is on; for a valued item, that its value makes it act.
-  bool on(std::string_view key) const;
-  bool clock_wanted() const { return clock_wanted_; }  // the interval timer may be started, or runs
-  bool timer_started() const { return on("QUARL_TIME_INTERVAL"); }
+  const Settings& settings() const { return settings_; }
+
+  // Null when nothing set the item, or there is none of that key.
+  const Setting* find(const std::string& key) const;
+
+  // The item's bit is on; for an item without one, that its value has made something happen.
+  bool on(const std::string& key) const;
+  bool clock_wanted() const { return settings_.timer_clock_on == 1; }  // the interval timer may be started, or runs
+  bool timer_started() const { return timer_started_; }
+  int timer_signal() const;
 
  private:
-  bool outcome(const ItemInfo& item, const std::string& value);
-  bool start_timer(long seconds);
+  void keep(const ItemRow& row, const Setting& setting);
 
-  std::map<std::string, Setting, std::less<>> settings_;
-  std::map<std::string, bool, std::less<>> on_;
-  bool clock_wanted_ = false;
+  Settings settings_;
+  Items items_{settings_};
+  std::array<Setting, kItemCount> set_to_;  // by row
+  bool timer_started_ = false;
 };
 
 }  // namespace quarl

@@ -4,66 +4,68 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 #include <vector>
 
+#include "config/line.h"
 #include "items/signal_text.h"
 
 namespace quarl {
 namespace {
 
-constexpr int kRecordSize = 280;
-constexpr int kMaxRecords = 32767;  // what a record buffer can count
-constexpr long kMaxMapsKib = 1024L * 1024;
-
-using Complaint = std::string (*)(std::string_view value);
-
 bool is_number(std::string_view value) {
-  return !value.empty() && std::all_of(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c); });
+  return std::all_of(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c); });
 }
 
-std::string switch_complaint(std::string_view value) {
-  if (value == "0" || value == "1") return "";
-  return fmt::format("\"{}\" is read as {}; write 0 or 1", value, value.starts_with('1') ? "1" : "0");
+template <typename Read>
+std::string read_as(const std::string& value, const Read& read, std::string_view advice) {
+  return fmt::format("\"{}\" is read as {}; write {}", value, read, advice);
 }
 
-std::string head_time_complaint(std::string_view value) {
-  if (value == "0" || value == "1" || value == "2") return "";
-  char first = value.starts_with('1') || value.starts_with('2') ? value[0] : '0';
-  return fmt::format("\"{}\" is read as {}; write 0, 1 or 2", value, first);
+// Switches and levels, which look at the first character.
+std::string level_complaint(const ItemRow& row, const std::string& value) {
+  const char last = static_cast<char>('0' + row.range.last);
+  const char read = value[0] >= '1' && value[0] <= last ? value[0] : '0';
+  if (value == std::string(1, read)) return "";
+  return read_as(value, read, last == '1' ? "0 or 1" : "0, 1 or 2");
 }
 
-std::string number_complaint(std::string_view value) {
-  if (is_number(value) && value.size() < 10) return "";
-  return fmt::format("\"{}\" is read as {}; write a whole number below 1000000000", value, leading_number(value));
+std::string digits_complaint(const std::string& value) {
+  constexpr size_t kMaxDigits = 9;  // of kMaxNumber
+  if (is_number(value) && value.size() <= kMaxDigits) return "";
+  return read_as(value, leading_number(value.c_str()), fmt::format("a whole number below {}", kMaxNumber + 1));
 }
 
-std::string depth_complaint(std::string_view value) {
-  if (std::string text = number_complaint(value); !text.empty()) return text;
-  if (leading_number(value) <= 64) return "";
-  return fmt::format("{} turns the call traces off; write 2 to 64, 1 for 8, or 0 for none", value);
-}
-
-std::string maps_complaint(std::string_view value) {
-  if (std::string text = number_complaint(value); !text.empty()) return text;
-  if (value == "0") return "0 leaves the size at 32 KiB; write a number of KiB from 2 on, or 1 for 32";
-  if (leading_number(value) <= kMaxMapsKib) return "";
-  return fmt::format("{} KiB does not fit a 32-bit process; write at most {}", value, kMaxMapsKib);
-}
-
-std::string buffer_complaint(std::string_view value) {
-  if (value == "1") return "";
-  if (std::string text = number_complaint(value); !text.empty()) return text;
-  long bytes = leading_number(value);
-  if (value[0] == '0' || value[0] == '1') {
-    return fmt::format("a value that begins with {} is read as 28000; write a size that begins with 2 to 9", value[0]);
+// What becomes of a number out of the range.
+std::string range_complaint(const ItemRow& row, const std::string& value, bool below) {
+  const std::string_view key = row.key;
+  if (key == "QUARL_HEAD_STACKDEPTH") {
+    return fmt::format("{} turns the call traces off; write 2 to {}, 1 for {}, or 0 for none", value, row.range.last,
+                       row.default_value);
   }
-  if (bytes < kRecordSize)
-    return fmt::format("{} is below one record of {} bytes and read as 28000", bytes, kRecordSize);
-  if (bytes / kRecordSize > kMaxRecords) {
-    return fmt::format("a buffer holds at most {} records; write at most {}", kMaxRecords, kMaxRecords * kRecordSize);
+  if (key == "QUARL_MAPS_SIZE") {
+    if (!below) return fmt::format("{} KiB does not fit a 32-bit process; write at most {}", value, row.range.last);
+    return fmt::format("{} leaves the size at {} KiB; write a number of KiB from {} on, or 1 for {}", value,
+                       row.default_value, row.range.first, row.default_value);
   }
-  return "";
+  if (key == "QUARL_TRACE_BUFSIZE") {
+    if (!below) {
+      return fmt::format("a buffer holds at most {} records; write at most {}", kMaxRecords, kMaxRecords * kRecordSize);
+    }
+    return fmt::format("{} is below one record of {} bytes and read as {}", value, kRecordSize, row.default_value);
+  }
+  return fmt::format("{} is out of range; write {} to {}", value, row.range.first, row.range.last);
+}
+
+std::string number_complaint(const ItemRow& row, const std::string& value) {
+  if (std::string text = digits_complaint(value); !text.empty()) return text;
+  if (row.set == set_trace_bufsize && (value[0] == '0' || value[0] == '1')) {
+    return fmt::format("a value that begins with {} is read as {}; write a size that begins with 2 to 9", value[0],
+                       row.default_value);
+  }
+  const auto number = static_cast<uint32_t>(leading_number(value.c_str()));
+  const bool stands_for_default = row.default_on && number == 1;
+  if (stands_for_default || (number >= row.range.first && number <= row.range.last)) return "";
+  return range_complaint(row, value, number < row.range.first);
 }
 
 std::string unusable_signal(int number) {
@@ -72,55 +74,26 @@ std::string unusable_signal(int number) {
   if (number == 32 || number == 33)
     return fmt::format("signal {} belongs to the C library; choose another one", number);
   if (number == kReleaseSignal) return "signal 60 is the one that ends a parked thread; choose another one";
-  if (number < 1 || number > kLastSignal) {
+  if (number < 1 || number > static_cast<int>(kLastSignal)) {
     return fmt::format("there is no signal {}; choose one of 1 to {}", number, kLastSignal);
   }
   return "";
 }
 
-std::string signal_complaint(std::string_view value, int default_signal) {
-  if (value == "1") return "";  // what the defaults apply
-  int number = signal_number(value);
-  if (number == 0 || number == 1) {
-    return fmt::format("\"{}\" is read as {}; write the name or the number (2 or more) of a signal", value,
-                       signal_name(default_signal));
-  }
-  if (std::isdigit(static_cast<unsigned char>(value[0])) && !is_number(value)) return number_complaint(value);
+std::string signal_complaint(const ItemRow& row, const std::string& value) {
+  const int number = signal_number(value);
+  if (number == 0) return read_as(value, row.default_value, "the name or the number (2 or more) of a signal");
+  if (std::isdigit(static_cast<unsigned char>(value[0])) && !is_number(value)) return digits_complaint(value);
   return unusable_signal(number);
 }
 
-std::string dump_signal_complaint(std::string_view value) {
-  return signal_complaint(value, kDumpSignal);
+std::string signal_number_complaint(const std::string& value) {
+  const std::string text = digits_complaint(value);
+  if (text.empty()) return unusable_signal(leading_number(value.c_str()));
+  if (is_number(value)) return text;  // a long one
+  const int number = signal_number(value);
+  return number > 1 ? fmt::format("a number is needed, not a name: write {}", number) : text;
 }
-std::string timer_signal_complaint(std::string_view value) {
-  return signal_complaint(value, kTimerSignal);
-}
-
-std::string user_signal_complaint(std::string_view value) {
-  if (std::string text = number_complaint(value); !text.empty()) {
-    int number = signal_number(value);
-    return number > 1 ? fmt::format("a number is needed, not a name: write {}", number) : text;
-  }
-  return unusable_signal(static_cast<int>(leading_number(value)));
-}
-
-std::string no_complaint(std::string_view) {
-  return "";
-}
-
-struct Rule {
-  std::string_view key;
-  Complaint complaint;
-};
-
-// Items that are no plain switches.
-constexpr Rule kRules[] = {
-    {"QUARL_LOG_FILENAME", no_complaint},       {"QUARL_SIG", dump_signal_complaint},
-    {"QUARL_HEAD_TIME", head_time_complaint},   {"QUARL_TIMER_SIG", timer_signal_complaint},
-    {"QUARL_TIME_INTERVAL", number_complaint},  {"QUARL_SNAP_INTERVAL", number_complaint},
-    {"QUARL_HEAD_STACKDEPTH", depth_complaint}, {"QUARL_MAPS_SIZE", maps_complaint},
-    {"QUARL_TRACE_BUFSIZE", buffer_complaint},  {"QUARL_SLOPOVER_USER", user_signal_complaint},
-};
 
 size_t edit_distance(std::string_view a, std::string_view b) {
   std::vector<size_t> row(b.size() + 1);
@@ -138,18 +111,11 @@ size_t edit_distance(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-const ItemInfo* find_item(std::string_view key) {
-  for (const ItemInfo& item : kItemTable) {
-    if (key == item.key) return &item;
-  }
-  return nullptr;
-}
-
 std::string unknown_key(std::string_view key) {
   constexpr size_t kNear = 3;  // typing errors
-  const ItemInfo* nearest = nullptr;
+  const ItemRow* nearest = nullptr;
   size_t distance = kNear + 1;
-  for (const ItemInfo& item : kItemTable) {
+  for (const ItemRow& item : kItemRows) {
     size_t length = std::string_view(item.key).size();
     if (std::max(length, key.size()) - std::min(length, key.size()) > kNear) continue;
     size_t edits = edit_distance(key, item.key);
@@ -159,15 +125,22 @@ std::string unknown_key(std::string_view key) {
   return fmt::format("no item \"{}\"; did you mean {}?", key, nearest->key);
 }
 
-std::string value_complaint(const ItemInfo& item, std::string_view value) {
-  for (const Rule& rule : kRules) {
-    if (rule.key == item.key) return rule.complaint(value);
+std::string value_complaint(const ItemRow& row, const std::string& value) {
+  if (row.default_on && value == "1") return "";  // what the defaults apply
+  switch (row.value) {
+    case ItemValue::kSwitch:
+    case ItemValue::kLevel:
+      return level_complaint(row, value);
+    case ItemValue::kNumber:
+      return number_complaint(row, value);
+    case ItemValue::kSignal:
+      return signal_complaint(row, value);
+    case ItemValue::kSignalNumber:
+      return signal_number_complaint(value);
+    case ItemValue::kText:
+      break;
   }
-  return switch_complaint(value);
-}
-
-long leading_number(std::string_view value) {
-  return std::strtol(std::string(value).c_str(), nullptr, 10);
+  return "";
 }
 
 }  // namespace quarl

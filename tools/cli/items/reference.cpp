@@ -85,7 +85,7 @@ std::string escape_bars(std::string_view text) {
 }
 
 // The value with which the line changes nothing; QUARL_SLOPOVER_USER has none, and gets an example.
-const char* template_value(const ItemInfo& item) {
+const char* template_value(const ItemRow& item) {
   if (std::string_view(item.key) == "QUARL_SLOPOVER_USER") return "40";
   return item.default_on ? "1" : "0";
 }
@@ -94,7 +94,7 @@ const char* template_value(const ItemInfo& item) {
 
 std::string item_list() {
   std::string list;
-  for (const ItemInfo& item : kItemTable) {
+  for (const ItemRow& item : kItemRows) {
     list += fmt::format("{}={}  (default {}{})\n", item.key, item.values, item.default_value,
                         item.resettable ? "" : "; the first value stays");
     list += wrap(item.effect, "    ");
@@ -104,11 +104,11 @@ std::string item_list() {
 }
 
 std::string item_template() {
-  std::vector<const ItemInfo*> items;
-  for (const ItemInfo& item : kItemTable) items.push_back(&item);
+  std::vector<const ItemRow*> items;
+  for (const ItemRow& item : kItemRows) items.push_back(&item);
   std::stable_sort(items.begin(), items.end(), [](auto a, auto b) { return item_rank(a->key) < item_rank(b->key); });
   std::string text(kTemplateHead);
-  for (const ItemInfo* item : items) {
+  for (const ItemRow* item : items) {
     text += "\n" + wrap(item->effect, "# ");
     text += fmt::format("# Values: {}. Default: {}.{}\n", item->values, item->default_value,
                         item->resettable ? "" : " The first value stays.");
@@ -119,7 +119,7 @@ std::string item_template() {
 
 std::string item_reference() {
   std::string page(kReferenceHead);
-  for (const ItemInfo& item : kItemTable) {
+  for (const ItemRow& item : kItemRows) {
     page += fmt::format("| `{}` | `{}` | {} | {} | {} | {} |\n", item.key, escape_bars(item.values), item.default_value,
                         item.resettable ? "yes" : "no", escape_bars(item.effect), keys_list(item.depends));
   }

@@ -40,7 +40,7 @@ struct ComposedFile {
 // Masters that an item needs but nothing sets: their default would be applied only after the whole file.
 std::vector<Assignment> with_needed_masters(std::vector<Assignment> items, const ItemState& file) {
   if (std::none_of(items.begin(), items.end(), [](auto& item) { return is_follower(item.item->key); })) return items;
-  for (std::string_view key : {"QUARL_ALL", "QUARL_MEM_HEAD", "QUARL_PROF"}) {
+  for (const char* key : {"QUARL_ALL", "QUARL_MEM_HEAD", "QUARL_PROF"}) {
     bool by_file = file.find(key) && file.find(key)->line > 0;
     if (!by_file && !find_assignment(items, key)) items.push_back(parse_assignment(std::string(key) + "=1"));
   }
@@ -64,7 +64,7 @@ void add_file_lines(ComposedFile& composed, std::string_view bytes, const std::v
 
 void judge(const ComposedFile& composed, const std::string& file_name) {
   std::string refused;
-  for (const Finding& finding : check_config(composed.text).findings) {
+  for (const Finding& finding : ConfigReport(composed.text).findings) {
     int line = finding.line > 0 ? composed.origin[finding.line - 1] : 0;
     if (line > 0) {
       say("{}:{}: {}", file_name, line, finding.text);
@@ -79,7 +79,7 @@ void judge(const ComposedFile& composed, const std::string& file_name) {
 
 std::string compose_config(std::string_view file_bytes, const std::string& file_name,
                            const std::vector<Assignment>& items) {
-  std::vector<Assignment> ordered = with_needed_masters(last_of_each(items), check_config(file_bytes).state);
+  std::vector<Assignment> ordered = with_needed_masters(last_of_each(items), ConfigReport(file_bytes).state);
   sort_by_rank(ordered);
   ComposedFile composed;
   for (const Assignment& item : ordered) {
@@ -94,7 +94,7 @@ std::string compose_config(std::string_view file_bytes, const std::string& file_
 }
 
 void warn_of_config(std::string_view file_bytes, const std::string& file_name) {
-  for (const Finding& finding : check_config(file_bytes).findings) {
+  for (const Finding& finding : ConfigReport(file_bytes).findings) {
     say("{}:{}: {}", file_name, finding.line, finding.text);
   }
 }

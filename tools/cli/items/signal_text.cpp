@@ -7,12 +7,8 @@
 
 namespace quarl {
 
-int signal_number(std::string_view value) {
-  return signal_of_value(std::string(value).c_str(), 0);
-}
-
-int signal_or_default(std::string_view value, int default_signal) {
-  return signal_of_value(std::string(value).c_str(), default_signal);
+int signal_number(const std::string& value) {
+  return signal_of_value(value.c_str(), 0);
 }
 
 std::string signal_name(int number) {

@@ -45,9 +45,8 @@ std::optional<std::string> CheckedProcess::config_file() const {
 
 int CheckedProcess::dump_signal() const {
   auto path = config_file();
-  if (!path) return kDumpSignal;
-  ItemState state = check_config(slurp(*path)).state;
-  return signal_or_default(state.find("QUARL_SIG")->value, kDumpSignal);
+  if (!path) return kDefaultDumpSignal;
+  return ConfigReport(slurp(*path)).state.find("QUARL_SIG")->effect.number;
 }
 
 int CheckedProcess::signal_dump() const {

@@ -46,7 +46,7 @@ std::string words_of(const CLI::App& app) {
 
 std::string bash_script(const CLI::App& app) {
   std::string keys, script(kHead);
-  for (const ItemInfo& item : kItemTable) keys += fmt::format("{}= ", item.key);
+  for (const ItemRow& item : kItemRows) keys += fmt::format("{}= ", item.key);
   script += fmt::format("    \"\") words=\"{}\" ;;\n", words_of(app));
   for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; })) {
     script += fmt::format("    {}) words=\"{}\" ;;\n", verb->get_name(), words_of(*verb));

@@ -11,7 +11,7 @@ namespace quarl {
 namespace {
 
 int check_file(const std::string& path) {
-  ConfigReport report = check_config(slurp(path));
+  const ConfigReport report(slurp(path));
   for (const Finding& finding : report.findings) fmt::print("{}:{}: {}\n", path, finding.line, finding.text);
   if (!report.findings.empty()) return kRefused;
   fmt::print("{}: every line is read as it is written; items set: {}\n", path, report.applied);

@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "agent/agent_client.h"
+#include "config/line.h"
 #include "items/assignment.h"
-#include "items/item_values.h"
 #include "message.h"
 #include "refusal.h"
 #include "verbs/verbs.h"
@@ -47,7 +47,7 @@ bool timer_wanted_before(const std::vector<std::string>& lines) {
 
 // Without the timer the item ends the process; only the caller can know whether it runs.
 void check_snapshot_item(const Assignment& item, const std::vector<std::string>& before, bool force) {
-  bool dangerous = std::string_view(item.item->key) == "QUARL_SNAP_INTERVAL" && leading_number(item.value) > 0;
+  bool dangerous = std::string_view(item.item->key) == "QUARL_SNAP_INTERVAL" && leading_number(item.value.c_str()) > 0;
   if (!dangerous || force || timer_wanted_before(before)) return;
   refuse("{} ends a process that runs without QUARL_HEAD_TIME=2; send that first, or give --force when it has it",
          item.text());
