@@ -70,6 +70,26 @@ TEST(Items, NumbersAndTheirLimits) {
   }
 }
 
+// The check on the desk complains by the rows' ranges.
+TEST(Items, RangesEndWhereTheSettersTakeNumbersOtherwise) {
+  const auto set_to = [](const char* key, uint32_t number) {
+    Fresh fresh;
+    fresh.items.set(*find_item(key), std::to_string(number).c_str());
+    return fresh.settings;
+  };
+  const ItemRange depth = find_item("QUARL_HEAD_STACKDEPTH")->range;
+  EXPECT_EQ(set_to("QUARL_HEAD_STACKDEPTH", depth.last).stack_depth, static_cast<int>(depth.last));
+  EXPECT_EQ(set_to("QUARL_HEAD_STACKDEPTH", depth.last + 1).cfg_flags, 0U);
+  const ItemRange maps = find_item("QUARL_MAPS_SIZE")->range;
+  EXPECT_EQ(set_to("QUARL_MAPS_SIZE", maps.first).maps_size_kb, static_cast<int>(maps.first));
+  EXPECT_EQ(set_to("QUARL_MAPS_SIZE", maps.first - 1).maps_size_kb, kDefaultMapsKib);
+  const ItemRange buffer = find_item("QUARL_TRACE_BUFSIZE")->range;
+  EXPECT_EQ(set_to("QUARL_TRACE_BUFSIZE", buffer.first).trace_buf_size, kRecordSize);
+  EXPECT_EQ(set_to("QUARL_TRACE_BUFSIZE", buffer.first - 1).trace_buf_size, kDefaultBufferSize);
+  EXPECT_EQ(set_to("QUARL_TRACE_BUFSIZE", buffer.last).trace_buf_size, kMaxRecords * kRecordSize);
+  EXPECT_EQ(set_to("QUARL_TRACE_BUFSIZE", buffer.last + 1).trace_buf_size, (kMaxRecords + 1) * kRecordSize);
+}
+
 TEST(Items, EffectsSayWhatElseIsToBeDone) {
   const std::string timed = "QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2";
   const struct {
