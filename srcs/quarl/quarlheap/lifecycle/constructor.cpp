@@ -62,7 +62,7 @@ void find_stop_ranges() {
 HeadedBlock find_headed_block(void* user) {
   const DoubtfulBlock block(address_of(user));
   if (!block.names_itself()) return {nullptr, 0};
-  return {pointer_to(block.p() - block.claimed_offset()), block.claimed_size()};
+  return {pointer_to(block.p() - header_offset_of(block.p())), block.claimed_size()};
 }
 
 void forget_headed_block(void* user) {

@@ -36,6 +36,11 @@ inline uint32_t offset(Address p) {
 
 }  // namespace header
 
+// Address of the trace_info word, by the block's flags.
+inline Address trace_info_of(Address p) {
+  return p - header::layout(p).trace_info_offset();
+}
+
 // What the optional fields of a header say, 0 where one is not there.
 struct HeaderFields {
   uint32_t tid;
@@ -62,7 +67,7 @@ class SoundBlock {
 
   // The trace that it was allocated with.
   const uint32_t* trace_words() const {
-    return static_cast<const uint32_t*>(pointer_to(p_ - layout().trace_offset(fields().info.depth())));
+    return static_cast<const uint32_t*>(pointer_to(trace_info_of(p_))) - fields().info.depth();
   }
   int trace_depth() const { return layout().trace ? static_cast<int>(fields().info.depth()) : 0; }
 
