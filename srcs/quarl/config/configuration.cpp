@@ -1,12 +1,12 @@
 #include "config/configuration.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include "config/file_lines.h"
 #include "config/items.h"
+#include "platform/environment.h"
 #include "platform/print.h"
 #include "platform/system.h"
 
@@ -17,8 +17,10 @@ constexpr const char* kDefaultPath = "quarlcfg.ini";
 
 constinit Items items GUARDED_BY(hook_mutex)(settings);
 
+// Null where no place can be believed.
 const char* configuration_path() {
-  const char* path = getenv("QUARL_CFG_FILE");
+  if (has_borrowed_rights()) return nullptr;
+  const char* path = environment("QUARL_CFG_FILE");
   return path != nullptr ? path : kDefaultPath;
 }
 
@@ -46,7 +48,8 @@ int apply_line(const char* text, EffectHandler carry_out) {
 }
 
 int load_configuration(EffectHandler carry_out) {
-  const int fd = sys::open(configuration_path(), O_RDONLY);
+  const char* path = configuration_path();
+  const int fd = path != nullptr ? sys::open(path, O_RDONLY) : -1;
   if (fd < 0) return -1;
   const auto read_at = [fd](int64_t offset, char* buffer) -> long {
     return sys::seek(fd, offset, SEEK_SET) < 0 ? -1 : sys::read(fd, buffer, kReadSize);

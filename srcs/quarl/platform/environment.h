@@ -1,0 +1,13 @@
+// The library's own environment variables (their names begin with QUARL_). Whatever reads one asks here.
+#pragma once
+
+namespace quarl {
+
+// The process has rights that who started it may not have: a set-user-id program and its like. Neither the environment
+// nor the current directory can be believed then.
+bool has_borrowed_rights();
+
+// The value that the variable has at this moment; null when it is not set, and always with borrowed rights.
+const char* environment(const char* name);
+
+}  // namespace quarl
