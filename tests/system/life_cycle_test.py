@@ -124,6 +124,16 @@ class Children(case.Case):
         driver.check()  # the parent's bytes are whole
         self.assert_ends(driver, driver.out)
 
+    @promise("`errno` is kept.", "Its log files are created when it first has something to write.")
+    def test_child_keeps_errno_while_it_makes_its_log(self):
+        driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=280")
+        driver.do("handle 12 malloc 10")
+        self.assertEqual(driver.do("fork raise 12"), 0)
+        made = driver.answer(worker=900)
+        self.assertEqual((made != 0, made.number), (True, 0))
+        self.assertEqual(len([name for name in self.files() if "quarlAll" in name]), 2)
+        self.assert_ends(driver)
+
     @promise("It has none of its parent's log descriptors, timer and agent.")
     def test_child_has_no_clock_of_its_parents(self):
         """The timer does not tick in the child, and a file that asks for snapshots, but for no clock, gets none there."""

@@ -55,6 +55,7 @@ void open_child_logs() {
 }
 
 void flush_to_record_log() {
+  const KeepErrno keep;  // of the hook whose record filled the buffer, also while a child makes its log
   open_child_logs();
   record_log.flush();
 }
