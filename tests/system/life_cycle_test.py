@@ -23,6 +23,15 @@ class Ends(case.Case):
                     self.assertTrue(process.said("finished"))
                     self.assertEqual(process.said("hook"), [0])
 
+    @promise("The last snapshot is written then, and the hooks are put back.")
+    def test_signals_after_the_end_change_nothing(self):
+        """Blocks have gone back past the list by then: a check would find faults in them, a dump would list none."""
+        process = self.run_victim("late_release", config="QUARL_SLOPOVER_USER=12 QUARL_PRINT_PROFINFO=0")
+        self.assert_ends(process)
+        log = read_log(self.log_path(process, "quarl", program="late_release"))
+        sizes = [record.brief()[2] for record in log.records]
+        self.assertEqual([size for size in sizes if size in (100, 1000, 300000)], [100, 100, 1000, 300000])
+
     def test_status_and_output_of_every_way_out(self):
         ways = {"exit 3": 3, "leave 4": 4, "raise 15": -15, "raise 6": -6}
         for way, status in ways.items():

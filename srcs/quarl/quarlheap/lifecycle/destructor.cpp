@@ -8,6 +8,7 @@
 #include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/model/used_list.h"
 #include "quarlheap/upkeep/dump.h"
 #include "quarlheap/upkeep/interval_timer.h"
 
@@ -45,6 +46,7 @@ void close_log_files() REQUIRES(hook_mutex) {
     run_exit_dump();
     release_all_record_pages();
     restore_hooks();
+    close_used_list();
     close_log_files();
     delete_interval_timer();
   }
