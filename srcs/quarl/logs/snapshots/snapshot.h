@@ -15,7 +15,7 @@ void begin_snapshot() REQUIRES(hook_mutex);
 OpRecord* next_snapshot_row() REQUIRES(hook_mutex);
 void snapshot_row_filled() REQUIRES(hook_mutex);
 
-// Ends it; `records` rows were written, those of faults included.
-void end_snapshot(uint32_t records) REQUIRES(hook_mutex);
+// Ends it; `records` rows were written, those of faults included. All but `own` are what a forked child found there.
+void end_snapshot(uint32_t records, uint32_t own) REQUIRES(hook_mutex);
 
 }  // namespace quarl

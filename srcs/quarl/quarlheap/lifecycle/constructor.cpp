@@ -8,7 +8,9 @@
 
 #include "agent/agent.h"
 #include "config/configuration.h"
+#include "logs/files/log_directory.h"
 #include "logs/files/log_files.h"
+#include "logs/files/log_keeping.h"
 #include "logs/files/maps_file.h"
 #include "logs/mappings/mapping_records.h"
 #include "logs/snapshots/snapshot_chain.h"
@@ -70,6 +72,8 @@ void forget_headed_block(void* user) {
 }
 
 void prepare_logs() REQUIRES(hook_mutex) {
+  settle_log_directory();
+  settle_log_keeping();
   build_log_header();
   primary_buffer.allocate(settings.trace_buf_size);
   snapshot_chain.set_up();

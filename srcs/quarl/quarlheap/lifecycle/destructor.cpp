@@ -1,6 +1,7 @@
 // Shut-down: on the thread that exits the process, which may hold hook_mutex (an item handler or a signal handler that
 // interrupted a hook called exit).
 #include "logs/files/log_files.h"
+#include "logs/files/log_keeping.h"
 #include "logs/files/maps_file.h"
 #include "logs/mappings/mapping_records.h"
 #include "logs/records/record.h"
@@ -46,6 +47,7 @@ void close_log_files() REQUIRES(hook_mutex) {
     release_all_record_pages();
     restore_hooks();
     close_log_files();
+    remove_logs_that_say_nothing();
     delete_interval_timer();
   }
   // Called from inside a hook or not, this thread is through with the checker: what it releases from here on goes back
