@@ -67,6 +67,10 @@ int unlink(const char* path) {
   return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
 }
 
+long read_link(const char* path, char* out, size_t size) {
+  return syscall(SYS_readlink, path, out, size);
+}
+
 long current_directory(char* out, size_t size) {
   return syscall(SYS_getcwd, out, size);
 }

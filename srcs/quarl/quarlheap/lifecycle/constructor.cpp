@@ -14,6 +14,7 @@
 #include "logs/files/maps_file.h"
 #include "logs/mappings/mapping_records.h"
 #include "logs/snapshots/snapshot_chain.h"
+#include "platform/checked_programs.h"
 #include "platform/code_map.h"
 #include "platform/libc_hooks.h"
 #include "platform/stack.h"
@@ -91,7 +92,7 @@ void prepare_platform() {
 
 // The C library may call it again: it does nothing once the hooks are installed.
 [[gnu::constructor]] void start() {
-  if (hooks_installed != 0) return;
+  if (hooks_installed != 0 || left_alone()) return;
   const KeepErrno keep;
   const InsideChecker inside;
   prepare_platform();

@@ -6,6 +6,7 @@
 #include "logs/mappings/mapping_records.h"
 #include "logs/records/record.h"
 #include "logs/snapshots/snapshot_chain.h"
+#include "platform/checked_programs.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/hooks/hook_table.h"
@@ -38,6 +39,7 @@ void close_log_files() REQUIRES(hook_mutex) {
 }
 
 [[gnu::destructor]] void stop() {
+  if (left_alone()) return;
   const KeepErrno keep;
   {
     const InsideChecker inside;
