@@ -7,7 +7,7 @@
 
 namespace quarl {
 
-// Begins the snapshot in the snapshot log, which must be open.
+// Begins the snapshot in the snapshot log, which must be ready.
 void begin_snapshot() REQUIRES(hook_mutex);
 
 // The next row, to be filled in place; null when there is no memory for a buffer, and the snapshot holds no rows. Each
