@@ -67,6 +67,10 @@ int unlink(const char* path) {
   return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
 }
 
+int make_directory(const char* path) {
+  return static_cast<int>(syscall(SYS_mkdirat, AT_FDCWD, path, 0777));
+}
+
 long read_link(const char* path, char* out, size_t size) {
   return syscall(SYS_readlink, path, out, size);
 }

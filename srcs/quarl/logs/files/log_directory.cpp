@@ -30,6 +30,10 @@ void settle_log_directory() {
   if (named != nullptr) strncpy(log_directory, named, sizeof log_directory - 1);
 }
 
+bool make_log_directory() {
+  return log_directory[0] != '\0' && sys::make_directory(log_directory) == 0;
+}
+
 void place_log(const char* name, Text* path) {
   if (name[0] != '/') {
     if (log_directory[0] != '/') put_directory(current_directory(), path);

@@ -12,4 +12,7 @@ void settle_log_directory();
 // that one has no path. Under hook_mutex (start-up excepted).
 void place_log(const char* name, Text* path);
 
+// Makes the named folder, in one that is there. False when none is named, or it cannot be made.
+bool make_log_directory();
+
 }  // namespace quarl

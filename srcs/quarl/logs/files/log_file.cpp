@@ -29,7 +29,9 @@ FileResult LogFile::create(const char* name) {
   path_[0] = '\0';
   // With rights that whoever chose the directory may not have, nothing that lies there already is written to.
   const int existing = has_borrowed_rights() ? O_EXCL | O_NOFOLLOW : O_TRUNC;
-  const FileResult opened = FileResult::of(descriptor_.open(path_of(name), O_CREAT | O_WRONLY | existing));
+  const int flags = O_CREAT | O_WRONLY | existing;
+  FileResult opened = FileResult::of(descriptor_.open(path_of(name), flags));
+  if (opened.error() == ENOENT && make_log_directory()) opened = FileResult::of(descriptor_.open(path_, flags));
   find_end();
   if (opened.ok()) {
     created_ = true;
