@@ -47,7 +47,9 @@ bool readable(const char* path) {
 }
 
 bool wait_readable(int fd, int milliseconds) {
-  struct pollfd wanted {fd, POLLIN, 0};
+  struct pollfd wanted {
+    fd, POLLIN, 0
+  };
   long ready = 0;
   do {
     ready = syscall(SYS_poll, &wanted, 1, milliseconds);

@@ -21,7 +21,7 @@ bool wait_readable(int fd, int milliseconds);  // something to read, or the end;
 bool stat_fd(int fd, struct stat64* out);
 bool stat_path(const char* path, struct stat64* out);  // a link itself, not what it leads to
 int unlink(const char* path);
-int make_directory(const char* path);  // mode 0777 before the umask
+int make_directory(const char* path);                      // mode 0777 before the umask
 long read_link(const char* path, char* out, size_t size);  // no NUL behind it
 long current_directory(char* out, size_t size);
 

@@ -64,8 +64,7 @@ std::vector<std::string> CheckedProcess::logs() const {
   std::vector<std::string> found;
   std::error_code error;
   fs::path folder = fs::path(current_directory(pid_)) / environment_of(pid_, "QUARL_LOG_DIR").value_or("");
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-       entry.increment(error)) {
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
     if (process_of_log(entry->path().filename()) == pid_) found.push_back(entry->path());
   }
   std::sort(found.begin(), found.end());

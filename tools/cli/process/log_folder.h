@@ -9,8 +9,9 @@ namespace quarl {
 
 class LogFolder {
  public:
-  // The given folder; for "" the one that QUARL_LOG_DIR of the tool's own environment names, or a new one for the run of
-  // that program, outside of the directories that it works in. Made when it does not exist; a Refusal when it cannot be.
+  // The given folder; for "" the one that QUARL_LOG_DIR of the tool's own environment names, or a new one for the run
+  // of that program, outside of the directories that it works in. Made when it does not exist; a Refusal when it cannot
+  // be.
   LogFolder(const std::string& given, const std::string& program);
 
   const std::string& path() const { return path_; }

@@ -37,8 +37,7 @@ sigset_t handled_signals() {
 
 }  // namespace
 
-TargetRun::TargetRun(const RunSettings& settings)
-    : settings_(settings), tap_(OutputTap::open(settings.direct)) {}
+TargetRun::TargetRun(const RunSettings& settings) : settings_(settings), tap_(OutputTap::open(settings.direct)) {}
 
 TargetRun::~TargetRun() {
   if (signals_ >= 0) close(signals_);

@@ -51,8 +51,8 @@ bool LogFile::exists(const char* name) {
 FileResult LogFile::reopen(const char* name) {
   close();
   const char* path = path_of(name);
-  const FileResult opened = FileResult::of(has_borrowed_rights() ? descriptor_.open_again(path, O_WRONLY)
-                                                                 : descriptor_.open(path, O_WRONLY));
+  const FileResult opened =
+      FileResult::of(has_borrowed_rights() ? descriptor_.open_again(path, O_WRONLY) : descriptor_.open(path, O_WRONLY));
   find_end();
   return opened;
 }
