@@ -3,6 +3,7 @@
 #include "logs/files/log_names.h"
 #include "logs/files/sections.h"
 #include "platform/print.h"
+#include "platform/system.h"
 #include "state/process.h"
 
 namespace quarl {
