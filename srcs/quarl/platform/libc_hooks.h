@@ -51,6 +51,15 @@ struct HeadedBlockAccess {
 };
 void set_headed_block_access(const HeadedBlockAccess& access);
 
+// What the checker does around fork, on the thread that forks: `before` is the last step of all libraries, the others
+// are the first.
+struct ForkSteps {
+  void (*before)();
+  void (*in_parent)();
+  void (*in_child)();
+};
+void set_fork_steps(const ForkSteps& steps);
+
 // Ends the calling thread as pthread_exit does.
 [[noreturn]] void end_thread();
 
