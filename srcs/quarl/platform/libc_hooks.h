@@ -60,7 +60,8 @@ struct ForkSteps {
 };
 void set_fork_steps(const ForkSteps& steps);
 
-// Ends the calling thread as pthread_exit does.
+// Ends the calling thread as pthread_exit does, with the destructors of thread-specific and thread-local data, but
+// without unwinding its frames and without its cleanup handlers.
 [[noreturn]] void end_thread();
 
 // Text of an errno value in English. Safe in a signal handler.
