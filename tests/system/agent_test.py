@@ -224,6 +224,29 @@ class Agent(case.Case):
 
     @promise("The agent does not keep a process alive: when it is the only thread left, it ends the process with "
              "status 0.")
+    def test_half_a_packet_keeps_no_finished_process_alive(self):
+        if self.target.emulated:
+            self.skipTest("the emulator has a thread of its own")
+        driver, port = self.start()
+        with self.client(driver, port) as client:
+            driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
+            self.assertGreaterEqual(min(driver.read("srv_desc"), driver.read("srv_socket_desc")), 100)
+            client.sendall(b"QUARL_HEAD")
+            driver.send("end_thread")
+            self.assertEqual(driver.finish(end_input=False), 0)
+
+    @promise("`QUARL_AGENT_ADDRESS` binds it to one address.")
+    def test_address_that_it_listens_on(self):
+        for text in ("127.0.0.1", "nonsense"):
+            driver = self.driver(AGENT, environment={"QUARL_AGENT_ADDRESS": text})
+            port = int(driver.await_match(r"^Waiting for connect at port \[ (\d+) \]\n")[1])
+            self.assertRaises(ConnectionRefusedError, socket.create_connection, ("127.1.2.3", port), 30)
+            with self.client(driver, port):
+                driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
+            driver.kill()
+
+    @promise("The agent does not keep a process alive: when it is the only thread left, it ends the process with "
+             "status 0.")
     def test_process_ends_when_only_the_agent_is_left(self):
         """While another thread runs it stays, without its main thread as well."""
         if self.target.emulated:

@@ -163,6 +163,24 @@ class Children(case.Case):
             driver.free(block)
         self.assert_ends(driver)
 
+    @promise("Fork handlers of other libraries never run under the lock, and may allocate and wait for threads that "
+             "allocate.",
+             "A fork beside threads that read and flush streams, or draw random numbers, waits for none that waits for "
+             "the checker.")
+    def test_fork_waits_for_nobody_who_waits_for_the_checker(self):
+        rounds = 40 if self.target.emulated else 200
+        for mode, config in (("handlers", ""), ("streams", ""), ("random", "QUARL_ALL=1 QUARL_PROF=1 QUARL_RANDOM_FAIL=1")):
+            with self.subTest(mode):
+                process = self.run_victim("forking", rounds, mode, config=config)
+                self.assert_ends(process)
+                self.assertTrue(process.said("finished"))
+
+    def test_thread_that_a_fork_waits_for_takes_the_lock_over(self):
+        """Handlers that no order can be given to: each fork comes to its end, and its child runs on."""
+        process = self.run_victim("forking", 2, "bypass", config="")
+        self.assert_ends(process)
+        self.assertTrue(process.said("finished"))
+
     @promise("A program started by exec is checked from its own beginning.")
     def test_program_started_by_exec_is_checked_from_its_beginning(self):
         driver = self.driver("")

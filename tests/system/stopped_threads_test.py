@@ -29,9 +29,10 @@ class StoppedThreads(case.Case):
 
     @promise("A thread that a fault or a limit stops holds no lock of the checker and waits for signal 60, which "
              "never ends the process.",
-             "When the signal comes, the thread ends as by `pthread_exit`.")
+             "When the signal comes, the thread ends alone: it can be joined, the destructors of its thread-specific and "
+             "thread-local data run, and no frame of the program is unwound.")
     def test_waits_for_its_signal_and_ends_like_a_thread(self):
-        """The lock is free, and the thread's cleanup handlers run when the signal has come."""
+        """The lock is free, and the thread's destructors run when the signal has come."""
         for config, stop in (("", None), ("QUARL_ALL=1 QUARL_PROF=1 QUARL_HEAP_LIMIT=1", "malloc 5000")):
             with self.subTest(config):
                 driver = self.driver(QUIET_END + config)
@@ -61,10 +62,25 @@ class StoppedThreads(case.Case):
             self.stopped(driver, worker)
             driver.signal(PARK_SIGNAL, worker.tid)
             driver.await_that(lambda: driver.out.endswith(exit_line(worker.tid)), "its end")
-        driver.await_that(lambda: len(driver.said("ended")) == len(workers), "the cleanup handlers")
+        driver.await_that(lambda: len(driver.said("ended")) == len(workers), "the destructors")
         self.assert_ends(driver, driver.out)
 
-    @promise("When the signal comes, the thread ends as by `pthread_exit`.")
+    @promise("When the signal comes, the thread ends alone: it can be joined, the destructors of its thread-specific and "
+             "thread-local data run, and no frame of the program is unwound.",
+             "What it held stays held, for its cleanup handlers do not run.")
+    def test_no_frame_of_the_program_is_unwound(self):
+        """A C++ thread with objects on its stack, below a function that nothing may be thrown out of."""
+        process = self.run_victim("unwinding", config=QUIET_END)
+        [tid] = process.said("thread")
+        process.await_that(lambda: process.out.startswith("double free"), "report")
+        process.release(tid)
+        self.assertEqual(process.finish(), 0)
+        self.assertEqual([name for name in ("specific", "local", "joined") if process.said(name)],
+                         ["specific", "local", "joined"])
+        self.assertNotRegex(process.text["said"], "left|cleaned")
+        self.assertEqual((process.said("held"), process.err), ([1], ""))
+
+    @promise("The rest of the process runs on.")
     def test_main_thread_leaves_the_others_running(self):
         driver = self.driver(QUIET_END)
         worker = driver.spawn()
@@ -83,8 +99,8 @@ class StoppedThreads(case.Case):
         self.assertEqual((report.address, rest), (block, exit_line(driver.pid) + exit_line(worker.tid)))
 
     @promise("On a system without `libgcc_s.so.1`, which glibc's `pthread_exit` needs, the thread ends without "
-             "running its cleanup handlers.")
-    def test_without_libgcc_it_ends_without_its_cleanup_handlers(self):
+             "those destructors.")
+    def test_without_libgcc_it_ends_without_destructors(self):
         """The file is hidden from the program's process alone."""
         if os.geteuid() != 0:
             raise unittest.SkipTest("only root can hide a file")

@@ -25,7 +25,6 @@ namespace {
 
 constexpr const char* kThreadName = "qr_demo_thread";
 constexpr int kFirstPort = 9000;
-constexpr size_t kStackSize = 128 * 1024;  // exit handlers of the application may run on it
 
 constinit OwnDescriptor listener;
 constinit OwnDescriptor connection;
@@ -94,17 +93,10 @@ void* run_agent(void*) {
   return nullptr;
 }
 
+// With the default stack: exit handlers of the application may run on it.
 bool create_thread() {
-  pthread_attr_t attributes;
-  if (pthread_attr_init(&attributes) != 0) return false;
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  pthread_attr_setstacksize(&attributes, kStackSize);
   pthread_t thread;
-  bool created = pthread_create(&thread, &attributes, run_agent, nullptr) == 0;
-  // A process with much thread-local storage needs more stack than that: the default then.
-  if (!created) created = pthread_create(&thread, nullptr, run_agent, nullptr) == 0;
-  pthread_attr_destroy(&attributes);
-  return created;
+  return pthread_create(&thread, nullptr, run_agent, nullptr) == 0 && pthread_detach(thread) == 0;
 }
 
 }  // namespace

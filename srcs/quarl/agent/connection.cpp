@@ -28,11 +28,26 @@ bool may_receive_again(const OwnDescriptor& connection) {
   return true;
 }
 
-long receive(const OwnDescriptor& connection, char* buffer) {
-  errno = 0;
-  if (connection.is_ours()) return recv(connection.fd(), buffer, kPacketSize, MSG_WAITALL);
+// The next piece of a packet, waiting for it as an idle agent does: half a packet keeps no finished process alive.
+long receive_piece(const OwnDescriptor& connection, char* buffer, size_t room) {
   errno = EBADF;
-  return -1;
+  if (!connection.is_ours() || !wait_for_socket(connection.fd())) return -1;
+  errno = EBADF;
+  if (!connection.is_ours()) return -1;
+  errno = 0;
+  return recv(connection.fd(), buffer, room, MSG_DONTWAIT);
+}
+
+// A whole packet, or what came of it before the peer was gone or the connection failed.
+long receive(const OwnDescriptor& connection, char* buffer) {
+  size_t received = 0;
+  while (received < kPacketSize) {
+    const long piece = receive_piece(connection, buffer + received, kPacketSize - received);
+    if (piece < 0 && errno == EAGAIN) continue;
+    if (piece <= 0) return received > 0 ? static_cast<long>(received) : piece;
+    received += static_cast<size_t>(piece);
+  }
+  return kPacketSize;
 }
 
 }  // namespace

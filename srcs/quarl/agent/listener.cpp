@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <signal.h>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include "agent/wait.h"
+#include "platform/environment.h"
 #include "platform/libc_hooks.h"
 #include "platform/print.h"
 
@@ -23,13 +25,29 @@ constexpr int kProbes = 10;
 int tcp_socket() {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) print(kStdout, "Can't open socket\n");
-  return fd;
+  return fd < 0 ? fd : move_up(fd);
+}
+
+// A new socket on the same descriptor: one that was bound to a port keeps it, even when it may not listen there.
+void renew(int fd) {
+  const int fresh = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fresh < 0) return;  // the next bind tells
+  dup3(fresh, fd, O_CLOEXEC);
+  close(fresh);
+}
+
+// The one that QUARL_AGENT_ADDRESS names, in dotted form; a text that is no address is the agent's own machine.
+in_addr_t wanted_address() {
+  const char* text = environment("QUARL_AGENT_ADDRESS");
+  if (text == nullptr) return htonl(INADDR_ANY);
+  struct in_addr address {};
+  return inet_pton(AF_INET, text, &address) == 1 ? address.s_addr : htonl(INADDR_LOOPBACK);
 }
 
 bool bind_to(int fd, int port) {
   struct sockaddr_in address {};
   address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  address.sin_addr.s_addr = wanted_address();
   address.sin_port = htons(static_cast<uint16_t>(port));
   return bind(fd, reinterpret_cast<const struct sockaddr*>(&address), sizeof address) == 0;
 }
@@ -82,6 +100,7 @@ int open_listener(int* port) {
       print(kStdout, "target agent get a usable port faild\n");
       return close_and_fail(fd);
     }
+    renew(fd);
   }
 }
 
@@ -122,6 +141,7 @@ int accept_connection(const OwnDescriptor& listener) {
     print(kStdout, "Access failed, %s\n", error_text(errno));
     return -1;
   }
+  fd = move_up(fd);
   if (!keep_alive(fd)) return close_and_fail(fd);
   set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);
   signal(SIGPIPE, SIG_IGN);

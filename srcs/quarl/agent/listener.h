@@ -1,4 +1,5 @@
-// The agent's listening socket and the connections that it accepts. IPv4, any local address.
+// The agent's listening socket and the connections that it accepts. IPv4; any local address, or the one that
+// QUARL_AGENT_ADDRESS names.
 #pragma once
 
 #include "platform/own_descriptor.h"

@@ -51,7 +51,17 @@ struct HeadedBlockAccess {
 };
 void set_headed_block_access(const HeadedBlockAccess& access);
 
-// Ends the calling thread as pthread_exit does.
+// What the checker does around fork, on the thread that forks: `before` is the last step of all libraries, the others
+// are the first.
+struct ForkSteps {
+  void (*before)();
+  void (*in_parent)();
+  void (*in_child)();
+};
+void set_fork_steps(const ForkSteps& steps);
+
+// Ends the calling thread as pthread_exit does, with the destructors of thread-specific and thread-local data, but
+// without unwinding its frames and without its cleanup handlers.
 [[noreturn]] void end_thread();
 
 // Text of an errno value in English. Safe in a signal handler.

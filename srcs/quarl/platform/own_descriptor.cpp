@@ -11,14 +11,14 @@ namespace {
 constexpr int kLowestDescriptor = 100;
 constexpr int kFileMode = 0666;  // before the umask
 
+}  // namespace
+
 int move_up(int fd) {
   const int moved = sys::duplicate_above(fd, kLowestDescriptor);
   if (moved < 0) return fd;
   sys::close(fd);
   return moved;
 }
-
-}  // namespace
 
 bool OwnDescriptor::open(const char* path, int flags) {
   const int fd = sys::open(path, flags, kFileMode);

@@ -7,9 +7,13 @@
 
 namespace quarl {
 
+// Moves a descriptor out of the way of programs that expect small numbers for their own; stays where it is when that
+// fails.
+int move_up(int fd);
+
 class OwnDescriptor {
  public:
-  // Opens a file at a descriptor out of the way of programs that expect small numbers for their own. False with errno.
+  // Opens a file at a descriptor that is moved up. False with errno.
   bool open(const char* path, int flags);
 
   // Opens the file that it had open before, and no other that has taken its name. False with errno.

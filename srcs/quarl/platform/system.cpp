@@ -123,6 +123,11 @@ void futex_wait(const uint32_t* word, uint32_t expected) {
   syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
 }
 
+bool futex_wait_for(const uint32_t* word, uint32_t expected, int milliseconds) {
+  const struct timespec limit = {milliseconds / 1000, milliseconds % 1000 * 1000000L};
+  return syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, &limit, nullptr, 0) == 0 || errno != ETIMEDOUT;
+}
+
 void futex_wake(const uint32_t* word, int count) {
   syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
 }

@@ -32,6 +32,7 @@ bool write_all(int fd, const void* data, size_t size);
 bool write_quietly(int fd, const void* data, size_t size);
 
 void futex_wait(const uint32_t* word, uint32_t expected);
+bool futex_wait_for(const uint32_t* word, uint32_t expected, int milliseconds);  // false: nobody woke it in time
 void futex_wake(const uint32_t* word, int count);
 
 }  // namespace quarl::sys

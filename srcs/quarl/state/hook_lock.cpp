@@ -13,6 +13,8 @@ namespace {
 // woken costs some thousand on both sides.
 constexpr int kSpins = 100;
 
+constexpr int kForkPatience = 1000;  // milliseconds
+
 bool swap_word(uint32_t* word, uint32_t expected, uint32_t desired) {
   return __atomic_compare_exchange_n(word, &expected, desired, false, __ATOMIC_SEQ_CST, __ATOMIC_RELAXED);
 }
@@ -28,7 +30,7 @@ void HookLock::wait_and_lock() {
     const uint32_t seen = __atomic_load_n(&word_, __ATOMIC_RELAXED);
     if (seen == 0) continue;
     if ((seen & kWaiters) == 0 && !swap_word(&word_, seen, seen | kWaiters)) continue;
-    sys::futex_wait(&word_, seen | kWaiters);
+    if (sleep_or_take_over(seen | kWaiters)) return;
     // Others may sleep on the word still: the mark stays until a release finds nobody to wake.
     taken |= kWaiters;
   }
@@ -40,6 +42,32 @@ bool HookLock::spin_and_take(uint32_t taken) {
     relax();
   }
   return false;
+}
+
+// True when the hold of a fork was taken over: by a thread that has waited for long, or by the forking one itself.
+bool HookLock::sleep_or_take_over(uint32_t seen) {
+  if ((seen & kForkHold) == 0) {
+    sys::futex_wait(&word_, seen);
+    return false;
+  }
+  if (!held_for_fork() && sys::futex_wait_for(&word_, seen, kForkPatience)) return false;
+  return swap_word(&word_, seen, static_cast<uint32_t>(current_tid()) | kWaiters);
+}
+
+void HookLock::hold_for_fork() NO_THREAD_SAFETY_ANALYSIS {
+  lock();
+  __atomic_fetch_or(&word_, kForkHold, __ATOMIC_SEQ_CST);
+}
+
+bool HookLock::held_for_fork() const {
+  return (__atomic_load_n(&word_, __ATOMIC_RELAXED) & ~kWaiters) == (static_cast<uint32_t>(current_tid()) | kForkHold);
+}
+
+void HookLock::end_fork_hold() NO_THREAD_SAFETY_ANALYSIS {
+  while (held_for_fork()) {
+    const uint32_t seen = __atomic_load_n(&word_, __ATOMIC_RELAXED);
+    if ((seen & kForkHold) != 0 && swap_word(&word_, seen, seen & ~kForkHold)) return unlock();
+  }
 }
 
 void HookLock::wake_waiter() {

@@ -42,11 +42,18 @@ class CAPABILITY("mutex") alignas(64) HookLock {
   // What does the requested work, called under the lock. Set once by the constructor.
   void set_worker(void (*worker)(uint32_t work)) { worker_ = worker; }
 
+  // Over a fork. The C library may have to wait for locks of its own meanwhile, whose owners may wait for this one: so
+  // whoever has waited for it for a second takes it over, and the thread that forks does so at once.
+  void hold_for_fork();
+  bool held_for_fork() const;  // by this thread, and not taken over
+  void end_fork_hold();        // nothing when it was taken over
+
   // In a forked child: nobody holds the lock, nothing is pending.
   void reset_in_child();
 
  private:
   static constexpr uint32_t kWaiters = 0x80000000;
+  static constexpr uint32_t kForkHold = 0x40000000;
 
   bool take_free() {
     uint32_t free = 0;
@@ -60,11 +67,13 @@ class CAPABILITY("mutex") alignas(64) HookLock {
   bool pending() const { return __atomic_load_n(&pending_, __ATOMIC_SEQ_CST) != 0; }
   [[gnu::cold, gnu::noinline]] void wait_and_lock();
   bool spin_and_take(uint32_t taken);
+  bool sleep_or_take_over(uint32_t seen);
   [[gnu::cold, gnu::noinline]] void wake_waiter();
   [[gnu::cold, gnu::noinline]] void run_pending();
   [[gnu::cold, gnu::noinline]] void serve_late_request();
 
-  uint32_t word_ = 0;  // 0: free; else the owner's task id, with kWaiters when a thread may sleep on it
+  uint32_t word_ =
+      0;  // 0: free; else the owner's task id, with kWaiters when a thread may sleep on it, kForkHold over a fork
   uint32_t pending_ = 0;
   void (*worker_)(uint32_t) = nullptr;
 };

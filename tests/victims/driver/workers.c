@@ -20,6 +20,7 @@ static struct Worker {
   atomic_int task;
 } workers[kMaxWorkers + 1];
 static int worker_count;
+static pthread_key_t end_key;
 
 static void tell_end(void* argument) {
   struct Worker* self = argument;
@@ -30,17 +31,17 @@ static void* serve(void* argument) {
   struct Worker* self = argument;
   self->task = (int)syscall(SYS_gettid);
   char line[kMaxLine];
-  pthread_cleanup_push(tell_end, self);
+  pthread_setspecific(end_key, self);
   while (read_line(self->channel[0], line)) {
     struct Answer answer = run_commands(line);
     send_answer((int)(self - workers), answer);
   }
-  pthread_cleanup_pop(1);
   return NULL;
 }
 
 int spawn_worker(void) {
   if (worker_count == kMaxWorkers) return 0;
+  if (worker_count == 0 && pthread_key_create(&end_key, tell_end) != 0) return 0;
   struct Worker* worker = &workers[worker_count + 1];
   if (pipe(worker->channel) != 0) return 0;
   if (pthread_create(&worker->thread, NULL, serve, worker) != 0) return 0;

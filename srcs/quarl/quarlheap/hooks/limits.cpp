@@ -5,6 +5,7 @@
 #include "logs/statistics/statistics.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/checking/fault_stop.h"
+#include "state/process.h"
 
 extern "C" {
 constinit unsigned heap_limit = 0xFFFFFFFF;
@@ -21,10 +22,24 @@ bool past(uint32_t in_use, uint32_t size, const unsigned& limit) {
   return in_use + size > *static_cast<const volatile unsigned*>(&limit);
 }
 
+// Another thread may have been inside random when the process was forked: in the child the C library would wait for it
+// for ever.
+long draw_in_child() {
+  static constinit uint32_t state = 0;
+  uint32_t drawn = __atomic_load_n(&state, __ATOMIC_RELAXED);
+  if (drawn == 0) drawn = static_cast<uint32_t>(proc_pid) * 2654435761U | 1;
+  drawn ^= drawn << 13;
+  drawn ^= drawn >> 17;
+  drawn ^= drawn << 5;
+  __atomic_store_n(&state, drawn, __ATOMIC_RELAXED);
+  return static_cast<long>(drawn >> 1);
+}
+
 }  // namespace
 
 bool draw_failure() {
-  return !thread_cache().ending && random() % kOneIn == 0;
+  if (thread_cache().ending) return false;
+  return (forked_child ? draw_in_child() : random()) % kOneIn == 0;
 }
 
 void check_limits(const Flags& flags, uint32_t size) {

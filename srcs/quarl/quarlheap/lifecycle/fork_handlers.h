@@ -1,5 +1,5 @@
-// fork: the parent's lock is taken over the fork, so that the child finds everything whole; the child goes on checking
-// without its parent's files, timer and agent.
+// fork: the lock is held while the process is copied, so that the child finds everything whole; the child goes on
+// checking without its parent's files, timer and agent.
 #pragma once
 
 namespace quarl {

@@ -65,7 +65,8 @@ void carry_out(const Effect& effect) {
     case Effect::kTraceMappings:
       return trace_mappings(effect.number);
     case Effect::kSeedRandom:
-      return srandom(static_cast<unsigned>(proc_pid));
+      if (!forked_child) srandom(static_cast<unsigned>(proc_pid));  // a child draws numbers of its own
+      return;
     case Effect::kSetTimerSignal:
       qr_sig_num = effect.number;
       return;
