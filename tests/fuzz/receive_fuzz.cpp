@@ -29,6 +29,9 @@ int sys::close(int fd) {
 int sys::open(const char*, int, int) {
   abort();
 }
+bool sys::stat_path(const char*, struct stat64*) {
+  abort();
+}
 int sys::duplicate_above(int, int) {
   abort();
 }
