@@ -61,8 +61,7 @@ class Entries(case.Case):
         self.assertEqual({driver.memalign(16, size) % 16 for size in range(1, 100)}, {0})
         self.assert_ends(driver)
 
-    @promise("Blocks of 128 KiB and more are mappings of their own; each allocation and release of one is a system"
-             " call.")
+    @promise("Blocks of 128 KiB and more are mappings of their own.")
     def test_large_blocks_are_mappings_for_ever(self):
         """No history of sizes makes the allocator keep them in the heap."""
         driver = self.driver("")
@@ -73,6 +72,27 @@ class Entries(case.Case):
                 driver.free(block)
                 self.assertEqual([after - earlier for earlier, after in zip(before, self.counts(driver))], [mapped] * 2, size)
         self.assert_ends(driver)
+
+    def test_kept_pages_are_cleared_and_growth_keeps_the_bytes(self):
+        driver = self.driver("")
+        for _ in range(3):
+            block = driver.malloc(200000)
+            driver.fill(block, 0xEE, 200000)
+            driver.free(block)
+            block = driver.calloc(1, 200000)
+            self.assertEqual(driver.holds(block, 0, 200000), 1)
+            driver.fill(block, 0x5A, 200000)
+            for size in (230000, 300000, 1000000, 4000000, 250000):
+                block = driver.realloc(block, size)
+                self.assertEqual(driver.holds(block, 0x5A, 200000), 1)
+            driver.free(block)
+        self.assertEqual(self.balance(driver), 0)
+        self.assert_ends(driver)
+
+    def balance(self, driver):
+        """Records of live mappings."""
+        driver.do(f"raise {signal.SIGUSR1}")
+        return driver.read("useed_head")
 
     def counts(self, driver):
         """How many mappings the allocator has made and undone for blocks so far."""

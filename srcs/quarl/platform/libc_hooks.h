@@ -51,6 +51,23 @@ struct HeadedBlockAccess {
 };
 void set_headed_block_access(const HeadedBlockAccess& access);
 
+// `told` hears of a mapping of the allocator's own whose size changed in its place: the mapping hooks see its making
+// and its end only. Called on the thread that resizes, with nothing held.
+void set_mapping_resized(void (*told)(void* base, size_t old_size, size_t size));
+
+// Blocks of an allocator that stands between the checker and the C library (a library that the program is linked with
+// brings its own). They may come to free and realloc; nothing below them is ours to read.
+extern bool other_allocators;
+bool of_other_allocator(void* ptr);
+
+// Blocks that the layer gave out without a header, before the hooks were there or past them. `take` says whether it is
+// one and forgets it; `keep` is for one that was taken and stays the application's all the same.
+bool take_bare_block(void* ptr);
+void keep_bare_block(void* ptr);
+
+// Called when the hooks are installed: takes them back where the program's own allocator is to be left alone.
+void settle_hooks();
+
 // Ends the calling thread as pthread_exit does.
 [[noreturn]] void end_thread();
 

@@ -68,10 +68,10 @@
     .size   \name, . - \name
 .endm
 
-    frameless_entry malloc, __malloc_hook, ext_malloc, r1
+    frameless_entry malloc, __malloc_hook, quarl_layer_allocate, r1
     frameless_entry free, __free_hook, quarl_layer_release, r1
     frameless_entry realloc, __realloc_hook, quarl_layer_resize, r2
-    frameless_entry memalign, __memalign_hook, ext_memalign, r2
+    frameless_entry memalign, __memalign_hook, quarl_layer_allocate_aligned, r2
     frameless_entry munmap, __munmap_hook, ext_munmap,
 
     .global mmap

@@ -23,7 +23,7 @@ extern "C" {
 
 QUARL_EXPORT void* malloc(size_t size) {
   if (auto hook = active(__malloc_hook)) return hook(size, caller());
-  return ext_malloc(size);
+  return quarl_layer_allocate(size);
 }
 
 QUARL_EXPORT void free(void* ptr) {
@@ -41,7 +41,7 @@ QUARL_EXPORT void* realloc(void* ptr, size_t size) {
 
 QUARL_EXPORT void* memalign(size_t alignment, size_t size) {
   if (auto hook = active(__memalign_hook)) return hook(alignment, size, caller());
-  return ext_memalign(alignment, size);
+  return quarl_layer_allocate_aligned(alignment, size);
 }
 
 QUARL_EXPORT void* mmap(void* addr, size_t length, int prot, int flags, int fd, off_t offset) {

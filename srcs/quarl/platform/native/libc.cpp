@@ -11,6 +11,18 @@ void prepare_raw_entries() {}
 // The hooks stay with the library to the end; blocks never reach it without them.
 void set_headed_block_access(const HeadedBlockAccess&) {}
 
+// The C library's chunks do not change in place, and nobody stands between it and the checker.
+void set_mapping_resized(void (*)(void*, size_t, size_t)) {}
+constinit bool other_allocators = false;
+bool of_other_allocator(void*) {
+  return false;
+}
+bool take_bare_block(void*) {
+  return false;
+}
+void keep_bare_block(void*) {}
+void settle_hooks() {}
+
 void end_thread() {
   pthread_exit(nullptr);
 }
