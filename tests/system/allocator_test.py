@@ -50,8 +50,39 @@ class Entries(case.Case):
             self.assert_ends(driver)
 
 
-    @promise("`malloc(0)`, `calloc` of 0 bytes and `realloc(NULL, 0)` return null.",
-             "Blocks are aligned to 8, where glibc aligns to 16 on i686; `memalign` aligns to 16 and more.")
+    @promise("With `QUARL_CONTRACT=libc`, which `quarl run` sets, a request of 0 bytes gets a block, blocks are aligned as "
+             "glibc aligns them, and a failure sets `ENOMEM`.")
+    def test_glibc_contract(self):
+        alignment = 8 if self.target.emulated else 16
+        for config in ("", "QUARL_SLOPOVER=0 QUARL_HEAD_TID=0", "QUARL_HEAD_STACKDEPTH=0", "QUARL_MEM_HEAD=0", "QUARL_PROF=0"):
+            with self.subTest(config):
+                driver = self.driver(NOISY + config, environment={"QUARL_CONTRACT": "libc"})
+                for command in ("malloc 0", "calloc 0 5", "calloc 5 0", "realloc 0 0", "reallocarray 0 0 4"):
+                    block = driver.do(command)
+                    self.assertTrue(block > 0 and block % alignment == 0, command)
+                    driver.free(driver.realloc(block, 10))
+                blocks = [driver.do(f"{how} {size}") for size in (1, 24, 100, 5000, 200000)
+                          for how in ("malloc", "calloc 1", "realloc 0")]
+                blocks = [driver.realloc(block, 777) for block in blocks[::2]] + blocks[1::2]
+                self.assertEqual({block % alignment for block in blocks}, {0})
+                for block in blocks:
+                    driver.free(block)
+                for command in ("malloc 0xfffffff0", "realloc 0 0xfffffff0", "memalign 64 0xffffffc0"):
+                    answer = driver.do(command)
+                    self.assertEqual((answer, answer.number), (0, ENOMEM), command)
+                self.assert_ends(driver)
+
+    def test_overrun_of_an_empty_block_is_found(self):
+        driver = self.driver("", environment={"QUARL_CONTRACT": "libc"})
+        block = driver.malloc(0)
+        self.assertGreater(block, 0)
+        driver.fill(block, 0x41, 1)
+        driver.send(f"free {block:#x}")
+        driver.await_match("slop over at tail")
+        driver.kill()
+
+    @promise("Otherwise `malloc(0)`, `calloc` of 0 bytes and `realloc(NULL, 0)` return null.",
+             "Otherwise blocks are aligned to 8, where glibc aligns to 16 on i686; `memalign` aligns to 16 and more.")
     def test_what_differs_from_the_bare_allocator(self):
         driver = self.driver("")
         for command in ("malloc 0", "calloc 0 5", "calloc 5 0", "realloc 0 0"):
@@ -107,8 +138,8 @@ class SizeRule(case.Case):
         resizes between them, checked as they live."""
         parts = ["", "QUARL_HEAD_TID=0", "QUARL_HEAD_STACKDEPTH=0 QUARL_HEAD_TIME=0", "QUARL_SLOPOVER=0", "QUARL_HEAD_STACKDEPTH=64"]
         for config in parts:
-            with self.subTest(config):
-                process = self.run_victim("size_sweep", config=config)
+            for contract in ("plain", "libc"):
+                process = self.run_victim("size_sweep", config=config, environment={"QUARL_CONTRACT": contract})
                 self.assert_ends(process)
                 self.assertGreater(process.said("checked")[0], 3000)
 

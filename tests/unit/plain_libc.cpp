@@ -53,3 +53,4 @@ const char* error_text(int error) {
 bool quarl::take_bare_block(void*) {
   return false;
 }
+constinit uint32_t quarl::least_alignment = 8;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 extern "C" {
 
@@ -64,6 +65,13 @@ bool of_other_allocator(void* ptr);
 // one and forgets it; `keep` is for one that was taken and stays the application's all the same.
 bool take_bare_block(void* ptr);
 void keep_bare_block(void* ptr);
+
+// Bytes to which the distance from a raw block to its user is rounded at least: 8, or what the program was promised. A
+// constant of the process from prepare_raw_entries on, before which no block has a header.
+extern uint32_t least_alignment;
+
+// A failure that a hook decided on by itself: errno becomes ENOMEM where the program was promised so.
+void tell_failure();
 
 // Called when the hooks are installed: takes them back where the program's own allocator is to be left alone.
 void settle_hooks();

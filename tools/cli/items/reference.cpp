@@ -22,6 +22,12 @@ The library takes its configuration from one text file: the path in the environm
 the library is loaded and again, at the next allocation, after the `QUARL_SIG` signal. `quarl config check FILE` tells
 what the library would not do as a file says; `quarl config --template` writes a file to start from.
 
+## The contract
+
+The environment variable `QUARL_CONTRACT` says whose promises `malloc` and its kin keep. `plain`, the default, passes on
+what the hooks answer: null for a request of 0 bytes, blocks aligned to 8. `libc` keeps glibc's: a block for a request of
+0 bytes, alignment to 16 on i686, `ENOMEM` after a failure. Use `libc` on boards with glibc; `quarl run` sets it.
+
 ## Lines
 
 A line is `KEY = VALUE`; blanks and tabs around both are skipped, and so is everything behind the value. A line whose

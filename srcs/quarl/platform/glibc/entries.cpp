@@ -7,13 +7,16 @@
 
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/big_offset.h"
+#include "platform/glibc/contract.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
 
 using quarl::glibc::inside_checker;
+using quarl::glibc::kLibcAlignment;
 using quarl::glibc::left_alone;
 using quarl::glibc::libc_allocator;
 using quarl::glibc::realloc_in_front;
+using quarl::glibc::wants_empty_block;
 
 extern "C" {
 
@@ -68,7 +71,7 @@ QUARL_EXPORT void* calloc(size_t count, size_t size) {
     return nullptr;
   }
   if (__builtin_expect(left_alone.calloc, 0)) return libc_allocator.allocate_cleared(count, size);
-  void* block = hooked_malloc(bytes);
+  void* block = wants_empty_block(bytes) ? hooked_memalign(kLibcAlignment, 0) : hooked_malloc(bytes);
   if (block != nullptr && !cleared_by_kernel(block)) memset(block, 0, bytes);
   return block;
 }
@@ -80,6 +83,7 @@ QUARL_EXPORT void* reallocarray(void* ptr, size_t count, size_t size) {
     return nullptr;
   }
   if (realloc_in_front != nullptr) return realloc_in_front(ptr, bytes);
+  if (ptr == nullptr && wants_empty_block(bytes)) return hooked_memalign(kLibcAlignment, 0);
   auto hook = __realloc_hook;
   return hook != nullptr && !inside_checker() ? hook(ptr, bytes, nullptr) : quarl_layer_resize(ptr, bytes);
 }

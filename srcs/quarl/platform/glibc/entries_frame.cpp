@@ -1,11 +1,15 @@
 // The six hooked entries of the layer on processors where a routine that calls a hook has a frame: i686.
+#include <malloc.h>
 #include <sys/mman.h>
 
+#include "platform/glibc/contract.h"
 #include "platform/glibc/glibc.h"
 
 namespace {
 
 using quarl::glibc::inside_checker;
+using quarl::glibc::kLibcAlignment;
+using quarl::glibc::wants_empty_block;
 
 // The hook in force for this call, null when the raw entry is to be used.
 template <typename Hook>
@@ -22,6 +26,7 @@ const void* caller() {
 extern "C" {
 
 QUARL_EXPORT void* malloc(size_t size) {
+  if (wants_empty_block(size)) return memalign(kLibcAlignment, 0);
   if (auto hook = active(__malloc_hook)) return hook(size, caller());
   return quarl_layer_allocate(size);
 }
@@ -35,6 +40,7 @@ QUARL_EXPORT void free(void* ptr) {
 }
 
 QUARL_EXPORT void* realloc(void* ptr, size_t size) {
+  if (ptr == nullptr && wants_empty_block(size)) return memalign(kLibcAlignment, 0);
   if (auto hook = active(__realloc_hook)) return hook(ptr, size, caller());
   return quarl_layer_resize(ptr, size);
 }

@@ -8,6 +8,7 @@
 
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/big_offset.h"
+#include "platform/glibc/contract.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
 
@@ -143,6 +144,7 @@ void prepare_raw_entries() {
   glibc::find_allocators();
   other_allocators = glibc::others_behind;
   switch_off_own_mappings();
+  glibc::choose_contract();
 }
 
 void settle_hooks() {

@@ -15,6 +15,7 @@ namespace {
 
 void* fail(const Flags& flags, uint32_t size, const CallTrace& trace) {
   count_failure(flags, kOpRealloc, size, trace);
+  tell_failure();
   return nullptr;
 }
 
