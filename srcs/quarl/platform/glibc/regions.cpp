@@ -105,7 +105,9 @@ bool give_back_region(const Region& region) {
   return keep(region) || keep_instead(region);
 }
 
+// Cut by an unmapping: emulators have been seen to lose all of a mapping that mremap makes shorter.
 bool stretch_region(const Region& region, uint32_t size) {
+  if (size < region.size) return unmap_region({region.base + size, region.size - size, false});
   return syscall(SYS_mremap, region.base, region.size, size, 0, 0) != -1;
 }
 
