@@ -1,6 +1,7 @@
 // A library that is initialised before the checker and finished after it: it holds a block from before the hooks
 // and releases blocks after them.
 #include <malloc.h>
+#include <signal.h>
 
 #include "announce.h"
 
@@ -9,6 +10,12 @@ void* companion_late[4];
 
 __attribute__((constructor)) static void start(void) {
   companion_early = malloc(64);
+}
+
+static void raise_if_handled(int number) {
+  struct sigaction action;
+  sigaction(number, NULL, &action);
+  if (action.sa_handler != SIG_DFL) raise(number);
 }
 
 __attribute__((destructor)) static void finish(void) {
@@ -22,5 +29,8 @@ __attribute__((destructor)) static void finish(void) {
   free(companion_late[2]);
   free(companion_late[3]);
   free(malloc(10));
+  raise_if_handled(SIGUSR2);
+  raise_if_handled(SIGUSR1);
+  if (quarl_check_mem) quarl_check_mem();
   announce("finished", companion_late[2]);
 }

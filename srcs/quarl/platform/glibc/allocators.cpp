@@ -47,7 +47,7 @@ void look_in_front() {
   const FoundFunction resize = first_function("realloc");
   if (!resize.ours) memcpy(&realloc_in_front, &resize.address, sizeof resize.address);
   if (release_ours && resize.ours) return;
-  left_alone = {first_function("malloc").ours,         first_function("calloc").ours,
+  bypassed = {first_function("malloc").ours,         first_function("calloc").ours,
                 first_function("memalign").ours,       first_function("aligned_alloc").ours,
                 first_function("posix_memalign").ours, first_function("valloc").ours,
                 first_function("pvalloc").ours};
@@ -143,7 +143,7 @@ int first_set_option(int option, int value) {
 constinit LibcAllocator libc_allocator{first_allocate,         first_release,          first_resize,
                                        first_allocate_aligned, first_allocate_cleared, first_usable_size,
                                        first_set_option};
-constinit LeftAlone left_alone{};
+constinit Bypassed bypassed{};
 void* (*realloc_in_front)(void*, size_t) = nullptr;
 constinit bool others_behind = false;
 

@@ -29,11 +29,11 @@ extern LibcAllocator libc_allocator;
 
 // Which of our entries others are to keep away from: the program releases blocks by a function that is not ours, and
 // calls ours only because the one in front lacks it. They do what the C library would do.
-struct LeftAlone {
+struct Bypassed {
   bool everything;  // malloc itself
   bool calloc, memalign, aligned_alloc, posix_memalign, valloc, pvalloc;
 };
-extern LeftAlone left_alone;
+extern Bypassed bypassed;
 
 // The realloc of an allocator in front of us; null: calls of realloc reach ours.
 extern void* (*realloc_in_front)(void* block, size_t size);

@@ -5,15 +5,16 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "platform/checked_programs.h"
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/big_offset.h"
 #include "platform/glibc/contract.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
 
+using quarl::glibc::bypassed;
 using quarl::glibc::inside_checker;
 using quarl::glibc::kLibcAlignment;
-using quarl::glibc::left_alone;
 using quarl::glibc::libc_allocator;
 using quarl::glibc::realloc_in_front;
 using quarl::glibc::wants_empty_block;
@@ -70,7 +71,7 @@ QUARL_EXPORT void* calloc(size_t count, size_t size) {
     errno = ENOMEM;
     return nullptr;
   }
-  if (__builtin_expect(left_alone.calloc, 0)) return libc_allocator.allocate_cleared(count, size);
+  if (__builtin_expect(bypassed.calloc, 0)) return libc_allocator.allocate_cleared(count, size);
   void* block = wants_empty_block(bytes) ? hooked_memalign(kLibcAlignment, 0) : hooked_malloc(bytes);
   if (block != nullptr && !cleared_by_kernel(block)) memset(block, 0, bytes);
   return block;
@@ -93,13 +94,13 @@ QUARL_EXPORT void* aligned_alloc(size_t alignment, size_t size) {
     errno = EINVAL;
     return nullptr;
   }
-  return aligned(left_alone.aligned_alloc, alignment, size);
+  return aligned(bypassed.aligned_alloc, alignment, size);
 }
 
 QUARL_EXPORT int posix_memalign(void** out, size_t alignment, size_t size) {
   if (!power_of_two(alignment) || alignment % sizeof(void*) != 0) return EINVAL;
   const int error = errno;
-  void* block = aligned(left_alone.posix_memalign, alignment, size);
+  void* block = aligned(bypassed.posix_memalign, alignment, size);
   errno = error;
   if (block == nullptr) return ENOMEM;
   *out = block;
@@ -107,7 +108,7 @@ QUARL_EXPORT int posix_memalign(void** out, size_t alignment, size_t size) {
 }
 
 QUARL_EXPORT void* valloc(size_t size) {
-  return aligned(left_alone.valloc, static_cast<size_t>(getpagesize()), size);
+  return aligned(bypassed.valloc, static_cast<size_t>(getpagesize()), size);
 }
 
 QUARL_EXPORT void* pvalloc(size_t size) {
@@ -116,12 +117,12 @@ QUARL_EXPORT void* pvalloc(size_t size) {
     errno = ENOMEM;
     return nullptr;
   }
-  return aligned(left_alone.pvalloc, page, (size + page - 1) & ~(page - 1));
+  return aligned(bypassed.pvalloc, page, (size + page - 1) & ~(page - 1));
 }
 
-// The number of chunks that glibc may map itself stays 0.
+// The number of chunks that glibc may map itself stays 0 where we check.
 QUARL_EXPORT int mallopt(int option, int value) {
-  return option == M_MMAP_MAX ? 1 : libc_allocator.set_option(option, value);
+  return option == M_MMAP_MAX && !quarl::left_alone() ? 1 : libc_allocator.set_option(option, value);
 }
 
 QUARL_EXPORT void* mmap64(void* addr, size_t length, int prot, int flags, int fd, off64_t offset) {

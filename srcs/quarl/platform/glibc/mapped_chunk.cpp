@@ -12,6 +12,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "platform/checked_programs.h"
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
@@ -39,7 +40,8 @@ constexpr uint32_t kPlainOffset = 16;  // base to raw block
 constinit thread_local Address told_of = 0;
 
 // Lets the mapping hooks see a mapping that the raw entries make on behalf of a hook. Deeper inside (the checker's own
-// memory, a signal handler of the application that interrupted a hook) the mapping stays unseen.
+// memory, a signal handler of the application that interrupted a hook) the mapping stays unseen. What is told is had
+// already: a region that cannot be had is a failure of the block alone.
 class VisibleMapping {
  public:
   explicit VisibleMapping(Address base) : depth_(thread_cache().hook_depth) {
@@ -132,7 +134,7 @@ bool told_mapping(const void* addr) {
 }
 
 bool wants_mapping(size_t request) {
-  return chunk_reaches(request, kMappedChunk);
+  return chunk_reaches(request, kMappedChunk) && !left_alone();
 }
 
 void* map_chunk(size_t alignment, size_t request) {

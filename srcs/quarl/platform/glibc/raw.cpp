@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/checked_programs.h"
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/big_offset.h"
 #include "platform/glibc/contract.h"
@@ -21,7 +22,7 @@ constinit bool prepared = false;
 
 // glibc would map large chunks itself, unseen.
 void switch_off_own_mappings() {
-  if (prepared) return;
+  if (prepared || left_alone()) return;
   prepared = true;
   libc_allocator.set_option(M_MMAP_MAX, 0);
 }
@@ -63,8 +64,10 @@ bool wants_mapping_with(size_t alignment, size_t size) {
   return wants_mapping(size) || wants_mapping(alignment) || wants_mapping(alignment + size);
 }
 
+// What glibc gives out is not to be replaced by mappings of ours. A mapping of ours from before that was known stays one
+// until it is released.
 bool stand_aside() {
-  return left_alone.everything;
+  return bypassed.everything || left_alone();
 }
 
 }  // namespace
@@ -148,7 +151,7 @@ void prepare_raw_entries() {
 }
 
 void settle_hooks() {
-  if (!glibc::left_alone.everything) return;
+  if (!glibc::bypassed.everything) return;
   __malloc_hook = nullptr;
   __free_hook = nullptr;
   __realloc_hook = nullptr;
