@@ -48,9 +48,9 @@ void look_in_front() {
   if (!resize.ours) memcpy(&realloc_in_front, &resize.address, sizeof resize.address);
   if (release_ours && resize.ours) return;
   bypassed = {first_function("malloc").ours,         first_function("calloc").ours,
-                first_function("memalign").ours,       first_function("aligned_alloc").ours,
-                first_function("posix_memalign").ours, first_function("valloc").ours,
-                first_function("pvalloc").ours};
+              first_function("memalign").ours,       first_function("aligned_alloc").ours,
+              first_function("posix_memalign").ours, first_function("valloc").ours,
+              first_function("pvalloc").ours};
 }
 
 // While somebody stands behind us, each block of the C library's passes here, and its pages are remembered.

@@ -64,8 +64,8 @@ bool wants_mapping_with(size_t alignment, size_t size) {
   return wants_mapping(size) || wants_mapping(alignment) || wants_mapping(alignment + size);
 }
 
-// What glibc gives out is not to be replaced by mappings of ours. A mapping of ours from before that was known stays one
-// until it is released.
+// What glibc gives out is not to be replaced by mappings of ours. A mapping of ours from before that was known stays
+// one until it is released.
 bool stand_aside() {
   return bypassed.everything || left_alone();
 }
