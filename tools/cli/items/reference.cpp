@@ -49,6 +49,24 @@ Lines are applied from top to bottom; then every default-on item that no line ha
 - Some items look at others in the moment in which they are set. Put `QUARL_ALL`, `QUARL_MEM_HEAD`, `QUARL_PROF`,
   `QUARL_HEAD_TIME` and `QUARL_TIMER_SIG` first: defaults come after the whole file, too late for a line that needs them.
 
+## Environment
+
+What does not belong to one configuration is told by environment variables. A set-user-id program ignores all of them,
+and `quarlcfg.ini` too. But for `QUARL_CFG_FILE`, which every reload looks at, they are read once, at start-up.
+
+| variable | meaning | default |
+|---|---|---|
+| `QUARL_CFG_FILE` | the configuration file; it may be a pipe, for whose writer the start waits up to 5 seconds and a reload not at all | `quarlcfg.ini` |
+| `QUARL_LOG_DIR` | folder for logs; made when only its last part is missing | the current directory |
+| `QUARL_KEEP` | `findings`: at exit the process removes its own logs that hold no fault, no record and nothing unfreed | all stay |
+| `QUARL_ONLY` | names of programs, separated by commas: of a tree of processes only these are checked. The name of the file, of the process or the one called by counts | all |
+
+`quarl run` sets `QUARL_LOG_DIR` to a folder of the run and `QUARL_KEEP` to `findings`, unless they are set already;
+`--logs DIR` and `--keep-all` choose otherwise.
+
+A `QUARL_MAPS_SIZE` from which on the offsets in a log would not fit into 32 bits (about 4 million KiB) is taken, but no
+log is written; one line on standard error says so.
+
 ## Items
 
 | key | values | default | again | effect | needs |
