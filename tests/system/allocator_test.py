@@ -50,8 +50,39 @@ class Entries(case.Case):
             self.assert_ends(driver)
 
 
-    @promise("`malloc(0)`, `calloc` of 0 bytes and `realloc(NULL, 0)` return null.",
-             "Blocks are aligned to 8, where glibc aligns to 16 on i686; `memalign` aligns to 16 and more.")
+    @promise("With `QUARL_CONTRACT=libc`, which `quarl run` sets, a request of 0 bytes gets a block, blocks are aligned as "
+             "glibc aligns them, and a failure sets `ENOMEM`.")
+    def test_glibc_contract(self):
+        alignment = 8 if self.target.emulated else 16
+        for config in ("", "QUARL_SLOPOVER=0 QUARL_HEAD_TID=0", "QUARL_HEAD_STACKDEPTH=0", "QUARL_MEM_HEAD=0", "QUARL_PROF=0"):
+            with self.subTest(config):
+                driver = self.driver(NOISY + config, environment={"QUARL_CONTRACT": "libc"})
+                for command in ("malloc 0", "calloc 0 5", "calloc 5 0", "realloc 0 0", "reallocarray 0 0 4"):
+                    block = driver.do(command)
+                    self.assertTrue(block > 0 and block % alignment == 0, command)
+                    driver.free(driver.realloc(block, 10))
+                blocks = [driver.do(f"{how} {size}") for size in (1, 24, 100, 5000, 200000)
+                          for how in ("malloc", "calloc 1", "realloc 0")]
+                blocks = [driver.realloc(block, 777) for block in blocks[::2]] + blocks[1::2]
+                self.assertEqual({block % alignment for block in blocks}, {0})
+                for block in blocks:
+                    driver.free(block)
+                for command in ("malloc 0xfffffff0", "realloc 0 0xfffffff0", "memalign 64 0xffffffc0"):
+                    answer = driver.do(command)
+                    self.assertEqual((answer, answer.number), (0, ENOMEM), command)
+                self.assert_ends(driver)
+
+    def test_overrun_of_an_empty_block_is_found(self):
+        driver = self.driver("", environment={"QUARL_CONTRACT": "libc"})
+        block = driver.malloc(0)
+        self.assertGreater(block, 0)
+        driver.fill(block, 0x41, 1)
+        driver.send(f"free {block:#x}")
+        driver.await_match("slop over at tail")
+        driver.kill()
+
+    @promise("Otherwise `malloc(0)`, `calloc` of 0 bytes and `realloc(NULL, 0)` return null.",
+             "Otherwise blocks are aligned to 8, where glibc aligns to 16 on i686; `memalign` aligns to 16 and more.")
     def test_what_differs_from_the_bare_allocator(self):
         driver = self.driver("")
         for command in ("malloc 0", "calloc 0 5", "calloc 5 0", "realloc 0 0"):
@@ -61,8 +92,7 @@ class Entries(case.Case):
         self.assertEqual({driver.memalign(16, size) % 16 for size in range(1, 100)}, {0})
         self.assert_ends(driver)
 
-    @promise("Blocks of 128 KiB and more are mappings of their own; each allocation and release of one is a system"
-             " call.")
+    @promise("Blocks of 128 KiB and more are mappings of their own.")
     def test_large_blocks_are_mappings_for_ever(self):
         """No history of sizes makes the allocator keep them in the heap."""
         driver = self.driver("")
@@ -73,6 +103,27 @@ class Entries(case.Case):
                 driver.free(block)
                 self.assertEqual([after - earlier for earlier, after in zip(before, self.counts(driver))], [mapped] * 2, size)
         self.assert_ends(driver)
+
+    def test_kept_pages_are_cleared_and_growth_keeps_the_bytes(self):
+        driver = self.driver("")
+        for _ in range(3):
+            block = driver.malloc(200000)
+            driver.fill(block, 0xEE, 200000)
+            driver.free(block)
+            block = driver.calloc(1, 200000)
+            self.assertEqual(driver.holds(block, 0, 200000), 1)
+            driver.fill(block, 0x5A, 200000)
+            for size in (230000, 300000, 1000000, 4000000, 250000):
+                block = driver.realloc(block, size)
+                self.assertEqual(driver.holds(block, 0x5A, 200000), 1)
+            driver.free(block)
+        self.assertEqual(self.balance(driver), 0)
+        self.assert_ends(driver)
+
+    def balance(self, driver):
+        """Records of live mappings."""
+        driver.do(f"raise {signal.SIGUSR1}")
+        return driver.read("useed_head")
 
     def counts(self, driver):
         """How many mappings the allocator has made and undone for blocks so far."""
@@ -87,8 +138,8 @@ class SizeRule(case.Case):
         resizes between them, checked as they live."""
         parts = ["", "QUARL_HEAD_TID=0", "QUARL_HEAD_STACKDEPTH=0 QUARL_HEAD_TIME=0", "QUARL_SLOPOVER=0", "QUARL_HEAD_STACKDEPTH=64"]
         for config in parts:
-            with self.subTest(config):
-                process = self.run_victim("size_sweep", config=config)
+            for contract in ("plain", "libc"):
+                process = self.run_victim("size_sweep", config=config, environment={"QUARL_CONTRACT": contract})
                 self.assert_ends(process)
                 self.assertGreater(process.said("checked")[0], 3000)
 

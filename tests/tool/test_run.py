@@ -150,6 +150,20 @@ class Status(Run):
         self.assertEqual(result.returncode, 86)
 
 
+class Contract(Run):
+    def test_glibc_contract_unless_told_otherwise(self):
+        """Seen in what a request of 0 bytes gets, so that the variable is known to reach the library, too."""
+        for target in TARGETS:
+            for told, answer in ((None, "libc: a block"), ("plain", "plain: null"), ("libc", "libc: a block"),
+                                 ("", ": null")):
+                with self.subTest(target=target, told=told):
+                    self.environment.pop("QUARL_CONTRACT", None)
+                    if told is not None:
+                        self.environment["QUARL_CONTRACT"] = told
+                    result = self.run_victim(target, "contract")
+                    self.assertEqual((result.returncode, result.stdout), (7, answer + "\n"), result)
+
+
 class Items(Run):
     def config_of(self, *options):
         """The configuration file that the program was given, without its comments."""

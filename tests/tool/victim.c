@@ -99,6 +99,13 @@ static void show_config(void) {
   fflush(stdout);
 }
 
+static void show_contract(void) {
+  const char* contract = getenv("QUARL_CONTRACT");
+  void* volatile empty = malloc(0);
+  printf("%s: %s\n", contract ? contract : "unset", empty ? "a block" : "null");
+  free(empty);
+}
+
 static void act(const char* what) {
   if (!strcmp(what, "double")) free_twice();
   if (!strcmp(what, "thread")) in_thread();
@@ -112,6 +119,7 @@ static void act(const char* what) {
   if (!strcmp(what, "wait")) wait_for_signal();
   if (!strcmp(what, "left")) leave_child_behind();
   if (!strcmp(what, "config")) show_config();
+  if (!strcmp(what, "contract")) show_contract();
   if (!strcmp(what, "tty")) printf("%d %d %d\n", isatty(0), isatty(1), isatty(2));
   if (!strcmp(what, "lines"))
     for (int i = 0; i < 100000; ++i) printf("line %d\n", i);

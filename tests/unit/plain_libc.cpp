@@ -48,3 +48,9 @@ const char* error_text(int error) {
 }
 
 }  // namespace quarl
+
+// No block was given out past the checker.
+bool quarl::take_bare_block(void*) {
+  return false;
+}
+constinit uint32_t quarl::least_alignment = 8;

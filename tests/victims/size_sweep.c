@@ -1,5 +1,6 @@
 // Allocates, aligns and resizes blocks of every kind of size and has each of them checked while it lives.
 #include <malloc.h>
+#include <pthread.h>
 #include <stdlib.h>
 
 #include "announce.h"
@@ -35,6 +36,25 @@ static void sweep_alignment(size_t alignment, size_t size) {
   free(block);
 }
 
+// What the arenas of threads have no room for.
+static void* sweep_large_alignments(void* unused) {
+  for (size_t alignment = 8; alignment <= 4 << 20; alignment *= 2)
+    for (size_t size = 100; size < 5000000; size = size * 5 + 4093) sweep_alignment(alignment, size);
+  for (size_t alignment = 8; alignment <= 8192; alignment *= 2)
+    for (size_t around = 1 << 20; around < (1 << 20) + 4200; around += 52) {
+      void* block = memalign(alignment, around);
+      check(block);
+      free(block);
+    }
+  return unused;
+}
+
+static void sweep_in_thread(void) {
+  pthread_t thread;
+  if (pthread_create(&thread, NULL, sweep_large_alignments, NULL) != 0) _exit(5);
+  pthread_join(thread, NULL);
+}
+
 int main(void) {
   for (size_t size = 1; size < 600; ++size) sweep_size(size);
   for (size_t page = 4096; page <= 4096 * 40; page += 4096)
@@ -43,6 +63,10 @@ int main(void) {
   for (size_t size = 1 << 20; size < (1 << 20) + 4200; size += 100) sweep_size(size);
   for (size_t alignment = 1; alignment <= 65536; alignment *= 2)
     for (size_t size = 1; size < 300000; size = size * 3 + 7) sweep_alignment(alignment, size);
+  sweep_in_thread();
+  if (mallopt(M_MMAP_MAX, 1000) != 1 || mallopt(M_MMAP_THRESHOLD, 4096) != 1) _exit(6);
+  for (size_t size = 1000; size < 140000; size += 997) sweep_size(size);
+  sweep_in_thread();
   announce("checked", (void*)checked);
   return 0;
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 extern "C" {
 
@@ -59,6 +60,30 @@ struct ForkSteps {
   void (*in_child)();
 };
 void set_fork_steps(const ForkSteps& steps);
+
+// `told` hears of a mapping of the allocator's own whose size changed in its place: the mapping hooks see its making
+// and its end only. Called on the thread that resizes, with nothing held.
+void set_mapping_resized(void (*told)(void* base, size_t old_size, size_t size));
+
+// Blocks of an allocator that stands between the checker and the C library (a library that the program is linked with
+// brings its own). They may come to free and realloc; nothing below them is ours to read.
+extern bool other_allocators;
+bool of_other_allocator(void* ptr);
+
+// Blocks that the layer gave out without a header, before the hooks were there or past them. `take` says whether it is
+// one and forgets it; `keep` is for one that was taken and stays the application's all the same.
+bool take_bare_block(void* ptr);
+void keep_bare_block(void* ptr);
+
+// Bytes to which the distance from a raw block to its user is rounded at least: 8, or what the program was promised. A
+// constant of the process from prepare_raw_entries on, before which no block has a header.
+extern uint32_t least_alignment;
+
+// A failure that a hook decided on by itself: errno becomes ENOMEM where the program was promised so.
+void tell_failure();
+
+// Called when the hooks are installed: takes them back where the program's own allocator is to be left alone.
+void settle_hooks();
 
 // Ends the calling thread as pthread_exit does, with the destructors of thread-specific and thread-local data, but
 // without unwinding its frames and without its cleanup handlers.

@@ -22,6 +22,12 @@ The library takes its configuration from one text file: the path in the environm
 the library is loaded and again, at the next allocation, after the `QUARL_SIG` signal. `quarl config check FILE` tells
 what the library would not do as a file says; `quarl config --template` writes a file to start from.
 
+## The contract
+
+The environment variable `QUARL_CONTRACT` says whose promises `malloc` and its kin keep. `plain`, the default, passes on
+what the hooks answer: null for a request of 0 bytes, blocks aligned to 8. `libc` keeps glibc's: a block for a request of
+0 bytes, alignment to 16 on i686, `ENOMEM` after a failure. Use `libc` on boards with glibc; `quarl run` sets it.
+
 ## Lines
 
 A line is `KEY = VALUE`; blanks and tabs around both are skipped, and so is everything behind the value. A line whose
@@ -42,6 +48,26 @@ Lines are applied from top to bottom; then every default-on item that no line ha
 - An item that cannot keeps the first value for the life of the process, whichever source it came from.
 - Some items look at others in the moment in which they are set. Put `QUARL_ALL`, `QUARL_MEM_HEAD`, `QUARL_PROF`,
   `QUARL_HEAD_TIME` and `QUARL_TIMER_SIG` first: defaults come after the whole file, too late for a line that needs them.
+
+## Environment
+
+What does not belong to one configuration is told by environment variables. A set-user-id program ignores all of them,
+and `quarlcfg.ini` too. But for `QUARL_CFG_FILE`, which every reload looks at, they are read once, at start-up.
+
+| variable | meaning | default |
+|---|---|---|
+| `QUARL_CFG_FILE` | the configuration file; it may be a pipe, for whose writer the start waits up to 5 seconds and a reload not at all | `quarlcfg.ini` |
+| `QUARL_LOG_DIR` | folder for logs; made when only its last part is missing | the current directory |
+| `QUARL_KEEP` | `findings`: at exit the process removes its own logs that hold no fault, no record and nothing unfreed | all stay |
+| `QUARL_ONLY` | names of programs, separated by commas: of a tree of processes only these are checked. The name of the file, of the process or the one called by counts | all |
+| `QUARL_CONTRACT` | `plain` or `libc`: see above | `plain` |
+| `QUARL_AGENT_ADDRESS` | IPv4 address that the agent (`QUARL_DEMO_THREAD`) listens on; what is no address means 127.0.0.1 | all |
+
+`quarl run` sets `QUARL_LOG_DIR` to a folder of the run and `QUARL_KEEP` to `findings`, unless they are set already;
+`--logs DIR` and `--keep-all` choose otherwise.
+
+A `QUARL_MAPS_SIZE` from which on the offsets in a log would not fit into 32 bits (about 4 million KiB) is taken, but no
+log is written; one line on standard error says so.
 
 ## Items
 

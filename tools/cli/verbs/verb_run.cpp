@@ -36,6 +36,10 @@ Libraries: libquarl.so is chosen by PROGRAM's ELF header. i686 programs run nati
 of that folder (their logs are named after the loader then); ARM programs run through qemu-arm, by default with
 /usr/arm-linux-gnueabihf or -gnueabi as the sysroot. A PROGRAM without "/" is looked up in PATH, first below --sysroot.
 
+Contract: QUARL_CONTRACT=libc is set for the program unless the variable is set already: a request of 0 bytes gets a
+block, blocks are aligned and failures tell ENOMEM as glibc's programs expect. QUARL_CONTRACT=plain passes on what the
+checker's hooks answer, as a C library with such hooks does.
+
 Faults: a parked thread is found by what the kernel says of it. Reports are found in what the program prints: a file is
 passed through and read on the side, a pipe is replaced by a pipe, a terminal by a pseudo-terminal, and what comes out
 is passed on unchanged. --direct passes the descriptor itself; then only parked threads count as faults and the agent's
@@ -104,6 +108,7 @@ int run(const RunOptions& options) {
   TemporaryFile temporary;
   std::string config = prepare_config(options, temporary);
   if (!config.empty()) command.environment.push_back({"QUARL_CFG_FILE", config});
+  if (std::getenv("QUARL_CONTRACT") == nullptr) command.environment.push_back({"QUARL_CONTRACT", "libc"});
   bool findings_only = keeps_findings_only(options);
   if (findings_only || options.settings.keep_all) {
     command.environment.push_back({"QUARL_KEEP", findings_only ? "findings" : "all"});

@@ -113,6 +113,12 @@ TraceInfoEntry* find_mapping(uint32_t address, uint32_t length) {
   return mapping_index.find(address, length);
 }
 
+void resize_mapping_entry(TraceInfoEntry* entry, uint32_t size) {
+  mapping_index.remove(entry);
+  entry->record.size = size;
+  mapping_index.add(entry);
+}
+
 void release_all_record_pages() {
   while (qr_mmap_block_head != nullptr) {
     RecordPage* page = qr_mmap_block_head;

@@ -61,6 +61,9 @@ TraceInfoEntry* find_mapping(uint32_t address, uint32_t length) REQUIRES(hook_mu
 // Makes a filled entry known to find_mapping.
 void index_mapping(TraceInfoEntry* entry) REQUIRES(hook_mutex);
 
+// The mapping has another size from now on.
+void resize_mapping_entry(TraceInfoEntry* entry, uint32_t size) REQUIRES(hook_mutex);
+
 // At exit.
 void release_all_record_pages() REQUIRES(hook_mutex);
 

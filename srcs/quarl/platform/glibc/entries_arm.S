@@ -9,6 +9,7 @@
     .syntax unified
     .arch armv5te
     .arm
+    .hidden quarl_libc_contract
     .text
 
 // r12 = hook_depth of the calling thread. Keeps r0 to r3; __aeabi_read_tp changes r0, r12 and lr only.
@@ -39,13 +40,41 @@
     .word   \hook(GOT_PREL) + (. - .Lhook_at_\name - 8)
 .endm
 
+// A request of 0 bytes becomes an aligned one where glibc's promises are kept (contract.h), by a jump: the entry of memalign
+// is the one that the program called.
+.macro empty_if_null name, register
+    cmp     \register, #0
+    bne     .Lsome_\name
+    ldr     r12, .Lcontract_\name
+.Lcontract_at_\name:
+    ldr     r12, [pc, r12]
+    cmp     r12, #0
+    beq     .Lsome_\name
+    mov     r0, #8
+    mov     r1, #0
+    b       memalign
+.Lcontract_\name:
+    .word   quarl_libc_contract - .Lcontract_at_\name - 8
+.Lsome_\name:
+.endm
+.macro empty_malloc name
+    empty_if_null \name, r0
+.endm
+.macro empty_realloc name
+    orr     r12, r0, r1
+    empty_if_null \name, r12
+.endm
+
 // caller: the register of the hook's last argument, the return address of the entry's caller.
-.macro frameless_entry name, hook, raw, caller
+.macro frameless_entry name, hook, raw, caller, empty
     .global \name
     .type   \name, %function
     .align  2
 \name:
     .fnstart
+    .ifnb \empty
+    \empty \name
+    .endif
     stmfd   sp!, {sl, lr}
     .save   {sl, lr}
     load_hook_depth \name
@@ -68,10 +97,10 @@
     .size   \name, . - \name
 .endm
 
-    frameless_entry malloc, __malloc_hook, ext_malloc, r1
+    frameless_entry malloc, __malloc_hook, quarl_layer_allocate, r1, empty_malloc
     frameless_entry free, __free_hook, quarl_layer_release, r1
-    frameless_entry realloc, __realloc_hook, quarl_layer_resize, r2
-    frameless_entry memalign, __memalign_hook, ext_memalign, r2
+    frameless_entry realloc, __realloc_hook, quarl_layer_resize, r2, empty_realloc
+    frameless_entry memalign, __memalign_hook, quarl_layer_allocate_aligned, r2
     frameless_entry munmap, __munmap_hook, ext_munmap,
 
     .global mmap

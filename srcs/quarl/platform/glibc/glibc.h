@@ -11,17 +11,20 @@
 #include "platform/thread_cache.h"
 
 extern "C" {
-extern QUARL_EXPORT void* (*__malloc_hook)(size_t, const void*);
-extern QUARL_EXPORT void (*__free_hook)(void*, const void*);
-extern QUARL_EXPORT void* (*__realloc_hook)(void*, size_t, const void*);
-extern QUARL_EXPORT void* (*__memalign_hook)(size_t, size_t, const void*);
-extern QUARL_EXPORT void* (*__mmap_hook)(void*, size_t, int, int, int, long);
-extern QUARL_EXPORT int (*__munmap_hook)(void*, size_t);
-extern QUARL_EXPORT void (*__malloc_initialize_hook)(void);
+extern void* (*__malloc_hook)(size_t, const void*);
+extern void (*__free_hook)(void*, const void*);
+extern void* (*__realloc_hook)(void*, size_t, const void*);
+extern void* (*__memalign_hook)(size_t, size_t, const void*);
+extern void* (*__mmap_hook)(void*, size_t, int, int, int, long);
+extern int (*__munmap_hook)(void*, size_t);
+extern void (*__malloc_initialize_hook)(void);
 
-// What free and realloc do when no hook is called. They know blocks that carry a header: after the hooks are gone such
-// a block is released from its raw start; inside the checker (a signal handler of the application interrupted a hook)
+// What the entries do when no hook is called: before the hooks are there and after they are gone, and inside the
+// checker (a signal handler of the application interrupted a hook). Blocks given out here have no header; they are
+// remembered. Blocks with one: after the hooks are gone such a block is released from its raw start; inside the checker
 // it is left alone, since the list of live blocks cannot be changed there.
+void* quarl_layer_allocate(size_t size);
+void* quarl_layer_allocate_aligned(size_t alignment, size_t size);
 void quarl_layer_release(void* ptr);
 void* quarl_layer_resize(void* ptr, size_t size);
 }
@@ -36,15 +39,17 @@ inline bool inside_checker() {
   return thread_cache().hook_depth != 0;
 }
 
-inline bool is_mapped(void* raw) {
-  return chunk_before(address_of(raw)).mapped();
-}
+struct MappedChunk;
 
-// A chunk of its own mapping, made and unmade through the public mapping entries so that their hooks count it.
+// Chunks that are mappings of their own, made and unmade through the public mapping entries so that their hooks count
+// them. The alignment is a power of two, or 0 for what every block has.
 bool wants_mapping(size_t request);
-void* map_chunk(size_t request);
-void unmap_chunk(void* raw);
-bool fits_mapping(void* raw, size_t request);  // the mapping of that request would be as large
+void* map_chunk(size_t alignment, size_t request);
+void unmap_chunk(MappedChunk* chunk);
+void* resize_chunk(MappedChunk* chunk, size_t request);  // null: it cannot be had without a copy
+
+// The public mapping entries are being told of the mapping there; it is there, or not gone yet, already.
+bool told_mapping(const void* addr);
 
 // Bytes that the user of a raw block may use.
 size_t raw_capacity(void* raw);

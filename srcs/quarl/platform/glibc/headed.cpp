@@ -1,6 +1,8 @@
 // Blocks that carry a header, met by the layer where no hook is called.
 #include <string.h>
 
+#include "platform/glibc/allocators.h"
+#include "platform/glibc/bare_blocks.h"
 #include "platform/glibc/glibc.h"
 
 namespace quarl {
@@ -22,32 +24,74 @@ void set_headed_block_access(const HeadedBlockAccess& access) {
 }
 
 HeadedBlock glibc::find_headed(void* user) {
-  return headed.find != nullptr ? headed.find(user) : HeadedBlock{nullptr, 0};
+  if (headed.find == nullptr || of_other_allocator(user)) return {nullptr, 0};
+  return headed.find(user);
 }
 
 }  // namespace quarl
 
 using namespace quarl;
 
+namespace {
+
+// What a handler of the application does to large blocks while it interrupts a hook is not the mapping hooks' to see:
+// they would wait for a lock that its own thread holds.
+class Unseen {
+ public:
+  Unseen() : depth_(thread_cache().hook_depth) {
+    if (depth_ == 1) thread_cache().hook_depth = 2;
+  }
+  ~Unseen() { thread_cache().hook_depth = depth_; }
+  bool checkers_own() const { return depth_ > 1; }
+
+ private:
+  int32_t depth_;
+};
+
+void* noted(const Unseen& unseen, void* block) {
+  if (!unseen.checkers_own()) glibc::note_bare_block(block);
+  return block;
+}
+
+}  // namespace
+
 extern "C" {
 
 // Not inlined into the entries, whose way to the hook they would lengthen.
+[[gnu::noinline]] void* quarl_layer_allocate(size_t size) {
+  const Unseen unseen;
+  return noted(unseen, ext_malloc(size));
+}
+
+[[gnu::noinline]] void* quarl_layer_allocate_aligned(size_t alignment, size_t size) {
+  const Unseen unseen;
+  return noted(unseen, ext_memalign(alignment, size));
+}
+
 [[gnu::noinline]] void quarl_layer_release(void* ptr) {
   if (ptr == nullptr) return;
+  const Unseen unseen;
   const HeadedBlock block = glibc::find_headed(ptr);
   if (block.raw != nullptr) {
     release_headed(ptr, block);
   } else {
+    glibc::forget_bare_block(ptr);
     ext_free(ptr);
   }
 }
 
 [[gnu::noinline]] void* quarl_layer_resize(void* ptr, size_t size) {
+  const Unseen unseen;
   const HeadedBlock block = ptr != nullptr ? glibc::find_headed(ptr) : HeadedBlock{nullptr, 0};
-  if (block.raw == nullptr) return ext_realloc(ptr, size);
+  if (block.raw == nullptr) {
+    const bool bare = glibc::forget_bare_block(ptr);
+    void* moved = ext_realloc(ptr, size);
+    if (moved == nullptr && bare && size > 0) glibc::note_bare_block(ptr);
+    return of_other_allocator(moved) ? moved : noted(unseen, moved);
+  }
   void* moved = nullptr;
   if (size > 0) {
-    moved = ext_malloc(size);
+    moved = noted(unseen, ext_malloc(size));
     if (moved == nullptr) return nullptr;
     memcpy(moved, ptr, block.user_size < size ? block.user_size : size);
   }

@@ -1,78 +1,184 @@
 // Chunks of 128 KiB and more: a mapping each.
 //
-//   base        4 bytes unused
-//   base + 4    chunk word: the whole mapping, marked as mapped
-//   base + 8    the raw block
+//   base        unused
+//   raw - 4     chunk word: the size by the rule for such chunks, marked as mapped
+//   raw         the raw block, 16 bytes above the base, or aligned as it was asked for
+//   base + size end of the mapping, as the hooks know it; the region may reach further
+//
+// The region is had first; then the mapping hooks are told of it by a call of the public entry, of which the raw entry
+// does nothing more. So a chunk that cannot be had is a failed allocation and no failed mapping.
 #include <errno.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include "platform/checked_programs.h"
+#include "platform/glibc/allocators.h"
 #include "platform/glibc/glibc.h"
+#include "platform/glibc/mapped_book.h"
+#include "platform/glibc/regions.h"
+
+namespace quarl {
+
+namespace {
+void (*tell_resized)(void* base, size_t old_size, size_t size) = nullptr;
+}
+
+void set_mapping_resized(void (*told)(void* base, size_t old_size, size_t size)) {
+  tell_resized = told;
+}
+
+}  // namespace quarl
 
 namespace quarl::glibc {
 namespace {
 
-constexpr size_t kHeader = 8;
+constexpr uint32_t kPage = 4096;
+constexpr uint32_t kPlainOffset = 16;  // base to raw block
 
-size_t mapping_size(size_t request) {
-  return mapping_size_for(chunk_size_for(request), static_cast<uint32_t>(getpagesize()));
-}
-
-size_t chunk_size(void* raw) {
-  return chunk_before(address_of(raw)).size();
-}
+// The mapping that the public entry is being told of on this thread, 0 for none.
+constinit thread_local Address told_of = 0;
 
 // Lets the mapping hooks see a mapping that the raw entries make on behalf of a hook. Deeper inside (the checker's own
-// memory, made while it may hold its lock) the mapping stays unseen. One that fails is a failure of the block alone.
+// memory, a signal handler of the application that interrupted a hook) the mapping stays unseen. What is told is had
+// already: a region that cannot be had is a failure of the block alone.
 class VisibleMapping {
  public:
-  VisibleMapping() : depth_(thread_cache().hook_depth) {
+  explicit VisibleMapping(Address base) : depth_(thread_cache().hook_depth) {
+    told_of = base;
     if (depth_ == 1) thread_cache().hook_depth = 0;
-    thread_cache().maps_for_block = true;
   }
   ~VisibleMapping() {
-    thread_cache().maps_for_block = false;
     thread_cache().hook_depth = depth_;
+    told_of = 0;
   }
 
  private:
   int32_t depth_;
 };
 
+void tell_mapped(Address base, uint32_t size) {
+  const VisibleMapping visible(base);
+  mmap(pointer_to(base), size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+}
+void tell_unmapped(Address base, uint32_t size) {
+  const VisibleMapping visible(base);
+  munmap(pointer_to(base), size);
+}
+
+// How a chunk lies in its mapping.
+struct Shape {
+  uint32_t offset;  // base to raw block
+  uint32_t size;    // of the mapping
+  uint32_t word;    // size in the chunk word: passes the size rule, and rounded up to pages it is the mapping's
+};
+
+// The rule for mapped chunks takes 24 off for an alignment of 16; for larger ones it allows up to twice the alignment
+// more than it expects, which covers the page that the room in front may cost.
+Shape shape_for(uint32_t alignment, uint32_t request) {
+  const uint32_t expected = mapping_size_for(chunk_size_for(request), kPage);
+  if (alignment < 16) return {kPlainOffset, expected, expected};
+  if (alignment == 16) return {kPlainOffset, expected, expected - 24};
+  const uint32_t offset = alignment < kPage ? alignment : kPage;
+  const uint32_t size = round_up(offset + request, kPage);
+  return {offset, size, size == expected ? expected : expected + 8};
+}
+
+void* too_large() {
+  errno = ENOMEM;
+  return nullptr;
+}
+
+void enter_chunk(const Region& region, const Shape& shape) {
+  const Address raw = region.base + shape.offset;
+  mapped_book.enter({raw, shape.size, region.size, region.cleared});
+  if (others_behind) remember_pages(region.base, shape.size);
+  set_chunk_before(raw, ChunkWord::of_mapping(shape.word));
+}
+
+// The chunk lies where its region is now, with another size.
+void* moved_chunk(const Region& region, const Shape& shape, Address old_base, uint32_t old_size) {
+  enter_chunk(region, shape);
+  if (region.base != old_base) {
+    tell_mapped(region.base, shape.size);
+  } else if (tell_resized != nullptr && thread_cache().hook_depth <= 1) {
+    tell_resized(pointer_to(region.base), old_size, shape.size);
+  }
+  return pointer_to(region.base + shape.offset);
+}
+
+// Moves the chunk's pages to a larger region. Null when there is no memory, the chunk untouched.
+void* move_chunk(MappedChunk* entry, const Shape& shape, uint32_t wanted) {
+  const MappedChunk chunk = *entry;
+  const Region place = take_region(wanted);
+  if (place.base == 0) return nullptr;
+  if (!mapped_book.prepare(place.base) || place.size < wanted) {
+    give_back_region(place);
+    return nullptr;
+  }
+  // The hooks are told of the end before the addresses are free for others.
+  mapped_book.remove(entry);
+  if (others_behind) forget_pages(chunk.base(), chunk.size);
+  tell_unmapped(chunk.base(), chunk.size);
+  if (move_region({chunk.base(), chunk.region, false}, place)) return moved_chunk(place, shape, 0, 0);
+  mapped_book.enter(chunk);
+  if (others_behind) remember_pages(chunk.base(), chunk.size);
+  tell_mapped(chunk.base(), chunk.size);
+  return nullptr;
+}
+
 }  // namespace
+
+bool told_mapping(const void* addr) {
+  return addr != nullptr && address_of(addr) == told_of;
+}
 
 bool wants_mapping(size_t request) {
   return chunk_reaches(request, kMappedChunk) && !left_alone();
 }
 
-bool fits_mapping(void* raw, size_t request) {
-  return mapping_size(request) == chunk_size(raw);
-}
-
-void* map_chunk(size_t request) {
-  if (request > kLargestRequest) {
-    errno = ENOMEM;
-    return nullptr;
+void* map_chunk(size_t alignment, size_t request) {
+  if (request > kLargestRequest || alignment > kLargestRequest) return too_large();
+  const Shape shape = shape_for(static_cast<uint32_t>(alignment), request);
+  const Region region =
+      alignment > kPage ? take_region_below(static_cast<uint32_t>(alignment), shape.size) : take_region(shape.size);
+  if (region.base == 0) return too_large();
+  if (!mapped_book.prepare(region.base + shape.offset)) {
+    give_back_region(region);
+    return too_large();
   }
-  const size_t size = mapping_size(request);
-  const VisibleMapping visible;
-  void* base = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (base == MAP_FAILED) return nullptr;
-  void* raw = static_cast<char*>(base) + kHeader;
-  set_chunk_before(address_of(raw), ChunkWord::of_mapping(size));
-  return raw;
+  enter_chunk(region, shape);
+  tell_mapped(region.base, shape.size);
+  return pointer_to(region.base + shape.offset);
 }
 
-void unmap_chunk(void* raw) {
+void unmap_chunk(MappedChunk* entry) {
   const int error = errno;
-  const VisibleMapping visible;
-  munmap(static_cast<char*>(raw) - kHeader, chunk_size(raw));
+  const MappedChunk chunk = *entry;
+  mapped_book.remove(entry);
+  if (others_behind) forget_pages(chunk.base(), chunk.size);
+  tell_unmapped(chunk.base(), chunk.size);
+  give_back_region({chunk.base(), chunk.region, false});
   errno = error;
 }
 
+void* resize_chunk(MappedChunk* entry, size_t request) {
+  const MappedChunk chunk = *entry;
+  const Shape shape = shape_for(0, request);
+  if (chunk.raw - chunk.base() != kPlainOffset) return nullptr;
+  if (shape.size == chunk.size) return pointer_to(chunk.raw);
+  const uint32_t wanted = region_size(shape.size);
+  const Region region{chunk.base(), chunk.region, false};
+  if (wanted == chunk.region || stretch_region(region, wanted)) {
+    if (others_behind) forget_pages(chunk.base(), chunk.size);
+    return moved_chunk({chunk.base(), wanted, false}, shape, chunk.base(), chunk.size);
+  }
+  return move_chunk(entry, shape, wanted);
+}
+
 size_t raw_capacity(void* raw) {
-  return chunk_size(raw) - (is_mapped(raw) ? kHeader : sizeof(uint32_t));
+  const MappedChunk* chunk = mapped_book.find(address_of(raw));
+  return chunk != nullptr ? chunk->capacity() : libc_allocator.usable_size(raw);
 }
 
 }  // namespace quarl::glibc

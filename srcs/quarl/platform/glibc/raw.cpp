@@ -7,28 +7,43 @@
 #include <unistd.h>
 
 #include "platform/checked_programs.h"
+#include "platform/glibc/allocators.h"
 #include "platform/glibc/big_offset.h"
+#include "platform/glibc/contract.h"
 #include "platform/glibc/glibc.h"
-
-extern "C" {
-void* __libc_malloc(size_t size);
-void __libc_free(void* ptr);
-void* __libc_realloc(void* ptr, size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
-}
+#include "platform/glibc/mapped_book.h"
 
 namespace {
 
+using namespace quarl;
 using namespace quarl::glibc;
-using quarl::left_alone;
 
 constinit bool prepared = false;
 
-// glibc would map large chunks itself, unseen; switched off, bit 1 of a chunk word always means a mapping of ours.
+// glibc would map large chunks itself, unseen.
 void switch_off_own_mappings() {
   if (prepared || left_alone()) return;
   prepared = true;
-  mallopt(M_MMAP_MAX, 0);
+  libc_allocator.set_option(M_MMAP_MAX, 0);
+}
+
+bool libc_mapped(void* raw) {
+  return raw != nullptr && chunk_before(address_of(raw)).mapped();
+}
+
+// Where its arenas have no room, glibc maps a chunk itself all the same. Then it gets it back, and the block becomes a
+// mapping of ours.
+[[gnu::cold, gnu::noinline]] void* map_instead(void* raw, size_t alignment, size_t size) {
+  libc_allocator.release(raw);
+  return map_chunk(alignment, size);
+}
+
+[[gnu::cold, gnu::noinline]] void* map_copy_instead(void* raw, size_t size) {
+  void* moved = map_chunk(0, size);
+  if (moved == nullptr) return raw;  // its contents exist nowhere else
+  memcpy(moved, raw, size);
+  libc_allocator.release(raw);
+  return moved;
 }
 
 void* resize_by_copy(void* raw, size_t size) {
@@ -40,20 +55,38 @@ void* resize_by_copy(void* raw, size_t size) {
   return moved;
 }
 
+[[gnu::cold, gnu::noinline]] void* resize_mapped(MappedChunk* chunk, size_t size) {
+  void* resized = wants_mapping(size) ? resize_chunk(chunk, size) : nullptr;
+  return resized != nullptr ? resized : resize_by_copy(pointer_to(chunk->raw), size);
+}
+
+bool wants_mapping_with(size_t alignment, size_t size) {
+  return wants_mapping(size) || wants_mapping(alignment) || wants_mapping(alignment + size);
+}
+
+// What glibc gives out is not to be replaced by mappings of ours. A mapping of ours from before that was known stays
+// one until it is released.
+bool stand_aside() {
+  return bypassed.everything || left_alone();
+}
+
 }  // namespace
 
 extern "C" {
 
 void* ext_malloc(size_t size) {
-  return wants_mapping(size) ? map_chunk(size) : __libc_malloc(size);
+  if (wants_mapping(size) && !stand_aside()) return map_chunk(0, size);
+  void* raw = libc_allocator.allocate(size);
+  return __builtin_expect(libc_mapped(raw), 0) && !stand_aside() ? map_instead(raw, 0, size) : raw;
 }
 
 void ext_free(void* ptr) {
   if (ptr == nullptr) return;
-  if (is_mapped(ptr) && !left_alone()) {
-    unmap_chunk(ptr);
+  MappedChunk* chunk = mapped_book.find(address_of(ptr));
+  if (__builtin_expect(chunk != nullptr, 0)) {
+    unmap_chunk(chunk);
   } else {
-    __libc_free(ptr);
+    libc_allocator.release(ptr);
   }
 }
 
@@ -63,19 +96,24 @@ void* ext_realloc(void* ptr, size_t size) {
     errno = ENOMEM;
     return nullptr;
   }
-  const bool to_mapping = wants_mapping(size);
-  if (!is_mapped(ptr) && !to_mapping) return __libc_realloc(ptr, size);
-  if (left_alone()) return __libc_realloc(ptr, size);
-  if (is_mapped(ptr) && to_mapping && fits_mapping(ptr, size)) return ptr;
-  return resize_by_copy(ptr, size);
+  MappedChunk* chunk = mapped_book.find(address_of(ptr));
+  if (chunk != nullptr) return resize_mapped(chunk, size);
+  if (of_other_allocator(ptr)) return libc_allocator.resize(ptr, size);
+  if (wants_mapping(size) && !stand_aside()) return resize_by_copy(ptr, size);
+  void* raw = libc_allocator.resize(ptr, size);
+  return libc_mapped(raw) && !stand_aside() ? map_copy_instead(raw, size) : raw;
 }
 
 void* ext_memalign(size_t alignment, size_t size) {
   switch_off_own_mappings();
-  return __libc_memalign(alignment, size);
+  if (stand_aside()) return libc_allocator.allocate_aligned(alignment, size);
+  if (alignment > 8 && wants_mapping_with(alignment, size)) return map_chunk(alignment, size);
+  void* raw = libc_allocator.allocate_aligned(alignment, size);
+  return libc_mapped(raw) ? map_instead(raw, alignment, size) : raw;
 }
 
 void* ext_mmap(void* addr, size_t length, int prot, int flags, int fd, long offset) {
+  if (told_mapping(addr)) return addr;
   constexpr unsigned kUnit = 4096;  // mmap2 counts the offset in these on every target
   const uint64_t bytes = full_offset(fd, offset);
   if (bytes % kUnit != 0) {
@@ -87,6 +125,7 @@ void* ext_mmap(void* addr, size_t length, int prot, int flags, int fd, long offs
 }
 
 int ext_munmap(void* addr, size_t length) {
+  if (told_mapping(addr)) return 0;
   return static_cast<int>(syscall(SYS_munmap, addr, length));
 }
 
@@ -96,6 +135,27 @@ int pthread_self_pid(void) {
 
 }  // extern "C"
 
-void quarl::prepare_raw_entries() {
-  switch_off_own_mappings();
+namespace quarl {
+
+constinit bool other_allocators = false;
+
+bool of_other_allocator(void* ptr) {
+  return other_allocators && glibc::on_foreign_page(address_of(ptr));
 }
+
+void prepare_raw_entries() {
+  glibc::find_allocators();
+  other_allocators = glibc::others_behind;
+  switch_off_own_mappings();
+  glibc::choose_contract();
+}
+
+void settle_hooks() {
+  if (!glibc::bypassed.everything) return;
+  __malloc_hook = nullptr;
+  __free_hook = nullptr;
+  __realloc_hook = nullptr;
+  __memalign_hook = nullptr;
+}
+
+}  // namespace quarl

@@ -16,6 +16,22 @@ void set_fork_steps(const ForkSteps& steps) {
   pthread_atfork(steps.before, steps.in_parent, steps.in_child);
 }
 
+// The C library's chunks do not change in place, and nobody stands between it and the checker.
+void set_mapping_resized(void (*)(void*, size_t, size_t)) {}
+constinit bool other_allocators = false;
+bool of_other_allocator(void*) {
+  return false;
+}
+bool take_bare_block(void*) {
+  return false;
+}
+void keep_bare_block(void*) {}
+void settle_hooks() {}
+
+// The hooks' promises are the C library's.
+constinit uint32_t least_alignment = 8;
+void tell_failure() {}
+
 void end_thread() {
   pthread_exit(nullptr);
 }

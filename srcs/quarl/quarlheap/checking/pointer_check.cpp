@@ -1,5 +1,6 @@
 #include "quarlheap/checking/pointer_check.h"
 
+#include "platform/libc_hooks.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/checking/fault_report.h"
 #include "quarlheap/checking/fault_stop.h"
@@ -34,6 +35,7 @@ CheckedPointer classify_pointer(Address p) {
   const DoubtfulBlock block(p);
   if (__builtin_expect(block.is_freed(), 0)) qr_check_before_release(block, true);
   if (__builtin_expect(!block.names_itself(), 0)) {
+    if (take_bare_block(pointer_to(p))) return {p, 0};
     if (qr_find_used_block(p, true)) report_and_stop(block, QR_FAULT_HEAD, true);
     return {p, 0};
   }

@@ -1,6 +1,7 @@
 // The malloc and memalign hooks.
 #include <errno.h>
 
+#include "platform/libc_hooks.h"
 #include "quarlheap/hooks/hook_call.h"
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/limits.h"
@@ -13,6 +14,7 @@ namespace {
 void* fail(const Flags& flags, Operation op, uint32_t size, const CallTrace& trace) {
   count_failure(flags, op, size, trace);
   if (flags.prof()) errno = ENOMEM;
+  tell_failure();
   return nullptr;
 }
 

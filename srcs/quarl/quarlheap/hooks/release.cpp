@@ -31,6 +31,7 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
 
 [[gnu::noinline]] void free_hook(void* ptr, const void*) {
   const InsideChecker inside;
+  if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::release(ptr);
   if (ptr != nullptr) prefetch_block(address_of(ptr));
   const Flags flags = enter_hook(kSlopFree);
   CallTrace trace;

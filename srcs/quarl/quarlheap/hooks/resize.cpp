@@ -15,6 +15,7 @@ namespace {
 
 void* fail(const Flags& flags, uint32_t size, const CallTrace& trace) {
   count_failure(flags, kOpRealloc, size, trace);
+  tell_failure();
   return nullptr;
 }
 
@@ -86,7 +87,7 @@ void take_old_block(Resize* resize) {
 void put_back_old_block(const Resize& resize) {
   const ScopedLock lock;
   counters_for(resize.flags).undo_release(kOpReallocRelease, resize.old_size);
-  if (!resize.headed()) return;
+  if (!resize.headed()) return keep_bare_block(pointer_to(resize.p));
   const SoundBlock block = resize.old_block();
   link_block(block);
   if (!resize.flags.record_log()) return;
@@ -187,6 +188,7 @@ void* resize_block(Resize resize) {
 
 [[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void*) {
   const InsideChecker inside;
+  if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::resize(ptr, size);
   if (ptr != nullptr) prefetch_block(address_of(ptr));
   const Flags flags = enter_hook(kSlopMalloc | kSlopFree);
   stop_past_limits(flags, size);

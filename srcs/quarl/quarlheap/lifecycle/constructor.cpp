@@ -20,6 +20,7 @@
 #include "platform/stack.h"
 #include "platform/system.h"
 #include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/hooks/mapping_resize.h"
 #include "quarlheap/lifecycle/fork_handlers.h"
 #include "quarlheap/model/block_header.h"
 #include "quarlheap/model/call_trace.h"
@@ -83,6 +84,7 @@ void prepare_logs() REQUIRES(hook_mutex) {
 
 void prepare_platform() {
   prepare_raw_entries();
+  set_mapping_resized(note_resized_mapping);
   set_headed_block_access({find_headed_block, forget_headed_block});
   learn_main_stack();
   learn_startup_code();
@@ -104,6 +106,7 @@ void prepare_platform() {
   open_log_files();
   start_agent(take_agent_line);
   install_hooks(start);
+  settle_hooks();
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "platform/chunk.h"
+#include "platform/libc_hooks.h"
 #include "quarlheap/model/header_layout.h"
 #include "state/hook_lock.h"
 
@@ -31,7 +32,7 @@ inline TraceInfo trace_info(Address p, const HeaderLayout& layout) {
 }
 inline uint32_t offset(Address p) {
   const HeaderLayout has = layout(p);
-  return has.header_offset(trace_info(p, has));
+  return has.header_offset(trace_info(p, has), least_alignment);
 }
 
 }  // namespace header
@@ -114,6 +115,11 @@ inline uint32_t header_size(const Flags& flags, Operation op, int depth) {
   return layout.lowest_offset(static_cast<uint32_t>(depth)) + layout.guard_size();
 }
 
+// From the raw block to the user pointer.
+inline uint32_t offset_for(uint32_t lowest, uint32_t alignment) {
+  return round_up(lowest, alignment > least_alignment ? alignment : least_alignment);
+}
+
 // Where a new block lies in its raw block.
 struct Placement {
   uint32_t offset;  // raw block to user pointer
@@ -127,7 +133,7 @@ inline Placement place_block(const Flags& flags, Operation op, int depth, uint32
   if (!flags.header()) return {0, 0, align_log2};
   const HeaderLayout layout = HeaderLayout::for_new(flags, op);
   const uint32_t lowest = layout.lowest_offset(static_cast<uint32_t>(depth));
-  return {round_up(lowest, 1U << align_log2), layout.guard_size(), align_log2};
+  return {offset_for(lowest, 1U << align_log2), layout.guard_size(), align_log2};
 }
 
 // Writes the header below p and the guard behind the block; the links are empty.

@@ -108,10 +108,12 @@ struct HeaderLayout {
 
   constexpr uint32_t guard_size() const { return guard ? kGuardSize : 0; }
 
-  // Bytes from the raw block to the user pointer; `info` is the block's, or 0 for one without.
-  constexpr uint32_t header_offset(TraceInfo info) const {
+  // Bytes from the raw block to the user pointer; `info` is the block's, or 0 for one without;
+  // `least` is the least alignment of the process.
+  constexpr uint32_t header_offset(TraceInfo info, uint32_t least = 1U << kPlainAlignLog2) const {
     const uint32_t log2 = trace_info && info.align_log2() != 0 ? info.align_log2() : kPlainAlignLog2;
-    return round_up(lowest_offset(trace_info && trace ? info.depth() : 0), 1U << (log2 & 31));
+    return round_up(lowest_offset(trace_info && trace ? info.depth() : 0),
+                    1U << (log2 & 31) > least ? 1U << (log2 & 31) : least);
   }
 };
 

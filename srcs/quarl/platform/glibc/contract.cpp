@@ -1,0 +1,26 @@
+#include "platform/glibc/contract.h"
+
+#include <errno.h>
+#include <string.h>
+
+#include "platform/environment.h"
+#include "platform/libc_hooks.h"
+
+constinit int quarl_libc_contract = 0;
+
+namespace quarl {
+
+constinit uint32_t least_alignment = 8;
+
+void tell_failure() {
+  if (quarl_libc_contract != 0) errno = ENOMEM;
+}
+
+void glibc::choose_contract() {
+  const char* wanted = environment("QUARL_CONTRACT");
+  if (wanted == nullptr || strcmp(wanted, "libc") != 0) return;
+  quarl_libc_contract = 1;
+  least_alignment = kLibcAlignment;
+}
+
+}  // namespace quarl

@@ -1,0 +1,35 @@
+// Regions of whole pages for mapped chunks, and a few that were given back and are kept for the next request: without
+// them each block of some 100 KiB would cost two system calls and its pages anew. They lie below the mapping hooks,
+// which are told of every mapping and unmapping of a chunk all the same. No lock; safe in a signal handler.
+#pragma once
+
+#include "platform/address.h"
+
+namespace quarl::glibc {
+
+struct Region {
+  Address base;   // 0: none
+  uint32_t size;  // bytes
+  bool cleared;   // the kernel's zeros
+};
+
+// A region of at least so many bytes, a multiple of the page size; it is larger where regions of like size are kept.
+Region take_region(uint32_t size);
+
+// The same with an address that leaves the remainder `alignment` - page when divided by `alignment`, a power of two
+// above the page size: the page behind it is aligned.
+Region take_region_below(uint32_t alignment, uint32_t size);
+
+// Keeps or unmaps it. False when the kernel would not take it back: its pages are free then, its addresses lost.
+bool give_back_region(const Region& region);
+
+// Changes the size of a region where it lies. False when there is no room, the region untouched.
+bool stretch_region(const Region& region, uint32_t size);
+
+// Moves the pages of a region into the place of another, which is larger. False when the kernel refuses.
+bool move_region(const Region& region, const Region& place);
+
+// What a region for a mapping of that size is made with.
+uint32_t region_size(uint32_t size);
+
+}  // namespace quarl::glibc
