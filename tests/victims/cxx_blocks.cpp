@@ -28,8 +28,8 @@ static void churn() {
 int main() {
   std::map<int, std::string> entries;
   for (int i = 0; i < 20000; ++i) entries[i] = std::string(i % 300, 'x');
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) threads.emplace_back(churn);
+  std::vector<std::thread> threads(4);
+  for (auto& thread : threads) thread = std::thread(churn);
   for (auto& thread : threads) thread.join();
   for (int i = 0; i < 20000; i += 2) entries.erase(i);
   printf("%u\n", static_cast<unsigned>(entries.size()));

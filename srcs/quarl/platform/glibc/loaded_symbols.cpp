@@ -25,7 +25,9 @@ class LoadedObject {
   }
 
   bool ours() const { return dynamic_ == _DYNAMIC; }
-  bool named(const char* soname) const { return soname_ != 0 && strcmp(strings_ + soname_, soname) == 0; }
+  bool named(const char* soname) const {
+    return strings_ != nullptr && soname_ != 0 && strcmp(strings_ + soname_, soname) == 0;
+  }
 
   // Null when the object does not define the function.
   void* find(const char* name) const {

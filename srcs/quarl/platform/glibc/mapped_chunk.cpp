@@ -59,7 +59,7 @@ class VisibleMapping {
 
 void tell_mapped(Address base, uint32_t size) {
   const VisibleMapping visible(base);
-  mmap(pointer_to(base), size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+  (void)mmap(pointer_to(base), size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
 }
 void tell_unmapped(Address base, uint32_t size) {
   const VisibleMapping visible(base);
