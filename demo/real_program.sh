@@ -13,5 +13,6 @@ run_sqlite() {
   status=$?
   set -e
   say "    $(wc -c <checked.out) bytes of output, exit status $status, $((SECONDS - begin)) s"
+  sed -i '/^quarl: /d' checked.err  # where the tool says that the logs are
   verdict "same output as bare, no fault reported" eval 'test $status = 0 && cmp bare.out checked.out && cmp bare.err checked.err'
 }
