@@ -8,13 +8,13 @@ sys.dont_write_bytecode = True
 
 from catalogue import PROGRAMS
 
-TARGETS = {"i386": "i686", "armhf": "armhf"}
-SHELL = {"i686": {"dash", "coreutils"}, "armhf": set()}  # for every work, where programs live in the tree alone
+TARGETS = {"i386": "i686", "armhf": "armhf", "armel": "armel"}
+ROOM = {"dash", "coreutils"}  # of a room, where nothing is of this machine
 
 
 def packages(target, whole):
-    chosen = [program for program in PROGRAMS if target in program.targets() and (whole or program.slice)]
-    return SHELL[target].union(*(program.packages for program in chosen))
+    chosen = [program for program in PROGRAMS if program.checked_in(target) or whole and target == "i686"]
+    return set(ROOM if whole and target == "i686" else ()).union(*(program.packages for program in chosen))
 
 
 if __name__ == "__main__":

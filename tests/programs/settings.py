@@ -10,6 +10,8 @@ class Setting:
     lines: tuple = ()
     checked: bool = True
     small: bool = False
+    room: bool = False  # every process of the work is checked, in a room of its own
+    contract: str = ""
     log: str = ""  # end of the names of the logs that every checked process leaves
     reconcile: object = None
 
@@ -18,7 +20,6 @@ class Setting:
 
 
 SETTINGS = {
-    "bare": Setting(checked=False),  # beside the other bare run: shows that the work does not differ by itself
     "defaults": Setting(),
     "checks": Setting(
         ("QUARL_SLOPOVER_MALLOC=1", "QUARL_SLOPOVER_FREE=1", "QUARL_SLOPOVER_THREAD=1", "QUARL_MEM_CHECK_IN_HOOK=1",
@@ -29,5 +30,8 @@ SETTINGS = {
         ("QUARL_TIMER_SIG=SIG40", "QUARL_ALL=1", "QUARL_MEM_HEAD=1", "QUARL_HEAD_TIME=2", "QUARL_TIME_INTERVAL=1",
          "QUARL_SNAP_INTERVAL=1", "QUARL_SNAP_DETAIL=1"), log="_quarl_autosnap.log",
         reconcile=logs.reconcile_snapshots),
+    "contract": Setting(room=True, contract="libc"),
+    "room": Setting(room=True),
+    "bare": Setting(room=True, checked=False),  # beside the other bare run: shows that the work itself does not differ
 }
-USUAL = ("defaults", "record", "snapshots")
+SOAKED = "contract"

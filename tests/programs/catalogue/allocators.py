@@ -6,7 +6,7 @@ from program import Program
 TEXT = {"text": lambda: text(200_000)}
 
 PROGRAMS = (
-    Program("tcmalloc", ("libjxl-tools",), armhf=("cjxl", "djxl"), slice=("defaults",), work=r"""
+    Program("tcmalloc", ("libjxl-tools",), alone=("cjxl", "djxl"), slice=("defaults",), work=r"""
 { printf 'P6 120 90 255\n'; seq 100000 | head -c 32400; } >in.ppm; cjxl in.ppm out.jxl -d 1 -e 4 --num_threads=2 >o 2>&1; djxl out.jxl back.ppm >o 2>&1; wc -c <back.ppm; cjxl none x.jxl >o 2>&1 || echo $?
 """, ignore=("o",)),
     Program("swi-prolog", ("swi-prolog-core",), work=r"""

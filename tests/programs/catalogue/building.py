@@ -1,6 +1,6 @@
 """Programs that build programs, and keep their sources."""
 
-from inputs import c_source, schema, text
+from inputs import c_source, message, schema, text
 from program import Program
 
 CHECK = ("defaults",)
@@ -48,10 +48,10 @@ arguments: %empty | list ; list: expression | list ',' expression ;
 """
 
 PROGRAMS = (
-    Program("make", ("make",), files={"Makefile": MAKEFILE}, slice=CHECK, work="""
+    Program("make", ("make",), files={"Makefile": MAKEFILE}, work="""
 make -j 6; touch -d @1 part*; make -n part3 | wc -l; make -j2 missing || echo missing: $?; make -p -n whole | grep -c '^sum'
 """),
-    Program("m4", ("m4",), files={"text": lambda: text(50_000)}, armhf=("m4",), slice=CHECK, work=r"""
+    Program("m4", ("m4",), files={"text": lambda: text(50_000)}, alone=("m4",), slice=CHECK, work=r"""
 m4 <<'M'
 define(`loop', `ifelse(`$1', `$2', `', `$3`'pushdef(`i', `$1')loop(incr($1), $2, `$3')')')dnl
 loop(1, 300, `<eval(i + 0)>')
@@ -59,17 +59,17 @@ define(`fact', `ifelse($1, 0, 1, `eval($1 * fact(decr($1)))')')fact(12) patsubst
 translit(`hello', `a-z', `A-Z') regexp(`xyz', `y') substr(`abcdef', 2, 3)
 M
 """),
-    Program("flex", ("flex", "m4"), files={"lexer.l": LEXER}, slice=CHECK, work="""
+    Program("flex", ("flex", "m4"), files={"lexer.l": LEXER}, work="""
 flex -o lexer.c lexer.l; flex -Cf -o full.c lexer.l; flex -v -T lexer.l 2>trace || true; wc -l trace; echo '%%' '[' | flex -t || echo wrong: $?
 """, ignore=("trace",)),
-    Program("bison", ("bison", "m4"), files={"grammar.y": GRAMMAR}, slice=CHECK, work="""
+    Program("bison", ("bison", "m4"), files={"grammar.y": GRAMMAR}, work="""
 bison -v -d -o grammar.c grammar.y; bison --xml=grammar.xml -o other.c grammar.y; bison -Wcounterexamples grammar.y -o third.c; echo '%% a: b' | bison /dev/stdin || echo wrong: $?
 """, normalise=((r"ime limit exceeded[^\n]*", ""),)),
     Program("gcc", ("gcc-12", "libc6-dev"), files={"full.c": lambda: c_source(300), "small.c": lambda: c_source(20)}, work="""
 gcc-12 -O2 -g -Wall -c -o a.o $SIZE.c; gcc-12 -O0 -S -o - $SIZE.c | md5sum; gcc-12 -o a a.o; ./a; objdump -d a.o | md5sum; readelf -SW a.o | wc -l
 strip a; nm -C a.o | tail -n 2; ar rcsD a.a a.o; gcc-12 -flto -O2 -o b $SIZE.c; ./b; echo 'int f( {' | gcc-12 -xc - -c -o /dev/null || echo wrong: $?
 """),
-    Program("cc1", ("gcc-12", "libc6-dev"), files={"small.c": lambda: c_source(20)}, slice=(), armhf=("cpp-12",), work="""
+    Program("cc1", ("gcc-12", "libc6-dev"), files={"small.c": lambda: c_source(20)}, alone=("cpp-12",), work="""
 printf '#define A(x) #x\\n#if 1 + 1 == 2\\nA(b c)\\n#endif\\n' | cpp-12 -P -
 """),
     Program("g++", ("g++-12", "libc6-dev"), work=r"""
@@ -92,9 +92,9 @@ int main() {
 C
 g++-12 -O1 -o a a.cpp; ./a
 """),
-    Program("protoc", ("protobuf-compiler",), files={"parts.proto": lambda: schema(150), "small.proto": lambda: schema(8)},
-            slice=("defaults",), work="""
-if [ $SIZE = full ]; then protoc --cpp_out=. --python_out=. parts.proto; else protoc --cpp_out=. small.proto; fi
+    Program("protoc", ("protobuf-compiler",), files={"parts.proto": lambda: schema(150), "message": message}, alone=("protoc",),
+            slice=("defaults", "checks"), work="""
+if [ $SIZE = full ]; then protoc --cpp_out=. --python_out=. parts.proto; else protoc --decode_raw <message; fi
 """),
     Program("ninja", ("ninja-build",), work="""
 { echo 'rule copy'; echo ' command = cp $in $out'; for i in $(seq 40); do echo "build o$i: copy i$i"; done; } >build.ninja

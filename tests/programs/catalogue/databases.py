@@ -3,9 +3,11 @@
 from inputs import sqlite_script, table
 from program import Program
 
+THOROUGH = ("defaults", "checks", "record", "snapshots")
+
 PROGRAMS = (
     Program("sqlite3", ("sqlite3",), files={"full.sql": lambda: sqlite_script(10000), "small.sql": lambda: sqlite_script(300)},
-            armhf=("sqlite3",), slice=("defaults", "checks", "record", "snapshots"), besides=("checks",), work="""
+            alone=("sqlite3",), slice=THOROUGH, armhf=THOROUGH, work="""
 sqlite3 -batch work.db <$SIZE.sql
 """),
     Program("postgresql", ("postgresql-15",), files={"table": lambda: table(5000)}, ignore=("data/*", "out"), work=r"""

@@ -6,7 +6,7 @@ from program import Program
 CHECK = ("defaults",)
 
 PROGRAMS = (
-    Program("busybox", ("busybox",), files={"text": lambda: text(200_000)}, slice=CHECK, armhf=("busybox",), work=r"""
+    Program("busybox", ("busybox",), files={"text": lambda: text(200_000)}, slice=CHECK, alone=("busybox",), work=r"""
 busybox awk '{ n += NF } END { print n }' text
 busybox sort text | busybox md5sum
 busybox tar -cf - text | busybox gzip | busybox gunzip | busybox tar -xOf - | busybox cmp - text
@@ -15,7 +15,7 @@ busybox sh -c 'f() { local n=$1; [ $n -lt 2 ] && echo 1 && return; echo $((n * $
 busybox find / -maxdepth 1 -name 'w*'
 busybox bc -l -e '4*a(1)' 2>/dev/null || busybox dc -e '3 5 * p'
 """),
-    Program("bash", ("bash",), slice=CHECK, work=r"""
+    Program("bash", ("bash",), work=r"""
 bash -c 'declare -A n; for ((i = 0; i < 3000; i++)); do k=$((i * 7919 % 101)); n[$k]+=x; done; echo ${#n[@]} ${n[5]}
   f() { (($1 < 2)) && echo 1 || echo $(($1 * $(f $(($1 - 1))))); }; f 6
   mapfile -t lines < <(seq 500); printf "%s\n" "${lines[@]/%5/five}" | sort | tail -n 3
@@ -26,12 +26,12 @@ bash -c 'declare -A n; for ((i = 0; i < 3000; i++)); do k=$((i * 7919 % 101)); n
 zsh -f -c 'typeset -A n; for i in {1..2000}; do n[$((i % 97))]+=$i; done; print ${#n} ${(o)${(k)n}[1,5]}
   print -l ${(s:,:)$(seq -s, 50)} | sort -rn | head -3; setopt extendedglob; print /(#i)W*(/N); x=(a b c); print ${(U)x[2,-1]}'
 """),
-    Program("findutils", ("findutils",), slice=CHECK, work=r"""
+    Program("findutils", ("findutils",), work=r"""
 mkdir -p a/b/c d/e; seq 200 | xargs -n 20 -P 2 sh -c 'for i; do echo $i >a/b/c/$i; done' x
 find a d -name '*7' -printf '%p %s\n' | sort | head -n 30
 find a -type f -print0 | xargs -0 grep -l 99 | sort; find a -name '1*' -exec rm '{}' + ; find a -regex '.*/2.?' -delete; find a | wc -l
 """),
-    Program("jq", ("jq",), files={"document": lambda: document(2500)}, armhf=("jq",), slice=CHECK, work=r"""
+    Program("jq", ("jq",), files={"document": lambda: document(2500)}, alone=("jq",), slice=CHECK, work=r"""
 jq -c 'group_by(.name)[] | {name: .[0].name, n: length, tags: (map(.tags | add // 0) | add), w: (map(.inner.weight) | add * 1000 | floor)}' document
 jq -r 'map(select(.inner.note | test("7$"))) | .[] | [.id, .name, .inner.note] | @csv' document >out
 jq --stream -c 'select(length == 2 and .[0][1] == "id" and .[1] % 500 == 0)' document; jq '.[' document || echo wrong: $?
@@ -40,7 +40,7 @@ jq --stream -c 'select(length == 2 and .[0][1] == "id" and .[1] % 500 == 0)' doc
         b"<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'><xsl:key name='k' match='part' use='@kind'/>"
         b"<xsl:template match='/'><all><xsl:for-each select='//part'><xsl:sort select='w' data-type='number'/><p n='{name}' "
         b"c='{count(key(\"k\",@kind))}'><xsl:value-of select='w'/></p></xsl:for-each></all></xsl:template></xsl:stylesheet>")},
-        armhf=("xmllint", "xsltproc"), work=r"""
+        alone=("xmllint", "xsltproc"), work=r"""
 xmllint --format markup | md5sum
 xmllint --xpath 'sum(//part[@kind="b"]/w)' markup; xmllint --c14n markup >canonical
 xsltproc sheet markup >out; head -c 1000 markup >torn; xmllint --recover torn || echo torn: $?
