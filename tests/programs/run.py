@@ -137,7 +137,7 @@ def main():
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--timeout", type=int, default=TIMEOUT, metavar="SECONDS")
     options = parser.parse_args()
-    works = list(chosen_works(options))
+    works = sorted(chosen_works(options), key=lambda work: work[0] != "armhf")  # those take longest
     check_needs(works)
     ROOMS.mkdir(exist_ok=True)
     with ThreadPoolExecutor(options.jobs) as pool:
