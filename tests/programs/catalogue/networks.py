@@ -51,7 +51,7 @@ await curl -sf -o /dev/null http://localhost:8000/text
 for i in 1 2 3 4 5 6; do curl -sf http://localhost:8000/text | cmp - text; done
 curl -sf http://localhost:8000/none || echo none: $?; curl -s http://localhost:9/ || echo refused: $?; curl -sF a=b -F f=@text -o /dev/null -w '%{http_code}\n' http://localhost:8000/
 curl -sfZ -o a -o b file:///work/text file:///work/text; cmp a b; kill $other; wait $other || echo $?
-""", normalise=((r"(?s).*HTTPStatus.*", ""),)),
+""", normalise=((r"(?s)\A.*HTTPStatus.*", ""),)),
     Program("wget", ("wget", "python3.11"), files=TEXT, ignore=("out2",), work=r"""
 mkdir site; cp text site/; printf '<a href="text">t</a><a href="b.html">b</a>' >site/index.html; echo b >site/b.html; (cd site; exec python3.11 -m http.server -b 127.0.0.1 8000 >../out2 2>&1) & server=$!
 await wget -qO /dev/null http://localhost:8000/text; wget -qr -np -nH -P got http://localhost:8000/; diff -r site got -x '*.log' -x robots.txt && echo same; wget -qO- http://localhost:8000/none || echo none: $?; kill $server; wait || true
