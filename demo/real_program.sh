@@ -1,7 +1,7 @@
 # A real program, unmodified, under the checker with its defaults: it must not notice.
 # shellcheck shell=bash
 
-write_script() { python3 "$root/tests/system/workloads.py" 10000 >script.sql; }
+write_script() { python3 "$root/tests/programs/inputs.py" 10000 >script.sql; }
 
 run_sqlite() {
   local target=$1 tree=$root/build/sysroot/$2 begin

@@ -27,7 +27,8 @@ def library(target):
 
 
 def debian_program(target, name):
-    return sysroot(target) / "usr" / "bin" / name
+    folders = [sysroot(target) / folder for folder in ("usr/bin", "bin", "usr/sbin", "sbin")]
+    return next((folder / name for folder in folders if (folder / name).exists()), folders[0] / name)
 
 
 def command(target, program, environment, preload=()):

@@ -1,31 +1,10 @@
-"""What the real programs are given to do. Every input is made from fixed seeds: two runs must not differ.
+"""What programs are given to work on. Every input is made from fixed seeds: two runs must not differ.
 
-From the command line: workloads.py N prints an SQL script of N statements.
+From the command line: inputs.py N prints an SQL script of N statements.
 """
 
 import random
-import re
 import sys
-from dataclasses import dataclass, field
-from pathlib import Path
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
-sys.dont_write_bytecode = True
-
-import sysroot
-
-PYTHON_TESTS = ("list", "dict", "collections", "csv", "array", "thread", "configparser")
-PYTHON_TESTS_LONG = ("ordered_dict", "deque", "re")  # besides, where nothing is emulated
-PYTHON_TESTS_SMALL = ("bisect", "thread")
-
-
-@dataclass
-class Workload:
-    program: str
-    arguments: list = field(default_factory=list)
-    stdin: bytes = b""
-    files: dict = field(default_factory=dict)  # name -> content, put into the working directory
-    environment: dict = field(default_factory=dict)
 
 
 def sqlite_script(statements, seed=7):
@@ -100,26 +79,44 @@ def message():
     return b"".join(b"\x0a" + bytes([len(word)]) + word for word in text(2000).split()[:100])
 
 
-def workloads(target, small):
-    """The four programs with their input; `small` is for settings that cost a walk over the heap per call."""
-    tests = PYTHON_TESTS_SMALL if small else PYTHON_TESTS + (PYTHON_TESTS_LONG if target == "i686" else ())
-    python = ["-m", "unittest", "-b", *(f"test.test_{name}" for name in tests)]
-    settings = {"PYTHONHOME": str(sysroot.sysroot(target) / "usr"), "PYTHONDONTWRITEBYTECODE": "1"}
-    if not small:
-        settings["PYTHONMALLOC"] = "malloc"  # every object a block of its own
-    return [
-        Workload("sqlite3", ["-batch", "work.db"], sqlite_script(300 if small else 10000)),
-        Workload("python3.11", python, environment=settings),
-        Workload("xz", ["-T4", "-3", "--block-size=131072", "-c", "text"],
-                 files={"text": text(400_000 if small else 6_000_000)}),
-        Workload("protoc", ["--decode_raw"], message()) if small else
-        Workload("protoc", ["--cpp_out=.", "--python_out=.", "parts.proto"], files={"parts.proto": schema(150)}),
-    ]
+def c_source(functions, seed=17):
+    """A C program of so many functions that call each other; it prints one number."""
+    pick = random.Random(seed)
+    lines = ["#include <stdio.h>", "#include <stdlib.h>", "#include <string.h>"]
+    for i in range(functions):
+        lines += [f"struct part{i} {{ int a, b; char name[{pick.randrange(4, 40)}]; double weight; struct part{i}* next; }};",
+                  f"static unsigned step{i}(unsigned n) {{", f"  struct part{i} one = {{{i}, {pick.randrange(99)}, \"x\", 1.5, 0}};",
+                  f"  for (unsigned k = 0; k < n % {pick.randrange(2, 30)}; ++k) {{",
+                  f"    switch ((one.a + k) % 4) {{ case 0: one.b ^= k * {pick.randrange(1, 999)}u; break;",
+                  "      case 1: one.weight += one.b; break; case 2: one.a += 3; break;",
+                  f"      default: one.b += (int)strlen(one.name) << {pick.randrange(8)}; }}", "  }",
+                  f"  return {f'step{pick.randrange(i)}(n + one.b)' if i else 'n'} + (unsigned)one.a + (unsigned)one.weight;", "}"]
+    lines.append(f"int main(void) {{ printf(\"%u\\n\", step{functions - 1}(7)); return 0; }}")
+    return "\n".join(lines).encode() + b"\n"
 
 
-def comparable(output):
-    """The text without what differs from run to run: the time that Python's tests took."""
-    return re.sub(rb"in \d+\.\d+s", b"in T", output)
+def table(rows, seed=19):
+    """Comma separated lines: number, two words, an amount."""
+    pick = random.Random(seed)
+    words = [f"{a}{b}" for a in ("red", "oak", "sea", "fir", "sun") for b in ("wood", "stone", "gate", "field", "bird")]
+    return "".join(f"{i},{pick.choice(words)},{pick.choice(words)},{pick.randrange(100000) / 100:.2f}\n"
+                   for i in range(rows)).encode()
+
+
+def document(items, seed=23):
+    """A JSON document: a list of so many objects with lists of numbers."""
+    pick = random.Random(seed)
+    rows = [f'{{"id": {i}, "name": "part{pick.randrange(500)}", "tags": {[pick.randrange(99) for _ in range(pick.randrange(9))]}, '
+            f'"inner": {{"weight": {pick.random():.6f}, "note": "\\u00e4{i}"}}}}' for i in range(items)]
+    return ("[" + ",\n".join(rows) + "]\n").encode()
+
+
+def markup(items, seed=29):
+    """An XML document of so many elements."""
+    pick = random.Random(seed)
+    rows = "".join(f'<part id="p{i}" kind="{pick.choice("abcd")}"><name>n{pick.randrange(500)}</name><w>{pick.randrange(999)}</w></part>\n'
+                   for i in range(items))
+    return f"<?xml version='1.0'?>\n<parts>\n{rows}</parts>\n".encode()
 
 
 if __name__ == "__main__":

@@ -1,0 +1,97 @@
+"""Languages that are interpreted, or compiled as they run."""
+
+from inputs import table
+from program import Program
+
+CHECK = ("defaults",)
+THOROUGH = ("defaults", "checks", "record", "snapshots")
+TIMES = ((r"in \d+\.\d+s", "in T"),)
+PYTHON = {"PYTHONDONTWRITEBYTECODE": "1", "PYTHONHASHSEED": "0"}
+
+PROGRAMS = (
+    Program("python", ("python3.11", "libpython3.11-testsuite"), environment=PYTHON, alone=("python3.11",), normalise=TIMES,
+            slice=THOROUGH, armhf=THOROUGH, work="""
+export PYTHONHOME=$TREE/usr
+if [ $SIZE = small ]; then tests="bisect thread"; else
+  export PYTHONMALLOC=malloc  # every object a block of its own
+  tests="list dict collections csv array thread configparser"
+  [ -n "$TREE" ] || tests="$tests ordered_dict deque re"
+fi
+python3.11 -m unittest -b $(printf 'test.test_%s ' $tests)
+"""),
+    Program("python-processes", ("python3.11",), environment=PYTHON, work=r"""
+cat >work.py <<'P'
+import concurrent.futures, json, multiprocessing, queue, sqlite3, subprocess, threading
+def work(n): return sum(len(json.dumps({str(i): [i] * (i % 7)})) for i in range(n))
+def fill(q):
+    for i in range(500): q.put("x" * i)
+if __name__ == "__main__":
+    for kind in ("fork", "spawn", "forkserver"):
+        with multiprocessing.get_context(kind).Pool(3) as pool: print(kind, pool.map(work, range(0, 900, 100)))
+    with concurrent.futures.ThreadPoolExecutor(6) as pool: print(list(pool.map(work, range(0, 900, 100))))
+    q = queue.Queue(10); threads = [threading.Thread(target=fill, args=(q,)) for _ in range(3)]
+    for one in threads: one.start()
+    print(sum(len(q.get()) for _ in range(1500)))
+    for one in threads: one.join()
+    busy = [threading.Thread(target=work, args=(3000,)) for _ in range(3)]
+    for one in busy: one.start()
+    print([subprocess.run(["echo", str(i)], capture_output=True).stdout for i in range(5)])
+    for one in busy: one.join()
+P
+python3.11 work.py
+"""),
+    Program("perl", ("perl",), files={"table": lambda: table(5000)}, environment={"PERL_HASH_SEED": "0"}, alone=("perl",),
+            work=r"""
+perl -F, -lane '$n{$F[1]}{$F[2]} += $F[3]; END { for $a (sort keys %n) { printf "%s %s\n", $a, join " ", map { sprintf "%.2f", $n{$a}{$_} } sort keys %{$n{$a}} } }' table
+perl -MPOSIX -MList::Util=reduce -MData::Dumper -MStorable=dclone -e '$Data::Dumper::Sortkeys = 1; my @t = map { { n => $_, s => "x" x $_ } } 1..300; my $c = dclone(\@t);
+  print Dumper($c->[5]), (reduce { $a * 3 + $b & 0xffff } map { length $_->{s} } @$c), "\n"; my $s = join ",", 1..4000; 1 while $s =~ s/(\d)(\d{3})(?!\d)/$1.$2/; print length $s, "\n";
+  local $SIG{ALRM} = sub { die "rung\n" }; eval { alarm 1; 1 while 1 }; print $@; eval { die { code => 7 } }; print $@->{code}, "\n"; sub f { my $n = shift; $n ? 1 + f($n - 1) : 0 } no warnings; print f(5000), "\n"'
+perl -Mthreads -e 'print join(" ", map { $_->join } map { my $k = $_; threads->create(sub { my %h = map { $_ => $k } 1..2000; scalar keys %h }) } 1..4), "\n"'
+"""),
+    Program("lua", ("lua5.4",), alone=("lua5.4",), slice=CHECK, work=r"""
+cat >a.lua <<'L'
+local t = {} for i = 1, 20000 do t[i] = string.format("%d:%s", i, string.rep("a", i % 50)) end
+table.sort(t) print(#table.concat(t), t[77], select("#", table.unpack(t, 1, 200)))
+local co = coroutine.wrap(function() for w in ("one two three"):gmatch("%a+") do coroutine.yield(w) end end) print(co(), co(), co())
+print(pcall(error, {code = 2}), pcall(function() local x = nil; return x.y end)) setmetatable({}, {__gc = function() print("gone") end}) collectgarbage()
+print(#string.pack("i4s2d", 7, "abc", 1.5), utf8.char(228, 8364), math.type(2^53), load("return 1 +") == nil)
+L
+lua5.4 a.lua; luac_missing=1; echo 'error("x")' | lua5.4 - || echo failed: $?
+""", normalise=((r"table: 0x[0-9a-f]+", "table"),)),
+    Program("node", ("nodejs",), work=r"""
+cat >a.js <<'J'
+const { Worker, isMainThread, parentPort } = require('worker_threads'), crypto = require('crypto'), zlib = require('zlib'), http = require('http'), fs = require('fs');
+if (!isMainThread) { let m = new Map(); for (let i = 0; i < 50000; i++) m.set('k' + i, { i }); parentPort.postMessage(m.size); } else {
+  const all = []; for (let i = 0; i < 3; i++) all.push(new Promise(r => new Worker(__filename).on('message', r)));
+  Promise.all(all).then(async sizes => { console.log(sizes); let b = Buffer.from('abc'.repeat(100000)); const z = zlib.gzipSync(b); console.log(zlib.gunzipSync(z).equals(b), crypto.createHash('sha256').update(b).digest('hex'));
+    console.log(crypto.pbkdf2Sync('a', 'b', 1000, 16, 'sha1').toString('hex')); let t = []; for (let i = 0; i < 300000; i++) t.push({ a: i, b: 'x' + i }); console.log(t.filter(o => o.b.endsWith('7')).map(o => o.a).reduce((a, b) => a + b, 0));
+    const s = http.createServer((q, r) => { let n = 0; q.on('data', d => n += d.length); q.on('end', () => r.end('got ' + n)); }); await new Promise(r => s.listen(8080, r));
+    for (let i = 0; i < 20; i++) await new Promise(r => { const q = http.request({ port: 8080, method: 'POST', agent: false }, a => { let x = ''; a.on('data', d => x += d); a.on('end', () => { if (i == 19) console.log(x); r(); }); }); q.end(b); }); s.close(); fs.writeFileSync('out', JSON.stringify(t.slice(0, 50))); }); }
+J
+node a.js
+"""),
+    Program("ruby", ("ruby3.1",), alone=("ruby3.1",), environment={"RUBYOPT": "--disable-gems"}, work=r"""
+ruby3.1 -I $TREE/usr/lib/ruby/3.1.0 -e 'h = Hash.new(0); 30000.times { |i| h["k#{i * 7919 % 503}"] += i }; puts h.size, h.sort.first(3).inspect; puts (1..200).inject(:*).to_s.size
+  t = 4.times.map { |k| Thread.new { (1..3000).map { |i| "#{i}" * k }.join.size } }; p t.map(&:value); f = Fiber.new { 3.times { |i| Fiber.yield i }; :end }; p 4.times.map { f.resume }
+  p "abcabc".gsub(/b(.)/) { $1.upcase }, [3, 1, 2].sort_by { -_1 }; begin; raise ArgumentError, "x"; rescue => e; p e; end; GC.start; p ObjectSpace.count_objects.key?(:TOTAL); exit 3' || echo $?
+"""),
+    Program("php", ("php8.2-cli",), work=r"""
+php8.2 -n -r '$a = []; for ($i = 0; $i < 40000; $i++) $a["k" . ($i * 7919 % 1009)][] = str_repeat("x", $i % 30); ksort($a); echo count($a), " ", strlen(serialize($a)), "\n"; echo md5(json_encode(array_slice($a, 0, 20))), "\n";
+  function g() { for ($i = 0; $i < 3; $i++) yield $i => $i ** 2; } foreach (g() as $k => $v) echo "$k=$v "; echo preg_replace_callback("/b(.)/", fn($m) => strtoupper($m[1]), "abcabc"), "\n"; try { throw new Exception("x"); } catch (Exception $e) { echo $e->getMessage(), "\n"; }
+  class A { function __destruct() { echo "gone\n"; } } $x = new A; $x->me = $x; unset($x); gc_collect_cycles(); echo intdiv(7, 2), "\n"; exit(4);' 2>/dev/null || echo $?
+"""),
+    Program("tcl", ("tcl",), alone=("tclsh8.6",), work=r"""
+cat >a.tcl <<'T'
+for {set i 0} {$i < 20000} {incr i} { dict lappend d [expr {$i * 7919 % 503}] [string repeat x [expr {$i % 20}]] }
+puts "[dict size $d] [string length $d] [lindex [lsort -integer [dict keys $d]] 7]"
+coroutine c apply {{} { yield; for {set i 0} {$i < 3} {incr i} { yield $i } }}; puts "[c][c][c] [regsub -all {b(.)} abcabc {<\1>}] [expr {2**200}]"
+puts [catch {error oops} e]$e; puts [format %08.3f [expr {atan(1) * 4}]]; interp create s; puts [s eval {expr 6*7}]; interp delete s
+T
+tclsh8.6 a.tcl
+""", environment={}),
+    Program("guile", ("guile-3.0",), environment={"GUILE_AUTO_COMPILE": "0"}, work=r"""
+guile-3.0 --no-auto-compile -c '(use-modules (ice-9 regex) (srfi srfi-1)) (define (f n) (if (< n 2) 1 (* n (f (- n 1))))) (display (f 300)) (newline)
+  (define t (make-hash-table)) (for-each (lambda (i) (hash-set! t i (make-string (modulo i 40) #\x))) (iota 20000)) (display (hash-fold (lambda (k v a) (+ a (string-length v))) 0 t)) (newline)
+  (display (regexp-substitute/global #f "b(.)" "abcabc" (quote pre) "<" 1 ">" (quote post))) (gc) (display (call/cc (lambda (k) (+ 1 (k 42)))))'
+"""),
+)

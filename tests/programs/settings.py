@@ -1,0 +1,37 @@
+"""The configurations that programs run in, and what the logs that each leaves must tell."""
+
+from dataclasses import dataclass
+
+import logs
+
+
+@dataclass(frozen=True)
+class Setting:
+    lines: tuple = ()
+    checked: bool = True
+    small: bool = False
+    room: bool = False  # every process of the work is checked, in a room of its own
+    contract: str = ""
+    log: str = ""  # end of the names of the logs that every checked process leaves
+    reconcile: object = None
+
+    def size(self):
+        return "small" if self.small else "full"
+
+
+SETTINGS = {
+    "defaults": Setting(),
+    "checks": Setting(
+        ("QUARL_SLOPOVER_MALLOC=1", "QUARL_SLOPOVER_FREE=1", "QUARL_SLOPOVER_THREAD=1", "QUARL_MEM_CHECK_IN_HOOK=1",
+         "QUARL_SLOPOVER_TIMER=1", "QUARL_TIMER=1", "QUARL_SLOPOVER_USER=12", "QUARL_SLOPOVER_API=1",
+         "QUARL_SLOPOVER_EXIT=1", "QUARL_MEM_CHECK=1"), small=True),
+    "record": Setting(("QUARL_OUTPUT_LOG=1",), small=True, log="_quarlAll.log", reconcile=logs.reconcile_records),
+    "snapshots": Setting(  # not on SIGALRM, which many programs take for their own use
+        ("QUARL_TIMER_SIG=SIG40", "QUARL_ALL=1", "QUARL_MEM_HEAD=1", "QUARL_HEAD_TIME=2", "QUARL_TIME_INTERVAL=1",
+         "QUARL_SNAP_INTERVAL=1", "QUARL_SNAP_DETAIL=1"), log="_quarl_autosnap.log",
+        reconcile=logs.reconcile_snapshots),
+    "contract": Setting(room=True, contract="libc"),
+    "room": Setting(room=True),
+    "bare": Setting(room=True, checked=False),  # beside the other bare run: shows that the work itself does not differ
+}
+SOAKED = "contract"
