@@ -1,6 +1,6 @@
 # The front door: each target is one script in scripts/, and prints what it does.
 .DEFAULT_GOAL := help
-.PHONY: help setup build quick demo check bench format clean
+.PHONY: help setup build quick demo check soak bench format clean
 
 TARGET ?= i686 armhf armel host
 TEST ?=
@@ -22,6 +22,10 @@ demo: build ## plant faults on i686 and armhf, show what was found; then a real 
 
 check: setup ## format, builds, static analysis, all tests, real programs; up to 20 minutes
 	@scripts/check
+
+soak: setup ## the long runs: hours of random damage and the like
+	@scripts/build i686 armhf
+	@scripts/soak
 
 bench: setup ## speed of the checker beside the bare program and other checkers, on i686
 	@scripts/build i686 host

@@ -15,6 +15,7 @@ struct ChunkWord {
 
   constexpr uint32_t size() const { return word & ~kLowBits; }
   constexpr bool mapped() const { return (word & kMapped) != 0; }
+  constexpr uint32_t room() const { return size() - (mapped() ? 8 : 4); }  // bytes of the raw block
   static constexpr ChunkWord of_mapping(uint32_t size) { return {size | kMapped}; }
 };
 

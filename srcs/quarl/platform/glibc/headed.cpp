@@ -10,7 +10,7 @@ constinit HeadedBlockAccess headed{};
 
 // The block goes back to the allocator, or stays where it is (see glibc.h).
 void release_headed(void* user, const HeadedBlock& block) {
-  if (glibc::inside_checker()) return;
+  if (glibc::inside_checker() || block.kind == HeadedBlock::kDamaged) return;
   headed.forget(user);
   ext_free(block.raw);
 }
@@ -22,7 +22,7 @@ void set_headed_block_access(const HeadedBlockAccess& access) {
 }
 
 HeadedBlock glibc::find_headed(void* user) {
-  return headed.find != nullptr ? headed.find(user) : HeadedBlock{nullptr, 0};
+  return headed.find != nullptr ? headed.find(user) : HeadedBlock{};
 }
 
 }  // namespace quarl
@@ -35,7 +35,7 @@ extern "C" {
 [[gnu::noinline]] void quarl_layer_release(void* ptr) {
   if (ptr == nullptr) return;
   const HeadedBlock block = glibc::find_headed(ptr);
-  if (block.raw != nullptr) {
+  if (block.kind != HeadedBlock::kNone) {
     release_headed(ptr, block);
   } else {
     ext_free(ptr);
@@ -43,8 +43,8 @@ extern "C" {
 }
 
 [[gnu::noinline]] void* quarl_layer_resize(void* ptr, size_t size) {
-  const HeadedBlock block = ptr != nullptr ? glibc::find_headed(ptr) : HeadedBlock{nullptr, 0};
-  if (block.raw == nullptr) return ext_realloc(ptr, size);
+  const HeadedBlock block = ptr != nullptr ? glibc::find_headed(ptr) : HeadedBlock{};
+  if (block.kind == HeadedBlock::kNone) return ext_realloc(ptr, size);
   void* moved = nullptr;
   if (size > 0) {
     moved = ext_malloc(size);
@@ -58,7 +58,7 @@ extern "C" {
 QUARL_EXPORT size_t malloc_usable_size(void* ptr) {
   if (ptr == nullptr) return 0;
   const HeadedBlock block = glibc::find_headed(ptr);
-  return block.raw != nullptr ? block.user_size : glibc::raw_capacity(ptr);
+  return block.kind != HeadedBlock::kNone ? block.user_size : glibc::raw_capacity(ptr);
 }
 
 }  // extern "C"

@@ -13,10 +13,14 @@ enum FaultCode : int {
   QR_FAULT_INVALID = 4,      // for reports only
 };
 
-// Reads only. 0, 1, 2 or 3.
-FaultCode qr_check_block(DoubtfulBlock block);
+// Reads only: the word before the pointer, which must be there, and what can be a block's. 0, 1, 2 or 3. A link that
+// leads to where no block can be is a damaged head, as is a header whose claims cannot be.
+FaultCode qr_check_block(DoubtfulBlock block) REQUIRES(hook_mutex);
 
-// The same for a block that names itself and whose header offset was taken for `offset`.
-FaultCode check_block_at(DoubtfulBlock block, uint32_t offset);
+// The rest of the check, of a block that names itself and whose links were looked at: 0, 2 or 3.
+FaultCode check_linked_block(const BoundedBlock& block);
+
+// Whether the header agrees with the allocator's chunk and with the memory that is there. Needs no lock.
+bool header_fits(const BoundedBlock& block);
 
 }  // namespace quarl
