@@ -14,6 +14,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -21,16 +22,24 @@
 #include "code.h"
 #include "damage.h"
 
-enum { kStoryDescriptor = 60, kOutputDescriptor = 61, kMostOutput = 4 << 20, kSeconds = 30 };
+enum { kStoryDescriptor = 60, kOutputDescriptor = 61, kMostOutput = 4 << 20, kSeconds = 30, kLoaderGaveUp = 127 };
 enum Result { kSound, kApart, kFailed };
 
 static struct Story* story;
 static char** command;
 static int fresh;
 
+// The configuration decides whether the signal is the checker's.
+static void ignore_unless_handled(int number) {
+  struct sigaction action;
+  sigaction(number, NULL, &action);
+  if (action.sa_handler == SIG_DFL) signal(number, SIG_IGN);
+}
+
 static void play(uint32_t seed, uint32_t round) {
   seed_random(seed, round);
   tell_crashes(story);
+  ignore_unless_handled(kCheckSignal);
   build_heap();
   damage_heap(story);
   do_deeds(story);
@@ -58,6 +67,9 @@ static int await_child(pid_t child) {
     if (sigtimedwait(&ended, NULL, &patience) == SIGCHLD) continue;
     if (waitpid(child, &status, WNOHANG) != 0) break;
     if (getenv("QUARL_DAMAGE_KEEP")) printf("child %d\n", (int)child), fflush(stdout), pause();
+    // Where it hangs is told by the thread that works.
+    syscall(SYS_tgkill, child, story->worker, SIGABRT);
+    sigtimedwait(&ended, NULL, &(struct timespec){.tv_sec = 1});
     kill(child, SIGKILL);
     waitpid(child, NULL, 0);
     return -1;
@@ -65,8 +77,8 @@ static int await_child(pid_t child) {
   return status;
 }
 
-// Who crashed: the first on the stack who could. Only the C library aborts, and a pointer to memory that is gone crashes
-// it as it would without the checker.
+// Who crashed: the first on the stack who could. Only the C library aborts, and a pointer to memory that is gone
+// crashes it as it would without the checker.
 static enum Owner culprit(void) {
   if (story->signal == SIGSEGV && story->stale && (story->address | 3) == ((story->stale - 4) | 3)) return kAllocator;
   enum Owner owner = owner_of(story->pc);
@@ -74,21 +86,28 @@ static enum Owner culprit(void) {
     for (size_t i = 0; i < story->depth && owner != kAllocator; ++i) owner = owner_of(story->code[i]);
     return owner;
   }
-  for (size_t i = 0; i < story->depth && owner != kChecker && owner != kAllocator; ++i) owner = owner_of(story->code[i]);
+  for (size_t i = 0; i < story->depth && owner != kChecker && owner != kAllocator; ++i)
+    owner = owner_of(story->code[i]);
   return owner;
 }
 
 static enum Result judge(int status, off_t printed) {
-  if (status == -1 || printed > kMostOutput) return kFailed;
-  if (!WIFSIGNALED(status)) return status == 0 ? kSound : kFailed;
-  return story->allocator_hit && culprit() == kAllocator ? kApart : kFailed;
+  if (printed > kMostOutput) return kFailed;
+  if (status == 0) return kSound;
+  if (!story->allocator_hit) return kFailed;
+  if (status != -1 && WIFEXITED(status)) return WEXITSTATUS(status) == kLoaderGaveUp ? kApart : kFailed;
+  return culprit() == kAllocator ? kApart : kFailed;
 }
 
 static void print_failure(uint32_t round, int status, off_t printed) {
   printf("round %u: %s %d, %ld bytes printed, deed %d (%d)%s", round,
-         status == -1 ? "hangs" : WIFSIGNALED(status) ? "signal" : "status",
-         status == -1 ? 0 : WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status), (long)printed, story->deed,
-         story->kind, story->allocator_hit ? ", allocator's words hit" : "");
+         status == -1          ? "hangs"
+         : WIFSIGNALED(status) ? "signal"
+                               : "status",
+         status == -1          ? 0
+         : WIFSIGNALED(status) ? WTERMSIG(status)
+                               : WEXITSTATUS(status),
+         (long)printed, story->deed, story->kind, story->allocator_hit ? ", allocator's words hit" : "");
   if (story->signal) {
     printf(", at 0x%lx by %s", (unsigned long)story->address, name_of(story->pc));
     for (size_t i = 0; i < story->depth && i < 16; ++i) {
@@ -137,7 +156,8 @@ static enum Result run_round(uint32_t seed, uint32_t round) {
 }
 
 static void open_shared(void) {
-  int memory = open("story", O_RDWR | O_CREAT | O_TRUNC, 0600), output = open("output", O_RDWR | O_CREAT | O_TRUNC | O_APPEND, 0600);
+  int memory = open("story", O_RDWR | O_CREAT | O_TRUNC, 0600),
+      output = open("output", O_RDWR | O_CREAT | O_TRUNC | O_APPEND, 0600);
   if (ftruncate(memory, sizeof *story) != 0) abort();
   dup2(memory, kStoryDescriptor);
   dup2(output, kOutputDescriptor);

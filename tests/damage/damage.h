@@ -6,7 +6,7 @@
 #include <stdint.h>
 
 // What a round leaves behind for the process that started it; lies in memory that both see.
-enum { kCodeWords = 64 };
+enum { kCodeWords = 64, kCheckSignal = 40 };
 struct Story {
   volatile int signal;         // that ended it, 0: none
   volatile int thread_parked;  // how often a thread was stopped
@@ -14,7 +14,8 @@ struct Story {
   volatile int reloaded;       // another configuration was put in place
   volatile int deed;           // number of the last thing done, and which it was
   volatile int kind;
-  volatile uintptr_t stale;    // the last pointer handed over that was given back before
+  volatile int worker;         // id of the thread that does it
+  volatile uintptr_t stale;  // the last pointer handed over that was given back before
   uintptr_t pc, address;
   size_t depth;
   uintptr_t code[kCodeWords];  // what looks like return addresses, innermost first

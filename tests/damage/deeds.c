@@ -3,11 +3,12 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/syscall.h>
 
 #include "../victims/announce.h"
 #include "damage.h"
 
-enum { kReleaseSignal = 60, kCheckSignal = 40 };
+enum { kReleaseSignal = 60 };
 enum Deed { kFree, kResize, kAllocate, kCheck, kDump, kCheckBySignal, kStale, kStaleResize, kUsable, kReload, kDeeds };
 
 static struct Story* story;
@@ -47,16 +48,35 @@ static char* any_stale(void) {
 static void do_deed(enum Deed deed) {
   struct Block* block = any_live();
   switch (deed) {
-    case kFree: if (block) give_up(block); break;
-    case kResize: if (block) resize(block); break;
-    case kCheck: if (quarl_check_mem) quarl_check_mem(); break;
-    case kDump: raise(SIGUSR1); break;
-    case kCheckBySignal: raise(kCheckSignal); break;
-    case kStale: free(any_stale()); break;
-    case kStaleResize: free(realloc(any_stale(), 1 + draw(300))); break;
-    case kUsable: if (block) malloc_usable_size(block->p); break;
-    case kReload: if (draw(8) == 0) reload(); break;
-    default: allocate();
+    case kFree:
+      if (block) give_up(block);
+      break;
+    case kResize:
+      if (block) resize(block);
+      break;
+    case kCheck:
+      if (quarl_check_mem) quarl_check_mem();
+      break;
+    case kDump:
+      raise(SIGUSR1);
+      break;
+    case kCheckBySignal:
+      raise(kCheckSignal);
+      break;
+    case kStale:
+      free(any_stale());
+      break;
+    case kStaleResize:
+      free(realloc(any_stale(), 1 + draw(300)));
+      break;
+    case kUsable:
+      if (block) malloc_usable_size(block->p);
+      break;
+    case kReload:
+      if (draw(8) == 0) reload();
+      break;
+    default:
+      allocate();
   }
 }
 
@@ -70,6 +90,7 @@ static enum Deed draw_deed(void) {
 static void* work(void* unused) {
   (void)unused;
   tell_stack();
+  story->worker = (int)syscall(SYS_gettid);
   pthread_kill(pthread_self(), kReleaseSignal);
   while (deeds_left > 0) {
     --deeds_left;

@@ -1,6 +1,6 @@
 // The faults that a program plants in its heap: bytes, words, runs of text and links, where they hurt.
-#include <sys/mman.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "damage.h"
@@ -9,7 +9,8 @@ enum { kChunkWord = 4 };
 
 static struct Story* story;
 
-// The chunk that the bytes belong to, when all of them are a live block's: the C library then finds its own words whole.
+// The chunk that the bytes belong to, when all of them are a live block's: the C library then finds its own words
+// whole.
 static int inside_a_block(const char* at, size_t length) {
   for (int i = 0; i < block_count; ++i) {
     const struct Block* block = &blocks[i];
@@ -21,10 +22,11 @@ static int inside_a_block(const char* at, size_t length) {
   return 0;
 }
 
-// Nothing is written past the last byte that exists: that would be the program's own end, not the checker's.
+// Nothing is written outside the heap: that would be the program's own end, not the checker's.
 static int exists(const char* at, size_t length) {
   uintptr_t page = (uintptr_t)getpagesize();
   unsigned char resident;
+  if (at + length > (char*)sbrk(0)) return 0;
   for (uintptr_t a = (uintptr_t)at & ~(page - 1); a < (uintptr_t)at + length; a += page) {
     if (mincore((void*)a, page, &resident) != 0) return 0;
   }
@@ -49,35 +51,60 @@ static uint32_t draw_target(const struct Block* block) {
   const struct Block* other = &blocks[draw((uint32_t)block_count)];
   uint32_t p = address_of(block->p), heap = address_of(other->p);
   switch (draw(18)) {
-    case 0: return 0;
-    case 1: return p;
-    case 2: return address_of(blocks[0].p);
-    case 3: case 4: return heap;
-    case 5: return heap + 4;
-    case 6: return heap + 8 * (1 + draw(8));
-    case 7: return stale_count ? address_of(stale[draw((uint32_t)stale_count)]) : 8;
-    case 8: return 8 * draw(1000);
-    case 9: return 0xFFFFFFF8u - 8 * draw(4);
-    case 10: return address_of(&p) & ~7u;
-    case 11: return address_of(&draw_target) & ~7u;
-    case 12: return address_of(&writable) & ~7u;
-    case 13: return (heap & ~0xFFFu) + 8 * draw(4);
-    case 14: return ((heap + 0x1000 * draw(64)) & ~0xFFFu) + 8;
-    case 15: return draw_word();
-    case 16: return draw_word() & ~7u;
-    default: return 0xD8675309;
+    case 0:
+      return 0;
+    case 1:
+      return p;
+    case 2:
+      return address_of(blocks[0].p);
+    case 3:
+    case 4:
+      return heap;
+    case 5:
+      return heap + 4;
+    case 6:
+      return heap + 8 * (1 + draw(8));
+    case 7:
+      return stale_count ? address_of(stale[draw((uint32_t)stale_count)]) : 8;
+    case 8:
+      return 8 * draw(1000);
+    case 9:
+      return 0xFFFFFFF8u - 8 * draw(4);
+    case 10:
+      return address_of(&p) & ~7u;
+    case 11:
+      return address_of(&draw_target) & ~7u;
+    case 12:
+      return address_of(&writable) & ~7u;
+    case 13:
+      return (heap & ~0xFFFu) + 8 * draw(4);
+    case 14:
+      return ((heap + 0x1000 * draw(64)) & ~0xFFFu) + 8;
+    case 15:
+      return draw_word();
+    case 16:
+      return draw_word() & ~7u;
+    default:
+      return 0xD8675309;
   }
 }
 
 static uint32_t draw_value(const struct Block* block) {
   switch (draw(8)) {
-    case 0: return draw_word();
-    case 1: return 0;
-    case 2: return 0xFFFFFFFFu;
-    case 3: return draw(1 << (1 + draw(20)));
-    case 4: return 0x41414141u;
-    case 5: return 1u << draw(32);
-    default: return draw_target(block);
+    case 0:
+      return draw_word();
+    case 1:
+      return 0;
+    case 2:
+      return 0xFFFFFFFFu;
+    case 3:
+      return draw(1 << (1 + draw(20)));
+    case 4:
+      return 0x41414141u;
+    case 5:
+      return 1u << draw(32);
+    default:
+      return draw_target(block);
   }
 }
 
@@ -110,10 +137,17 @@ static void overwrite_info(const struct Block* block) {
   char* at = block->p - 20 - (word[-1] & 2 ? 4 : 0) - (word[-3] & 1 ? 8 : 0);
   uint32_t info = *(const uint32_t*)at;
   switch (draw(4)) {
-    case 0: info = (info & ~0xFFu) | draw(256); break;
-    case 1: info = (info & ~0xFF0000u) | draw(256) << 16; break;
-    case 2: info = (info & ~0xFF0F00u) | (draw(2) ? 4u : 1u) << 8 | draw(33) << 16; break;
-    default: info = draw_word();
+    case 0:
+      info = (info & ~0xFFu) | draw(256);
+      break;
+    case 1:
+      info = (info & ~0xFF0000u) | draw(256) << 16;
+      break;
+    case 2:
+      info = (info & ~0xFF0F00u) | (draw(2) ? 4u : 1u) << 8 | draw(33) << 16;
+      break;
+    default:
+      info = draw_word();
   }
   overwrite_word(at, info);
 }
@@ -138,16 +172,41 @@ static void overwrite_released(void) {
 static void overwrite_once(const struct Block* block) {
   uint8_t byte = (uint8_t)draw(256);
   switch (draw(16)) {
-    case 0: case 1: put(block->p - 1 - draw(72), &byte, 1); break;
-    case 2: case 3: overwrite_word(block->p - 4 * (1 + draw(18)), draw_value(block)); break;
-    case 4: case 5: overwrite_run(block); break;
-    case 6: case 7: case 8: case 9: overwrite_link(block); break;
-    case 10: put(block->p + block->size + draw(4), &byte, 1); break;
-    case 11: overwrite_word(block->p - 16, draw(2) ? draw_value(block) : block->size + draw(64) - 32); break;
-    case 12: overwrite_info(block); break;
-    case 13: overwrite_word(block->raw - 4, draw(2) ? draw_value(block) : *(uint32_t*)(block->raw - 4) ^ 1u << draw(20)); break;
-    case 14: overwrite_released(); break;
-    default: forge(block);
+    case 0:
+    case 1:
+      put(block->p - 1 - draw(72), &byte, 1);
+      break;
+    case 2:
+    case 3:
+      overwrite_word(block->p - 4 * (1 + draw(18)), draw_value(block));
+      break;
+    case 4:
+    case 5:
+      overwrite_run(block);
+      break;
+    case 6:
+    case 7:
+    case 8:
+    case 9:
+      overwrite_link(block);
+      break;
+    case 10:
+      put(block->p + block->size + draw(4), &byte, 1);
+      break;
+    case 11:
+      overwrite_word(block->p - 16, draw(2) ? draw_value(block) : block->size + draw(64) - 32);
+      break;
+    case 12:
+      overwrite_info(block);
+      break;
+    case 13:
+      overwrite_word(block->raw - 4, draw(2) ? draw_value(block) : *(uint32_t*)(block->raw - 4) ^ 1u << draw(20));
+      break;
+    case 14:
+      overwrite_released();
+      break;
+    default:
+      forge(block);
   }
 }
 

@@ -30,7 +30,8 @@ static void crashed(int number, siginfo_t* info, void* context) {
   story->pc = pc;
   story->address = number == SIGABRT ? 0 : (uintptr_t)info->si_addr;
   story->code[story->depth++] = link;
-  for (const uintptr_t* word = (const uintptr_t*)sp; (const char*)word < stack_end && story->depth < kCodeWords; ++word) {
+  for (const uintptr_t* word = (const uintptr_t*)sp; (const char*)word < stack_end && story->depth < kCodeWords;
+       ++word) {
     if (is_code(*word)) story->code[story->depth++] = *word;
   }
   story->signal = number;

@@ -44,8 +44,10 @@ struct HeaderFields {
   // `end` is the end of the header, or of a copy of it.
   static HeaderFields read(const uint32_t* end, const HeaderLayout& layout) {
     const auto field = [end](bool there, uint32_t offset) { return there ? *(end - offset / 4) : 0; };
-    return {field(layout.tid, layout.tid_offset()), field(layout.time, layout.time_offset()),
-            field(layout.time, layout.seq_offset()), {field(layout.trace_info, layout.trace_info_offset())}};
+    return {field(layout.tid, layout.tid_offset()),
+            field(layout.time, layout.time_offset()),
+            field(layout.time, layout.seq_offset()),
+            {field(layout.trace_info, layout.trace_info_offset())}};
   }
 };
 
@@ -64,9 +66,7 @@ class SoundBlock {
   HeaderFields fields() const { return HeaderFields::read(words(), layout()); }
 
   // The trace that it was allocated with.
-  const uint32_t* trace_words() const {
-    return words() - layout().trace_info_offset() / 4 - fields().info.depth();
-  }
+  const uint32_t* trace_words() const { return words() - layout().trace_info_offset() / 4 - fields().info.depth(); }
   int trace_depth() const { return layout().trace ? static_cast<int>(fields().info.depth()) : 0; }
 
  private:

@@ -2,8 +2,8 @@
 // byte a page for the whole address space, in zero memory that only the parts in use are touched of.
 //
 // A page is counted once for every live block that the checker reads on it: the word before the raw block, the header,
-// and the last byte that the header tells of (the guard's, where there is one). More than a page's worth of the smallest
-// blocks does not fit a page, so a byte is enough.
+// and the last byte that the header tells of (the guard's, where there is one). More than a page's worth of the
+// smallest blocks does not fit a page, so a byte is enough.
 #pragma once
 
 #include "platform/address.h"

@@ -51,8 +51,8 @@ inline bool well_linked(Address p) REQUIRES(hook_mutex) {
          (prev == 0 ? heap_block_head == p : header::names(prev, kNextLink, p));
 }
 
-// Whether the list knows the block, however damaged its links are: a neighbour or an end of the list names it, or a walk
-// from either end meets it.
+// Whether the list knows the block, however damaged its links are: a neighbour or an end of the list names it, or a
+// walk from either end meets it.
 bool is_listed(Address p) REQUIRES(hook_mutex);
 
 // Whether a link of the block leads to where no block can be. 0, the block itself and the head end a walk.
@@ -99,9 +99,9 @@ inline void mark_released(SoundBlock block, bool whole) REQUIRES(hook_mutex) {
 // A walk along the list: for (BlockWalk walk; walk.here(); walk.step()) walk.block();
 //
 // Any block on it may be damaged; its link is followed all the same where it can lead to a block. A link that is 0 or
-// points back to the block itself or to the list's head ends the walk, and so does one that leads nowhere. It ends after
-// as many steps as there are blocks at the latest. When it ends of itself and has not met as many, standard error is
-// told, once for each place.
+// points back to the block itself or to the list's head ends the walk, and so does one that leads nowhere. It ends
+// after as many steps as there are blocks at the latest. When it ends of itself and has not met as many, standard error
+// is told, once for each place.
 class BlockWalk {
  public:
   BlockWalk() REQUIRES(hook_mutex);
