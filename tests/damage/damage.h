@@ -14,7 +14,7 @@ struct Story {
   volatile int reloaded;       // another configuration was put in place
   volatile int deed;           // number of the last thing done, and which it was
   volatile int kind;
-  volatile int worker;         // id of the thread that does it
+  volatile int worker;       // id of the thread that does it
   volatile uintptr_t stale;  // the last pointer handed over that was given back before
   uintptr_t pc, address;
   size_t depth;

@@ -27,6 +27,14 @@ CONFIGURATIONS = (
 FRESH = 7  # the configuration whose timer a forked child would not have
 
 
+def raw_entries():
+    """Where the entries to the allocator lie in the library: "low-high,"s."""
+    now = target.current()
+    text = subprocess.run([now.tool("nm"), "-S", now.library], capture_output=True, text=True, check=True).stdout
+    found = re.findall(r"^(\w+) (\w+) \w ext_(?:free|realloc)$", text, re.M)
+    return "".join(f"{int(start, 16):x}-{int(start, 16) + int(size, 16):x}," for start, size in found)
+
+
 def rounds_of(configuration, count, seed, here):
     """What the program says of so many rounds, and its command line."""
     now = target.current()
@@ -35,7 +43,8 @@ def rounds_of(configuration, count, seed, here):
         for name, items in (("quarlcfg.ini", configuration), ("other.ini", other)):
             (Path(folder) / name).write_text("".join(item + "\n" for item in items.split()))
         fresh = ["fresh"] if here == FRESH and not now.emulated else []
-        line, environment = now.command(now.victim("damage"), [seed, here * 1_000_000, count, *fresh], {}, True)
+        line, environment = now.command(now.victim("damage"), [seed, here * 1_000_000, count, *fresh],
+                                        {"QUARL_DAMAGE_ENTRIES": raw_entries()}, True)
         done = subprocess.run(line, env=environment, cwd=folder, capture_output=True, text=True, check=False)
         return done.stdout, done.stderr, f"{configuration}: {' '.join(map(str, line))}"
 

@@ -109,6 +109,7 @@ void do_deeds(struct Story* told) {
   sigemptyset(&release);
   sigaddset(&release, kReleaseSignal);
   pthread_sigmask(SIG_BLOCK, &release, NULL);
+  pthread_kill(pthread_self(), kReleaseSignal);  // what the C library releases here may stop this thread, too
   void* result = NULL;
   while (result == NULL) {
     pthread_t thread;
