@@ -56,7 +56,7 @@ static const struct Module* module_of(uintptr_t address) {
 static int in_raw_entry(uintptr_t offset) {
   const char* text = getenv("QUARL_DAMAGE_ENTRIES");
   unsigned long low, high;
-  for (int length; text && sscanf(text, "%lx-%lx,%n", &low, &high, &length) >= 2; text += length) {
+  for (int length; text && sscanf(text, "%lx-%lx;%n", &low, &high, &length) >= 2; text += length) {
     if (offset >= low && offset < high) return 1;
   }
   return 0;

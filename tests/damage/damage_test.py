@@ -28,11 +28,11 @@ FRESH = 7  # the configuration whose timer a forked child would not have
 
 
 def raw_entries():
-    """Where the entries to the allocator lie in the library: "low-high,"s."""
+    """Where the entries to the allocator lie in the library: "low-high;"s."""
     now = target.current()
     text = subprocess.run([now.tool("nm"), "-S", now.library], capture_output=True, text=True, check=True).stdout
     found = re.findall(r"^(\w+) (\w+) \w ext_(?:free|realloc)$", text, re.M)
-    return "".join(f"{int(start, 16):x}-{int(start, 16) + int(size, 16):x}," for start, size in found)
+    return "".join(f"{int(start, 16):x}-{int(start, 16) + int(size, 16):x};" for start, size in found)
 
 
 def rounds_of(configuration, count, seed, here):
