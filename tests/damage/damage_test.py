@@ -13,6 +13,7 @@ import unittest
 from pathlib import Path
 
 import target
+from promise import promise
 
 CONFIGURATIONS = (
     "QUARL_SLOPOVER_USER=40",
@@ -50,6 +51,7 @@ def rounds_of(configuration, count, seed, here):
 
 
 class Damage(unittest.TestCase):
+    @promise("A damaged heap neither crashes nor hangs the checker, nor makes it print without end.")
     def test_nothing_but_reports(self):
         emulated = target.current().emulated
         rounds = int(os.environ.get("QUARL_DAMAGE_ROUNDS", 200 if emulated else 1600))

@@ -76,6 +76,7 @@ class HeapCheck(case.Case):
         self.assertEqual(self.found(driver, "check"), [blocks[0], blocks[2]])
         self.assert_ends(driver, driver.out)
 
+    @promise("When a damaged link loses blocks from the list, one line on standard error says so.")
     def test_damaged_links_end_the_walk(self):
         driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0")
         blocks = [driver.malloc(16) for _ in range(3)]
