@@ -64,6 +64,23 @@ class Kinds(ReportTest):
         detailed = self.json(self.write(self.layout.chain([(5, 31, [record], [])]), "a_autosnap.log"))
         self.assertIn("The library counted 31 bytes held, the records add up to 30.", detailed["log"]["notes"])
 
+    def test_what_could_not_be_written_is_told_by_the_numbers(self):
+        def notes(numbers):
+            records = [self.layout.record(MALLOC, ALLOCATED, 0x1000 + 64 * i, 10, seq=number) for i, number in enumerate(numbers)]
+            return " ".join(self.json(self.write(self.layout.log(records), "a_quarlAll.log"))["log"]["notes"])
+        for whole in ([1, 2, 3], [0, 0, 0], [1, 2, 1, 3]):  # no numbers; a block that a failed resize put back
+            self.assertNotIn("records are missing", notes(whole))
+            self.assertNotIn("before the first record", notes(whole))
+        self.assertIn("7 records are missing in between", notes([1, 2, 8, 8, 11]))
+        self.assertIn("4 operations came before the first record", notes([5, 6]))
+        chain = self.layout.bare_chain([5, 6, 7])
+        size = len(chain) // 3
+        gap = chain[:size] + b"".join(
+            chain[size * i : size * i + 76] + bytes([number, 0, 0, 0]) + chain[size * i + 80 : size * (i + 1)]
+            for i, number in ((1, 4), (2, 5)))
+        told = self.json(self.write(gap, "a_autosnap.log"))["log"]["notes"]
+        self.assertIn("2 snapshots before snapshot 4 are missing: they could not be written.", told)
+
 
 class CutShort(ReportTest):
     def test_a_record_log_is_read_up_to_the_last_whole_record(self):

@@ -26,8 +26,9 @@ class Target:
         line = [str(program), *map(str, arguments)]
         if not self.emulated:
             return line, {**os.environ, **variables}
-        settings = [word for pair in variables.items() for word in ("-E", "=".join(pair))]
-        return ["qemu-arm", "-L", f"/usr/{self.triplet}", *settings, *line], dict(os.environ)
+        lists = {name: value for name, value in variables.items() if "," in value}  # -E takes a comma for its own
+        settings = [word for pair in variables.items() if pair[0] not in lists for word in ("-E", "=".join(pair))]
+        return ["qemu-arm", "-L", f"/usr/{self.triplet}", *settings, *line], {**os.environ, **lists}
 
     def process_name(self, program):
         """The name of the starting thread, as the kernel knows it."""

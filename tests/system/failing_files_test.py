@@ -1,12 +1,16 @@
 """Logs that cannot be written: the message, nothing else lost, the program unharmed."""
 
+import contextlib
 import os
 import resource
 import signal
 import subprocess
+import tempfile
+import time
+from pathlib import Path
 
 import case
-from log_file import read_log
+from log_file import read_chain, read_log
 from promise import promise
 
 LOG = "QUARL_OUTPUT_LOG=1 "
@@ -46,16 +50,22 @@ class FailingFiles(case.Case):
         self.works(driver)
         self.assertEqual(driver.finish(), 0)
 
+    def small_disk(self, size="128k"):
+        disk = Path(tempfile.mkdtemp(prefix="disk-", dir=self.directory))
+        subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", disk], check=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", disk], check=True)
+        return disk
+
+    def driver_on(self, disk, config):
+        self.configure(config)
+        return self.driver(directory=disk, environment={"QUARL_CFG_FILE": str(self.directory / "quarlcfg.ini")})
+
     @promise("A closed pipe, a full disk or a limit of the file size raises no signal in the application: the "
              'message is lost, or "write log file failed" is printed.')
     def test_full_disk(self):
         """A short write is not taken for a whole one: what the file holds are whole records from its beginning."""
-        disk = self.directory / "disk"
-        disk.mkdir()
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=128k", "tmpfs", disk], check=True)
-        self.addCleanup(subprocess.run, ["umount", "-l", disk], check=True)
-        self.configure(LOG + "QUARL_TRACE_BUFSIZE=5600")
-        driver = self.driver(directory=disk, environment={"QUARL_CFG_FILE": str(self.directory / "quarlcfg.ini")})
+        disk = self.small_disk()
+        driver = self.driver_on(disk, LOG + "QUARL_TRACE_BUFSIZE=5600")
         self.works(driver)
         self.assertEqual(driver.finish(), 0)
         lines = driver.out.splitlines(True)
@@ -64,6 +74,83 @@ class FailingFiles(case.Case):
         log = read_log(path)
         self.assertEqual([record.seq_num for record in log.records], list(range(1, len(log.records) + 1)))
         self.assertEqual(log.stats.counts()["malloc"][0], 249)
+
+    @promise("A log that had no room when it was created is begun anew when there is some.")
+    def test_log_begun_on_a_full_disk(self):
+        """By a dump or the next reload; the records before it are lost, and the ones behind are numbered on."""
+        for config, kind in ((LOG, "quarlAll"), ("", "quarl")):
+            for room in (0, 4096, 61440):  # for nothing, for the header, for the maps
+                with self.subTest(kind, room=room):
+                    disk = self.small_disk("256k")
+                    filler = disk / "filler"
+                    filler.write_bytes(bytes(256 * 1024 - room))
+                    driver = self.driver_on(disk, config + " QUARL_TRACE_BUFSIZE=280")
+                    path = disk / self.log_path(driver, kind).name
+                    self.assertEqual(path.stat().st_size, 0)
+                    first = driver.malloc(10)
+                    driver.do(f"raise {signal.SIGUSR1}")
+                    self.assertEqual(path.stat().st_size, 0)
+                    self.assertEqual(set(driver.out.splitlines(True)), {FAILED("No space left on device")})
+                    told = driver.out
+                    filler.unlink()
+                    driver.malloc(20)  # opens the logs, as it reloads
+                    if kind == "quarlAll":  # the other is opened by dumps
+                        self.assertGreaterEqual(path.stat().st_size, EMPTY)
+                    driver.free(first)
+                    driver.malloc(30)
+                    self.assert_ends(driver, told)
+                    log = read_log(path)
+                    expected = [("malloc", 20), ("free", 10), ("malloc", 30)] if kind == "quarlAll" else [("malloc", 20), ("malloc", 30)]
+                    self.assertEqual([record.brief()[::2] for record in log.records], expected)
+                    self.assertEqual(log.stats.counts()["malloc"], (3, 0, 60))
+
+    @promise("An automatic snapshot for which there is no room is left out of the chain, which stays readable.")
+    def test_chain_over_a_full_disk(self):
+        """Whichever part does not fit, the chain holds whole snapshots, and their numbers tell how many are missing."""
+        clock = "QUARL_TIMER_SIG=SIGUSR2 QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1000 "
+        for room in (0, 4096, 40960):  # for the header, some of the maps, some of the rows
+            with self.subTest(room=room):
+                disk = self.small_disk("1m")
+                driver = self.driver_on(disk, clock + "QUARL_SNAP_INTERVAL=1 QUARL_SNAP_DETAIL=1 QUARL_TRACE_BUFSIZE=2800")
+                path = disk / self.log_path(driver, "quarl_autosnap").name
+                driver.repeat(50, "malloc 10")
+                taken = [0]
+
+                def snapshot():
+                    """One tick that takes a snapshot or fails to."""
+                    before = time.time()
+                    driver.await_that(lambda: int(time.time()) > int(before) + 1, "the next snapshot to be due")
+                    driver.do(f"raise {signal.SIGUSR2}")
+                    taken[0] += 1
+                snapshot()
+                whole = path.read_bytes()
+                filler = disk / "filler"
+                with open(filler, "wb", buffering=0) as file:
+                    with contextlib.suppress(OSError):
+                        while file.write(bytes(4096)):
+                            pass
+                    file.truncate(max(0, file.tell() - room))
+                snapshot()
+                snapshot()
+                self.assertEqual(path.read_bytes(), whole)
+                self.assertEqual(set(driver.out.splitlines(True)), {FAILED("No space left on device")})
+                filler.unlink()
+                snapshot()
+                self.assertEqual(driver.finish(), 0)
+                chain = read_chain(path)
+                self.assertEqual([each.number for each in chain], [1, 4, 5])
+                self.assertEqual([each.record_count for each in chain], [50] * 3)
+
+    def test_size_that_no_log_can_have(self):
+        """The value is in force, no log is created, and one line says why, however often logs are opened."""
+        for size in (4194304, 2147483647):
+            for config in (LOG, "", "QUARL_HEAD_TIME=2 "):
+                driver = self.driver(f"QUARL_MAPS_SIZE={size} {config} QUARL_SLOPOVER_EXIT=0 QUARL_TRACE_BUFSIZE=2800")
+                self.works(driver)
+                driver.do(f"raise {signal.SIGUSR1}")
+                self.works(driver)
+                self.assert_ends(driver, "", f"QUARL_MAPS_SIZE {size} is too large, no log is written.\n")
+                self.assertEqual(self.files(), [])
 
     @promise("A closed pipe, a full disk or a limit of the file size raises no signal in the application: the "
              'message is lost, or "write log file failed" is printed.')

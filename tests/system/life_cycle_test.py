@@ -23,6 +23,15 @@ class Ends(case.Case):
                     self.assertTrue(process.said("finished"))
                     self.assertEqual(process.said("hook"), [0])
 
+    @promise("The last snapshot is written then, and the hooks are put back.")
+    def test_signals_after_the_end_change_nothing(self):
+        """Blocks have gone back past the list by then: a check would find faults in them, a dump would list none."""
+        process = self.run_victim("late_release", config="QUARL_SLOPOVER_USER=12 QUARL_PRINT_PROFINFO=0")
+        self.assert_ends(process)
+        log = read_log(self.log_path(process, "quarl", program="late_release"))
+        sizes = [record.brief()[2] for record in log.records]
+        self.assertEqual([size for size in sizes if size in (100, 1000, 300000)], [100, 100, 1000, 300000])
+
     def test_status_and_output_of_every_way_out(self):
         ways = {"exit 3": 3, "leave 4": 4, "raise 15": -15, "raise 6": -6}
         for way, status in ways.items():
@@ -123,6 +132,16 @@ class Children(case.Case):
         self.assertEqual((report.address, report.kind, rest), (block, "tail", ""))
         driver.check()  # the parent's bytes are whole
         self.assert_ends(driver, driver.out)
+
+    @promise("`errno` is kept.", "Its log files are created when it first has something to write.")
+    def test_child_keeps_errno_while_it_makes_its_log(self):
+        driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=280")
+        driver.do("handle 12 malloc 10")
+        self.assertEqual(driver.do("fork raise 12"), 0)
+        made = driver.answer(worker=900)
+        self.assertEqual((made != 0, made.number), (True, 0))
+        self.assertEqual(len([name for name in self.files() if "quarlAll" in name]), 2)
+        self.assert_ends(driver)
 
     @promise("It has none of its parent's log descriptors, timer and agent.")
     def test_child_has_no_clock_of_its_parents(self):

@@ -4,7 +4,7 @@ import re
 import signal
 
 import case
-from log_file import read_log
+from log_file import FAILED, read_log
 from promise import promise
 from tables import histogram, saved, statistics
 
@@ -30,6 +30,21 @@ class Statistics(case.Case):
         peak = int(re.search(r"peak +(\d+)", table)[1])
         self.assertGreaterEqual(peak, size)
         self.assertEqual(table.split("unfree mem size from")[0], statistics(size, peak, **rows).split("unfree mem size from")[0])
+
+    def test_large_block_that_fails_is_a_failed_malloc_only(self):
+        """No mapping was made for it, so none failed: not in the statistics, nor in the record log."""
+        driver = self.driver("QUARL_OUTPUT_LOG=1")
+        largest = 0x7FFE0000  # more than is free beside the program, and less than what is refused unasked
+        held = [driver.malloc(largest) for _ in range(2)]
+        self.assertEqual(held[-1], 0)
+        self.assertEqual(driver.do("mmap 0 2147418112 3 34 -1 0").number, 12)  # the application's own counts
+        made = sum(block != 0 for block in held)
+        self.assert_ends(driver)
+        log = read_log(self.log_path(driver, "quarlAll"))
+        self.assertEqual(log.stats.counts()["malloc"][:2], (2, 2 - made))
+        self.assertEqual(log.stats.counts()["mmap"][:2], (1 + made, 1))
+        failures = [record.brief()[0] for record in log.records if record.kind == FAILED]
+        self.assertEqual(failures, ["malloc"] * (2 - made) + ["mmap"])
 
     @promise("The held bytes and the peak in the statistics count what the application asked for, not what the "
              "allocator used.")

@@ -23,7 +23,7 @@ class Running(ToolTest):
                 _, pid = self.serve(target, *options)
                 result = self.quarl("dump", pid)
                 self.assertEqual(result.returncode, 0, result)
-                self.assertRegex(result.stdout, rf"^{self.folder}/\S+_{pid}_quarl(All)?\.log\n$")
+                self.assertRegex(result.stdout, rf"^{self.state}/\S+_{pid}_quarl(All)?\.log\n$")
                 expected = options[1].split("=")[1].replace("40", "SIG40") if options else "SIGUSR1"
                 self.assertIn(f"sent {expected} ", result.stderr)
 

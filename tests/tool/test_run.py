@@ -184,13 +184,47 @@ class Items(Run):
         self.assertEqual(result.returncode, 7)
         self.assertIn(f"quarl: {path}:1: ignored: no item", result.stderr)
 
-    def test_logs_are_moved(self):
-        self.run_victim("i686", "child", options=["--logs", "a/b", "--record"])
-        moved = sorted(os.listdir(os.path.join(self.folder, "a/b")))
-        self.assertEqual(len(moved), 2, moved)
-        for name in moved:
+    def runs(self):
+        """{folder of a run: its files}"""
+        folder = os.path.join(self.state, "quarl")
+        return {run: sorted(os.listdir(os.path.join(folder, run))) for run in os.listdir(folder)}
+
+    def test_logs_lie_in_a_folder_of_the_run(self):
+        result = self.run_victim("i686", "child", options=["--record", "--keep-all"])
+        [(run, logs)] = self.runs().items()
+        self.assertRegex(run, r"^victim_i686-\d{8}-\d{6}-\d+$")
+        self.assertEqual(len(logs), 2, logs)
+        for name in logs:
             self.assertRegex(name, r"^victim_i686_\d+_quarlAll\.log$")
-        self.assertEqual(os.listdir(self.folder), ["a"])
+        self.assertIn(f"2 logs: {self.state}/quarl/{run}\n", result.stderr)
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_folder_is_chosen(self):
+        self.run_victim("i686", "child", options=["--logs", "a/b", "--record", "--keep-all"])
+        self.assertEqual(len(os.listdir(os.path.join(self.folder, "a/b"))), 2)
+        self.environment["QUARL_LOG_DIR"] = "c"
+        self.run_victim("i686", options=["--record", "--keep-all"])
+        self.assertEqual(len(os.listdir(os.path.join(self.folder, "c"))), 1)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a", "c"])
+        self.assertEqual(os.listdir(self.state), [])
+
+    def test_logs_that_say_nothing(self):
+        """A log that was begun and never written to goes, unless it is that of a process that a signal has ended."""
+        for act, options, kept in (("leave", (), 0), ("leave", ("--keep-all",), 1), ("abort", (), 1)):
+            with self.subTest(act, options=options):
+                folder = os.path.join(self.folder, "logs")
+                self.run_victim("i686", act, options=["--logs", folder, *options])
+                self.assertEqual(len(os.listdir(folder)) if os.path.isdir(folder) else 0, kept)
+                shutil.rmtree(folder, ignore_errors=True)
+
+    def test_configuration_that_is_a_pipe(self):
+        read, write = os.pipe()
+        os.write(write, b"QUARL_OUTPUT_LOG=1\n")
+        os.close(write)
+        self.run_victim("i686", "config", options=["--config", f"/dev/fd/{read}", "--logs", "logs"], pass_fds=[read])
+        os.close(read)
+        [log] = os.listdir(os.path.join(self.folder, "logs"))
+        self.assertTrue(log.endswith("_quarlAll.log"), log)
 
 
 if __name__ == "__main__":

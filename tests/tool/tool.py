@@ -36,7 +36,11 @@ class ToolTest(unittest.TestCase):
         folder = tempfile.TemporaryDirectory(prefix="quarl-test-")
         self.addCleanup(folder.cleanup)
         self.folder = os.path.realpath(folder.name)
-        self.environment = {k: v for k, v in os.environ.items() if k not in ("QUARL_CFG_FILE", "LD_PRELOAD")}
+        self.environment = {k: v for k, v in os.environ.items() if k != "LD_PRELOAD" and not k.startswith("QUARL_")}
+        state = tempfile.TemporaryDirectory(prefix="quarl-state-")
+        self.addCleanup(state.cleanup)
+        self.state = os.path.realpath(state.name)
+        self.environment["XDG_STATE_HOME"] = self.state
 
     def quarl(self, *arguments, **options):
         """Runs the tool to its end; the result has returncode, stdout and stderr (text)."""

@@ -114,6 +114,65 @@ TEST(ElfImage, TrustsNothing) {
   }
 }
 
+// What is left of a program whose section headers were stripped: a dynamic segment with the tables and one of the
+// hashes that give their length. Everything is loaded at 0x1000 above its offset.
+std::vector<uint8_t> without_sections(bool gnu_hash) {
+  constexpr uint32_t kBias = 0x1000;
+  ElfFile file({}, {{"both", 0, 0}, {"main", 0x100, 0x20}, {"clone", 0x400, 8}});
+  std::vector<uint8_t> bytes = file.bytes;
+  const auto put = [&bytes](const std::vector<uint32_t>& words) {
+    while (bytes.size() % 4 != 0) bytes.push_back(0);
+    const auto at = static_cast<uint32_t>(bytes.size());
+    const auto* from = reinterpret_cast<const uint8_t*>(words.data());
+    bytes.insert(bytes.end(), from, from + words.size() * 4);
+    return at;
+  };
+  // One bucket whose chain is symbols 1 and 2, one word of filter; or one bucket, three symbols.
+  const uint32_t hash = gnu_hash ? put({1, 1, 1, 0, 0, 1, 8, 9}) : put({1, 3, 1, 0, 2, 0});
+  const uint32_t symbols = file.sections[4].sh_offset;
+  const uint32_t strings = file.sections[2].sh_offset;
+  const uint32_t dynamic = put({DT_SYMTAB, symbols + kBias, DT_STRTAB, strings + kBias, DT_STRSZ, sizeof kStrings,
+                                gnu_hash ? static_cast<uint32_t>(DT_GNU_HASH) : DT_HASH, hash + kBias, DT_NULL, 0});
+  const auto size = static_cast<uint32_t>(bytes.size());
+  const uint32_t segments =
+      put({PT_LOAD, 0, kBias, 0, size, size, 0, 0, PT_DYNAMIC, dynamic, dynamic + kBias, 0, 40, 40, 0, 0});
+  auto& header = *reinterpret_cast<Elf32_Ehdr*>(bytes.data());
+  header.e_shoff = header.e_shnum = header.e_shstrndx = 0;
+  header.e_phoff = segments;
+  header.e_phnum = 2;
+  header.e_phentsize = sizeof(Elf32_Phdr);
+  return bytes;
+}
+
+TEST(ElfImage, WithoutSectionHeadersTheDynamicSegmentNamesTheSymbols) {
+  for (const bool gnu_hash : {false, true}) {
+    const std::vector<uint8_t> good = without_sections(gnu_hash);
+    ElfImage image;
+    ASSERT_TRUE(image.parse(good.data(), good.size()));
+    ASSERT_NE(image.find("main"), nullptr) << gnu_hash;
+    EXPECT_EQ(image.find("main")->st_value, 0x100U);
+    ASSERT_NE(image.find("clone"), nullptr) << gnu_hash;
+    EXPECT_EQ(image.find("clone")->st_size, 8U);
+    EXPECT_EQ(image.find("none"), nullptr);
+    for (size_t size = 0; size < good.size(); ++size) {  // cut short anywhere
+      const std::vector<uint8_t> part(good.begin(), good.begin() + static_cast<long>(size));
+      if (image.parse(part.data(), part.size())) image.find("none");
+    }
+    for (size_t at = sizeof(Elf32_Ehdr); at + 4 <= good.size(); at += 4) {  // any word as large, or as odd, as can be
+      for (const uint32_t wild : {0xFFFFFFFFU, 0x7FFFFFF1U, 0U}) {
+        std::vector<uint8_t> bad = good;
+        memcpy(bad.data() + at, &wild, sizeof wild);
+        if (image.parse(bad.data(), bad.size())) image.find("none");
+      }
+    }
+  }
+  ElfFile empty({}, {});
+  empty.header().e_shoff = 0;
+  ElfImage image;
+  EXPECT_TRUE(image.parse(empty.bytes.data(), empty.bytes.size())) << "no segments either: no noise about it";
+  EXPECT_EQ(image.find("main"), nullptr);
+}
+
 TEST(SymbolTable, ApplicationTableComesFirst) {
   taSymTbl[0] = {static_cast<uint32_t>(reinterpret_cast<uintptr_t>("main")), 0x8000, 2, {}, 1};
   taSymTbl[1] = {static_cast<uint32_t>(reinterpret_cast<uintptr_t>("data")), 0x8040, 1, {}, 0};

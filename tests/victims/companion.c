@@ -1,6 +1,7 @@
 // A library that is initialised before the checker and finished after it: it holds a block from before the hooks
 // and releases blocks after them.
 #include <malloc.h>
+#include <signal.h>
 
 #include "announce.h"
 
@@ -13,6 +14,12 @@ __attribute__((constructor)) static void start(void) {
 
 extern void* volatile __malloc_hook __attribute__((weak));  // as the checker exports it
 
+static void raise_if_handled(int number) {
+  struct sigaction action;
+  sigaction(number, NULL, &action);
+  if (action.sa_handler != SIG_DFL) raise(number);
+}
+
 __attribute__((destructor)) static void finish(void) {
   if (&__malloc_hook != NULL) announce("hook", __malloc_hook);
   free(companion_late[0]);
@@ -21,5 +28,8 @@ __attribute__((destructor)) static void finish(void) {
   free(companion_late[2]);
   free(companion_late[3]);
   free(malloc(10));
+  raise_if_handled(SIGUSR2);
+  raise_if_handled(SIGUSR1);
+  if (quarl_check_mem) quarl_check_mem();
   announce("finished", companion_late[2]);
 }

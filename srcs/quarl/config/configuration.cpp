@@ -1,19 +1,19 @@
 #include "config/configuration.h"
 
-#include <fcntl.h>
 #include <string.h>
-#include <unistd.h>
 
 #include "config/file_lines.h"
+#include "config/forward_reader.h"
 #include "config/items.h"
 #include "platform/environment.h"
 #include "platform/print.h"
-#include "platform/system.h"
+#include "state/process.h"
 
 namespace quarl {
 namespace {
 
 constexpr const char* kDefaultPath = "quarlcfg.ini";
+constexpr int kPatience = 5000;  // milliseconds, for a pipe at start-up; a reload, under the lock, waits for nobody
 
 constinit Items items GUARDED_BY(hook_mutex)(settings);
 
@@ -49,14 +49,11 @@ int apply_line(const char* text, EffectHandler carry_out) {
 
 int load_configuration(EffectHandler carry_out) {
   const char* path = configuration_path();
-  const int fd = path != nullptr ? sys::open(path, O_RDONLY) : -1;
-  if (fd < 0) return -1;
-  const auto read_at = [fd](int64_t offset, char* buffer) -> long {
-    return sys::seek(fd, offset, SEEK_SET) < 0 ? -1 : sys::read(fd, buffer, kReadSize);
-  };
+  ForwardReader file(hooks_installed != 0 ? 0 : kPatience);
+  if (path == nullptr || !file.open(path)) return -1;
+  const auto read_at = [&file](int64_t offset, char* buffer) { return file.read_at(offset, buffer); };
   for_each_line(read_at, [=](const char* line, int64_t) NO_THREAD_SAFETY_ANALYSIS { apply_line(line, carry_out); });
   for (const ItemRow& row : kItemRows) apply_default(row, carry_out);
-  sys::close(fd);
   return 0;
 }
 

@@ -1,5 +1,8 @@
 #include "platform/own_descriptor.h"
 
+#include <errno.h>
+#include <fcntl.h>
+
 #include "platform/system.h"
 
 namespace quarl {
@@ -20,6 +23,23 @@ int move_up(int fd) {
 bool OwnDescriptor::open(const char* path, int flags) {
   const int fd = sys::open(path, flags, kFileMode);
   return fd >= 0 && take(move_up(fd));
+}
+
+bool OwnDescriptor::open_again(const char* path, int flags) {
+  if (!named_by(path)) {
+    errno = ENOENT;
+    return false;
+  }
+  const OwnDescriptor before = *this;
+  if (open(path, flags | O_NOFOLLOW) && device_ == before.device_ && inode_ == before.inode_) return true;
+  close();
+  *this = before;
+  return false;
+}
+
+bool OwnDescriptor::named_by(const char* path) const {
+  struct stat64 info {};
+  return inode_ != 0 && sys::stat_path(path, &info) && info.st_dev == device_ && info.st_ino == inode_;
 }
 
 bool OwnDescriptor::take(int fd) {

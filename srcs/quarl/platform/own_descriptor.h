@@ -12,6 +12,12 @@ class OwnDescriptor {
   // Opens a file at a descriptor out of the way of programs that expect small numbers for their own. False with errno.
   bool open(const char* path, int flags);
 
+  // Opens the file that it had open before, and no other that has taken its name. False with errno.
+  bool open_again(const char* path, int flags);
+
+  // The path names the file that is or was open here, not a link to it.
+  bool named_by(const char* path) const;
+
   // A descriptor that was opened elsewhere, -1 for one that was not. False when there is none.
   bool take(int fd);
 

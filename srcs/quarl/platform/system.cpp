@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/futex.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -45,8 +46,35 @@ bool readable(const char* path) {
   return syscall(SYS_access, path, R_OK) == 0;
 }
 
+bool wait_readable(int fd, int milliseconds) {
+  struct pollfd wanted {
+    fd, POLLIN, 0
+  };
+  long ready = 0;
+  do {
+    ready = syscall(SYS_poll, &wanted, 1, milliseconds);
+  } while (ready < 0 && errno == EINTR);
+  return ready != 0;
+}
+
 bool stat_fd(int fd, struct stat64* out) {
   return fstat64(fd, out) == 0;
+}
+
+bool stat_path(const char* path, struct stat64* out) {
+  return lstat64(path, out) == 0;
+}
+
+int unlink(const char* path) {
+  return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+}
+
+int make_directory(const char* path) {
+  return static_cast<int>(syscall(SYS_mkdirat, AT_FDCWD, path, 0777));
+}
+
+long read_link(const char* path, char* out, size_t size) {
+  return syscall(SYS_readlink, path, out, size);
 }
 
 long current_directory(char* out, size_t size) {

@@ -17,7 +17,12 @@ int64_t seek(int fd, int64_t offset, int whence);
 int truncate(int fd, int64_t size);
 int duplicate_above(int fd, int lowest);  // close-on-exec
 bool readable(const char* path);
+bool wait_readable(int fd, int milliseconds);  // something to read, or the end; false when the time is over
 bool stat_fd(int fd, struct stat64* out);
+bool stat_path(const char* path, struct stat64* out);  // a link itself, not what it leads to
+int unlink(const char* path);
+int make_directory(const char* path);                      // mode 0777 before the umask
+long read_link(const char* path, char* out, size_t size);  // no NUL behind it
 long current_directory(char* out, size_t size);
 
 // Writes all bytes, going on after an interruption or a short write. False with errno set when not all are out.

@@ -15,6 +15,7 @@ struct ThreadCache {
   // raw ones. First, because the entries written in assembly read it.
   int32_t hook_depth;
   int32_t tid;          // 0: not asked yet
+  bool maps_for_block;  // the layer asks the mapping hook for the mapping of a large block
   bool ending;          // released from its parking place: what it allocates on its way out must not stop it again
   ThreadProf* prof;     // the thread's statistics entry, null: not looked up yet
   uintptr_t stack_low;  // the stack that the thread was created with, [low, high); 0, 0: not known yet

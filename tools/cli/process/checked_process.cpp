@@ -10,7 +10,7 @@
 
 #include "items/config_check.h"
 #include "items/signal_text.h"
-#include "process/log_collector.h"
+#include "process/log_folder.h"
 #include "process/proc.h"
 #include "refusal.h"
 
@@ -63,8 +63,8 @@ int CheckedProcess::signal_dump() const {
 std::vector<std::string> CheckedProcess::logs() const {
   std::vector<std::string> found;
   std::error_code error;
-  for (fs::directory_iterator entry(current_directory(pid_), error), end; !error && entry != end;
-       entry.increment(error)) {
+  fs::path folder = fs::path(current_directory(pid_)) / environment_of(pid_, "QUARL_LOG_DIR").value_or("");
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
     if (process_of_log(entry->path().filename()) == pid_) found.push_back(entry->path());
   }
   std::sort(found.begin(), found.end());

@@ -22,7 +22,7 @@ class CheckedProcess {
   // the signal. A Refusal when the process does not handle that signal.
   int signal_dump() const;
 
-  // Paths of its log files in the directory where it is now.
+  // Paths of its log files, in the folder that QUARL_LOG_DIR names to it or the directory where it is now.
   std::vector<std::string> logs() const;
 
  private:

@@ -37,8 +37,7 @@ sigset_t handled_signals() {
 
 }  // namespace
 
-TargetRun::TargetRun(const RunSettings& settings)
-    : settings_(settings), tap_(OutputTap::open(settings.direct)), logs_(settings.logs) {}
+TargetRun::TargetRun(const RunSettings& settings) : settings_(settings), tap_(OutputTap::open(settings.direct)) {}
 
 TargetRun::~TargetRun() {
   if (signals_ >= 0) close(signals_);
@@ -49,7 +48,6 @@ int TargetRun::run(const LaunchCommand& command) {
   wait_for_end();
   tap_->finish();
   tell_agent_port();
-  logs_.collect();
   return exit_status();
 }
 
@@ -68,7 +66,6 @@ void TargetRun::start(const LaunchCommand& command) {
   close(failure[0]);
   if (failed) refuse("cannot start {}: {}", command.argv[0], std::strerror(error));
   tap_->start();
-  logs_.note({pid_});
 }
 
 void TargetRun::become_program(const LaunchCommand& command, int failure) {
@@ -87,11 +84,10 @@ void TargetRun::become_program(const LaunchCommand& command, int failure) {
 void TargetRun::wait_for_end() {
   std::chrono::milliseconds period = kLookPeriod;
   while (!ended_) {
-    struct pollfd sources[] = {{signals_, POLLIN, 0}, {logs_.descriptor(), POLLIN, 0}};
-    poll(sources, 2, static_cast<int>(period.count()));
+    struct pollfd source = {signals_, POLLIN, 0};
+    poll(&source, 1, static_cast<int>(period.count()));
     take_signals();
     if (ended_) break;
-    if (logs_.descriptor() >= 0) logs_.drain();
     auto begin = Clock::now();
     look();
     auto cost = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
@@ -123,7 +119,6 @@ void TargetRun::look() {
   tap_->look();
   tell_agent_port();
   std::vector<pid_t> tree = process_tree(pid_);
-  logs_.note(tree);
   for (pid_t pid : tree) look_at_process(pid);
   end_lonely_agents();
 }

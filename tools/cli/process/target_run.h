@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sys/signalfd.h>
+#include <sys/wait.h>
 
 #include <memory>
 #include <set>
@@ -9,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "process/log_collector.h"
 #include "process/output_tap.h"
 #include "process/parked_threads.h"
 #include "target/launch_command.h"
@@ -21,7 +21,8 @@ struct RunSettings {
   bool direct = false;       // standard output is not read along
   bool agent = false;        // tell the port that the agent announces
   int fault_status = 86;     // exit status after a fault; 0 keeps the program's own
-  std::string logs;          // folder for the log files; "" leaves them where they are
+  bool keep_all = false;     // logs that say nothing stay as well
+  std::string logs;          // folder for the log files; "" makes one
 };
 
 class TargetRun {
@@ -32,6 +33,9 @@ class TargetRun {
   // Starts the program, waits for its end and returns the exit status: the program's own, 128 + N when signal N ended
   // it, or the fault status. A Refusal when the program cannot be started.
   int run(const LaunchCommand& command);
+
+  // The process that a signal has ended; 0 when it was none.
+  pid_t killed() const { return WIFSIGNALED(wait_status_) ? pid_ : 0; }
 
  private:
   void start(const LaunchCommand& command);
@@ -47,7 +51,6 @@ class TargetRun {
 
   RunSettings settings_;
   std::unique_ptr<OutputTap> tap_;
-  LogCollector logs_;
   sigset_t own_mask_;  // the signal mask that the program gets
   int signals_ = -1;
   pid_t pid_ = 0;

@@ -7,6 +7,7 @@
 #include "items/config_reader.h"
 #include "items/run_config.h"
 #include "message.h"
+#include "process/log_folder.h"
 #include "process/target_run.h"
 #include "refusal.h"
 #include "target/launch_command.h"
@@ -41,8 +42,11 @@ is passed on unchanged. --direct passes the descriptor itself; then only parked 
 port is not told, as when the program sends its standard output elsewhere. 32-bit programs that PROGRAM starts are
 checked, too; of 64-bit ones the loader says on standard error that it cannot.
 
-Log files are written to the current directory of the process, named NAME_PID_quarl*.log. With --logs those of the
-program and of the processes that it started are moved to DIR once they have ended.
+Logs: those of the program and of all processes that it starts are written to one folder and named NAME_PID_quarl*.log.
+It is DIR with --logs, else what QUARL_LOG_DIR names, else a new one below ~/.local/state/quarl (XDG_STATE_HOME counts),
+so that the program finds no strange files where it works; it is told at the end. Logs that hold no fault, no record and
+nothing unfreed are removed (QUARL_KEEP=findings), unless --keep-all is given or QUARL_KEEP has another value. Of a tree
+of processes QUARL_ONLY=NAME,NAME in the environment has only the programs of these names checked.
 
 Exit status: that of the program, 128+N when signal N ended it, the one of --fault-exitcode when a fault was reported;
 1 when the program was not started, 2 on wrong usage.
@@ -77,12 +81,18 @@ std::string prepare_config(const RunOptions& options, TemporaryFile& temporary) 
   for (const Assignment& item : parse_assignments(options.set)) items.push_back(item);
   std::string path = config_file(options.config);
   std::string bytes = path.empty() ? "" : slurp(path);
-  if (items.empty()) {
-    warn_of_config(bytes, path);
+  if (items.empty()) warn_of_config(bytes, path);
+  // A pipe is read up by now.
+  if (items.empty() && (path.empty() || std::filesystem::is_regular_file(path))) {
     return path.empty() ? "" : std::filesystem::absolute(path).string();
   }
-  temporary.write(compose_config(bytes, path, items));
+  temporary.write(items.empty() ? bytes : compose_config(bytes, path, items));
   return temporary.path();
+}
+
+bool keeps_findings_only(const RunOptions& options) {
+  const char* kept = std::getenv("QUARL_KEEP");
+  return !options.settings.keep_all && (kept == nullptr || std::string_view(kept) == "findings");
 }
 
 int run(const RunOptions& options) {
@@ -94,7 +104,16 @@ int run(const RunOptions& options) {
   TemporaryFile temporary;
   std::string config = prepare_config(options, temporary);
   if (!config.empty()) command.environment.push_back({"QUARL_CFG_FILE", config});
-  return TargetRun(options.settings).run(command);
+  bool findings_only = keeps_findings_only(options);
+  if (findings_only || options.settings.keep_all) {
+    command.environment.push_back({"QUARL_KEEP", findings_only ? "findings" : "all"});
+  }
+  LogFolder logs(options.settings.logs, program.path);
+  command.environment.push_back({"QUARL_LOG_DIR", logs.path()});
+  TargetRun target(options.settings);
+  int status = target.run(command);
+  logs.finish(findings_only, target.killed());
+  return status;
 }
 
 void add_options(CLI::App& run, RunOptions& options) {
@@ -103,7 +122,8 @@ void add_options(CLI::App& run, RunOptions& options) {
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   run.add_option("--config", options.config, "Configuration file")->type_name("FILE");
-  run.add_option("--logs", options.settings.logs, "Move the log files to this folder afterwards")->type_name("DIR");
+  run.add_option("--logs", options.settings.logs, "Folder for the log files")->type_name("DIR");
+  run.add_flag("--keep-all", options.settings.keep_all, "Keep logs without faults, records and unfreed memory, too");
   run.add_option("--sysroot", options.sysroot, "Folder with the target's loader and libraries")->type_name("DIR");
   run.add_option("--library", options.library, "libquarl.so to use instead of the one beside this tool")
       ->type_name("FILE");

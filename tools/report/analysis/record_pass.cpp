@@ -50,6 +50,7 @@ void RecordPass::go_on(bool to_first_time) {
     auto batch = stream_.next();
     if (batch.empty()) return finish();
     times_.add(batch);
+    if (has_order(log_)) sequence_.add(batch);
     ledger_.apply(batch, observer);
     progress.update(stream_.done());
   }
@@ -79,6 +80,20 @@ void RecordPass::add_uncounted_faults() {
       if (record.result == kKindSlopHead || record.result == kKindSlopTail) ledger_.add_fault(record);
     }
   }
+}
+
+void RecordPass::Sequence::add(std::span<const OpRecord> records) {
+  Sequence seen = *this;  // of its own, so that it stays in registers
+  for (const OpRecord& record : records) {
+    if (record.seq_num <= seen.last) continue;
+    if (seen.last == 0) {
+      seen.first = record.seq_num;
+    } else {
+      seen.missing += record.seq_num - seen.last - 1;
+    }
+    seen.last = record.seq_num;
+  }
+  *this = seen;
 }
 
 void RecordPass::Times::add(std::span<const OpRecord> records) {

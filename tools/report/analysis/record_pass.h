@@ -28,6 +28,9 @@ class RecordPass {
   const Ledger& ledger() { return whole().ledger_; }
   uint64_t records() { return whole().stream_.done(); }  // read, damaged ones included
   uint64_t damaged() { return whole().stream_.damaged(); }
+  // Of a record log: numbers that were given out between its records and have none, and the first of all.
+  uint64_t missing() { return whole().sequence_.missing; }
+  uint32_t first_number() { return whole().sequence_.first; }
   // Of a record log, once; must be wanted.
   Timeline timeline() { return whole().timeline_.value().finish(); }
   // From the thread table, or counted in a record log without one; must be wanted. For a table the records are read no
@@ -43,6 +46,14 @@ class RecordPass {
     void add(std::span<const OpRecord> records);
     uint32_t span() const { return largest - (before_smallest + 1); }
   };
+  // The numbers of records, which rise by one in the order of the file. Records of older blocks (a failed resize puts
+  // one back, faults tell of one) and records without a number (0) are passed over.
+  struct Sequence {
+    uint32_t first = 0;
+    uint32_t last = 0;
+    uint64_t missing = 0;
+    void add(std::span<const OpRecord> records);
+  };
   RecordPass& whole();
   uint32_t first_time();
   void go_on(bool to_first_time);
@@ -56,6 +67,7 @@ class RecordPass {
   RecordStream stream_;
   Ledger ledger_;
   Times times_;
+  Sequence sequence_;
   bool ended_ = false;
   std::optional<ThreadTallies> table_;
   std::optional<ThreadCount> thread_count_;

@@ -63,6 +63,9 @@ std::vector<std::string> Subject::notes() {
   };
   add(pass().damaged(), "damaged records were left out.");
   if (log_->kind() == LogKind::kRecords) {
+    add(pass().missing(), "records are missing in between: they could not be written, or the log was off.");
+    uint32_t first = pass().first_number();
+    add(first != 0 ? first - 1 : 0, "operations came before the first record: the log was begun after them.");
     add(ledger().lost_releases(), "blocks were given out again although no release of them is in the log.");
   }
   compare_with_statistics(notes);

@@ -114,12 +114,19 @@ void Log::read_chain() {
     }
     bool missing = next != 0 && next + sizeof(LogHeader) > file_.size();
     if (next != 0 && !missing) snapshot.limit = next;
+    note_lost_snapshots(snapshots_.empty() ? 0 : snapshots_.back().header.snapshot_number,
+                        snapshot.header.snapshot_number);
     snapshots_.push_back(snapshot);
     if (missing)
       note("The file ends at {} bytes, before the snapshot at {}: later snapshots are missing.", file_.size(), next);
     if (next == 0 || missing) return;
     offset = next;
   }
+}
+
+void Log::note_lost_snapshots(uint32_t before, uint32_t number) {
+  if (number <= before || number - before == 1) return;
+  note("{} snapshots before snapshot {} are missing: they could not be written.", number - before - 1, number);
 }
 
 // A header without a record count is that of a record log, of a snapshot of nothing, or of a log whose process was

@@ -47,6 +47,7 @@ class Log {
   LogHeader read_header(uint64_t offset) const;
   void check_header(const LogHeader& header, uint64_t offset) const;
   void read_chain();
+  void note_lost_snapshots(uint32_t before, uint32_t number);
   LogKind kind_by_content() const;
   void count_records(Snapshot& snapshot, bool last);
   bool holds_releases(const Snapshot& snapshot) const;

@@ -9,12 +9,28 @@
 namespace quarl {
 
 void Log::create(const char* name) {
-  if (!told(file_.create(name))) return;
-  file_.append(&header_, sizeof header_).unchecked();
-  file_.append_zeros(maps_section_size()).unchecked();
-  append_profile_block(file_).unchecked();
-  append_thread_table(file_).unchecked();
-  fill_maps_section(file_, header_);
+  if (told(file_.create(name))) lay_out().unchecked();
+}
+
+FileResult Log::lay_out() {
+  const FileResult done = append_sections(file_, header_, true);
+  laid_out_ = done.ok();
+  if (laid_out_) {
+    fill_maps_section(file_, header_);
+  } else {
+    file_.cut(0).unchecked();
+  }
+  return done;
+}
+
+bool Log::ready() {
+  return is_open() && (laid_out_ || told(lay_out()));
+}
+
+void Log::forget() {
+  file_.forget();
+  laid_out_ = true;
+  findings_ = holds_unfreed_ = false;
 }
 
 void Log::reopen(const char* name) {
@@ -43,8 +59,11 @@ void Log::refresh_statistics() {
 void Log::flush() {
   const KeepErrno keep;
   if (buffer_.count > 0) {
-    const auto count = static_cast<size_t>(buffer_.count);
-    told(file_.is_open() ? file_.append_items(buffer_.records, sizeof(OpRecord), count) : FileResult::failure(EBADF));
+    if (!is_open()) {
+      told(FileResult::failure(EBADF));
+    } else if (ready()) {
+      told(file_.append_items(buffer_.records, sizeof(OpRecord), static_cast<size_t>(buffer_.count)));
+    }
   }
   buffer_.clear();
 }
@@ -54,8 +73,9 @@ void Log::begin_snapshot() {
   told(file_.cut(header_.records_offset));
 }
 
-void Log::end_snapshot(uint32_t records) {
+void Log::end_snapshot(uint32_t records, uint32_t own) {
   flush();
+  holds_unfreed_ = own > 0;
   header_.record_count = buffer_.usable() ? records : 0;
   header_.time = seconds_now();
   write_header();

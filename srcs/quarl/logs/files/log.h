@@ -14,15 +14,21 @@ class Log {
   // Two logs of which one is in use at a time may share image and buffer.
   constexpr Log(LogHeader& header, RecordBuffer& buffer) : header_(header), buffer_(buffer) {}
 
-  // The layout without records. Only a failure to make the file is told: one that could not be filled is told by the
-  // first write behind it.
+  // The layout without records. Only a failure to make the file is told: one that had no room for the layout is told by
+  // the first write behind it.
   void create(const char* name) REQUIRES(hook_mutex);
+
+  // Open, and with its layout. A log that was begun on a full disk is begun anew here; that there is still no room is
+  // told.
+  bool ready() REQUIRES(hook_mutex);
+
   bool exists(const char* name) REQUIRES(hook_mutex) { return file_.exists(name); }
   void reopen(const char* name) REQUIRES(hook_mutex);
   bool is_open() REQUIRES(hook_mutex) { return file_.is_open(); }
   bool created() const REQUIRES(hook_mutex) { return file_.created(); }
   void close() REQUIRES(hook_mutex) { file_.close(); }
-  void forget() REQUIRES(hook_mutex) { file_.forget(); }
+  void remove() REQUIRES(hook_mutex) { file_.remove(); }
+  void forget() REQUIRES(hook_mutex);
 
   // The header as of now, without a count of records.
   void refresh_header() REQUIRES(hook_mutex);
@@ -33,16 +39,25 @@ class Log {
   void flush() REQUIRES(hook_mutex);
 
   // A log that holds one snapshot: begun without records, ended with their number in the header. Records of the
-  // snapshot before, and those still waiting, are gone.
+  // snapshot before, and those still waiting, are gone. Of the records, `own` are not what a forked child found there.
   void begin_snapshot() REQUIRES(hook_mutex);
-  void end_snapshot(uint32_t records) REQUIRES(hook_mutex);
+  void end_snapshot(uint32_t records, uint32_t own) REQUIRES(hook_mutex);
+
+  // A fault or a record of an operation was to be written: whoever looks for findings wants this log.
+  void note_finding() REQUIRES(hook_mutex) { findings_ = true; }
+  // No finding, and nothing of its own in the last snapshot.
+  bool says_nothing() const REQUIRES(hook_mutex) { return !findings_ && !holds_unfreed_; }
 
   RecordBuffer& buffer() REQUIRES(hook_mutex) { return buffer_; }
 
  private:
+  FileResult lay_out() REQUIRES(hook_mutex);
   void write_header() REQUIRES(hook_mutex);
 
   LogFile file_;
+  bool laid_out_ = true;  // false: the disk had no room for the layout, and the file is empty
+  bool findings_ = false;
+  bool holds_unfreed_ = false;
   LogHeader& header_;
   RecordBuffer& buffer_;
 };

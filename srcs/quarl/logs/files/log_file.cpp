@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "logs/files/log_directory.h"
+#include "platform/environment.h"
 #include "platform/libc_hooks.h"
 #include "platform/print.h"
 #include "platform/system.h"
@@ -14,28 +16,23 @@ bool told(FileResult result) {
   return result.ok();
 }
 
-FileResult LogFile::open(const char* path, int flags) {
-  close();
-  const FileResult opened = FileResult::of(descriptor_.open(path, flags));
-  find_end();
-  return opened;
-}
-
-// The name in the directory that was current at the first call; the bare name when that directory has no path.
+// The path that it got at the first call.
 const char* LogFile::path_of(const char* name) {
   if (path_[0] != '\0') return path_;
   Text path(path_, sizeof path_);
-  static char directory[4096];  // not on a stack that may be a small thread's; under the lock like all of this
-  if (name[0] != '/' && sys::current_directory(directory, sizeof directory) > 1 && directory[0] == '/') {
-    path.format("%s/", directory[1] != '\0' ? directory : "");
-  }
-  path.format("%s", name).terminate();
+  place_log(name, &path);
   return path_;
 }
 
 FileResult LogFile::create(const char* name) {
+  close();
   path_[0] = '\0';
-  const FileResult opened = open(path_of(name), O_CREAT | O_WRONLY | O_TRUNC);
+  // With rights that whoever chose the directory may not have, nothing that lies there already is written to.
+  const int existing = has_borrowed_rights() ? O_EXCL | O_NOFOLLOW : O_TRUNC;
+  const int flags = O_CREAT | O_WRONLY | existing;
+  FileResult opened = FileResult::of(descriptor_.open(path_of(name), flags));
+  if (opened.error() == ENOENT && make_log_directory()) opened = FileResult::of(descriptor_.open(path_, flags));
+  find_end();
   if (opened.ok()) {
     created_ = true;
   } else {
@@ -52,7 +49,16 @@ bool LogFile::exists(const char* name) {
 }
 
 FileResult LogFile::reopen(const char* name) {
-  return open(path_of(name), O_WRONLY);
+  close();
+  const char* path = path_of(name);
+  const FileResult opened =
+      FileResult::of(has_borrowed_rights() ? descriptor_.open_again(path, O_WRONLY) : descriptor_.open(path, O_WRONLY));
+  find_end();
+  return opened;
+}
+
+void LogFile::remove() {
+  if (created_ && descriptor_.named_by(path_)) sys::unlink(path_);
 }
 
 void LogFile::close() {
@@ -96,10 +102,10 @@ FileResult LogFile::patch(int64_t offset, const void* data, size_t size) {
   return write_at(offset, data, size);
 }
 
-FileResult LogFile::patch_zeros(int64_t offset, size_t size) {
+FileResult LogFile::patch_zeros(int64_t offset, uint64_t size) {
   static constexpr char kZeros[8192] = {};
   while (size > 0) {
-    const size_t step = size < sizeof kZeros ? size : sizeof kZeros;
+    const auto step = static_cast<size_t>(size < sizeof kZeros ? size : sizeof kZeros);
     const FileResult written = patch(offset, kZeros, step);
     if (!written.ok()) return written;
     offset += static_cast<int64_t>(step);
@@ -108,7 +114,7 @@ FileResult LogFile::patch_zeros(int64_t offset, size_t size) {
   return FileResult::success();
 }
 
-FileResult LogFile::append_zeros(size_t size) {
+FileResult LogFile::append_zeros(uint64_t size) {
   return patch_zeros(end_, size);
 }
 

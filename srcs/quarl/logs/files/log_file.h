@@ -14,12 +14,12 @@ namespace quarl {
 
 class LogFile {
  public:
-  // The file lies in the directory that is the process's current one when it is created; it is found there again after
-  // the application has changed directory.
+  // The file is found again where it was created, also after the application has changed directory.
   FileResult create(const char* name);
   bool exists(const char* name);        // readable, at the place where create would make it or has made it
   FileResult reopen(const char* name);  // not truncated
   void close();
+  void remove();  // what this process has created, unless another file has its name by now
   void forget();  // in a forked child: closes the child's descriptor and starts anew
 
   // Looks whether the descriptor is still ours, and where the file ends now. To be asked before each round of changes.
@@ -28,17 +28,16 @@ class LogFile {
   int64_t end() const { return end_; }
 
   FileResult append(const void* data, size_t size);
-  FileResult append_zeros(size_t size);
+  FileResult append_zeros(uint64_t size);
   // Whole items: when the disk fills up, a last partial item is cut off again.
   FileResult append_items(const void* data, size_t item_size, size_t count);
   FileResult patch(int64_t offset, const void* data, size_t size);
-  FileResult patch_zeros(int64_t offset, size_t size);
+  FileResult patch_zeros(int64_t offset, uint64_t size);
   FileResult cut(int64_t size);
 
  private:
   static constexpr size_t kPathSize = 4096 + 256;
 
-  FileResult open(const char* path, int flags);
   FileResult write_at(int64_t offset, const void* data, size_t size);
   void find_end();
   const char* path_of(const char* name);

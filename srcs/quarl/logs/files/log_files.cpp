@@ -2,6 +2,7 @@
 
 #include "logs/files/log_names.h"
 #include "logs/files/sections.h"
+#include "platform/print.h"
 #include "platform/system.h"
 #include "state/process.h"
 
@@ -15,20 +16,28 @@ constinit Log snapshot_log(log_header, primary_buffer);
 namespace {
 
 bool may_create(Log& log, const char* name) REQUIRES(hook_mutex) {
-  if (log.is_open()) return false;
   if (Flags().set(kLogOverlay) && !log.created()) return true;
   return !log.exists(name);
 }
 
 }  // namespace
 
+bool logs_are_possible() {
+  static bool refused = false;
+  if (layout_fits(0)) return true;
+  if (!refused) print(kStderr, "QUARL_MAPS_SIZE %d is too large, no log is written.\n", settings.maps_size_kb);
+  refused = true;
+  primary_buffer.shut();
+  return false;
+}
+
 const char* name_of_log_in_use(const Flags& flags) {
   return flags.record_log() ? record_log_name : snapshot_log_name;
 }
 
 Log* open_log(const Flags& flags) {
-  if (flags.record_log() && record_log.is_open()) return &record_log;
-  return flags.header() && snapshot_log.is_open() ? &snapshot_log : nullptr;
+  if (flags.record_log() && record_log.is_open()) return record_log.ready() ? &record_log : nullptr;
+  return flags.header() && snapshot_log.ready() ? &snapshot_log : nullptr;
 }
 
 void build_log_header() {
@@ -40,7 +49,12 @@ void build_log_header() {
 void open_log_files() {
   const Flags flags;
   Log* log = log_in_use(flags);
-  if (log != nullptr && may_create(*log, name_of_log_in_use(flags))) log->create(name_of_log_in_use(flags));
+  if (log == nullptr || !logs_are_possible()) return;
+  if (log->is_open()) {
+    log->ready();
+  } else if (may_create(*log, name_of_log_in_use(flags))) {
+    log->create(name_of_log_in_use(flags));
+  }
 }
 
 void reopen_snapshot_log() {
@@ -55,7 +69,9 @@ void open_child_logs() {
 }
 
 void flush_to_record_log() {
+  const KeepErrno keep;  // of the hook whose record filled the buffer, also while a child makes its log
   open_child_logs();
+  if (primary_buffer.count > 0) record_log.note_finding();
   record_log.flush();
 }
 

@@ -23,11 +23,15 @@ const char* name_of_log_in_use(const Flags& flags);
 // headers and it is open, else null.
 Log* open_log(const Flags& flags) REQUIRES(hook_mutex);
 
+// False when QUARL_MAPS_SIZE asks for more than a log can hold: none is created then, and records are dropped without a
+// word. Told once, on standard error.
+bool logs_are_possible() REQUIRES(hook_mutex);
+
 // Fills the header image; once, after configuration, and again in a forked child.
 void build_log_header() REQUIRES(hook_mutex);
 
 // Creates the log that is in use, unless it is open or a file of its name exists (QUARL_LOG_OVERLAY overwrites one that
-// this process has not made itself).
+// this process has not made itself). One that is open and was begun on a full disk is begun anew.
 void open_log_files() REQUIRES(hook_mutex);
 
 // Opens the snapshot log again, when it is in use, closed, and its file exists.

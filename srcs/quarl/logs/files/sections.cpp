@@ -27,8 +27,8 @@ size_t whole_lines(const char* text, size_t size) {
 
 // Copies the maps text from the maps file's position to the offset, cut after the last whole line that leaves room for
 // a NUL in the section. Returns its bytes.
-size_t copy_maps_text(LogFile& file, int64_t offset) REQUIRES(hook_mutex) {
-  size_t room = maps_section_size() - 1;  // for the text; its NUL is there already
+uint64_t copy_maps_text(LogFile& file, int64_t offset) REQUIRES(hook_mutex) {
+  uint64_t room = maps_section_size() - 1;  // for the text; its NUL is there already
   char line_start[1024];
   size_t held = 0;  // bytes in the buffer that do not make a whole line yet
   while (room > 0) {
@@ -38,7 +38,7 @@ size_t copy_maps_text(LogFile& file, int64_t offset) REQUIRES(hook_mutex) {
     size_t out = whole_lines(line_start, held);
     if (out == 0 && held == sizeof line_start) out = held;  // a line longer than the buffer
     const bool last = out > room;
-    if (last) out = whole_lines(line_start, room);
+    if (last) out = whole_lines(line_start, static_cast<size_t>(room));
     told(file.patch(offset, line_start, out));
     offset += static_cast<int64_t>(out);
     room -= out;
@@ -47,6 +47,10 @@ size_t copy_maps_text(LogFile& file, int64_t offset) REQUIRES(hook_mutex) {
     memmove(line_start, line_start + out, held);
   }
   return maps_section_size() - 1 - room;
+}
+
+FileResult append_or_zeros(LogFile& file, const void* data, size_t size) {
+  return data != nullptr ? file.append(data, size) : file.append_zeros(size);
 }
 
 }  // namespace
@@ -63,19 +67,24 @@ LogHeader identity_header() {
   return header;
 }
 
+bool layout_fits(int64_t start) {
+  const uint64_t before_maps = static_cast<uint64_t>(start) + sizeof(LogHeader);
+  return before_maps + maps_section_size() + sizeof(ProfInfo) + kThreadTableSize <= UINT32_MAX;
+}
+
 void lay_out_from(int64_t start, LogHeader* header) {
   header->maps_offset = static_cast<uint32_t>(start) + sizeof(LogHeader);
-  header->stats_offset = header->maps_offset + maps_section_size();
+  header->stats_offset = header->maps_offset + static_cast<uint32_t>(maps_section_size());
   header->threads_offset = header->stats_offset + sizeof(ProfInfo);
   header->records_offset = header->threads_offset + kThreadTableSize;
 }
 
-FileResult append_profile_block(LogFile& file) {
-  return prof_info != nullptr ? file.append(prof_info, sizeof *prof_info) : file.append_zeros(sizeof *prof_info);
-}
-
-FileResult append_thread_table(LogFile& file) {
-  return thread_table != nullptr ? file.append(thread_table, kThreadTableSize) : file.append_zeros(kThreadTableSize);
+FileResult append_sections(LogFile& file, const LogHeader& header, bool threads) {
+  FileResult done = file.append(&header, sizeof header);
+  if (done.ok()) done = file.append_zeros(maps_section_size());
+  if (done.ok()) done = append_or_zeros(file, prof_info, sizeof *prof_info);
+  if (done.ok() && threads) done = append_or_zeros(file, thread_table, kThreadTableSize);
+  return done;
 }
 
 void fill_maps_section(LogFile& file, const LogHeader& header) {
@@ -93,7 +102,7 @@ void refresh_maps_section(LogFile& file, const LogHeader& header) {
     print(kStdout, "read maps file failed,and error is %s\n", error_text(errno));
     return;
   }
-  const size_t copied = copy_maps_text(file, header.maps_offset);
+  const uint64_t copied = copy_maps_text(file, header.maps_offset);
   // A longer text from before must not look out behind this one.
   told(file.patch_zeros(header.maps_offset + static_cast<int64_t>(copied), maps_section_size() - copied));
 }

@@ -8,6 +8,7 @@ void log_fault(const OpRecord& record) {
   open_child_logs();
   Log* log = open_log(Flags());
   if (log == nullptr) return;
+  log->note_finding();
   RecordBuffer& buffer = log->buffer();
   if (buffer.full()) log->flush();
   if (buffer.full()) return;

@@ -16,8 +16,8 @@ void snapshot_row_filled() {
   if (primary_buffer.full()) snapshot_log.flush();
 }
 
-void end_snapshot(uint32_t records) {
-  snapshot_log.end_snapshot(records);
+void end_snapshot(uint32_t records, uint32_t own) {
+  snapshot_log.end_snapshot(records, own);
 }
 
 }  // namespace quarl

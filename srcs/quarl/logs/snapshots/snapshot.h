@@ -7,7 +7,7 @@
 
 namespace quarl {
 
-// Begins the snapshot in the snapshot log, which must be open.
+// Begins the snapshot in the snapshot log, which must be ready.
 void begin_snapshot() REQUIRES(hook_mutex);
 
 // The next row, to be filled in place; null when there is no memory for a buffer, and the snapshot holds no rows. Each
@@ -15,7 +15,7 @@ void begin_snapshot() REQUIRES(hook_mutex);
 OpRecord* next_snapshot_row() REQUIRES(hook_mutex);
 void snapshot_row_filled() REQUIRES(hook_mutex);
 
-// Ends it; `records` rows were written, those of faults included.
-void end_snapshot(uint32_t records) REQUIRES(hook_mutex);
+// Ends it; `records` rows were written, those of faults included. All but `own` are what a forked child found there.
+void end_snapshot(uint32_t records, uint32_t own) REQUIRES(hook_mutex);
 
 }  // namespace quarl

@@ -1,5 +1,8 @@
 #include "logs/snapshots/snapshot_chain.h"
 
+#include <cerrno>
+
+#include "logs/files/log_files.h"
 #include "logs/files/log_names.h"
 #include "logs/files/sections.h"
 #include "platform/print.h"
@@ -18,41 +21,55 @@ void SnapshotChain::build_header() {
   header_ = identity_header();
 }
 
+// Of a file that the application has closed the chain goes on.
 bool SnapshotChain::ensure_open() {
   if (file_.is_open()) return true;
-  present_ = previous_ = 0;
+  if (file_.created() && file_.exists(autosnap_log_name) && file_.reopen(autosnap_log_name).ok()) return true;
+  last_ = kNone;
   if (file_.create(autosnap_log_name).ok()) return true;
   print(kStdout, "Create auto snap file failed!\n");
   return false;
 }
 
-// The header image still holds the previous snapshot's fields.
-void SnapshotChain::link_previous() {
-  if (present_ == 0) return;
-  header_.next_snapshot = static_cast<uint32_t>(present_);
-  told(file_.patch(previous_, &header_, sizeof header_));
+// Behind the chain; what a snapshot left there that could not be cut off stays between.
+FileResult SnapshotChain::find_place() {
+  present_ = last_ == kNone ? 0 : file_.end();
+  if (!layout_fits(present_)) return FileResult::failure(EFBIG);
+  return present_ == file_.end() ? FileResult::success() : file_.cut(present_);
 }
 
-void SnapshotChain::append_sections() {
-  told(file_.append_zeros(maps_section_size()));
-  append_profile_block(file_).unchecked();  // a full disk was told by then
-  if (Flags().set(kThread)) append_thread_table(file_).unchecked();
-  fill_maps_section(file_, header_);
-}
-
-bool SnapshotChain::begin(int number) {
-  if (!ensure_open()) return false;
-  previous_ = present_;
-  present_ = file_.end();
-  link_previous();
+FileResult SnapshotChain::write_sections(int number) {
   lay_out_from(present_, &header_);
   header_.record_count = 0;
   header_.snapshot_number = static_cast<uint32_t>(number);
   header_.time = static_cast<uint32_t>(clock_sec);
   header_.next_snapshot = 0;
-  told(file_.append(&header_, sizeof header_));
-  append_sections();
-  return true;
+  return append_sections(file_, header_, Flags().set(kThread));
+}
+
+bool SnapshotChain::begin(int number) {
+  if (!logs_are_possible() || !ensure_open() || !told(find_place())) return false;
+  complete_ = told(write_sections(number));
+  if (complete_) {
+    fill_maps_section(file_, header_);
+  } else {
+    file_.cut(present_).unchecked();
+  }
+  return complete_;
+}
+
+FileResult SnapshotChain::link_to(int64_t snapshot) {
+  const auto next = static_cast<uint32_t>(snapshot);
+  return file_.patch(last_ + static_cast<int64_t>(offsetof(LogHeader, next_snapshot)), &next, sizeof next);
+}
+
+void SnapshotChain::end() {
+  if (complete_ && last_ != kNone) complete_ = told(link_to(present_));
+  if (complete_) {
+    last_ = present_;
+  } else {
+    file_.cut(present_).unchecked();
+  }
 }
 
 bool SnapshotChain::begin_rows() {
@@ -68,7 +85,8 @@ OpRecord* SnapshotChain::next_row() {
 
 void SnapshotChain::write_rows() {
   const size_t bytes = sizeof(OpRecord) * static_cast<size_t>(buffer_.count);
-  if (told(file_.patch(rows_end_, buffer_.records, bytes))) rows_end_ += static_cast<int64_t>(bytes);
+  if (complete_) complete_ = told(file_.patch(rows_end_, buffer_.records, bytes));
+  rows_end_ += static_cast<int64_t>(bytes);
   buffer_.clear();
 }
 
@@ -76,13 +94,13 @@ void SnapshotChain::end_rows(uint32_t records) {
   write_rows();
   header_.record_count = records;
   header_.time = static_cast<uint32_t>(clock_sec);
-  told(file_.patch(present_, &header_, sizeof header_));
+  if (complete_) complete_ = told(file_.patch(present_, &header_, sizeof header_));
 }
 
 void SnapshotChain::forget() {
   file_.forget();
   buffer_.clear();
-  present_ = previous_ = 0;
+  last_ = kNone;
 }
 
 }  // namespace quarl

@@ -7,6 +7,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "platform/checked_programs.h"
 #include "platform/glibc/glibc.h"
 
 namespace quarl::glibc {
@@ -23,13 +24,17 @@ size_t chunk_size(void* raw) {
 }
 
 // Lets the mapping hooks see a mapping that the raw entries make on behalf of a hook. Deeper inside (the checker's own
-// memory, made while it may hold its lock) the mapping stays unseen.
+// memory, made while it may hold its lock) the mapping stays unseen. One that fails is a failure of the block alone.
 class VisibleMapping {
  public:
   VisibleMapping() : depth_(thread_cache().hook_depth) {
     if (depth_ == 1) thread_cache().hook_depth = 0;
+    thread_cache().maps_for_block = true;
   }
-  ~VisibleMapping() { thread_cache().hook_depth = depth_; }
+  ~VisibleMapping() {
+    thread_cache().maps_for_block = false;
+    thread_cache().hook_depth = depth_;
+  }
 
  private:
   int32_t depth_;
@@ -38,7 +43,7 @@ class VisibleMapping {
 }  // namespace
 
 bool wants_mapping(size_t request) {
-  return chunk_reaches(request, kMappedChunk);
+  return chunk_reaches(request, kMappedChunk) && !left_alone();
 }
 
 bool fits_mapping(void* raw, size_t request) {

@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/checked_programs.h"
 #include "platform/glibc/big_offset.h"
 #include "platform/glibc/glibc.h"
 
@@ -19,12 +20,13 @@ void* __libc_memalign(size_t alignment, size_t size);
 namespace {
 
 using namespace quarl::glibc;
+using quarl::left_alone;
 
 constinit bool prepared = false;
 
 // glibc would map large chunks itself, unseen; switched off, bit 1 of a chunk word always means a mapping of ours.
 void switch_off_own_mappings() {
-  if (prepared) return;
+  if (prepared || left_alone()) return;
   prepared = true;
   mallopt(M_MMAP_MAX, 0);
 }
@@ -48,7 +50,7 @@ void* ext_malloc(size_t size) {
 
 void ext_free(void* ptr) {
   if (ptr == nullptr) return;
-  if (is_mapped(ptr)) {
+  if (is_mapped(ptr) && !left_alone()) {
     unmap_chunk(ptr);
   } else {
     __libc_free(ptr);
@@ -63,6 +65,7 @@ void* ext_realloc(void* ptr, size_t size) {
   }
   const bool to_mapping = wants_mapping(size);
   if (!is_mapped(ptr) && !to_mapping) return __libc_realloc(ptr, size);
+  if (left_alone()) return __libc_realloc(ptr, size);
   if (is_mapped(ptr) && to_mapping && fits_mapping(ptr, size)) return ptr;
   return resize_by_copy(ptr, size);
 }

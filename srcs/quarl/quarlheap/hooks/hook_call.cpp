@@ -5,6 +5,7 @@
 #include "platform/system.h"
 #include "quarlheap/checking/heap_check.h"
 #include "quarlheap/upkeep/reload.h"
+#include "state/process.h"
 
 namespace quarl {
 
@@ -12,6 +13,7 @@ namespace quarl {
   const KeepErrno keep;
   const InsideChecker inside;  // a second level: memory made here is the checker's own
   const ScopedLock lock;
+  if (hooks_installed == 0) return Flags();  // the process has ended the checker meanwhile
   if (Flags().reload_wanted()) reload();
   if (Flags().check_trigger(check_triggers)) qr_heap_check();
   return Flags();

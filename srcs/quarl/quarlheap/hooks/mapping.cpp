@@ -93,6 +93,7 @@ void note_unmapping(const Flags& flags, uint32_t address, uint32_t length, bool 
   const Flags config = enter_hook(0);
   void* mapped = raw::map(addr, length, prot, flags, fd, offset);
   if (!config.tracked()) return mapped;
+  if (mapped == MAP_FAILED && thread_cache().maps_for_block) return mapped;  // a failure of the block, counted as such
   const KeepErrno keep;
   CallTrace trace;
   take_trace(config, &trace);

@@ -8,10 +8,13 @@
 
 #include "agent/agent.h"
 #include "config/configuration.h"
+#include "logs/files/log_directory.h"
 #include "logs/files/log_files.h"
+#include "logs/files/log_keeping.h"
 #include "logs/files/maps_file.h"
 #include "logs/mappings/mapping_records.h"
 #include "logs/snapshots/snapshot_chain.h"
+#include "platform/checked_programs.h"
 #include "platform/code_map.h"
 #include "platform/libc_hooks.h"
 #include "platform/stack.h"
@@ -73,6 +76,8 @@ void forget_headed_block(void* user) {
 }
 
 void prepare_logs() REQUIRES(hook_mutex) {
+  settle_log_directory();
+  settle_log_keeping();
   build_log_header();
   primary_buffer.allocate(settings.trace_buf_size);
   snapshot_chain.set_up();
@@ -90,7 +95,7 @@ void prepare_platform() {
 
 // The C library may call it again: it does nothing once the hooks are installed.
 [[gnu::constructor]] void start() {
-  if (hooks_installed != 0) return;
+  if (hooks_installed != 0 || left_alone()) return;
   const KeepErrno keep;
   const InsideChecker inside;
   prepare_platform();

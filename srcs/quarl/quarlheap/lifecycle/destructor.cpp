@@ -1,13 +1,16 @@
 // Shut-down: on the thread that exits the process, which may hold hook_mutex (an item handler or a signal handler that
 // interrupted a hook called exit).
 #include "logs/files/log_files.h"
+#include "logs/files/log_keeping.h"
 #include "logs/files/maps_file.h"
 #include "logs/mappings/mapping_records.h"
 #include "logs/records/record.h"
 #include "logs/snapshots/snapshot_chain.h"
+#include "platform/checked_programs.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/model/used_list.h"
 #include "quarlheap/upkeep/dump.h"
 #include "quarlheap/upkeep/interval_timer.h"
 
@@ -37,6 +40,7 @@ void close_log_files() REQUIRES(hook_mutex) {
 }
 
 [[gnu::destructor]] void stop() {
+  if (left_alone()) return;
   const KeepErrno keep;
   {
     const InsideChecker inside;
@@ -45,7 +49,9 @@ void close_log_files() REQUIRES(hook_mutex) {
     run_exit_dump();
     release_all_record_pages();
     restore_hooks();
+    close_used_list();
     close_log_files();
+    remove_logs_that_say_nothing();
     delete_interval_timer();
   }
   // Called from inside a hook or not, this thread is through with the checker: what it releases from here on goes back

@@ -11,6 +11,7 @@
 #include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/upkeep/interval_timer.h"
+#include "state/clock.h"
 #include "state/process.h"
 
 namespace quarl {
@@ -43,6 +44,7 @@ void leave_parent_logs() REQUIRES(hook_mutex) {
 void become_own_process() REQUIRES(hook_mutex) {
   forked_child = true;
   proc_pid = getpid();
+  inherited_seq_num = last_seq_num;
   forget_interval_timer();
   settings.snap_interval = 0;
   renew_log_names();

@@ -7,6 +7,13 @@ namespace quarl {
 constinit Address heap_block_head = 0;
 constinit Address heap_block_tail = 0;
 constinit uint32_t heap_block_count = 0;
+constinit bool used_list_closed = false;
+
+void close_used_list() {
+  used_list_closed = true;
+  heap_block_head = heap_block_tail = 0;
+  heap_block_count = 0;
+}
 
 namespace {
 
@@ -70,6 +77,7 @@ Neighbour find_neighbour(Address p, HeaderWord forth, HeaderWord back, Address n
 }  // namespace
 
 bool is_listed(Address p) {
+  if (used_list_closed) return true;
   if (heap_block_head == p || heap_block_tail == p) return true;
   if (DoubtfulBlock(p).can_be_block() && (header::names(header::link(p, kNextLink), kPrevLink, p) ||
                                           header::names(header::link(p, kPrevLink), kNextLink, p))) {
@@ -86,6 +94,7 @@ bool has_wild_link(DoubtfulBlock block) {
 }
 
 void unlink_damaged(Address p) {
+  if (used_list_closed) return;
   const Neighbour next = find_neighbour(p, kNextLink, kPrevLink, heap_block_head, heap_block_tail);
   const Neighbour prev = find_neighbour(p, kPrevLink, kNextLink, heap_block_tail, heap_block_head);
   if (next.writable) header::set_link(next.at, kPrevLink, prev.at);

@@ -11,6 +11,11 @@ namespace quarl {
 extern Address heap_block_head GUARDED_BY(hook_mutex);  // 0 when the list is empty
 extern Address heap_block_tail GUARDED_BY(hook_mutex);
 extern uint32_t heap_block_count GUARDED_BY(hook_mutex);  // blocks that were linked and not unlinked
+extern bool used_list_closed GUARDED_BY(hook_mutex);
+
+// At the end, once the hooks are gone: blocks go back to the allocator past the list from then on, and a link may lead
+// into memory that is somebody else's. The list is empty, and hooks that other threads are still inside leave it so.
+void close_used_list() REQUIRES(hook_mutex);
 
 namespace header {
 
@@ -36,6 +41,7 @@ inline void link_block(SoundBlock block) REQUIRES(hook_mutex) {
   enter_pages(p, block.chunk_word(), block.last_byte());
   ++heap_block_count;
   header::set_link(p, kSelfLink, p);
+  if (__builtin_expect(used_list_closed, 0)) return;
   header::set_link(p, kPrevLink, heap_block_tail);
   header::set_link(p, kNextLink, 0);
   if (heap_block_tail != 0) header::set_link(heap_block_tail, kNextLink, p);

@@ -4,6 +4,7 @@
 #include "logs/statistics/statistics.h"
 #include "quarlheap/checking/heap_check.h"
 #include "quarlheap/upkeep/effects.h"
+#include "state/process.h"
 
 namespace quarl {
 namespace {
@@ -21,6 +22,7 @@ void act(const Flags& flags) REQUIRES(hook_mutex) {
 
 void take_agent_line(const char* line) {
   const ScopedLock lock;
+  if (hooks_installed == 0) return;  // the process ends
   if (apply_line(line, carry_out) == 0) act(Flags());
 }
 

@@ -12,7 +12,9 @@ constinit int snap_count GUARDED_BY(hook_mutex) = 0;
 
 void take_snapshot() REQUIRES(hook_mutex) {
   ++snap_count;
-  if (snapshot_chain.begin(snap_count) && settings.snap_detail == 1) write_auto_snapshot_rows();
+  if (!snapshot_chain.begin(snap_count)) return;
+  if (settings.snap_detail == 1) write_auto_snapshot_rows();
+  snapshot_chain.end();
 }
 
 }  // namespace

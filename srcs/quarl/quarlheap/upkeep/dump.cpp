@@ -21,7 +21,7 @@ void refresh_sections(const Flags& flags, bool with_statistics) REQUIRES(hook_mu
 }
 
 void snapshot_if_in_use(const Flags& flags) REQUIRES(hook_mutex) {
-  if (log_in_use(flags) == &snapshot_log && snapshot_log.is_open()) write_snapshot();
+  if (log_in_use(flags) == &snapshot_log && snapshot_log.ready()) write_snapshot();
 }
 
 void tell_where(const Flags& flags) REQUIRES(hook_mutex) {

@@ -4,11 +4,13 @@
 #include "quarlheap/checking/heap_check.h"
 #include "quarlheap/upkeep/auto_snapshot.h"
 #include "quarlheap/upkeep/dump.h"
+#include "state/process.h"
 
 namespace quarl {
 
 void do_pending_work(uint32_t work) {
   hook_mutex.assert_held();
+  if (hooks_installed == 0) return;  // after the end: the last snapshot is to stay
   const InsideChecker inside;
   if ((work & kPendingTick) != 0) take_due_snapshot();
   if ((work & kPendingCheck) != 0) qr_heap_check();

@@ -7,6 +7,7 @@
 #include "quarlheap/checking/fault_report.h"
 #include "quarlheap/model/block_row.h"
 #include "quarlheap/model/used_list.h"
+#include "state/clock.h"
 
 namespace quarl {
 namespace {
@@ -18,42 +19,45 @@ void count_block(DoubtfulBlock block, Histogram* histogram) {
   if (!covered) histogram->add(block.claimed_size());
 }
 
-void put_live_row(DoubtfulBlock block) REQUIRES(hook_mutex) {
+// The rows of a snapshot, and those of them that are not what a forked child found.
+struct RowCount {
+  uint32_t all = 0;
+  uint32_t own = 0;
+};
+
+void put_live_row(DoubtfulBlock block, RowCount* rows) REQUIRES(hook_mutex) {
   OpRecord* row = next_snapshot_row();
-  if (row == nullptr) return;
-  fill_live_row(block, row);
-  snapshot_row_filled();
+  ++rows->all;
+  if (row != nullptr) fill_live_row(block, row);
+  if (row == nullptr || is_own_seq_num(row->seq_num)) ++rows->own;
+  if (row != nullptr) snapshot_row_filled();
 }
 
-// Ends at a head overrun, behind which no link can be trusted. Returns the number of rows, those of faults included.
-uint32_t write_blocks(Histogram* histogram) REQUIRES(hook_mutex) {
-  uint32_t rows = 0;
+// Ends at a head overrun, behind which no link can be trusted. The rows of faults count as well.
+void write_blocks(Histogram* histogram, RowCount* rows) REQUIRES(hook_mutex) {
   for (BlockWalk walk; walk.here(); walk.step()) {
     const DoubtfulBlock block = walk.block();
     count_block(block, histogram);
     const FaultCode code = qr_check_block(block);
     if (code != QR_FAULT_NONE) {
       qr_report_fault(block, code);
-      ++rows;
+      ++rows->all;
       if (code == QR_FAULT_HEAD) break;
     }
-    put_live_row(block);
-    ++rows;
+    put_live_row(block, rows);
   }
-  return rows;
 }
 
-uint32_t write_mappings(Histogram* histogram) REQUIRES(hook_mutex) {
-  uint32_t rows = 0;
+void write_mappings(Histogram* histogram, RowCount* rows) REQUIRES(hook_mutex) {
   for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) {
     histogram->add(entry->record.size);
-    ++rows;
+    ++rows->all;
+    if (is_own_seq_num(entry->record.seq_num)) ++rows->own;
     OpRecord* row = next_snapshot_row();
     if (row == nullptr) continue;
     *row = entry->record;
     snapshot_row_filled();
   }
-  return rows;
 }
 
 }  // namespace
@@ -61,10 +65,11 @@ uint32_t write_mappings(Histogram* histogram) REQUIRES(hook_mutex) {
 void write_snapshot() {
   Histogram histogram;
   begin_snapshot();
-  uint32_t rows = write_blocks(&histogram);
-  rows += write_mappings(&histogram);
-  end_snapshot(rows);
-  histogram.print_if_wanted(rows);
+  RowCount rows;
+  write_blocks(&histogram, &rows);
+  write_mappings(&histogram, &rows);
+  end_snapshot(rows.all, rows.own);
+  histogram.print_if_wanted(rows.all);
 }
 
 void print_unfreed_table() {

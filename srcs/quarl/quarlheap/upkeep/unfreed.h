@@ -5,7 +5,7 @@
 
 namespace quarl {
 
-// The snapshot in the snapshot log, which must be open, and the histogram. Faults met on the way are reported.
+// The snapshot in the snapshot log, which must be ready, and the histogram. Faults met on the way are reported.
 void write_snapshot() REQUIRES(hook_mutex);
 
 // The histogram alone, when anything is live.

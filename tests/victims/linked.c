@@ -1,0 +1,6 @@
+// Needs the library by itself, as a program that no LD_PRELOAD reaches: leaves one block unfreed.
+#include <stdlib.h>
+
+int main(void) {
+  return malloc(10) == NULL;
+}
