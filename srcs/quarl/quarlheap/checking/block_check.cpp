@@ -1,6 +1,5 @@
 #include "quarlheap/checking/block_check.h"
 
-#include <string.h>
 #include <unistd.h>
 
 #include "quarlheap/model/used_list.h"
@@ -14,11 +13,6 @@ uint32_t recorded_alignment(const BoundedBlock& block) {
   if (!op_has_trace_info(info.operation())) return 0;
   const uint32_t log2 = info.align_log2();
   return log2 == 0 || log2 >= 32 ? 0 : 1U << log2;
-}
-
-// The chunk that the allocator gives for the bytes that the hook asked of it.
-uint32_t expected_chunk(const BoundedBlock& block) {
-  return chunk_size_for(block.size() + block.offset() + block.layout().guard_size());
 }
 
 uint32_t expected_mapping(uint32_t chunk, uint32_t alignment, uint32_t actual) {
@@ -40,27 +34,10 @@ bool size_tolerable(const BoundedBlock& block, ChunkWord chunk, uint32_t expecte
   return difference <= tolerance && difference >= -tolerance;
 }
 
-bool chunk_fits(const BoundedBlock& block) {
-  const ChunkWord chunk = block.chunk();
-  const uint32_t expected = expected_chunk(block);
-  if (__builtin_expect(chunk.size() == expected && !chunk.mapped(), 1)) return true;
-  return size_tolerable(block, chunk, expected);
-}
-
-bool guard_intact(const BoundedBlock& block) {
-  return memcmp(pointer_to(block.p() + block.size()), kTailGuard, sizeof kTailGuard) == 0;
-}
-
 }  // namespace
 
-bool header_fits(const BoundedBlock& block) {
-  return block && chunk_fits(block) && block.end_exists();
-}
-
-FaultCode check_linked_block(const BoundedBlock& block) {
-  if (!header_fits(block)) return QR_FAULT_HEAD;
-  if (block.layout().guard && !guard_intact(block)) return QR_FAULT_TAIL;
-  return QR_FAULT_NONE;
+bool chunk_tolerable(BoundedBlock block) {
+  return size_tolerable(block, block.chunk(), expected_chunk(block));
 }
 
 FaultCode qr_check_block(DoubtfulBlock block) {

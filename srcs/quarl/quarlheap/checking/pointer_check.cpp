@@ -55,7 +55,7 @@ CheckedPointer classify_pointer(Address p) {
     return {p, 0, false};
   }
   const BoundedBlock bounded = block.bounded();
-  const bool whole = bounded && well_linked(p);
+  const bool whole = bounded && !used_list_closed && well_linked(p);
   if (__builtin_expect(!whole, 0)) check_links(block);
   const FaultCode code = check_linked_block(bounded);
   if (code != QR_FAULT_NONE) report_and_stop(block, code, true);

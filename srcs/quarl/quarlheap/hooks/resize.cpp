@@ -88,7 +88,7 @@ void put_back_old_block(const Resize& resize) {
   counters_for(resize.flags).undo_release(kOpReallocRelease, resize.old_size);
   if (!resize.headed()) return;
   const SoundBlock block = resize.old_block();
-  link_block(block);
+  link_block(block, block.last_byte());
   if (!resize.flags.record_log()) return;
   CallTrace made_by;
   made_by.depth = block.trace_depth() < kMaxTrace ? block.trace_depth() : kMaxTrace;

@@ -83,27 +83,24 @@ class BoundedBlock {
 
   Address p() const { return p_; }
   uint32_t offset() const { return offset_; }  // from the raw block to p
-  HeaderLayout layout() const { return layout_; }
-  TraceInfo info() const { return info_; }
+  HeaderLayout layout() const { return header::layout(p_); }
+  TraceInfo info() const { return header::trace_info(p_, layout()); }
   uint32_t size() const { return header::word(p_, kUserSize); }
   ChunkWord chunk() const { return chunk_before(p_ - offset_); }
 
   // Whether the block's last bytes, as many as the guard has, lie in memory that is there.
   bool end_exists() const {
-    const Address last = p_ + size() + layout_.guard_size() - 1;
+    const Address last = p_ + size() + layout().guard_size() - 1;
     return page_is_live(last) && page_is_live(last - 3);
   }
 
  private:
   friend class DoubtfulBlock;
-  BoundedBlock() : p_(0), offset_(0), layout_{}, info_{0} {}
-  BoundedBlock(Address p, uint32_t offset, const HeaderLayout& layout, TraceInfo info)
-      : p_(p), offset_(offset), layout_(layout), info_(info) {}
+  BoundedBlock() : p_(0), offset_(0) {}
+  BoundedBlock(Address p, uint32_t offset) : p_(p), offset_(offset) {}
 
   Address p_;
   uint32_t offset_;
-  HeaderLayout layout_;
-  TraceInfo info_;
 };
 
 // A pointer that is said to be a block.
@@ -129,23 +126,29 @@ class DoubtfulBlock {
 
   // What it claims, when that can be: false when the header is damaged for certain.
   [[gnu::always_inline]] BoundedBlock bounded() const {
-    if (!can_be_block()) return {};
+    if (__builtin_expect(p_ % 8 != 0 || !page_is_live(p_ - 4), 0)) return {};
+    if (__builtin_expect(!on_one_page(p_ - 4, p_ - kLongestFields), 0) && !fields_exist()) return {};
     const HeaderLayout layout = claimed_layout();
-    if (!page_is_live(p_ - layout.lowest_offset(0))) return {};
     const TraceInfo info = header::trace_info(p_, layout);
     if (!info_can_be(info)) return {};
     const uint32_t offset = layout.header_offset(info);
     if (!page_is_live(p_ - offset - 4)) return {};
-    return {p_, offset, layout, info};
+    return {p_, offset};
   }
 
   friend bool operator==(DoubtfulBlock a, DoubtfulBlock b) { return a.p_ == b.p_; }
 
  private:
+  // The last step of the way down is judged by the flags, which have to be there for it.
+  [[gnu::noinline]] bool fields_exist() const {
+    return can_be_block() && page_is_live(p_ - claimed_layout().lowest_offset(0));
+  }
+
   // A block lies at its alignment, and no trace is longer than the longest.
   bool info_can_be(TraceInfo info) const {
     const uint32_t log2 = info.align_log2();
     if (info.depth() > kMaxTrace) return false;
+    if (__builtin_expect(log2 == kPlainAlignLog2, 1)) return true;  // as every pointer that can be a block
     return log2 == 0 || (log2 >= kPlainAlignLog2 && log2 < 32 && (p_ & ((1U << log2) - 1)) == 0);
   }
 

@@ -25,8 +25,8 @@ constexpr bool on_one_page(Address a, Address b) {
 }
 
 // The pages of a block beside that of its links; see block_span.
-void enter_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
-void leave_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
+[[gnu::cold, gnu::noinline]] void enter_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
+[[gnu::cold, gnu::noinline]] void leave_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
 
 // A block at p becomes live, or ends: `lowest` is the address of its chunk word, `last` that of its last byte.
 inline void enter_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex) {

@@ -27,18 +27,24 @@ inline void set_link(Address p, HeaderWord which, Address target) {
   link = (link & kLinkFlags) | target;
 }
 
-// Whether p is a block that names itself and, by this link, its neighbour.
+// Whether p, a link's target, is a block that names itself and, by this link, its neighbour. One that names itself is
+// aligned as blocks are, or as good as one to whoever wrote there.
 inline bool names(Address p, HeaderWord which, Address neighbour) {
-  const DoubtfulBlock block(p);
-  return block.can_be_block() && block.names_itself() && link(p, which) == neighbour;
+  const Address lowest = p - kFixedSize;
+  if (!page_is_live(lowest)) return false;
+  if (__builtin_expect((lowest & ((1U << kPageShift) - 1)) > (1U << kPageShift) - kFixedSize, 0) &&
+      !page_is_live(p - 4)) {
+    return false;
+  }
+  return (word(p, kSelfLink) ^ p) <= kLinkFlags && (word(p, which) ^ neighbour) <= kLinkFlags;
 }
 
 }  // namespace header
 
 // Appends the block; its links were empty, and their flags stay.
-inline void link_block(SoundBlock block) REQUIRES(hook_mutex) {
+inline void link_block(SoundBlock block, Address last_byte) REQUIRES(hook_mutex) {
   const Address p = block.p();
-  enter_pages(p, block.chunk_word(), block.last_byte());
+  enter_pages(p, block.chunk_word(), last_byte);
   ++heap_block_count;
   header::set_link(p, kSelfLink, p);
   if (__builtin_expect(used_list_closed, 0)) return;
@@ -59,13 +65,13 @@ inline bool well_linked(Address p) REQUIRES(hook_mutex) {
 
 // Whether the list knows the block, however damaged its links are: a neighbour or an end of the list names it, or a
 // walk from either end meets it.
-bool is_listed(Address p) REQUIRES(hook_mutex);
+[[gnu::cold, gnu::noinline]] bool is_listed(Address p) REQUIRES(hook_mutex);
 
 // Whether a link of the block leads to where no block can be. 0, the block itself and the head end a walk.
-bool has_wild_link(DoubtfulBlock block) REQUIRES(hook_mutex);
+[[gnu::noinline]] bool has_wild_link(DoubtfulBlock block) REQUIRES(hook_mutex);
 
 // Takes a block off the list whose links are damaged, and mends its neighbours' links as far as others tell of them.
-void unlink_damaged(Address p) REQUIRES(hook_mutex);
+[[gnu::cold, gnu::noinline]] void unlink_damaged(Address p) REQUIRES(hook_mutex);
 
 // `whole`: the block is well linked.
 inline void unlink_block(SoundBlock block, bool whole) REQUIRES(hook_mutex) {
@@ -96,7 +102,7 @@ inline void mark_released(SoundBlock block, bool whole) REQUIRES(hook_mutex) {
   constexpr uint32_t kTypicalHeader = 72;
   const DoubtfulBlock block(p);
   prefetch(p - kTypicalHeader);
-  if (!block.can_be_block() || !block.names_itself()) return;
+  if (!page_is_live(p - 4) || !page_is_live(p - kFixedSize) || !block.names_itself()) return;
   prefetch(header::link(p, kNextLink) - 12);
   prefetch(header::link(p, kPrevLink) - 12);
   prefetch(p + block.claimed_size());
