@@ -59,10 +59,6 @@ class Damage(unittest.TestCase):
         print(f"seed {seed}", file=sys.stderr, flush=True)
         totals, failed = [0] * 4, []
         for here, configuration in enumerate(CONFIGURATIONS):
-            # Emulated and with a timer, about one round in 500 hangs inside malloc_usable_size. Whose fault that is is not
-            # known; the long runs play these rounds all the same.
-            if emulated and here == FRESH and "QUARL_DAMAGE_ROUNDS" not in os.environ:
-                continue
             count = rounds // len(CONFIGURATIONS)
             out, err, line = rounds_of(configuration, count, seed, here)
             ended = re.search(r"^sound (\d+) apart (\d+) failed (\d+) stopped (\d+)$", out, re.M)
