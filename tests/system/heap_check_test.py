@@ -76,6 +76,7 @@ class HeapCheck(case.Case):
         self.assertEqual(self.found(driver, "check"), [blocks[0], blocks[2]])
         self.assert_ends(driver, driver.out)
 
+    @promise("When a damaged link loses blocks from the list, one line on standard error says so.")
     def test_damaged_links_end_the_walk(self):
         driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0")
         blocks = [driver.malloc(16) for _ in range(3)]
@@ -84,9 +85,12 @@ class HeapCheck(case.Case):
         for target in (blocks[1], blocks[0], 0):
             driver.set_word(blocks[1] - 8, target | link & 3)
             self.assertEqual(self.found(driver, "check"), [])
+        driver.await_match("out of reach", "err")
+        told = driver.err
+        self.assertRegex(told, rf"^quarl: the list of live blocks breaks off at 0x{blocks[1]:x}: \d+ of \d+ blocks are out of reach\n$")
         driver.set_word(blocks[1] - 8, link)
         self.assertEqual(self.found(driver, "check"), [blocks[2]])
-        self.assert_ends(driver, driver.out)
+        self.assert_ends(driver, driver.out, told)
 
     @promise("No request is lost; several of one kind may be answered by one.")
     def test_handler_of_a_trigger_survives_a_busy_lock(self):

@@ -56,7 +56,7 @@ TEST(Header, ReadsBackWhatWasWritten) {
           SCOPED_TRACE(testing::Message() << mask << " op " << op << " depth " << depth << " log2 " << log2);
           const MadeBlock block({flags_of(mask), op, 33, depth, log2});
           const HeaderLayout layout = block.sound().layout();
-          EXPECT_EQ(header_offset_of(block.p), block.placement.offset);
+          EXPECT_EQ(block.doubtful().bounded().offset(), block.placement.offset);
           EXPECT_EQ(block.p % (1U << log2), 0U);
           EXPECT_EQ(block.sound().size(), 33U);
           EXPECT_EQ(layout.tid, (mask & 1) != 0);
@@ -79,14 +79,14 @@ TEST(UsedList, KeepsItsOrderThroughEveryRemoval) {
     std::vector<std::unique_ptr<MadeBlock>> blocks(3);
     for (auto& block : blocks) block = std::make_unique<MadeBlock>(BlockShape{});
     const ScopedLock lock;
-    for (auto& block : blocks) link_block(block->sound());
+    for (auto& block : blocks) link_block(block->sound(), block->sound().last_byte());
     std::vector<Address> left = {blocks[0]->p, blocks[1]->p, blocks[2]->p};
     for (int index : removals) {
       const SoundBlock gone = blocks[static_cast<size_t>(index)]->sound();
-      unlink_block(gone);
+      unlink_block(gone, well_linked(gone.p()));
       left.erase(std::find(left.begin(), left.end(), gone.p()));
       std::vector<Address> walked, back;
-      for (DoubtfulBlock each = first_on_walk(); !each.is_null(); each = next_on_walk(each)) walked.push_back(each.p());
+      for (BlockWalk walk; walk.here(); walk.step()) walked.push_back(walk.block().p());
       for (Address p = heap_block_tail; p != 0; p = header::link(p, kPrevLink)) back.insert(back.begin(), p);
       EXPECT_EQ(walked, left);
       EXPECT_EQ(back, left);

@@ -35,12 +35,18 @@ class MadeBlock {
     const ScopedLock lock;
     fill_header(p, shape.flags, shape.size, shape.op, trace, shape.align_log2);
     header::word(p, kSelfLink) |= p;
+    last_ = sound().last_byte();
+    enter_pages(p, raw - 4, last_);
+  }
+  ~MadeBlock() {
+    const ScopedLock lock;
+    leave_pages(p, raw - 4, last_);
   }
 
   void set_chunk(uint32_t word) { set_chunk_before(raw, {word}); }
   uint32_t chunk() const { return chunk_before(raw).word; }
   DoubtfulBlock doubtful() const { return DoubtfulBlock(p); }
-  SoundBlock sound() const { return SoundBlock(p); }
+  SoundBlock sound() const { return {p, placement.offset}; }
   uint8_t* bytes() const { return reinterpret_cast<uint8_t*>(p); }
 
   // The chunk of an allocator that keeps 4 bytes before each block and rounds to 8, at least 16.
@@ -54,6 +60,7 @@ class MadeBlock {
  private:
   static constexpr size_t kRoom = 400 * 1024;
   std::unique_ptr<uint8_t[]> memory_;
+  Address last_;
 };
 
 }  // namespace quarl

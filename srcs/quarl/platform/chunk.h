@@ -14,7 +14,11 @@ struct ChunkWord {
   uint32_t word;
 
   constexpr uint32_t size() const { return word & ~kLowBits; }
+  // Whether it is an ordinary chunk of this size, a multiple of 8, or of the next: what an allocator gives that rounds
+  // to 8 or to 16.
+  constexpr bool is_ordinary(uint32_t bytes) const { return (((word & ~(kLowBits & ~kMapped)) - bytes) & ~8U) == 0; }
   constexpr bool mapped() const { return (word & kMapped) != 0; }
+  constexpr uint32_t room() const { return size() - (mapped() ? 8 : 4); }  // bytes of the raw block
   static constexpr ChunkWord of_mapping(uint32_t size) { return {size | kMapped}; }
 };
 

@@ -43,7 +43,9 @@ void prepare_raw_entries();
 // How the layer deals with a block that carries a header. Blocks outlive the hooks: destructors of other libraries and
 // other threads release them after the hooks are gone. A C library with hooks of its own has no use for it.
 struct HeadedBlock {
-  void* raw;         // null: the pointer carries no header
+  enum Kind : unsigned char { kNone, kSound, kDamaged };
+  Kind kind;         // kNone: the pointer carries no header; kDamaged: its header cannot be believed
+  void* raw;         // null unless it is sound
   size_t user_size;  // bytes that its user asked for
 };
 struct HeadedBlockAccess {

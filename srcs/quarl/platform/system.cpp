@@ -119,6 +119,13 @@ bool write_quietly(int fd, const void* data, size_t size) {
   return done;
 }
 
+bool word_exists(const uint32_t* word) {
+  // Compares the word with itself unread, wakes nobody and moves nobody; its answer says whether the word was there.
+  constexpr int kCompareRequeue = FUTEX_CMP_REQUEUE | FUTEX_PRIVATE_FLAG;
+  const KeepErrno keep;
+  return syscall(SYS_futex, word, kCompareRequeue, 0, 0, word, 0) != -1 || errno != EFAULT;
+}
+
 void futex_wait(const uint32_t* word, uint32_t expected) {
   syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
 }

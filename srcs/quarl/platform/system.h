@@ -31,6 +31,9 @@ bool write_all(int fd, const void* data, size_t size);
 // The same, raising neither SIGPIPE (no reader) nor SIGXFSZ (file size limit): errno alone tells.
 bool write_quietly(int fd, const void* data, size_t size);
 
+// Whether the aligned word at this address can be read: the kernel is asked, which answers without a fault.
+bool word_exists(const uint32_t* word);
+
 void futex_wait(const uint32_t* word, uint32_t expected);
 bool futex_wait_for(const uint32_t* word, uint32_t expected, int milliseconds);  // false: nobody woke it in time
 void futex_wake(const uint32_t* word, int count);

@@ -12,7 +12,7 @@ constinit HeadedBlockAccess headed{};
 
 // The block goes back to the allocator, or stays where it is (see glibc.h).
 void release_headed(void* user, const HeadedBlock& block) {
-  if (glibc::inside_checker()) return;
+  if (glibc::inside_checker() || block.kind == HeadedBlock::kDamaged) return;
   headed.forget(user);
   ext_free(block.raw);
 }
@@ -24,8 +24,7 @@ void set_headed_block_access(const HeadedBlockAccess& access) {
 }
 
 HeadedBlock glibc::find_headed(void* user) {
-  if (headed.find == nullptr || of_other_allocator(user)) return {nullptr, 0};
-  return headed.find(user);
+  return headed.find != nullptr && !of_other_allocator(user) ? headed.find(user) : HeadedBlock{};
 }
 
 }  // namespace quarl
@@ -72,7 +71,7 @@ extern "C" {
   if (ptr == nullptr) return;
   const Unseen unseen;
   const HeadedBlock block = glibc::find_headed(ptr);
-  if (block.raw != nullptr) {
+  if (block.kind != HeadedBlock::kNone) {
     release_headed(ptr, block);
   } else {
     glibc::forget_bare_block(ptr);
@@ -82,8 +81,8 @@ extern "C" {
 
 [[gnu::noinline]] void* quarl_layer_resize(void* ptr, size_t size) {
   const Unseen unseen;
-  const HeadedBlock block = ptr != nullptr ? glibc::find_headed(ptr) : HeadedBlock{nullptr, 0};
-  if (block.raw == nullptr) {
+  const HeadedBlock block = ptr != nullptr ? glibc::find_headed(ptr) : HeadedBlock{};
+  if (block.kind == HeadedBlock::kNone) {
     const bool bare = glibc::forget_bare_block(ptr);
     void* moved = ext_realloc(ptr, size);
     if (moved == nullptr && bare && size > 0) glibc::note_bare_block(ptr);
@@ -102,7 +101,7 @@ extern "C" {
 QUARL_EXPORT size_t malloc_usable_size(void* ptr) {
   if (ptr == nullptr) return 0;
   const HeadedBlock block = glibc::find_headed(ptr);
-  return block.raw != nullptr ? block.user_size : glibc::raw_capacity(ptr);
+  return block.kind != HeadedBlock::kNone ? block.user_size : glibc::raw_capacity(ptr);
 }
 
 }  // extern "C"

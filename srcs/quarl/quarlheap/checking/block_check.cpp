@@ -1,22 +1,18 @@
 #include "quarlheap/checking/block_check.h"
 
-#include <string.h>
 #include <unistd.h>
+
+#include "quarlheap/model/used_list.h"
 
 namespace quarl {
 namespace {
 
 // Alignment that the size rule allows for, 0 for a block without one.
-uint32_t recorded_alignment(DoubtfulBlock block) {
-  const TraceInfo info = block.claimed_info();
+uint32_t recorded_alignment(const BoundedBlock& block) {
+  const TraceInfo info = block.info();
   if (!op_has_trace_info(info.operation())) return 0;
   const uint32_t log2 = info.align_log2();
   return log2 == 0 || log2 >= 32 ? 0 : 1U << log2;
-}
-
-// The chunk that the allocator gives for the bytes that the hook asked of it.
-uint32_t expected_chunk(DoubtfulBlock block, uint32_t offset) {
-  return chunk_size_for(block.claimed_size() + offset + block.claimed_layout().guard_size());
 }
 
 uint32_t expected_mapping(uint32_t chunk, uint32_t alignment, uint32_t actual) {
@@ -30,7 +26,7 @@ uint32_t expected_mapping(uint32_t chunk, uint32_t alignment, uint32_t actual) {
 }
 
 // Whether the allocator's chunk is one that the header implies, off by no more than the allocator's own rounding.
-bool size_tolerable(DoubtfulBlock block, ChunkWord chunk, uint32_t expected) {
+bool size_tolerable(const BoundedBlock& block, ChunkWord chunk, uint32_t expected) {
   const uint32_t alignment = recorded_alignment(block);
   if (chunk.mapped()) expected = expected_mapping(expected, alignment, chunk.size());
   const int32_t tolerance = alignment == 0 ? 8 : static_cast<int32_t>(alignment > 16 ? alignment : 16);
@@ -38,30 +34,17 @@ bool size_tolerable(DoubtfulBlock block, ChunkWord chunk, uint32_t expected) {
   return difference <= tolerance && difference >= -tolerance;
 }
 
-bool chunk_fits(DoubtfulBlock block, uint32_t offset) {
-  const ChunkWord chunk = chunk_before(block.p() - offset);
-  const uint32_t expected = expected_chunk(block, offset);
-  if (__builtin_expect(chunk.size() == expected && !chunk.mapped(), 1)) return true;
-  return size_tolerable(block, chunk, expected);
-}
-
-bool guard_intact(DoubtfulBlock block) {
-  return memcmp(pointer_to(block.p() + block.claimed_size()), kTailGuard, sizeof kTailGuard) == 0;
-}
-
 }  // namespace
 
-FaultCode check_block_at(DoubtfulBlock block, uint32_t offset) {
-  if (!chunk_fits(block, offset)) return QR_FAULT_HEAD;
-  if (block.claimed_layout().guard && !guard_intact(block)) return QR_FAULT_TAIL;
-  return QR_FAULT_NONE;
+bool chunk_tolerable(BoundedBlock block) {
+  return size_tolerable(block, block.chunk(), expected_chunk(block));
 }
 
 FaultCode qr_check_block(DoubtfulBlock block) {
   if (block.is_null()) return QR_FAULT_NONE;
   if (block.is_freed()) return QR_FAULT_DOUBLE_FREE;
-  if (!block.names_itself()) return QR_FAULT_HEAD;
-  return check_block_at(block, block.claimed_offset());
+  if (!block.names_itself() || !block.can_be_block() || has_wild_link(block)) return QR_FAULT_HEAD;
+  return check_linked_block(block.bounded());
 }
 
 }  // namespace quarl

@@ -5,6 +5,7 @@
 #include "platform/thread_cache.h"
 #include "quarlheap/checking/fault_report.h"
 #include "quarlheap/model/used_list.h"
+#include "state/process.h"
 
 namespace quarl {
 namespace {
@@ -18,9 +19,9 @@ bool wanted(int number) {
 }  // namespace
 
 void qr_heap_check() {
-  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
-    const FaultCode code = qr_check_block(block);
-    if (code != QR_FAULT_NONE) qr_report_fault(block, code);
+  for (BlockWalk walk; walk.here(); walk.step()) {
+    const FaultCode code = qr_check_block(walk.block());
+    if (code != QR_FAULT_NONE) qr_report_fault(walk.block(), code);
     if (code == QR_FAULT_HEAD) return;
   }
 }
@@ -33,7 +34,8 @@ void handle_check_signal(int number) {
 
 extern "C" QUARL_EXPORT void quarl_check_mem(void) {
   using namespace quarl;
-  if (!Flags().check_trigger(kSlopApi)) return;
+  // At the end of the process blocks go without leaving the list.
+  if (!Flags().check_trigger(kSlopApi) || hooks_installed == 0) return;
   const KeepErrno keep;
   // From an application's handler that interrupted a hook on this very thread the lock cannot be had: the check runs
   // when the hook releases it.

@@ -1,6 +1,7 @@
 #include "quarlheap/checking/pointer_check.h"
 
 #include "platform/libc_hooks.h"
+#include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/checking/fault_report.h"
 #include "quarlheap/checking/fault_stop.h"
@@ -24,25 +25,43 @@ namespace {
 }
 
 [[gnu::noinline]] bool qr_find_used_block(Address p, bool lock_held) {
-  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
-    if (block.p() == p) return true;
-    if (qr_check_block(block) == QR_FAULT_HEAD) report_and_stop(block, QR_FAULT_HEAD, lock_held);
+  for (BlockWalk walk; walk.here(); walk.step()) {
+    if (walk.block().p() == p) return true;
+    if (qr_check_block(walk.block()) == QR_FAULT_HEAD) report_and_stop(walk.block(), QR_FAULT_HEAD, lock_held);
   }
-  return false;
+  // Lost from the list by a damaged link, but still known by a neighbour.
+  return is_listed(p);
+}
+
+namespace {
+
+// A block that names itself but is not the list's: it was released, or moved by a resize, and its header outlived it.
+// A link that leads nowhere is a damaged head; others are mended when the block goes.
+[[gnu::cold, gnu::noinline]] void check_links(DoubtfulBlock block) REQUIRES(hook_mutex) {
+  if (!block.can_be_block() || !is_listed(block.p())) report_and_stop(block, QR_FAULT_DOUBLE_FREE, true);
+  if (has_wild_link(block)) report_and_stop(block, QR_FAULT_HEAD, true);
+}
+
+}  // namespace
+
+bool memory_exists_before(Address p) {
+  return sys::word_exists(static_cast<const uint32_t*>(pointer_to((p - 4) & ~3U)));
 }
 
 CheckedPointer classify_pointer(Address p) {
   const DoubtfulBlock block(p);
   if (__builtin_expect(block.is_freed(), 0)) qr_check_before_release(block, true);
   if (__builtin_expect(!block.names_itself(), 0)) {
-    if (take_bare_block(pointer_to(p))) return {p, 0};
+    if (take_bare_block(pointer_to(p))) return {p, 0, false};
     if (qr_find_used_block(p, true)) report_and_stop(block, QR_FAULT_HEAD, true);
-    return {p, 0};
+    return {p, 0, false};
   }
-  const uint32_t offset = block.claimed_offset();
-  const FaultCode code = check_block_at(block, offset);
+  const BoundedBlock bounded = block.bounded();
+  const bool whole = bounded && !used_list_closed && well_linked(p);
+  if (__builtin_expect(!whole, 0)) check_links(block);
+  const FaultCode code = check_linked_block(bounded);
   if (code != QR_FAULT_NONE) report_and_stop(block, code, true);
-  return {p, offset};
+  return {p, bounded.offset(), whole};
 }
 
 }  // namespace quarl

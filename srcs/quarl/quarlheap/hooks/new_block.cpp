@@ -9,8 +9,8 @@ void* build_block(const NewBlock& block, Address raw) {
   const Address p = raw + block.place.offset;
   if (block.flags.header()) {
     fill_header(p, block.flags, block.size, block.op, block.trace, block.place.align_log2);
-    const SoundBlock made(p);
-    link_block(made);
+    const SoundBlock made(p, block.place.offset);
+    link_block(made, p + block.size + block.place.guard - 1);
     if (block.flags.record_log()) record_allocation(made, block.trace);
   }
   return pointer_to(p);

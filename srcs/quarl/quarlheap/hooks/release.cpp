@@ -23,7 +23,7 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
   const Counters counters = counters_for(flags);
   counters.released(kOpFree, pointer.size());
   count_unmapped_chunk(counters, pointer.chunk());
-  if (pointer.headed()) mark_released(pointer.block());
+  if (pointer.headed()) mark_released(pointer.block(), pointer.well_linked());
   return pointer_to(pointer.raw());
 }
 
@@ -41,7 +41,7 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
     return;
   }
   const Address p = address_of(ptr);
-  raw::release(nothing_to_do(flags, p) ? ptr : give_up_block(flags, p, trace));
+  raw::release(leads_nowhere(p) || nothing_to_do(flags, p) ? ptr : give_up_block(flags, p, trace));
 }
 
 }  // namespace quarl

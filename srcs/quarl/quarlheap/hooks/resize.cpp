@@ -39,7 +39,7 @@ void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   counters.released(kOpReallocRelease, pointer.size());
   if (!pointer.headed()) return pointer_to(pointer.raw());
   if (flags.record_log()) record_release(pointer.block(), flags, kOpReallocRelease, trace);
-  mark_released(pointer.block());
+  mark_released(pointer.block(), pointer.well_linked());
   return pointer_to(pointer.raw());
 }
 
@@ -64,7 +64,7 @@ struct Resize {
 
   Address raw() const { return p - old_offset; }
   bool headed() const { return old_offset != 0; }
-  SoundBlock old_block() const { return SoundBlock(p); }  // checked, and not the application's at present
+  SoundBlock old_block() const { return {p, old_offset}; }  // checked, and not the application's at present
 };
 
 // The first half, under the lock: the old block is checked, counted and recorded as released, and off the list.
@@ -75,7 +75,7 @@ void take_old_block(Resize* resize) {
   resize->old_size = pointer.size();
   resize->old_chunk = pointer.chunk();
   resize->old_alignment = pointer.headed() ? inherited_alignment(pointer.block()) : kPlainAlignLog2;
-  if (pointer.headed()) unlink_block(pointer.block());
+  if (pointer.headed()) unlink_block(pointer.block(), pointer.well_linked());
   counters_for(resize->flags).released(kOpReallocRelease, resize->old_size);
   if (pointer.headed() && resize->flags.record_log()) {
     record_release(pointer.block(), resize->flags, kOpReallocRelease, resize->trace);
@@ -89,7 +89,7 @@ void put_back_old_block(const Resize& resize) {
   counters_for(resize.flags).undo_release(kOpReallocRelease, resize.old_size);
   if (!resize.headed()) return keep_bare_block(pointer_to(resize.p));
   const SoundBlock block = resize.old_block();
-  link_block(block);
+  link_block(block, block.last_byte());
   if (!resize.flags.record_log()) return;
   CallTrace made_by;
   made_by.depth = block.trace_depth() < kMaxTrace ? block.trace_depth() : kMaxTrace;
@@ -132,8 +132,10 @@ void* move_aligned(const Resize& resize) {
   const Placement& place = resize.place;
   void* raw = raw::allocate_aligned(place.alignment(), place.raw_size(resize.new_size));
   if (raw == nullptr) return nullptr;
-  const uint32_t kept = resize.old_size < resize.new_size ? resize.old_size : resize.new_size;
-  memcpy(static_cast<char*>(raw) + place.offset, pointer_to(resize.p), kept);
+  // The size may be off by as much as the check tolerates; no more than the chunk has is there to be copied.
+  const uint32_t there = resize.old_chunk.room() - resize.old_offset;
+  const uint32_t old = resize.old_size < there ? resize.old_size : there;
+  memcpy(static_cast<char*>(raw) + place.offset, pointer_to(resize.p), old < resize.new_size ? old : resize.new_size);
   raw::release(pointer_to(resize.raw()));
   return raw;
 }
@@ -195,6 +197,7 @@ void* resize_block(Resize resize) {
   CallTrace trace;
   take_trace(flags, &trace);
   if (ptr == nullptr) return size == 0 ? fail(flags, size, trace) : allocate(flags, size, trace);
+  if (leads_nowhere(address_of(ptr))) return raw::resize(ptr, size);
   if (size != 0) return resize_block({flags, address_of(ptr), static_cast<uint32_t>(size), trace});
   raw::release(give_up_block(flags, address_of(ptr), trace));
   return nullptr;

@@ -19,6 +19,7 @@
 #include "platform/libc_hooks.h"
 #include "platform/stack.h"
 #include "platform/system.h"
+#include "quarlheap/checking/block_check.h"
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/mapping_resize.h"
 #include "quarlheap/lifecycle/fork_handlers.h"
@@ -65,8 +66,10 @@ void find_stop_ranges() {
 
 HeadedBlock find_headed_block(void* user) {
   const DoubtfulBlock block(address_of(user));
-  if (!block.names_itself()) return {nullptr, 0};
-  return {pointer_to(block.p() - header_offset_of(block.p())), block.claimed_size()};
+  if (!block.can_be_block() || !block.names_itself()) return {HeadedBlock::kNone, nullptr, 0};
+  const BoundedBlock bounded = block.bounded();
+  if (!header_fits(bounded)) return {HeadedBlock::kDamaged, nullptr, 0};
+  return {HeadedBlock::kSound, pointer_to(block.p() - bounded.offset()), bounded.size()};
 }
 
 void forget_headed_block(void* user) {

@@ -1,7 +1,9 @@
-// Reading and writing block headers. Two kinds of handle, which do not turn into each other by themselves:
+// Reading and writing block headers. Three kinds of handle, which do not turn into each other by themselves:
 //
-//   DoubtfulBlock  a pointer that may be no block, or whose header a faulty program may have written. What it says is a
-//                  claim.
+//   DoubtfulBlock  a pointer that may be no block, or whose header a faulty program may have written. It tells what the
+//                  word before the pointer says, and lends nothing else that could be followed.
+//   BoundedBlock   the same after its claims were bounded: the fields and the chunk word lie in memory that is there.
+//                  What they say may still be wrong.
 //   SoundBlock     a block that was just made or checked, under the lock that is still held. What it says is so.
 //
 // Nothing but the functions here and in used_list.h touches the words of a header.
@@ -10,6 +12,7 @@
 #include "platform/chunk.h"
 #include "platform/libc_hooks.h"
 #include "quarlheap/model/header_layout.h"
+#include "quarlheap/model/live_pages.h"
 #include "state/hook_lock.h"
 
 namespace quarl {
@@ -30,17 +33,7 @@ inline HeaderLayout layout(Address p) {
 inline TraceInfo trace_info(Address p, const HeaderLayout& layout) {
   return {layout.trace_info ? field(p, layout.trace_info_offset()) : 0};
 }
-inline uint32_t offset(Address p) {
-  const HeaderLayout has = layout(p);
-  return has.header_offset(trace_info(p, has), least_alignment);
-}
-
 }  // namespace header
-
-// Address of the trace_info word, by the block's flags.
-inline Address trace_info_of(Address p) {
-  return p - header::layout(p).trace_info_offset();
-}
 
 // What the optional fields of a header say, 0 where one is not there.
 struct HeaderFields {
@@ -49,34 +42,69 @@ struct HeaderFields {
   uint32_t seq_num;
   TraceInfo info;
 
-  static HeaderFields read(Address p, const HeaderLayout& layout) {
-    return {layout.tid ? header::field(p, layout.tid_offset()) : 0,
-            layout.time ? header::field(p, layout.time_offset()) : 0,
-            layout.time ? header::field(p, layout.seq_offset()) : 0, header::trace_info(p, layout)};
+  // `end` is the end of the header, or of a copy of it.
+  static HeaderFields read(const uint32_t* end, const HeaderLayout& layout) {
+    const auto field = [end](bool there, uint32_t offset) { return there ? *(end - offset / 4) : 0; };
+    return {field(layout.tid, layout.tid_offset()),
+            field(layout.time, layout.time_offset()),
+            field(layout.time, layout.seq_offset()),
+            {field(layout.trace_info, layout.trace_info_offset())}};
   }
 };
 
-// A block of the used list, whose header can be believed.
+// A block whose header can be believed.
 class SoundBlock {
  public:
-  explicit SoundBlock(Address p) : p_(p) {}  // the caller vouches for it
+  // The caller vouches for it; `offset` is the way from the raw block to p.
+  SoundBlock(Address p, uint32_t offset) : p_(p), offset_(offset) {}
 
   Address p() const { return p_; }
+  Address raw() const { return p_ - offset_; }
+  Address chunk_word() const { return raw() - 4; }
+  Address last_byte() const { return p_ + size() + layout().guard_size() - 1; }
   uint32_t size() const { return header::word(p_, kUserSize); }
   HeaderLayout layout() const { return header::layout(p_); }
-  HeaderFields fields() const { return HeaderFields::read(p_, layout()); }
+  HeaderFields fields() const { return HeaderFields::read(words(), layout()); }
 
   // The trace that it was allocated with.
-  const uint32_t* trace_words() const {
-    return static_cast<const uint32_t*>(pointer_to(trace_info_of(p_))) - fields().info.depth();
-  }
+  const uint32_t* trace_words() const { return words() - layout().trace_info_offset() / 4 - fields().info.depth(); }
   int trace_depth() const { return layout().trace ? static_cast<int>(fields().info.depth()) : 0; }
 
  private:
+  const uint32_t* words() const { return static_cast<const uint32_t*>(pointer_to(p_)); }
+
   Address p_;
+  uint32_t offset_;
 };
 
-// A pointer that is said to be a block. Reads the words below it, whatever they are.
+// A block whose fields and chunk word can be read. Only DoubtfulBlock::bounded makes one.
+class BoundedBlock {
+ public:
+  explicit operator bool() const { return offset_ != 0; }  // the others need it to be so
+
+  Address p() const { return p_; }
+  uint32_t offset() const { return offset_; }  // from the raw block to p
+  HeaderLayout layout() const { return header::layout(p_); }
+  TraceInfo info() const { return header::trace_info(p_, layout()); }
+  uint32_t size() const { return header::word(p_, kUserSize); }
+  ChunkWord chunk() const { return chunk_before(p_ - offset_); }
+
+  // Whether the block's last bytes, as many as the guard has, lie in memory that is there.
+  bool end_exists() const {
+    const Address last = p_ + size() + layout().guard_size() - 1;
+    return page_is_live(last) && page_is_live(last - 3);
+  }
+
+ private:
+  friend class DoubtfulBlock;
+  BoundedBlock() : p_(0), offset_(0) {}
+  BoundedBlock(Address p, uint32_t offset) : p_(p), offset_(offset) {}
+
+  Address p_;
+  uint32_t offset_;
+};
+
+// A pointer that is said to be a block.
 class DoubtfulBlock {
  public:
   explicit DoubtfulBlock(Address p) : p_(p) {}
@@ -87,25 +115,49 @@ class DoubtfulBlock {
   // A header whose first word is whole: not null, and named by it.
   bool names_itself() const { return p_ != 0 && (header::word(p_, kSelfLink) & ~kLinkFlags) == p_; }
 
+  // Whether a header can be here: where a live one is, and aligned. All words that every header has are there then.
+  bool can_be_block() const {
+    if (__builtin_expect(p_ % 8 != 0 || !page_is_live(p_ - 4), 0)) return false;
+    return on_one_page(p_ - 4, p_ - kFixedSize) || page_is_live(p_ - kFixedSize);
+  }
+
+  // Of one that can be a block. The size is a number to tell, not a way to follow.
   uint32_t claimed_size() const { return header::word(p_, kUserSize); }
   HeaderLayout claimed_layout() const { return header::layout(p_); }
-  TraceInfo claimed_info() const { return header::trace_info(p_, claimed_layout()); }
-  uint32_t claimed_offset() const { return header::offset(p_); }  // from the raw block to p
-  ChunkWord claimed_chunk() const { return chunk_before(p_ - claimed_offset()); }
+
+  // What it claims, when that can be: false when the header is damaged for certain.
+  [[gnu::always_inline]] BoundedBlock bounded() const {
+    if (__builtin_expect(p_ % 8 != 0 || !page_is_live(p_ - 4), 0)) return {};
+    if (__builtin_expect(!on_one_page(p_ - 4, p_ - kLongestFields), 0) && !fields_exist()) return {};
+    const HeaderLayout layout = claimed_layout();
+    const TraceInfo info = header::trace_info(p_, layout);
+    if (!info_can_be(info)) return {};
+    const uint32_t offset = layout.header_offset(info, least_alignment);
+    if (!page_is_live(p_ - offset - 4)) return {};
+    return {p_, offset};
+  }
 
   friend bool operator==(DoubtfulBlock a, DoubtfulBlock b) { return a.p_ == b.p_; }
 
  private:
+  // The last step of the way down is judged by the flags, which have to be there for it.
+  [[gnu::noinline]] bool fields_exist() const {
+    return can_be_block() && page_is_live(p_ - claimed_layout().lowest_offset(0));
+  }
+
+  // A block lies at its alignment, and no trace is longer than the longest.
+  bool info_can_be(TraceInfo info) const {
+    const uint32_t log2 = info.align_log2();
+    if (info.depth() > kMaxTrace) return false;
+    if (__builtin_expect(log2 == kPlainAlignLog2, 1)) return true;  // as every pointer that can be a block
+    return log2 == 0 || (log2 >= kPlainAlignLog2 && log2 < 32 && (p_ & ((1U << log2) - 1)) == 0);
+  }
+
   Address p_;
 };
 
 inline bool qr_is_block(Address p) {
   return DoubtfulBlock(p).names_itself();
-}
-
-// Bytes from the raw block to p; 0 for what is no block.
-inline uint32_t header_offset_of(Address p) {
-  return qr_is_block(p) ? header::offset(p) : 0;
 }
 
 // Bytes that header and guard of a new block take before rounding; 0 without QUARL_MEM_HEAD.

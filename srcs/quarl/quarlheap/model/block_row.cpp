@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "platform/print.h"
+#include "platform/system.h"
 
 namespace quarl {
 namespace {
@@ -12,16 +13,41 @@ bool usable(const OpRecord* record) {
   return record != nullptr;
 }
 
-void fill_known(Address p, OpRecord* record, RecordKind result) {
+bool word_exists(Address at) {
+  return page_is_live(at) || sys::word_exists(static_cast<const uint32_t*>(pointer_to(at)));
+}
+
+// `count` words from `from` upwards, at most a page of them; 0 for those that are not there.
+void copy_words(Address from, uint32_t count, uint32_t* out) {
+  if (count == 0) return;
+  const Address last = from + 4 * (count - 1);
+  const uint32_t below = on_one_page(from, last) ? count : (round_up(from + 4, 1U << kPageShift) - from) / 4;
+  memset(out, 0, 4 * count);
+  if (word_exists(from)) memcpy(out, pointer_to(from), 4 * below);
+  if (below < count && word_exists(last)) memcpy(out + below, pointer_to(from + 4 * below), 4 * (count - below));
+}
+
+// The words below a pointer, down to the lowest that lies at a fixed place.
+struct Words {
+  explicit Words(Address p) { copy_words(p - sizeof words, kCount, words); }
+  const uint32_t* end() const { return words + kCount; }
+  uint32_t at(HeaderWord which) const { return end()[which]; }
+  HeaderLayout layout() const { return HeaderLayout::of_words(at(kSelfLink), at(kNextLink), at(kPrevLink)); }
+
+  static constexpr uint32_t kCount = 8;
+  uint32_t words[kCount];
+};
+
+void fill_known(Address p, const Words& words, OpRecord* record, RecordKind result) {
   record->result = result;
-  record->size = DoubtfulBlock(p).claimed_size();
+  record->size = words.at(kUserSize);
   record->start_addr = p;
 }
 
 // Operation and depth are told of a block with a trace only.
-void fill_optional(Address p, HeaderLayout layout, OpRecord* record) {
+void fill_optional(const Words& words, HeaderLayout layout, OpRecord* record) {
   layout.trace_info = layout.trace;
-  const HeaderFields fields = HeaderFields::read(p, layout);
+  const HeaderFields fields = HeaderFields::read(words.end(), layout);
   record->tid = fields.tid;
   record->time = fields.time;
   record->seq_num = fields.seq_num;
@@ -44,7 +70,7 @@ uint32_t trace_offset(const HeaderLayout& layout, int depth) {
 // depth words of the block, at most kMaxTrace, and zeros behind them.
 void copy_trace(Address lowest_word, int depth, OpRecord* record) {
   const size_t count = entries(depth) < kMaxTrace ? entries(depth) : kMaxTrace;
-  memcpy(record->trace, pointer_to(lowest_word), sizeof(uint32_t) * count);
+  copy_words(lowest_word, static_cast<uint32_t>(count), record->trace);
   memset(record->trace + count, 0, sizeof(uint32_t) * (kMaxTrace - count));
 }
 
@@ -52,19 +78,22 @@ void copy_trace(Address lowest_word, int depth, OpRecord* record) {
 
 void qr_fill_trace_info(Address p, OpRecord* record, RecordKind result) {
   if (!usable(record)) return;
-  fill_known(p, record, result);
-  if (qr_is_block(p)) fill_optional(p, DoubtfulBlock(p).claimed_layout(), record);
+  const Words words(p);
+  fill_known(p, words, record, result);
+  if ((words.at(kSelfLink) & ~kLinkFlags) == p) fill_optional(words, words.layout(), record);
 }
 
 void qr_fill_trace_info_cfg(Address p, OpRecord* record, RecordKind result) {
   if (!usable(record)) return;
-  fill_known(p, record, result);
-  fill_optional(p, configured_layout(), record);
+  const Words words(p);
+  fill_known(p, words, record, result);
+  fill_optional(words, configured_layout(), record);
   if (static_cast<int8_t>(record->stack_depth) > kMaxTrace) record->stack_depth = kMaxTrace;
 }
 
 uint32_t qr_trace_offset(Address p, int depth) {
-  return qr_is_block(p) ? trace_offset(DoubtfulBlock(p).claimed_layout(), depth) : 0;
+  const Words words(p);
+  return (words.at(kSelfLink) & ~kLinkFlags) == p ? trace_offset(words.layout(), depth) : 0;
 }
 
 uint32_t qr_trace_offset_cfg(Address, int depth) {

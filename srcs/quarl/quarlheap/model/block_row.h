@@ -11,6 +11,8 @@ namespace quarl {
 void qr_fill_trace_info(Address p, OpRecord* record, RecordKind result);
 void qr_fill_trace_info_cfg(Address p, OpRecord* record, RecordKind result);
 
+// What is not there to be read counts as 0.
+
 // Bytes from p down to the lowest trace word.
 uint32_t qr_trace_offset(Address p, int depth);
 uint32_t qr_trace_offset_cfg(Address p, int depth);

@@ -40,8 +40,9 @@ enum HeaderFlag : uint32_t {
   kHasTime = 1,  // in prev_link
 };
 inline constexpr uint32_t kLinkFlags = 3;
-inline constexpr uint32_t kFixedSize = 4 * -kUserSize;  // bytes
-inline constexpr uint32_t kPlainAlignLog2 = 3;          // of what every raw block has
+inline constexpr uint32_t kFixedSize = 4 * -kUserSize;       // bytes
+inline constexpr uint32_t kLongestFields = kFixedSize + 16;  // bytes: all that every header can have, no trace
+inline constexpr uint32_t kPlainAlignLog2 = 3;               // of what every raw block has
 
 // The word that holds how many entries the trace has, the operation and the alignment of the block.
 struct TraceInfo {

@@ -1,4 +1,6 @@
-// The used list: all live blocks, oldest first, linked through their headers.
+// The used list: all live blocks, oldest first, linked through their headers. A link is followed where it can lead to a
+// block, and written through where both ends name each other; what is damaged is mended from its other end when a block
+// beside it goes.
 #pragma once
 
 #include "cache.h"
@@ -8,6 +10,7 @@ namespace quarl {
 
 extern Address heap_block_head GUARDED_BY(hook_mutex);  // 0 when the list is empty
 extern Address heap_block_tail GUARDED_BY(hook_mutex);
+extern uint32_t heap_block_count GUARDED_BY(hook_mutex);  // blocks that were linked and not unlinked
 extern bool used_list_closed GUARDED_BY(hook_mutex);
 
 // At the end, once the hooks are gone: blocks go back to the allocator past the list from then on, and a link may lead
@@ -24,11 +27,25 @@ inline void set_link(Address p, HeaderWord which, Address target) {
   link = (link & kLinkFlags) | target;
 }
 
+// Whether p, a link's target, is a block that names itself and, by this link, its neighbour. One that names itself is
+// aligned as blocks are, or as good as one to whoever wrote there.
+inline bool names(Address p, HeaderWord which, Address neighbour) {
+  const Address lowest = p - kFixedSize;
+  if (!page_is_live(lowest)) return false;
+  if (__builtin_expect((lowest & ((1U << kPageShift) - 1)) > (1U << kPageShift) - kFixedSize, 0) &&
+      !page_is_live(p - 4)) {
+    return false;
+  }
+  return (word(p, kSelfLink) ^ p) <= kLinkFlags && (word(p, which) ^ neighbour) <= kLinkFlags;
+}
+
 }  // namespace header
 
 // Appends the block; its links were empty, and their flags stay.
-inline void link_block(SoundBlock block) REQUIRES(hook_mutex) {
+inline void link_block(SoundBlock block, Address last_byte) REQUIRES(hook_mutex) {
   const Address p = block.p();
+  enter_pages(p, block.chunk_word(), last_byte);
+  ++heap_block_count;
   header::set_link(p, kSelfLink, p);
   if (__builtin_expect(used_list_closed, 0)) return;
   header::set_link(p, kPrevLink, heap_block_tail);
@@ -38,47 +55,75 @@ inline void link_block(SoundBlock block) REQUIRES(hook_mutex) {
   if (heap_block_head == 0) heap_block_head = p;
 }
 
-inline void unlink_block(SoundBlock block) REQUIRES(hook_mutex) {
-  if (__builtin_expect(used_list_closed, 0)) return;
+// Whether both neighbours of a block, or the ends of the list, name it. The block can be one.
+inline bool well_linked(Address p) REQUIRES(hook_mutex) {
+  const Address next = header::link(p, kNextLink);
+  const Address prev = header::link(p, kPrevLink);
+  return (next == 0 ? heap_block_tail == p : header::names(next, kPrevLink, p)) &&
+         (prev == 0 ? heap_block_head == p : header::names(prev, kNextLink, p));
+}
+
+// Whether the list knows the block, however damaged its links are: a neighbour or an end of the list names it, or a
+// walk from either end meets it.
+[[gnu::cold, gnu::noinline]] bool is_listed(Address p) REQUIRES(hook_mutex);
+
+// Whether a link of the block leads to where no block can be. 0, the block itself and the head end a walk.
+[[gnu::noinline]] bool has_wild_link(DoubtfulBlock block) REQUIRES(hook_mutex);
+
+// Takes a block off the list whose links are damaged, and mends its neighbours' links as far as others tell of them.
+[[gnu::cold, gnu::noinline]] void unlink_damaged(Address p) REQUIRES(hook_mutex);
+
+// `whole`: the block is well linked.
+inline void unlink_block(SoundBlock block, bool whole) REQUIRES(hook_mutex) {
   const Address p = block.p();
+  leave_pages(p, block.chunk_word(), block.last_byte());
+  --heap_block_count;
+  if (__builtin_expect(!whole, 0)) {
+    unlink_damaged(p);
+    return;
+  }
   const Address next = header::link(p, kNextLink);
   const Address prev = header::link(p, kPrevLink);
   if (next != 0) header::set_link(next, kPrevLink, prev);
   if (prev != 0) header::set_link(prev, kNextLink, next);
-  if (heap_block_head == p) {
-    if (heap_block_tail == p) heap_block_tail = 0;
-    heap_block_head = next;
-  } else if (heap_block_tail == p) {
-    heap_block_tail = prev;
-  }
+  if (heap_block_head == p) heap_block_head = next;
+  if (heap_block_tail == p) heap_block_tail = prev;
 }
 
 // The end of a block: takes it off the list and marks its header.
-inline void mark_released(SoundBlock block) REQUIRES(hook_mutex) {
-  unlink_block(block);
+inline void mark_released(SoundBlock block, bool whole) REQUIRES(hook_mutex) {
+  unlink_block(block, whole);
   mark_freed(block.p());
 }
 
 // Asks for the cache lines that the end of a block touches (its header, its guard, both neighbours), so that they come
-// side by side instead of one after the other. Of a pointer that is no block nothing but the word before it is read.
+// side by side instead of one after the other. Of a pointer that cannot be a block nothing is read.
 [[gnu::always_inline]] inline void prefetch_block(Address p) {
   constexpr uint32_t kTypicalHeader = 72;
+  const DoubtfulBlock block(p);
   prefetch(p - kTypicalHeader);
-  if (!qr_is_block(p)) return;
+  if (!page_is_live(p - 4) || !page_is_live(p - kFixedSize) || !block.names_itself()) return;
   prefetch(header::link(p, kNextLink) - 12);
   prefetch(header::link(p, kPrevLink) - 12);
-  prefetch(p + DoubtfulBlock(p).claimed_size());
+  prefetch(p + block.claimed_size());
 }
 
-// A walk along the list. Any block on it may be damaged; its link is followed all the same. A link that points back to
-// the block itself or to the list's head ends the walk.
-//   for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block))
-inline DoubtfulBlock first_on_walk() REQUIRES(hook_mutex) {
-  return DoubtfulBlock(heap_block_head);
-}
-inline DoubtfulBlock next_on_walk(DoubtfulBlock block) REQUIRES(hook_mutex) {
-  const Address next = header::link(block.p(), kNextLink);
-  return DoubtfulBlock(next == block.p() || next == heap_block_head ? 0 : next);
-}
+// A walk along the list: for (BlockWalk walk; walk.here(); walk.step()) walk.block();
+//
+// Any block on it may be damaged; its link is followed all the same where it can lead to a block. A link that is 0 or
+// points back to the block itself or to the list's head ends the walk, and so does one that leads nowhere. It ends
+// after as many steps as there are blocks at the latest. When it ends of itself and has not met as many, standard error
+// is told, once for each place.
+class BlockWalk {
+ public:
+  BlockWalk() REQUIRES(hook_mutex);
+  bool here() const { return at_ != 0; }
+  DoubtfulBlock block() const { return DoubtfulBlock(at_); }
+  void step() REQUIRES(hook_mutex);
+
+ private:
+  Address at_;
+  uint32_t met_ = 1;
+};
 
 }  // namespace quarl

@@ -14,7 +14,8 @@ namespace {
 
 // A block that is a mapping of its own has a mapping record as well, which counts for both.
 void count_block(DoubtfulBlock block, Histogram* histogram) {
-  const bool covered = QR_TRACE_MMAP == 1 && block.names_itself() && block.claimed_chunk().mapped();
+  const BoundedBlock bounded = block.bounded();
+  const bool covered = QR_TRACE_MMAP == 1 && block.names_itself() && bounded && bounded.chunk().mapped();
   if (!covered) histogram->add(block.claimed_size());
 }
 
@@ -34,7 +35,8 @@ void put_live_row(DoubtfulBlock block, RowCount* rows) REQUIRES(hook_mutex) {
 
 // Ends at a head overrun, behind which no link can be trusted. The rows of faults count as well.
 void write_blocks(Histogram* histogram, RowCount* rows) REQUIRES(hook_mutex) {
-  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
+  for (BlockWalk walk; walk.here(); walk.step()) {
+    const DoubtfulBlock block = walk.block();
     count_block(block, histogram);
     const FaultCode code = qr_check_block(block);
     if (code != QR_FAULT_NONE) {
@@ -74,7 +76,8 @@ void print_unfreed_table() {
   if (heap_block_head == 0 && useed_head == nullptr) return;
   Histogram histogram;
   uint32_t live = 0;
-  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
+  for (BlockWalk walk; walk.here(); walk.step()) {
+    const DoubtfulBlock block = walk.block();
     count_block(block, &histogram);
     ++live;
     if (qr_check_block(block) == QR_FAULT_HEAD) break;
@@ -89,7 +92,8 @@ void print_unfreed_table() {
 void write_auto_snapshot_rows() {
   if (!snapshot_chain.begin_rows()) return;
   uint32_t rows = 0;
-  for (DoubtfulBlock block = first_on_walk(); !block.is_null(); block = next_on_walk(block)) {
+  for (BlockWalk walk; walk.here(); walk.step()) {
+    const DoubtfulBlock block = walk.block();
     fill_live_row(block, snapshot_chain.next_row());
     ++rows;
     if (qr_check_block(block) == QR_FAULT_HEAD) break;

@@ -1,0 +1,41 @@
+// Which pages of memory hold live blocks' headers and the ends of live blocks: the memory that is known to be there. A
+// byte a page for the whole address space, in zero memory that only the parts in use are touched of.
+//
+// A page is counted once for every live block that the checker reads on it: the word before the raw block, the header,
+// and the last byte that the header tells of (the guard's, where there is one). More than a page's worth of the
+// smallest blocks does not fit a page, so a byte is enough.
+#pragma once
+
+#include "platform/address.h"
+#include "state/hook_lock.h"
+
+namespace quarl {
+
+inline constexpr uint32_t kPageShift = 12;  // of the smallest page; larger ones are several entries
+
+extern uint8_t live_pages[1U << (32 - kPageShift)];
+
+// Whether a live block has something on the page of this address. Without the lock the answer may be old.
+inline bool page_is_live(Address address) {
+  return live_pages[address >> kPageShift] != 0;
+}
+
+constexpr bool on_one_page(Address a, Address b) {
+  return (a ^ b) >> kPageShift == 0;
+}
+
+// The pages of a block beside that of its links; see block_span.
+[[gnu::cold, gnu::noinline]] void enter_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
+[[gnu::cold, gnu::noinline]] void leave_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
+
+// A block at p becomes live, or ends: `lowest` is the address of its chunk word, `last` that of its last byte.
+inline void enter_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex) {
+  ++live_pages[(p - 4) >> kPageShift];
+  if (__builtin_expect(!on_one_page(lowest, last), 0)) enter_far_pages(p, lowest, last);
+}
+inline void leave_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex) {
+  --live_pages[(p - 4) >> kPageShift];
+  if (__builtin_expect(!on_one_page(lowest, last), 0)) leave_far_pages(p, lowest, last);
+}
+
+}  // namespace quarl
