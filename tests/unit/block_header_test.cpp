@@ -83,7 +83,7 @@ TEST(UsedList, KeepsItsOrderThroughEveryRemoval) {
     std::vector<Address> left = {blocks[0]->p, blocks[1]->p, blocks[2]->p};
     for (int index : removals) {
       const SoundBlock gone = blocks[static_cast<size_t>(index)]->sound();
-      unlink_block(gone, well_linked(gone.p()));
+      unlink_block(gone, ties_of(gone.p()));
       left.erase(std::find(left.begin(), left.end(), gone.p()));
       std::vector<Address> walked, back;
       for (BlockWalk walk; walk.here(); walk.step()) walked.push_back(walk.block().p());

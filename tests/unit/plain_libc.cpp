@@ -50,6 +50,9 @@ const char* error_text(int error) {
 }  // namespace quarl
 
 // No block was given out past the checker.
+bool quarl::is_bare_block(void*) {
+  return false;
+}
 bool quarl::take_bare_block(void*) {
   return false;
 }

@@ -74,6 +74,7 @@ bool of_other_allocator(void* ptr);
 
 // Blocks that the layer gave out without a header, before the hooks were there or past them. `take` says whether it is
 // one and forgets it; `keep` is for one that was taken and stays the application's all the same.
+bool is_bare_block(void* ptr);
 bool take_bare_block(void* ptr);
 void keep_bare_block(void* ptr);
 

@@ -47,13 +47,17 @@ void glibc::note_bare_block(void* pointer) {
   if (leaf != nullptr) __atomic_fetch_or(word_of(leaf, block), bit_of(block), __ATOMIC_RELAXED);
 }
 
-bool glibc::forget_bare_block(void* pointer) {
+bool is_bare_block(void* pointer) {
   const Address block = address_of(pointer);
   uint32_t* leaf = leaf_of(block);
   if (leaf == nullptr || block % 8 != 0) return false;
-  uint32_t* word = word_of(leaf, block);
-  if ((__atomic_load_n(word, __ATOMIC_RELAXED) & bit_of(block)) == 0) return false;
-  return (__atomic_fetch_and(word, ~bit_of(block), __ATOMIC_RELAXED) & bit_of(block)) != 0;
+  return (__atomic_load_n(word_of(leaf, block), __ATOMIC_RELAXED) & bit_of(block)) != 0;
+}
+
+bool glibc::forget_bare_block(void* pointer) {
+  if (!is_bare_block(pointer)) return false;
+  const Address block = address_of(pointer);
+  return (__atomic_fetch_and(word_of(leaf_of(block), block), ~bit_of(block), __ATOMIC_RELAXED) & bit_of(block)) != 0;
 }
 
 bool take_bare_block(void* ptr) {

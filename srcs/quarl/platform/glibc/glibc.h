@@ -51,7 +51,7 @@ void* resize_chunk(MappedChunk* chunk, size_t request);  // null: it cannot be h
 // The public mapping entries are being told of the mapping there; it is there, or not gone yet, already.
 bool told_mapping(const void* addr);
 
-// Bytes that the user of a raw block may use.
+// Bytes that the user of a raw block may use; 0 for a pointer that cannot be one.
 size_t raw_capacity(void* raw);
 
 HeadedBlock find_headed(void* user);

@@ -17,6 +17,7 @@
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
 #include "platform/glibc/regions.h"
+#include "platform/system.h"
 
 namespace quarl {
 
@@ -176,9 +177,21 @@ void* resize_chunk(MappedChunk* entry, size_t request) {
   return move_chunk(entry, shape, wanted);
 }
 
+namespace {
+
+// glibc looks at the chunk that follows, and finds it by the word before the pointer: a pointer that is no block, or
+// whose header was overwritten, leads it anywhere.
+bool next_chunk_exists(Address raw) {
+  const auto exists = [](Address at) { return sys::word_exists(static_cast<const uint32_t*>(pointer_to(at))); };
+  return raw % 8 == 0 && exists(raw - 4) && exists(raw - 4 + chunk_before(raw).size());
+}
+
+}  // namespace
+
 size_t raw_capacity(void* raw) {
   const MappedChunk* chunk = mapped_book.find(address_of(raw));
-  return chunk != nullptr ? chunk->capacity() : libc_allocator.usable_size(raw);
+  if (chunk != nullptr) return chunk->capacity();
+  return is_bare_block(raw) || next_chunk_exists(address_of(raw)) ? libc_allocator.usable_size(raw) : 0;
 }
 
 }  // namespace quarl::glibc

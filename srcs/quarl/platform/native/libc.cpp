@@ -22,6 +22,9 @@ constinit bool other_allocators = false;
 bool of_other_allocator(void*) {
   return false;
 }
+bool is_bare_block(void*) {
+  return false;
+}
 bool take_bare_block(void*) {
   return false;
 }

@@ -1,7 +1,6 @@
 #include "quarlheap/checking/pointer_check.h"
 
 #include "platform/libc_hooks.h"
-#include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/checking/fault_report.h"
 #include "quarlheap/checking/fault_stop.h"
@@ -44,24 +43,20 @@ namespace {
 
 }  // namespace
 
-bool memory_exists_before(Address p) {
-  return sys::word_exists(static_cast<const uint32_t*>(pointer_to((p - 4) & ~3U)));
-}
-
 CheckedPointer classify_pointer(Address p) {
   const DoubtfulBlock block(p);
   if (__builtin_expect(block.is_freed(), 0)) qr_check_before_release(block, true);
   if (__builtin_expect(!block.names_itself(), 0)) {
-    if (take_bare_block(pointer_to(p))) return {p, 0, false};
+    if (take_bare_block(pointer_to(p))) return {p, 0, {}};
     if (qr_find_used_block(p, true)) report_and_stop(block, QR_FAULT_HEAD, true);
-    return {p, 0, false};
+    return {p, 0, {}};
   }
   const BoundedBlock bounded = block.bounded();
-  const bool whole = bounded && !used_list_closed && well_linked(p);
-  if (__builtin_expect(!whole, 0)) check_links(block);
+  const Ties ties = bounded && !used_list_closed ? ties_of(p) : Ties{};
+  if (__builtin_expect(!ties, 0)) check_links(block);
   const FaultCode code = check_linked_block(bounded);
   if (code != QR_FAULT_NONE) report_and_stop(block, code, true);
-  return {p, bounded.offset(), whole};
+  return {p, bounded.offset(), ties};
 }
 
 }  // namespace quarl

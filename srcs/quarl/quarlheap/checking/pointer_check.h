@@ -2,6 +2,7 @@
 #pragma once
 
 #include "quarlheap/checking/block_check.h"
+#include "quarlheap/model/used_list.h"
 
 namespace quarl {
 
@@ -15,12 +16,12 @@ bool qr_find_used_block(Address p, bool lock_held) REQUIRES(hook_mutex);
 // A pointer that passed: one of our blocks, sound, or a foreign one (memory without a header of ours).
 class CheckedPointer {
  public:
-  // `offset`: from the raw block to p, 0 for a foreign pointer. `whole`: both neighbours name it.
-  CheckedPointer(Address p, uint32_t offset, bool whole) : p_(p), offset_(offset), whole_(whole) {}
+  // `offset`: from the raw block to p, 0 for a foreign pointer.
+  CheckedPointer(Address p, uint32_t offset, Ties ties) : p_(p), offset_(offset), ties_(ties) {}
 
   bool headed() const { return offset_ != 0; }
   SoundBlock block() const { return {p_, offset_}; }  // of a headed one
-  bool well_linked() const { return whole_; }
+  Ties ties() const { return ties_; }                 // on the used list
   Address raw() const { return p_ - offset_; }
   ChunkWord chunk() const { return chunk_before(raw()); }
   // Bytes that a release gives back: what the user asked for, or the allocator's chunk of a foreign pointer.
@@ -29,17 +30,25 @@ class CheckedPointer {
  private:
   Address p_;
   uint32_t offset_;
-  bool whole_;
+  Ties ties_;
 };
-
-[[gnu::cold]] bool memory_exists_before(Address p);
 
 // A pointer to memory that is not there cannot be looked at: the allocator gets it as it is. No lock is needed.
 inline bool leads_nowhere(Address p) {
-  return __builtin_expect(!page_is_live(p - 4), 0) && !memory_exists_before(p);
+  return __builtin_expect(!page_is_live(p - 4), 0) && !is_bare_block(pointer_to(p)) && !memory_exists(p - 4);
+}
+
+// The short way: whether p is a block that is sound for certain. When it is not, nothing is known of it yet.
+[[gnu::always_inline]] inline bool is_certain(DoubtfulBlock block, BoundedBlock* bounded, Ties* ties)
+    REQUIRES(hook_mutex) {
+  if (__builtin_expect(!block.names_itself(), 0)) return false;
+  *bounded = block.bounded();
+  if (__builtin_expect(!*bounded || used_list_closed, 0)) return false;
+  *ties = ties_of(block.p());
+  return __builtin_expect(bool(*ties), 1) && check_linked_block(*bounded) == QR_FAULT_NONE;
 }
 
 // The whole classification of a non-null pointer; every fault is reported and stops the thread.
-CheckedPointer classify_pointer(Address p) REQUIRES(hook_mutex);
+[[gnu::cold, gnu::noinline]] CheckedPointer classify_pointer(Address p) REQUIRES(hook_mutex);
 
 }  // namespace quarl

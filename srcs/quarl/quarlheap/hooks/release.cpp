@@ -15,16 +15,29 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
   return !flags.tracked() && __atomic_load_n(&heap_block_head, __ATOMIC_RELAXED) == 0 && !DoubtfulBlock(p).is_freed();
 }
 
-// Checks the block, counts and records its release and takes it off the list; returns the raw block.
-[[gnu::flatten, gnu::noinline]] void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
-  const ScopedLock lock;
-  const CheckedPointer pointer = classify_pointer(p);
+// Counts and records the release of a checked pointer and takes its block off the list; returns the raw block.
+[[gnu::always_inline]] inline void* give_up(const Flags& flags, const CheckedPointer& pointer, const CallTrace& trace)
+    REQUIRES(hook_mutex) {
   if (pointer.headed() && flags.record_log()) record_release(pointer.block(), flags, kOpFree, trace);
   const Counters counters = counters_for(flags);
   counters.released(kOpFree, pointer.size());
   count_unmapped_chunk(counters, pointer.chunk());
-  if (pointer.headed()) mark_released(pointer.block(), pointer.well_linked());
+  if (pointer.headed()) mark_released(pointer.block(), pointer.ties());
   return pointer_to(pointer.raw());
+}
+
+[[gnu::cold, gnu::noinline]] void* give_up_doubtful(const Flags& flags, Address p, const CallTrace& trace)
+    REQUIRES(hook_mutex) {
+  return give_up(flags, classify_pointer(p), trace);
+}
+
+// Checks the block first.
+[[gnu::flatten, gnu::noinline]] void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
+  const ScopedLock lock;
+  BoundedBlock block;
+  Ties ties;
+  if (!is_certain(DoubtfulBlock(p), &block, &ties)) return give_up_doubtful(flags, p, trace);
+  return give_up(flags, {p, block.offset(), ties}, trace);
 }
 
 }  // namespace
@@ -32,16 +45,17 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
 [[gnu::noinline]] void free_hook(void* ptr, const void*) {
   const InsideChecker inside;
   if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::release(ptr);
-  if (ptr != nullptr) prefetch_block(address_of(ptr));
+  const Address p = address_of(ptr);
+  const bool nowhere = p == 0 || leads_nowhere(p);
+  if (!nowhere) prefetch_block(p);
   const Flags flags = enter_hook(kSlopFree);
   CallTrace trace;
   if (flags.record_log()) take_trace(flags, &trace);
-  if (ptr == nullptr) {
+  if (p == 0) {
     count_failure(flags, kOpFree, 0, trace);
     return;
   }
-  const Address p = address_of(ptr);
-  raw::release(leads_nowhere(p) || nothing_to_do(flags, p) ? ptr : give_up_block(flags, p, trace));
+  raw::release(nowhere || nothing_to_do(flags, p) ? ptr : give_up_block(flags, p, trace));
 }
 
 }  // namespace quarl

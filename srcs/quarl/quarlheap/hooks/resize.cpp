@@ -39,7 +39,7 @@ void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   counters.released(kOpReallocRelease, pointer.size());
   if (!pointer.headed()) return pointer_to(pointer.raw());
   if (flags.record_log()) record_release(pointer.block(), flags, kOpReallocRelease, trace);
-  mark_released(pointer.block(), pointer.well_linked());
+  mark_released(pointer.block(), pointer.ties());
   return pointer_to(pointer.raw());
 }
 
@@ -75,7 +75,7 @@ void take_old_block(Resize* resize) {
   resize->old_size = pointer.size();
   resize->old_chunk = pointer.chunk();
   resize->old_alignment = pointer.headed() ? inherited_alignment(pointer.block()) : kPlainAlignLog2;
-  if (pointer.headed()) unlink_block(pointer.block(), pointer.well_linked());
+  if (pointer.headed()) unlink_block(pointer.block(), pointer.ties());
   counters_for(resize->flags).released(kOpReallocRelease, resize->old_size);
   if (pointer.headed() && resize->flags.record_log()) {
     record_release(pointer.block(), resize->flags, kOpReallocRelease, resize->trace);
@@ -191,13 +191,14 @@ void* resize_block(Resize resize) {
 [[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void*) {
   const InsideChecker inside;
   if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::resize(ptr, size);
-  if (ptr != nullptr) prefetch_block(address_of(ptr));
+  const bool nowhere = ptr == nullptr || leads_nowhere(address_of(ptr));
+  if (!nowhere) prefetch_block(address_of(ptr));
   const Flags flags = enter_hook(kSlopMalloc | kSlopFree);
   stop_past_limits(flags, size);
   CallTrace trace;
   take_trace(flags, &trace);
   if (ptr == nullptr) return size == 0 ? fail(flags, size, trace) : allocate(flags, size, trace);
-  if (leads_nowhere(address_of(ptr))) return raw::resize(ptr, size);
+  if (nowhere) return raw::resize(ptr, size);
   if (size != 0) return resize_block({flags, address_of(ptr), static_cast<uint32_t>(size), trace});
   raw::release(give_up_block(flags, address_of(ptr), trace));
   return nullptr;

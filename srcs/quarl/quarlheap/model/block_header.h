@@ -77,9 +77,10 @@ class SoundBlock {
   uint32_t offset_;
 };
 
-// A block whose fields and chunk word can be read. Only DoubtfulBlock::bounded makes one.
+// A block whose fields and chunk word can be read. Only DoubtfulBlock::bounded makes one that is.
 class BoundedBlock {
  public:
+  BoundedBlock() : p_(0), offset_(0) {}
   explicit operator bool() const { return offset_ != 0; }  // the others need it to be so
 
   Address p() const { return p_; }
@@ -92,12 +93,12 @@ class BoundedBlock {
   // Whether the block's last bytes, as many as the guard has, lie in memory that is there.
   bool end_exists() const {
     const Address last = p_ + size() + layout().guard_size() - 1;
+    if (__builtin_expect(on_one_page(p_ - 4, last), 1)) return true;
     return page_is_live(last) && page_is_live(last - 3);
   }
 
  private:
   friend class DoubtfulBlock;
-  BoundedBlock() : p_(0), offset_(0) {}
   BoundedBlock(Address p, uint32_t offset) : p_(p), offset_(offset) {}
 
   Address p_;
@@ -128,11 +129,16 @@ class DoubtfulBlock {
   // What it claims, when that can be: false when the header is damaged for certain.
   [[gnu::always_inline]] BoundedBlock bounded() const {
     if (__builtin_expect(p_ % 8 != 0 || !page_is_live(p_ - 4), 0)) return {};
-    if (__builtin_expect(!on_one_page(p_ - 4, p_ - kLongestFields), 0) && !fields_exist()) return {};
-    const HeaderLayout layout = claimed_layout();
-    const TraceInfo info = header::trace_info(p_, layout);
-    if (!info_can_be(info)) return {};
-    const uint32_t offset = layout.header_offset(info, least_alignment);
+    if (__builtin_expect(!page_holds(p_, kLongestFields), 0) && !fields_exist()) return {};
+    uint32_t lowest = fields_size(header::word(p_, kSelfLink), header::word(p_, kPrevLink));
+    uint32_t alignment = least_alignment;
+    if (__builtin_expect(header::word(p_, kSelfLink) & kHasTraceInfo, kHasTraceInfo)) {
+      const TraceInfo info{header::field(p_, lowest)};
+      if (info.depth() > kMaxTrace) return {};
+      if ((header::word(p_, kNextLink) & kHasTrace) != 0) lowest += 4 * info.depth();
+      if (__builtin_expect(info.align_log2() != kPlainAlignLog2, 0) && !align_can_be(info, &alignment)) return {};
+    }
+    const uint32_t offset = round_up(lowest, alignment);
     if (!page_is_live(p_ - offset - 4)) return {};
     return {p_, offset};
   }
@@ -145,12 +151,13 @@ class DoubtfulBlock {
     return can_be_block() && page_is_live(p_ - claimed_layout().lowest_offset(0));
   }
 
-  // A block lies at its alignment, and no trace is longer than the longest.
-  bool info_can_be(TraceInfo info) const {
+  // A block lies at its alignment. Sets what the header of one with another than the plain is rounded to.
+  [[gnu::noinline]] bool align_can_be(TraceInfo info, uint32_t* alignment) const {
     const uint32_t log2 = info.align_log2();
-    if (info.depth() > kMaxTrace) return false;
-    if (__builtin_expect(log2 == kPlainAlignLog2, 1)) return true;  // as every pointer that can be a block
-    return log2 == 0 || (log2 >= kPlainAlignLog2 && log2 < 32 && (p_ & ((1U << log2) - 1)) == 0);
+    if (log2 == 0) return true;
+    if (log2 < kPlainAlignLog2 || log2 >= 32 || (p_ & ((1U << log2) - 1)) != 0) return false;
+    if (1U << log2 > *alignment) *alignment = 1U << log2;
+    return true;
   }
 
   Address p_;

@@ -3,7 +3,6 @@
 #include <string.h>
 
 #include "platform/print.h"
-#include "platform/system.h"
 
 namespace quarl {
 namespace {
@@ -13,18 +12,14 @@ bool usable(const OpRecord* record) {
   return record != nullptr;
 }
 
-bool word_exists(Address at) {
-  return page_is_live(at) || sys::word_exists(static_cast<const uint32_t*>(pointer_to(at)));
-}
-
 // `count` words from `from` upwards, at most a page of them; 0 for those that are not there.
 void copy_words(Address from, uint32_t count, uint32_t* out) {
   if (count == 0) return;
   const Address last = from + 4 * (count - 1);
   const uint32_t below = on_one_page(from, last) ? count : (round_up(from + 4, 1U << kPageShift) - from) / 4;
   memset(out, 0, 4 * count);
-  if (word_exists(from)) memcpy(out, pointer_to(from), 4 * below);
-  if (below < count && word_exists(last)) memcpy(out + below, pointer_to(from + 4 * below), 4 * (count - below));
+  if (memory_exists(from)) memcpy(out, pointer_to(from), 4 * below);
+  if (below < count && memory_exists(last)) memcpy(out + below, pointer_to(from + 4 * below), 4 * (count - below));
 }
 
 // The words below a pointer, down to the lowest that lies at a fixed place.

@@ -18,6 +18,7 @@
 // own flags, never by the present configuration.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "logs/format.h"
@@ -109,14 +110,28 @@ struct HeaderLayout {
 
   constexpr uint32_t guard_size() const { return guard ? kGuardSize : 0; }
 
-  // Bytes from the raw block to the user pointer; `info` is the block's, or 0 for one without;
+  // Bytes from the raw block to the user pointer; `info` is the block's, and 0 for one without;
   // `least` is the least alignment of the process.
   constexpr uint32_t header_offset(TraceInfo info, uint32_t least = 1U << kPlainAlignLog2) const {
-    const uint32_t log2 = trace_info && info.align_log2() != 0 ? info.align_log2() : kPlainAlignLog2;
-    return round_up(lowest_offset(trace_info && trace ? info.depth() : 0),
-                    1U << (log2 & 31) > least ? 1U << (log2 & 31) : least);
+    const uint32_t lowest = lowest_offset(trace ? info.depth() : 0);
+    if (__builtin_expect(info.align_log2() <= kPlainAlignLog2, 1)) return round_up(lowest, least);
+    const uint32_t alignment = 1U << (info.align_log2() & 31);
+    return round_up(lowest, alignment > least ? alignment : least);
   }
 };
+
+// lowest_offset(0) of a block with these link words, by all that it depends on: where a header is read, the table is
+// quicker than the sum.
+inline constexpr auto kFieldsSize = [] {
+  std::array<uint8_t, 8> sizes{};
+  for (uint32_t i = 0; i < sizes.size(); ++i) {
+    sizes[i] = static_cast<uint8_t>(HeaderLayout::of_words(i & kLinkFlags, 0, i >> 2).lowest_offset(0));
+  }
+  return sizes;
+}();
+inline uint32_t fields_size(uint32_t self_link, uint32_t prev_link) {
+  return kFieldsSize[(self_link & kLinkFlags) + 4 * (prev_link & kHasTime)];
+}
 
 // The drawing, word by word.
 namespace layout_proof {

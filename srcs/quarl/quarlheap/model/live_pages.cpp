@@ -1,5 +1,7 @@
 #include "quarlheap/model/live_pages.h"
 
+#include "platform/system.h"
+
 namespace quarl {
 
 constinit uint8_t live_pages[1U << (32 - kPageShift)]{};
@@ -29,6 +31,10 @@ void leave_far_pages(Address p, Address lowest, Address last) {
   visit_far_pages(p, lowest, last, [](uint8_t& count) {
     if (count > 0) --count;
   });
+}
+
+bool memory_exists(Address address) {
+  return page_is_live(address) || sys::word_exists(static_cast<const uint32_t*>(pointer_to(address & ~3U)));
 }
 
 }  // namespace quarl

@@ -20,11 +20,19 @@ inline bool page_is_live(Address address) {
   return live_pages[address >> kPageShift] != 0;
 }
 
+// Whether the word that holds this byte can be read. Asks the kernel about what is no live page.
+[[gnu::cold, gnu::noinline]] bool memory_exists(Address address);
+
 constexpr bool on_one_page(Address a, Address b) {
   return (a ^ b) >> kPageShift == 0;
 }
 
-// The pages of a block beside that of its links; see block_span.
+// Whether so many bytes below p lie on the page that p itself is on.
+constexpr bool page_holds(Address p, uint32_t bytes_below) {
+  return (p & ((1U << kPageShift) - 1)) >= bytes_below;
+}
+
+// The pages of a block beside that of its links.
 [[gnu::cold, gnu::noinline]] void enter_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
 [[gnu::cold, gnu::noinline]] void leave_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
 

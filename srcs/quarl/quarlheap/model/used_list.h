@@ -27,16 +27,16 @@ inline void set_link(Address p, HeaderWord which, Address target) {
   link = (link & kLinkFlags) | target;
 }
 
-// Whether p, a link's target, is a block that names itself and, by this link, its neighbour. One that names itself is
-// aligned as blocks are, or as good as one to whoever wrote there.
+// Whether p, a link's target, is a block that names itself. One that does is aligned as blocks are, or as good as one
+// to whoever wrote there.
+inline bool is_one(Address p) {
+  if (!page_is_live(p - 4) || (word(p, kSelfLink) ^ p) > kLinkFlags) return false;
+  return __builtin_expect(page_holds(p, kFixedSize), 1) || page_is_live(p - kFixedSize);
+}
+
+// Whether it names its neighbour by this link, too.
 inline bool names(Address p, HeaderWord which, Address neighbour) {
-  const Address lowest = p - kFixedSize;
-  if (!page_is_live(lowest)) return false;
-  if (__builtin_expect((lowest & ((1U << kPageShift) - 1)) > (1U << kPageShift) - kFixedSize, 0) &&
-      !page_is_live(p - 4)) {
-    return false;
-  }
-  return (word(p, kSelfLink) ^ p) <= kLinkFlags && (word(p, which) ^ neighbour) <= kLinkFlags;
+  return is_one(p) && (word(p, which) ^ neighbour) <= kLinkFlags;
 }
 
 }  // namespace header
@@ -55,12 +55,25 @@ inline void link_block(SoundBlock block, Address last_byte) REQUIRES(hook_mutex)
   if (heap_block_head == 0) heap_block_head = p;
 }
 
-// Whether both neighbours of a block, or the ends of the list, name it. The block can be one.
-inline bool well_linked(Address p) REQUIRES(hook_mutex) {
+// The two words that name a block on the list: links of its neighbours, or the ends of the list.
+struct Ties {
+  uint32_t* from_next = nullptr;
+  uint32_t* from_prev = nullptr;
+
+  explicit operator bool() const { return from_prev != nullptr; }  // both are known, and name it
+};
+
+// Of a block that can be one: its ties, when they hold.
+[[gnu::always_inline]] inline Ties ties_of(Address p) REQUIRES(hook_mutex) {
   const Address next = header::link(p, kNextLink);
   const Address prev = header::link(p, kPrevLink);
-  return (next == 0 ? heap_block_tail == p : header::names(next, kPrevLink, p)) &&
-         (prev == 0 ? heap_block_head == p : header::names(prev, kNextLink, p));
+  if (__builtin_expect(next == prev, 0) && next != 0) return {};
+  if (next != 0 && !header::is_one(next)) return {};
+  if (prev != 0 && !header::is_one(prev)) return {};
+  uint32_t* from_next = next != 0 ? &header::word(next, kPrevLink) : &heap_block_tail;
+  uint32_t* from_prev = prev != 0 ? &header::word(prev, kNextLink) : &heap_block_head;
+  if ((*from_next ^ p) > kLinkFlags || (*from_prev ^ p) > kLinkFlags) return {};
+  return {from_next, from_prev};
 }
 
 // Whether the list knows the block, however damaged its links are: a neighbour or an end of the list names it, or a
@@ -73,36 +86,33 @@ inline bool well_linked(Address p) REQUIRES(hook_mutex) {
 // Takes a block off the list whose links are damaged, and mends its neighbours' links as far as others tell of them.
 [[gnu::cold, gnu::noinline]] void unlink_damaged(Address p) REQUIRES(hook_mutex);
 
-// `whole`: the block is well linked.
-inline void unlink_block(SoundBlock block, bool whole) REQUIRES(hook_mutex) {
+// `ties` are the block's; where they do not hold, the list is mended as far as it goes.
+inline void unlink_block(SoundBlock block, Ties ties) REQUIRES(hook_mutex) {
   const Address p = block.p();
   leave_pages(p, block.chunk_word(), block.last_byte());
   --heap_block_count;
-  if (__builtin_expect(!whole, 0)) {
+  if (__builtin_expect(!ties, 0)) {
     unlink_damaged(p);
     return;
   }
-  const Address next = header::link(p, kNextLink);
-  const Address prev = header::link(p, kPrevLink);
-  if (next != 0) header::set_link(next, kPrevLink, prev);
-  if (prev != 0) header::set_link(prev, kNextLink, next);
-  if (heap_block_head == p) heap_block_head = next;
-  if (heap_block_tail == p) heap_block_tail = prev;
+  // Both name p; their flags stay.
+  *ties.from_next += header::link(p, kPrevLink) - p;
+  *ties.from_prev += header::link(p, kNextLink) - p;
 }
 
 // The end of a block: takes it off the list and marks its header.
-inline void mark_released(SoundBlock block, bool whole) REQUIRES(hook_mutex) {
-  unlink_block(block, whole);
+inline void mark_released(SoundBlock block, Ties ties) REQUIRES(hook_mutex) {
+  unlink_block(block, ties);
   mark_freed(block.p());
 }
 
 // Asks for the cache lines that the end of a block touches (its header, its guard, both neighbours), so that they come
-// side by side instead of one after the other. Of a pointer that cannot be a block nothing is read.
+// side by side instead of one after the other. The word before p is there.
 [[gnu::always_inline]] inline void prefetch_block(Address p) {
   constexpr uint32_t kTypicalHeader = 72;
   const DoubtfulBlock block(p);
   prefetch(p - kTypicalHeader);
-  if (!page_is_live(p - 4) || !page_is_live(p - kFixedSize) || !block.names_itself()) return;
+  if (!page_holds(p, kFixedSize) || !block.names_itself()) return;
   prefetch(header::link(p, kNextLink) - 12);
   prefetch(header::link(p, kPrevLink) - 12);
   prefetch(p + block.claimed_size());
