@@ -66,7 +66,7 @@ class Damage(unittest.TestCase):
             totals = [a + int(b) for a, b in zip(totals, ended.groups())]
             failed += [f"{line}: {text}" for text in out.splitlines() if text.startswith("round")]
         print("sound {} apart {} failed {} stopped {}".format(*totals), file=sys.stderr, flush=True)
-        self.assertEqual(failed, [], f"seed {seed}")
+        self.assertEqual(failed, [], f"seed {seed}: " + "\n".join(failed))
         self.assertGreater(totals[3], rounds // 4)  # faults were planted and found
         self.assertGreater(totals[0], rounds // 2)
 

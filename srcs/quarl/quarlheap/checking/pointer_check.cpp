@@ -24,12 +24,13 @@ namespace {
 }
 
 [[gnu::noinline]] bool qr_find_used_block(Address p, bool lock_held) {
-  for (BlockWalk walk; walk.here(); walk.step()) {
+  BlockWalk walk;
+  for (; walk.here(); walk.step()) {
     if (walk.block().p() == p) return true;
     if (qr_check_block(walk.block()) == QR_FAULT_HEAD) report_and_stop(walk.block(), QR_FAULT_HEAD, lock_held);
   }
-  // Lost from the list by a damaged link, but still known by a neighbour.
-  return is_listed(p);
+  // Lost from the list by a damaged link, but still known by a neighbour; or by nobody, where blocks are.
+  return is_listed(p) || (walk.broke_off() && DoubtfulBlock(p).can_be_block());
 }
 
 namespace {

@@ -110,7 +110,7 @@ void unlink_damaged(Address p) {
 BlockWalk::BlockWalk() : at_(heap_block_head) {
   if (at_ != 0 && DoubtfulBlock(at_).can_be_block()) return;
   if (heap_block_count > 0) tell_broken_off(at_, 0);
-  at_ = 0;
+  at_ = met_ = 0;
 }
 
 void BlockWalk::step() {
@@ -121,10 +121,11 @@ void BlockWalk::step() {
     at_ = next;
     return;
   }
-  if (ends && met_ == heap_block_count) {
-    told_at = 0;
+  if (!ends && met_ == heap_block_count) --met_;  // the link should end here, and leads along a circle or nowhere
+  if (broke_off()) {
+    tell_broken_off(at_, met_);
   } else {
-    tell_broken_off(at_, met_ < heap_block_count ? met_ : met_ - 1);
+    told_at = 0;
   }
   at_ = 0;
 }

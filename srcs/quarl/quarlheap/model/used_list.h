@@ -130,6 +130,8 @@ class BlockWalk {
   bool here() const { return at_ != 0; }
   DoubtfulBlock block() const { return DoubtfulBlock(at_); }
   void step() REQUIRES(hook_mutex);
+  // Of a walk that has ended: whether blocks are out of reach.
+  bool broke_off() const REQUIRES(hook_mutex) { return met_ < heap_block_count; }
 
  private:
   Address at_;
