@@ -57,3 +57,4 @@ bool quarl::take_bare_block(void*) {
   return false;
 }
 constinit uint32_t quarl::least_alignment = 8;
+constinit uint32_t quarl::raw_alignment = 8;

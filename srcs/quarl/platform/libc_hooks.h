@@ -82,6 +82,9 @@ void keep_bare_block(void* ptr);
 // constant of the process from prepare_raw_entries on, before which no block has a header.
 extern uint32_t least_alignment;
 
+// What the allocator aligns each raw block to that is no mapping, 8 or 16; a constant from prepare_raw_entries on.
+extern uint32_t raw_alignment;
+
 // A failure that a hook decided on by itself: errno becomes ENOMEM where the program was promised so.
 void tell_failure();
 

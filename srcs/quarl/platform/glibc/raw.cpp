@@ -1,6 +1,8 @@
 // The raw entries over glibc: its own allocator for ordinary chunks, mappings of our own for large ones.
 #include <errno.h>
+#include <gnu/libc-version.h>
 #include <malloc.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -68,6 +70,12 @@ bool wants_mapping_with(size_t alignment, size_t size) {
 // one until it is released.
 bool stand_aside() {
   return bypassed.everything || left_alone();
+}
+
+// glibc aligns to what its compiler's largest type wants, on i686 since 2.26 only.
+uint32_t glibc_alignment() {
+  const char* minor = strchr(gnu_get_libc_version(), '.');
+  return minor != nullptr && atoi(minor + 1) >= 26 ? glibc::kLibcAlignment : 8;
 }
 
 }  // namespace
@@ -143,11 +151,14 @@ bool of_other_allocator(void* ptr) {
   return other_allocators && glibc::on_foreign_page(address_of(ptr));
 }
 
+constinit uint32_t raw_alignment = 8;
+
 void prepare_raw_entries() {
   glibc::find_allocators();
   other_allocators = glibc::others_behind;
   switch_off_own_mappings();
   glibc::choose_contract();
+  raw_alignment = glibc_alignment();
 }
 
 void settle_hooks() {

@@ -33,6 +33,7 @@ void settle_hooks() {}
 
 // The hooks' promises are the C library's.
 constinit uint32_t least_alignment = 8;
+constinit uint32_t raw_alignment = 8;
 void tell_failure() {}
 
 void end_thread() {

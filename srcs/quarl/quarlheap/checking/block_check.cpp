@@ -37,7 +37,9 @@ bool size_tolerable(const BoundedBlock& block, ChunkWord chunk, uint32_t expecte
 }  // namespace
 
 bool chunk_tolerable(BoundedBlock block) {
-  return size_tolerable(block, block.chunk(), expected_chunk(block));
+  const ChunkWord chunk = block.chunk();
+  if (!chunk.mapped() && !block.raw_is_aligned()) return false;
+  return size_tolerable(block, chunk, expected_chunk(block));
 }
 
 FaultCode qr_check_block(DoubtfulBlock block) {

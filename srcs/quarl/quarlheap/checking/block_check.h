@@ -34,7 +34,7 @@ inline uint32_t expected_chunk(BoundedBlock block) {
 [[gnu::always_inline]] inline bool header_fits(BoundedBlock block) {
   if (!block) return false;
   const ChunkWord chunk = block.chunk();
-  const bool usual = chunk.is_ordinary(expected_chunk(block));
+  const bool usual = chunk.is_ordinary(expected_chunk(block)) && block.raw_is_aligned();
   return (__builtin_expect(usual, 1) || chunk_tolerable(block)) && block.end_exists();
 }
 

@@ -89,6 +89,8 @@ class BoundedBlock {
   TraceInfo info() const { return header::trace_info(p_, layout()); }
   uint32_t size() const { return header::word(p_, kUserSize); }
   ChunkWord chunk() const { return chunk_before(p_ - offset_); }
+  // Whether an ordinary chunk can lie there.
+  bool raw_is_aligned() const { return ((p_ - offset_) & (raw_alignment - 1)) == 0; }
 
   // Whether the block's last bytes, as many as the guard has, lie in memory that is there.
   bool end_exists() const {
