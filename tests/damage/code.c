@@ -1,6 +1,7 @@
 #include "code.h"
 
 #include <dlfcn.h>
+#include <link.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -10,7 +11,7 @@ static struct Module {
   char name[40];
 } modules[16];
 static int module_count;
-static uintptr_t allocator_low, allocator_high;
+static uintptr_t allocator_low, allocator_high, walk_low, walk_high;
 
 static void learn_modules(void) {
   FILE* maps = fopen("/proc/self/maps", "r");
@@ -37,6 +38,12 @@ static void learn_allocator(void) {
   if (!first) first = (char*)dlsym(libc, "__libc_malloc") - 0x3000;
   allocator_low = (uintptr_t)first;
   allocator_high = (uintptr_t)dlsym(libc, "malloc_info") + 100;
+  // The loader's list of libraries lies in blocks that a pointer given back before may name.
+  Dl_info walk;
+  const ElfW(Sym)* symbol = NULL;
+  if (!dladdr1(dlsym(libc, "dl_iterate_phdr"), &walk, (void**)&symbol, RTLD_DL_SYMENT) || !symbol) abort();
+  walk_low = (uintptr_t)walk.dli_saddr;
+  walk_high = walk_low + symbol->st_size;
 }
 
 void learn_code(void) {
@@ -67,6 +74,7 @@ enum Owner owner_of(uintptr_t address) {
   if (!module) return kNobody;
   if (strstr(module->name, "libquarl")) return in_raw_entry(address - module->base) ? kAllocator : kChecker;
   if (strncmp(module->name, "ld-", 3) == 0) return kAllocator;
+  if (address >= walk_low && address < walk_high) return kAllocator;
   return address >= allocator_low && address < allocator_high ? kAllocator : kOther;
 }
 
