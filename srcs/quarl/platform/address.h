@@ -28,6 +28,14 @@ struct AddressRange {
   constexpr bool overlaps(const AddressRange& other) const {
     return size != 0 && other.size != 0 && (holds(other.start) || other.holds(start));
   }
+  // What lies below a range that overlaps this one, and behind it.
+  constexpr AddressRange below(const AddressRange& other) const {
+    return {start, holds(other.start) ? other.start - start : 0};
+  }
+  constexpr AddressRange behind(const AddressRange& other) const {
+    const Address end = other.start + other.size;
+    return {end, holds(end) ? start + size - end : 0};
+  }
 };
 
 constexpr uint32_t round_up(uint32_t value, uint32_t power_of_two) {

@@ -10,6 +10,10 @@ void* map_near(Address hint, size_t size) {
   return raw::map(pointer_to(hint), size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 }
 
+void unmap_part(const AddressRange& part) {
+  if (part.size != 0) unmap_own(pointer_to(part.start), part.size);
+}
+
 }  // namespace
 
 // First where the kernel likes, then all over the address space.
@@ -27,9 +31,8 @@ void* map_own_outside(size_t size, const AddressRange& range) {
 void unmap_own_outside(void* memory, size_t size, const AddressRange& range) {
   const AddressRange own{address_of(memory), static_cast<uint32_t>(size)};
   if (!own.overlaps(range)) return unmap_own(memory, size);
-  if (own.holds(range.start) && range.start != own.start) unmap_own(memory, range.start - own.start);
-  const Address end = range.start + range.size;
-  if (own.holds(end)) unmap_own(pointer_to(end), own.start + own.size - end);
+  unmap_part(own.below(range));
+  unmap_part(own.behind(range));
 }
 
 }  // namespace quarl

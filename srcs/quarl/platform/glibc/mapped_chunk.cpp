@@ -34,7 +34,6 @@ void set_mapping_resized(void (*told)(void* base, size_t old_size, size_t size))
 namespace quarl::glibc {
 namespace {
 
-constexpr uint32_t kPage = 4096;
 constexpr uint32_t kPlainOffset = 16;  // base to raw block
 
 // The mapping that the public entry is being told of on this thread, 0 for none.

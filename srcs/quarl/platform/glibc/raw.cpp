@@ -14,6 +14,7 @@
 #include "platform/glibc/contract.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
+#include "platform/glibc/regions.h"
 
 namespace {
 
@@ -122,6 +123,7 @@ void* ext_memalign(size_t alignment, size_t size) {
 
 void* ext_mmap(void* addr, size_t length, int prot, int flags, int fd, long offset) {
   if (told_mapping(addr)) return addr;
+  if ((flags & MAP_FIXED) != 0) leave_to_application({address_of(addr), round_up(length, kPage)});
   constexpr unsigned kUnit = 4096;  // mmap2 counts the offset in these on every target
   const uint64_t bytes = full_offset(fd, offset);
   if (bytes % kUnit != 0) {

@@ -9,7 +9,6 @@
 namespace quarl::glibc {
 namespace {
 
-constexpr uint32_t kPage = 4096;
 constexpr uint32_t kStep = 64 * 1024;  // sizes of regions that are kept, so that like ones serve each other
 constexpr uint32_t kSmallestKept = 128 * 1024;
 constexpr uint32_t kLargestKept = 640 * 1024;  // from 512 KiB on glibc maps and unmaps every block, too
@@ -35,6 +34,10 @@ bool unmap_region(const Region& region) {
   if (ext_munmap(pointer_to(region.base), region.size) == 0) return true;
   madvise(pointer_to(region.base), region.size, MADV_DONTNEED);
   return false;
+}
+
+void unmap_part(const AddressRange& part) {
+  if (part.size != 0) ext_munmap(pointer_to(part.start), part.size);
 }
 
 bool kept_size(uint32_t size) {
@@ -75,6 +78,18 @@ void drop_kept() {
 }
 
 }  // namespace
+
+void leave_to_application(const AddressRange& range) {
+  for (uint32_t& place : kept) {
+    uint32_t word = __atomic_load_n(&place, __ATOMIC_RELAXED);
+    const Region region = unpacked(word);
+    const AddressRange own{region.base, region.size};
+    if (!own.overlaps(range)) continue;
+    if (!__atomic_compare_exchange_n(&place, &word, 0, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED)) continue;
+    unmap_part(own.below(range));
+    unmap_part(own.behind(range));
+  }
+}
 
 uint32_t region_size(uint32_t size) {
   return kept_size(size) ? round_up(size, kStep) : size;

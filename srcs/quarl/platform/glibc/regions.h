@@ -7,6 +7,8 @@
 
 namespace quarl::glibc {
 
+inline constexpr uint32_t kPage = 4096;
+
 struct Region {
   Address base;   // 0: none
   uint32_t size;  // bytes
@@ -28,6 +30,9 @@ bool stretch_region(const Region& region, uint32_t size);
 
 // Moves the pages of a region into the place of another, which is larger. False when the kernel refuses.
 bool move_region(const Region& region, const Region& place);
+
+// The application is about to map what it likes there: no region that overlaps the range is kept.
+void leave_to_application(const AddressRange& range);
 
 // What a region for a mapping of that size is made with.
 uint32_t region_size(uint32_t size);

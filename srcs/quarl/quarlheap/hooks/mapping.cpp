@@ -98,10 +98,10 @@ void note_unmapping(const Flags& flags, uint32_t address, uint32_t length, const
 
 // Where the application says which addresses it wants, the checker's own may be among them.
 bool leave_wanted_place(const void* addr, size_t length, int flags) {
-  if ((flags & (MAP_FIXED | MAP_FIXED_NOREPLACE)) == 0) return true;
+  if ((flags & MAP_FIXED) == 0) return true;
   const KeepErrno keep;
   const ScopedLock lock;
-  return leave_to_application({address_of(addr), round_up(static_cast<uint32_t>(length), QR_PAGE_SIZE)});
+  return leave_to_application({address_of(addr), round_up(length, static_cast<uint32_t>(QR_PAGE_SIZE))});
 }
 
 // Records are kept while mappings are; what happens to them is seen while there are any.
