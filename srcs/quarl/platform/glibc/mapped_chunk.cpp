@@ -65,6 +65,12 @@ void tell_unmapped(Address base, uint32_t size) {
   const VisibleMapping visible(base);
   munmap(pointer_to(base), size);
 }
+// Done by the hooks themselves: should the kernel refuse, they count it as failed, and their record stays. The pages go
+// all the same.
+void unmap_visibly(const Region& region) {
+  const VisibleMapping visible(0);
+  if (munmap(pointer_to(region.base), region.size) != 0) madvise(pointer_to(region.base), region.size, MADV_DONTNEED);
+}
 
 // How a chunk lies in its mapping.
 struct Shape {
@@ -173,8 +179,13 @@ void unmap_chunk(MappedChunk* entry) {
   const MappedChunk chunk = *entry;
   mapped_book.remove(entry);
   if (others_behind) forget_pages(chunk.base(), chunk.size);
-  tell_unmapped(chunk.base(), chunk.size);
-  give_back_region({chunk.base(), chunk.region, false});
+  const Region region{chunk.base(), chunk.region, false};
+  if (keeps_region(region)) {
+    tell_unmapped(chunk.base(), chunk.size);
+    give_back_region(region);
+  } else {
+    unmap_visibly(region);
+  }
   errno = error;
 }
 

@@ -115,8 +115,12 @@ Region take_region_below(uint32_t alignment, uint32_t size) {
   return {base, size, true};
 }
 
+bool keeps_region(const Region& region) {
+  return kept_size(region.size) && region.size % kStep == 0;
+}
+
 bool give_back_region(const Region& region) {
-  if (!kept_size(region.size) || region.size % kStep != 0) return unmap_region(region);
+  if (!keeps_region(region)) return unmap_region(region);
   return keep(region) || keep_instead(region);
 }
 

@@ -22,6 +22,9 @@ Region take_region(uint32_t size);
 // above the page size: the page behind it is aligned.
 Region take_region_below(uint32_t alignment, uint32_t size);
 
+// Whether such a region would be kept when it is given back. One that is not is as large as its mapping.
+bool keeps_region(const Region& region);
+
 // Keeps or unmaps it. False when the kernel would not take it back: its pages are free then, its addresses lost.
 bool give_back_region(const Region& region);
 
