@@ -6,7 +6,7 @@
 namespace quarl {
 namespace {
 
-constexpr uint32_t kLeafLog2 = 22;  // a leaf for 4 MiB of addresses
+constexpr uint32_t kLeafLog2 = 20;  // a leaf for 1 MiB of addresses
 constexpr uint32_t kGrainLog2 = 3;
 constexpr uint32_t kWords = 1U << (kLeafLog2 - kGrainLog2 - 5);
 

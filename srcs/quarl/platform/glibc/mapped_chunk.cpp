@@ -138,15 +138,10 @@ void* move_chunk(MappedChunk* entry, const Shape& shape) {
   mapped_book.remove(entry);
   if (others_behind) forget_pages(chunk.base(), chunk.size);
   tell_unmapped(chunk.base(), chunk.size);
-  if (move_region({chunk.base(), chunk.region, false}, place)) {
-    enter_chunk(place, shape);
-    tell_mapped(place.base, shape.size);
-    return pointer_to(place.base + shape.offset);
-  }
-  mapped_book.enter(chunk);
-  if (others_behind) remember_pages(chunk.base(), chunk.size);
-  tell_mapped(chunk.base(), chunk.size);
-  return nullptr;
+  move_region({chunk.base(), chunk.region, false}, place);
+  enter_chunk(place, shape);
+  tell_mapped(place.base, shape.size);
+  return pointer_to(place.base + shape.offset);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "platform/glibc/regions.h"
 
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -70,13 +71,6 @@ bool keep_instead(const Region& region) {
   return older == 0 || unmap_region(unpacked(older));
 }
 
-void drop_kept() {
-  for (uint32_t& place : kept) {
-    const uint32_t word = __atomic_exchange_n(&place, 0, __ATOMIC_ACQUIRE);
-    if (word != 0) unmap_region(unpacked(word));
-  }
-}
-
 }  // namespace
 
 void leave_to_application(const AddressRange& range) {
@@ -99,9 +93,16 @@ Region take_region(uint32_t size) {
   const uint32_t wanted = region_size(size);
   Region region = kept_size(wanted) ? take_kept(wanted) : Region{};
   if (region.base == 0) region = map_region(wanted);
-  if (region.base != 0) return region;
-  drop_kept();
-  return map_region(size);
+  return region.base != 0 ? region : map_region(size);
+}
+
+bool drop_kept_regions() {
+  bool dropped = false;
+  for (uint32_t& place : kept) {
+    const uint32_t word = __atomic_exchange_n(&place, 0, __ATOMIC_ACQUIRE);
+    if (word != 0) dropped |= unmap_region(unpacked(word));
+  }
+  return dropped;
 }
 
 Region take_region_below(uint32_t alignment, uint32_t size) {
@@ -130,8 +131,11 @@ bool stretch_region(const Region& region, uint32_t size) {
   return syscall(SYS_mremap, region.base, region.size, size, 0, 0) != -1;
 }
 
-bool move_region(const Region& region, const Region& place) {
-  return syscall(SYS_mremap, region.base, region.size, place.size, MREMAP_MAYMOVE | MREMAP_FIXED, place.base) != -1;
+// The kernel wants room for the pages at both places for a moment, which a limit may not allow.
+void move_region(const Region& region, const Region& place) {
+  if (syscall(SYS_mremap, region.base, region.size, place.size, MREMAP_MAYMOVE | MREMAP_FIXED, place.base) != -1) return;
+  memcpy(pointer_to(place.base), pointer_to(region.base), region.size < place.size ? region.size : place.size);
+  give_back_region(region);
 }
 
 }  // namespace quarl::glibc

@@ -31,8 +31,11 @@ bool give_back_region(const Region& region);
 // Changes the size of a region where it lies. False when there is no room, the region untouched.
 bool stretch_region(const Region& region, uint32_t size);
 
-// Moves the pages of a region into the place of another, which is larger. False when the kernel refuses.
-bool move_region(const Region& region, const Region& place);
+// Moves what is in a region into the place of another, as much as that holds; the first is gone then.
+void move_region(const Region& region, const Region& place);
+
+// Unmaps all that are kept: somebody finds no memory. False when there were none.
+bool drop_kept_regions();
 
 // The application is about to map what it likes there: no region that overlaps the range is kept.
 void leave_to_application(const AddressRange& range);
