@@ -1,6 +1,7 @@
 #include "platform/glibc/mapped_book.h"
 
 #include "platform/glibc/allocators.h"
+#include "platform/glibc/regions.h"
 
 namespace quarl::glibc {
 
@@ -10,6 +11,7 @@ bool MappedBook::prepare(Address raw) {
   Leaf** place = &leaves_[raw >> kLeafLog2];
   if (__atomic_load_n(place, __ATOMIC_ACQUIRE) != nullptr) return true;
   void* memory = libc_allocator.allocate_cleared(1, sizeof(Leaf));
+  if (memory == nullptr && drop_kept_regions()) memory = libc_allocator.allocate_cleared(1, sizeof(Leaf));
   if (memory == nullptr) return false;
   Leaf* none = nullptr;
   auto* leaf = static_cast<Leaf*>(memory);
