@@ -9,11 +9,11 @@
 #include <malloc.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <stddef.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>

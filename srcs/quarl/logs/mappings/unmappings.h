@@ -34,8 +34,8 @@ class Unmappings {
   // second at most, once for each.
   void await_results() REQUIRES(hook_mutex);
 
-  // In a forked child: ends one that another thread of the parent, of which `task` forked, had begun. Returns false when
-  // there is none left; `unmapped` says how the real call went.
+  // In a forked child: ends one that another thread of the parent, of which `task` forked, had begun. Returns false
+  // when there is none left; `unmapped` says how the real call went.
   bool end_left_behind(int task, Unmapping* unmapping, bool* unmapped) REQUIRES(hook_mutex);
 
   // Entries have moved.

@@ -133,7 +133,8 @@ bool stretch_region(const Region& region, uint32_t size) {
 
 // The kernel wants room for the pages at both places for a moment, which a limit may not allow.
 void move_region(const Region& region, const Region& place) {
-  if (syscall(SYS_mremap, region.base, region.size, place.size, MREMAP_MAYMOVE | MREMAP_FIXED, place.base) != -1) return;
+  if (syscall(SYS_mremap, region.base, region.size, place.size, MREMAP_MAYMOVE | MREMAP_FIXED, place.base) != -1)
+    return;
   memcpy(pointer_to(place.base), pointer_to(region.base), region.size < place.size ? region.size : place.size);
   give_back_region(region);
 }
