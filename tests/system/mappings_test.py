@@ -5,13 +5,16 @@ import struct
 
 import case
 from log_file import ALLOCATED, FAILED, RELEASED, read_log
+from promise import promise
 
 PAGE = 4096
+ENOMEM = 12
+MMAP, FIXED = 5, "3 50 -1 0"
 ANONYMOUS = "3 34 -1 0"
 ENTRIES = 56  # in one record page
 
 
-class Mappings(case.Case):
+class Lists(case.Case):
     def lists(self, driver):
         """(live records, free entries, use counts of the pages), read through the exported globals."""
         def walk(symbol):
@@ -26,6 +29,9 @@ class Mappings(case.Case):
             at = driver.word(at + 4)
         return walk("useed_head"), walk("unuse_head"), pages
 
+
+
+class Mappings(Lists):
     def test_pages_are_taken_and_given_back(self):
         driver = self.driver("")
         made = [driver.do(f"mmap 0 {PAGE} {ANONYMOUS}") for _ in range(ENTRIES)]
@@ -144,6 +150,122 @@ class Mappings(case.Case):
         self.assert_ends(driver)
         log = read_log(self.log_path(driver, "quarl"))
         self.assertEqual((log.record_count, log.stats.held), (5000, 5000 * PAGE))
+
+
+class Threads(case.Case):
+    @promise("The books of mappings are right where threads get the addresses that others have just given back, and in the"
+             " children that they fork.")
+    def test_threads_get_each_others_addresses(self):
+        for arguments in ("4 1500 0", "4 3000 20") if self.target.emulated else ("8 3000 0", "2 20000 0", "4 20000 60"):
+            with self.subTest(arguments):
+                process = self.run_victim("mapping_churn", *arguments.split(), config="")
+                self.assert_ends(process)
+                log = read_log(self.log_path(process, "quarl", program="mapping_churn"))
+                counts = log.stats.counts()
+                self.assertEqual([record.brief() for record in log.records if record.operation == MMAP], [])
+                self.assertEqual(counts["munmap file"], counts["mmap file"])
+                self.assertEqual(log.stats.file_held, 0)
+                self.assertEqual((log.stats.held - sum(record.size for record in log.records)) % (1 << 32),
+                                 process.said("trimmed")[0])
+                if not arguments.endswith(" 0"):
+                    self.check_children(process)
+
+    def check_children(self, parent):
+        children = set(parent.said("child"))
+        self.assertGreater(len(children), 5)
+        name = self.target.process_name("mapping_churn")
+        for child in children:
+            log = read_log(self.directory / f"{name}_{child}_quarl.log")
+            spans = [[int(end, 16) for end in line.split()[0].split("-")] for line in log.maps.splitlines()]
+            for record in log.records:
+                last = record.address + record.size - 1
+                self.assertTrue(record.operation != MMAP or any(start <= last < end for start, end in spans), record)
+
+
+class OwnPages(Lists):
+    @promise("An application that maps over the checker's records with `MAP_FIXED` gets the addresses that it wants, and the"
+             " records move.")
+    def test_records_move_out_of_the_way(self):
+        """300 mappings take six pages of records, and an index of their own size. What lies below those of a record page
+        is mapped over, then a part of one, then everything that is the checker's."""
+        driver = self.driver("")
+        before = self.writable(driver)
+        made = [driver.do(f"mmap 0 {PAGE} 0 34 -1 0") for _ in range(300)]
+        held = (300, 6 * ENTRIES - 300, [ENTRIES] * 5 + [300 - 5 * ENTRIES])
+        self.assertEqual(self.lists(driver), held)
+        taken = []
+        for size in (4 * PAGE, PAGE):
+            taken.append((driver.read("qr_mmap_block_head") + 4 * PAGE - size, size))
+            self.take(driver, *taken[-1])
+        if not self.target.emulated:
+            mine = [(start, end - start) for start, end in self.writable(driver) - before]
+            mine = [(start, size) for start, size in mine if (start, size) not in taken]
+            self.assertGreater(sum(size for _, size in mine), 6 * 4 * PAGE)
+            for start, size in mine:
+                self.take(driver, start, size)
+            taken += mine
+        for address in made:
+            self.assertEqual(driver.munmap(address, PAGE), 0)
+        live, free, pages = self.lists(driver)
+        self.assertEqual((live, len(pages)), (len(taken), 1))
+        for start, size in taken:
+            self.assertEqual(driver.holds(start, 0x5A, size), 1)
+            self.assertEqual(driver.munmap(start, size), 0)
+        self.assertEqual(self.lists(driver), (0, 0, []))
+        self.assert_ends(driver)
+
+    def take(self, driver, start, size):
+        live = self.lists(driver)[0]
+        self.assertEqual(driver.do(f"mmap {start:#x} {size} {FIXED}"), start)
+        driver.fill(start, 0x5A, size)
+        self.assertEqual(self.lists(driver)[0], live + 1)
+
+    def writable(self, driver):
+        """What is mapped without a file, to be read and written."""
+        with open(f"/proc/{driver.pid}/maps") as file:
+            lines = [line.split() for line in file]
+        return {tuple(int(end, 16) for end in line[0].split("-")) for line in lines if line[1] == "rw-p" and len(line) == 5}
+
+    def test_kept_pages_of_a_large_block_are_given_up(self):
+        driver = self.driver("")
+        block = driver.malloc(200000)
+        start = block & -PAGE
+        driver.free(block)
+        self.assertEqual(driver.do(f"mmap {start + PAGE:#x} {2 * PAGE} {FIXED}"), start + PAGE)
+        driver.fill(start + PAGE, 0x5A, 2 * PAGE)
+        for _ in range(10):
+            driver.fill(driver.malloc(200000), 0xEE, 200000)
+        self.assertEqual(driver.holds(start + PAGE, 0x5A, 2 * PAGE), 1)
+        self.assert_ends(driver)
+
+
+class Refused(Lists):
+    @promise("A mapping that the kernel does not take back is a failed `munmap`, and stays in the books.")
+    def test_what_the_kernel_refuses_to_unmap(self):
+        if self.target.emulated:
+            self.skipTest("the emulator knows no seccomp filters")
+        driver = self.driver("QUARL_OUTPUT_LOG=1")
+        older, newer = (driver.do(f"mmap 0 {7 * PAGE} {ANONYMOUS}") for _ in range(2))
+        self.assertEqual(driver.refuse(7 * PAGE), 0)
+        for _ in range(2):
+            answer = driver.munmap(older, 7 * PAGE)
+            self.assertEqual((answer, answer.number), (0xFFFFFFFF, ENOMEM))
+        self.assertEqual([driver.word(driver.read("useed_head") + 20), self.lists(driver)[0]], [older, 2])
+        self.assertEqual(driver.munmap(older + 5 * PAGE, 2 * PAGE), 0)  # its end, by which it is found again
+        self.assertEqual(self.lists(driver)[0], 1)
+
+        block = driver.malloc(1000000)
+        driver.fill(block, 0xEE, 1000000)
+        driver.refuse(driver.word(driver.read("useed_tail") + 16))
+        driver.free(block)
+        self.assertEqual((driver.holds(block, 0, 1000000), self.lists(driver)[0]), (1, 2))  # without its pages
+        driver.free(driver.malloc(2000000))
+        self.assert_ends(driver)
+        log = read_log(self.log_path(driver, "quarlAll"))
+        self.assertEqual(log.stats.counts()["munmap"][:2], (5, 3))
+        refused = [record.brief()[2:] for record in log.records if record.kind == FAILED]
+        self.assertEqual(refused[:2], [(7 * PAGE, older)] * 2)
+        self.assertEqual((len(refused), refused[2][1]), (3, block & -PAGE))
 
 
 if __name__ == "__main__":

@@ -72,8 +72,9 @@ void set_mapping_resized(void (*told)(void* base, size_t old_size, size_t size))
 extern bool other_allocators;
 bool of_other_allocator(void* ptr);
 
-// Blocks that the layer gave out without a header, before the hooks were there or past them. `take` says whether it is
-// one and forgets it; `keep` is for one that was taken and stays the application's all the same.
+// Blocks given out without a header: by the layer, before the hooks were there or past them, and by the hooks while
+// headers are off. `take` says whether it is one and forgets it; `keep` is for one that is given out, or was taken and
+// stays the application's all the same. `keep` may allocate, from the C library alone.
 bool is_bare_block(void* ptr);
 bool take_bare_block(void* ptr);
 void keep_bare_block(void* ptr);

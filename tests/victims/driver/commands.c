@@ -4,16 +4,21 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <malloc.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -150,6 +155,19 @@ COMMAND(limit) {  // resource, soft limit
   limit.rlim_cur = N(2);
   return (Word)setrlimit((int)N(1), &limit);
 }
+COMMAND(refuse) {  // from now on the kernel refuses to unmap N(1) bytes
+  struct sock_filter steps[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_munmap, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, args[1])),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, N(1), 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOMEM),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  struct sock_fprog filter = {sizeof steps / sizeof steps[0], steps};
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  return (Word)prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter);
+}
 COMMAND(exit) {
   exit((int)N(1));
 }
@@ -185,7 +203,7 @@ static const struct {
     ROW(symbol),     ROW(check),   ROW(raise),       ROW(chdir),        ROW(open),     ROW(close),
     ROW(limit),      ROW(exit),    ROW(leave),       ROW(exec),         ROW(spawn),    ROW(call),
     ROW(dup2),       ROW(socket),  ROW(receive),     ROW(say),          ROW(dlopen),   ROW(cancel),
-    ROW(end_thread), ROW(wait),
+    ROW(end_thread), ROW(wait),    ROW(refuse),
 };
 
 // Runs the commands in a child and answers its wait status and its process id.

@@ -1,22 +1,16 @@
 #include "logs/mappings/mapping_index.h"
 
+#include <string.h>
 #include <sys/mman.h>
 
 #include "logs/mappings/mapping_records.h"
 #include "state/own_memory.h"
-#include "state/settings.h"
 
 namespace quarl {
 
 constinit MappingIndex mapping_index;
 
 namespace {
-
-constexpr uint32_t kFirstCapacity = 512;
-
-TraceInfoEntry* removed_mark() {
-  return reinterpret_cast<TraceInfoEntry*>(1);
-}
 
 uint32_t end_of(const TraceInfoEntry* entry) {
   return entry->record.start_addr + entry->record.size;
@@ -29,84 +23,106 @@ bool ends(const TraceInfoEntry* entry, uint32_t address, uint32_t length) {
   return record.from_file == 0 && end_of(entry) == address + length;
 }
 
-TraceInfoEntry* walk(uint32_t address, uint32_t length) {
-  for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) {
-    if (ends(entry, address, length)) return entry;
-  }
-  return nullptr;
+// The order of ages lasts over 2^31 mappings.
+bool older(uint32_t age, uint32_t other) {
+  return static_cast<int32_t>(age - other) < 0;
 }
 
 }  // namespace
 
-MappingIndex::Slot* MappingIndex::home(uint32_t end) const {
-  return slots_ + ((end >> 12) * 2654435761U >> 7 & (capacity_ - 1));
+uint32_t MappingIndex::home(uint32_t end) const {
+  return (end >> 12) * 2654435761U >> 7 & (capacity_ - 1);
 }
 
-MappingIndex::Slot* MappingIndex::step(Slot* slot) const {
-  return slot + 1 == slots_ + capacity_ ? slots_ : slot + 1;
+// Of an entry that is in the table.
+uint32_t MappingIndex::place_of(const TraceInfoEntry* entry) const {
+  uint32_t at = home(end_of(entry));
+  while (slots_[at].entry != entry) at = step(at);
+  return at;
 }
 
-void MappingIndex::insert(TraceInfoEntry* entry, uint32_t age) {
-  Slot* slot = home(end_of(entry));
-  while (slot->entry != nullptr) slot = step(slot);
-  *slot = {entry, age};
-  ++filled_;
+void MappingIndex::insert(const Slot& slot) {
+  uint32_t at = home(end_of(slot.entry));
+  while (slots_[at].entry != nullptr) at = step(at);
+  slots_[at] = slot;
+  ++used_;
 }
 
-void MappingIndex::drop_table() {
-  if (slots_ != nullptr) unmap_own(slots_, capacity_ * sizeof(Slot));
-  slots_ = nullptr;
-  capacity_ = filled_ = 0;
+// An entry behind the hole moves into it unless a search for it begins behind the hole.
+void MappingIndex::erase(uint32_t hole) {
+  for (uint32_t at = step(hole); slots_[at].entry != nullptr; at = step(at)) {
+    if (distance(home(end_of(slots_[at].entry)), at) < distance(hole, at)) continue;
+    slots_[hole] = slots_[at];
+    hole = at;
+  }
+  slots_[hole] = {};
+  --used_;
 }
 
-// A new table twice as large as what is live needs, filled from the list in its order.
-bool MappingIndex::grow() {
-  uint32_t live = 0;
-  for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) ++live;
-  uint32_t capacity = kFirstCapacity;
-  while (capacity < live * 4) capacity *= 2;
-  void* memory = map_own(capacity * sizeof(Slot));
+bool MappingIndex::move_table(uint32_t capacity, const AddressRange& avoided) {
+  void* memory = map_own_outside(capacity * sizeof(Slot), avoided);
   if (memory == MAP_FAILED) return false;
-  drop_table();
+  Slot* const old = slots_;
+  const uint32_t old_capacity = capacity_;
   slots_ = static_cast<Slot*>(memory);
   capacity_ = capacity;
-  next_age_ = 0;
-  for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) insert(entry, next_age_++);
+  used_ = 0;
+  for (const Slot* slot = old; slot != old + old_capacity; ++slot) {
+    if (slot->entry != nullptr) insert(*slot);
+  }
+  if (old != first_) unmap_own_outside(old, old_capacity * sizeof(Slot), avoided);
   return true;
 }
 
-void MappingIndex::add(TraceInfoEntry* entry) {
-  if (!complete_) return;
-  if (filled_ + 1 <= capacity_ / 2) {
-    insert(entry, next_age_++);
-  } else {
-    complete_ = grow();  // the entry is on the list already
-  }
+bool MappingIndex::make_room() {
+  return used_ < capacity_ / 2 || move_table(capacity_ * 2, {}) || used_ + 1 < capacity_;
 }
 
-void MappingIndex::remove(TraceInfoEntry* entry) {
-  if (!complete_ || capacity_ == 0) return;
-  for (Slot* slot = home(end_of(entry)); slot->entry != nullptr; slot = step(slot)) {
-    if (slot->entry != entry) continue;
-    slot->entry = removed_mark();
-    return;
-  }
+void MappingIndex::add(TraceInfoEntry* entry) {
+  insert({entry, next_age_++, false});
+}
+
+void MappingIndex::remove(const TraceInfoEntry* entry) {
+  erase(place_of(entry));
 }
 
 TraceInfoEntry* MappingIndex::find(uint32_t address, uint32_t length) {
-  if (!complete_) return walk(address, length);
-  if (capacity_ == 0) return nullptr;
-  Slot* oldest = nullptr;
-  for (Slot* slot = home(address + length); slot->entry != nullptr; slot = step(slot)) {
-    if (slot->entry == removed_mark() || !ends(slot->entry, address, length)) continue;
-    if (oldest == nullptr || slot->age < oldest->age) oldest = slot;
+  const Slot* oldest = nullptr;
+  for (uint32_t at = home(address + length); slots_[at].entry != nullptr; at = step(at)) {
+    const Slot& slot = slots_[at];
+    if (slot.aside || !ends(slot.entry, address, length)) continue;
+    if (oldest == nullptr || older(slot.age, oldest->age)) oldest = &slot;
   }
   return oldest != nullptr ? oldest->entry : nullptr;
 }
 
+void MappingIndex::set_aside(const TraceInfoEntry* entry, bool aside) {
+  slots_[place_of(entry)].aside = aside;
+}
+
+void MappingIndex::resize(TraceInfoEntry* entry, uint32_t size) {
+  const uint32_t at = place_of(entry);
+  const Slot slot = slots_[at];
+  erase(at);
+  entry->record.size = size;
+  insert(slot);
+}
+
+void MappingIndex::follow(const PageMove& move) {
+  for (Slot* slot = slots_; slot != slots_ + capacity_; ++slot) move.follow(&slot->entry);
+}
+
+bool MappingIndex::leave(const AddressRange& range) {
+  const AddressRange table{address_of(slots_), static_cast<uint32_t>(capacity_ * sizeof(Slot))};
+  return slots_ == first_ || !range.overlaps(table) || move_table(capacity_, range);
+}
+
 void MappingIndex::clear() {
-  drop_table();
-  complete_ = true;
+  if (slots_ != first_) unmap_own(slots_, capacity_ * sizeof(Slot));
+  slots_ = first_;
+  capacity_ = kFirstCapacity;
+  used_ = 0;
+  memset(first_, 0, sizeof first_);
 }
 
 }  // namespace quarl

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "logs/mappings/mapping_index.h"
+#include "logs/mappings/unmappings.h"
 #include "platform/print.h"
 #include "state/own_memory.h"
 #include "state/settings.h"
@@ -56,27 +57,75 @@ RecordPage* page_of(const TraceInfoEntry* entry) {
   return nullptr;
 }
 
-// Fresh memory of the kernel's: zero already.
+// The page that was given up last, or null.
+constinit RecordPage* spare_page GUARDED_BY(hook_mutex) = nullptr;
+
+void drop_spare_page(const AddressRange& range) REQUIRES(hook_mutex) {
+  if (spare_page != nullptr) unmap_own_outside(spare_page, page_bytes(), range);
+  spare_page = nullptr;
+}
+
+// The kernel's fresh memory, or the spare page: zero but for links, which are written here.
 void prepare_page(RecordPage* page) {
   page->first = reinterpret_cast<TraceInfoEntry*>(page + 1);
   for (int i = 0; i < QR_TRACEINFO_NUM; ++i) append_to(&unuse_head, &unuse_tail, page->first + i);
   append_to(&qr_mmap_block_head, &qr_mmap_block_tail, page);
 }
 
-bool add_page() {
-  void* memory = map_own(page_bytes());
-  if (memory == MAP_FAILED) {
-    print(kStderr, "Get memory for mmap info failed and will unable to record mmap info since.\n");
-    return false;
-  }
+bool add_page() REQUIRES(hook_mutex) {
+  void* memory = spare_page != nullptr ? spare_page : map_own(page_bytes());
+  if (memory == MAP_FAILED) return false;
+  spare_page = nullptr;
   prepare_page(static_cast<RecordPage*>(memory));
   return true;
 }
 
-void remove_page(RecordPage* page) {
+void remove_page(RecordPage* page) REQUIRES(hook_mutex) {
   for (int i = 0; i < QR_TRACEINFO_NUM; ++i) unlink_from(&unuse_head, &unuse_tail, page->first + i);
   unlink_from(&qr_mmap_block_head, &qr_mmap_block_tail, page);
-  unmap_own(page, page_bytes());
+  if (spare_page != nullptr) {
+    unmap_own(page, page_bytes());
+  } else {
+    spare_page = page;
+  }
+}
+
+void follow_in_list(const PageMove& move, TraceInfoEntry** head, TraceInfoEntry** tail) {
+  move.follow(head);
+  move.follow(tail);
+  for (TraceInfoEntry* entry = *head; entry != nullptr; entry = entry->next) {
+    move.follow(&entry->prev);
+    move.follow(&entry->next);
+  }
+}
+
+// Every pointer into the page leads to its copy.
+void follow(const PageMove& move) REQUIRES(hook_mutex) {
+  move.follow(&qr_mmap_block_head);
+  move.follow(&qr_mmap_block_tail);
+  for (RecordPage* page = qr_mmap_block_head; page != nullptr; page = page->next) {
+    move.follow(&page->prev);
+    move.follow(&page->next);
+    move.follow(&page->first);
+  }
+  follow_in_list(move, &useed_head, &useed_tail);
+  follow_in_list(move, &unuse_head, &unuse_tail);
+  mapping_index.follow(move);
+  unmappings.follow(move);
+}
+
+AddressRange range_of(const RecordPage* page) {
+  return {address_of(page), static_cast<uint32_t>(page_bytes())};
+}
+
+// Copies the page to where it may stay. Null when there is no memory.
+RecordPage* move_page(RecordPage* page, const AddressRange& range) REQUIRES(hook_mutex) {
+  void* memory = map_own_outside(page_bytes(), range);
+  if (memory == MAP_FAILED) return nullptr;
+  memcpy(memory, page, page_bytes());
+  follow({range_of(page), address_of(memory)});
+  unmap_own_outside(page, page_bytes(), range);
+  return static_cast<RecordPage*>(memory);
 }
 
 }  // namespace
@@ -87,7 +136,10 @@ void set_up_record_pages() {
 }
 
 TraceInfoEntry* take_mapping_entry() {
-  if (unuse_head == nullptr && !add_page()) return nullptr;
+  if (!mapping_index.make_room() || (unuse_head == nullptr && !add_page())) {
+    print(kStderr, "Get memory for mmap info failed and will unable to record mmap info since.\n");
+    return nullptr;
+  }
   TraceInfoEntry* entry = unuse_head;
   if (entry == nullptr) return nullptr;  // QR_PAGE_NUM, which the application sees, leaves no room for an entry
   unlink_from(&unuse_head, &unuse_tail, entry);
@@ -114,9 +166,16 @@ TraceInfoEntry* find_mapping(uint32_t address, uint32_t length) {
 }
 
 void resize_mapping_entry(TraceInfoEntry* entry, uint32_t size) {
-  mapping_index.remove(entry);
-  entry->record.size = size;
-  mapping_index.add(entry);
+  mapping_index.resize(entry, size);
+}
+
+bool leave_to_application(const AddressRange& range) {
+  if (spare_page != nullptr && range.overlaps(range_of(spare_page))) drop_spare_page(range);
+  for (RecordPage* page = qr_mmap_block_head; page != nullptr; page = page->next) {
+    if (range.overlaps(range_of(page))) page = move_page(page, range);
+    if (page == nullptr) return false;
+  }
+  return mapping_index.leave(range);
 }
 
 void release_all_record_pages() {
@@ -127,7 +186,9 @@ void release_all_record_pages() {
   }
   qr_mmap_block_tail = nullptr;
   useed_head = useed_tail = unuse_head = unuse_tail = nullptr;
+  drop_spare_page({});
   mapping_index.clear();
+  unmappings.clear();
 }
 
 }  // namespace quarl

@@ -1,14 +1,12 @@
 #include "platform/glibc/bare_blocks.h"
 
-#include <sys/mman.h>
-
 #include "platform/address.h"
-#include "platform/libc_hooks.h"
+#include "platform/glibc/allocators.h"
 
 namespace quarl {
 namespace {
 
-constexpr uint32_t kLeafLog2 = 22;  // a leaf for 4 MiB of addresses
+constexpr uint32_t kLeafLog2 = 20;  // a leaf for 1 MiB of addresses
 constexpr uint32_t kGrainLog2 = 3;
 constexpr uint32_t kWords = 1U << (kLeafLog2 - kGrainLog2 - 5);
 
@@ -19,14 +17,13 @@ uint32_t* leaf_of(Address block) {
 }
 
 uint32_t* make_leaf(Address block) {
-  constexpr uint32_t kBytes = kWords * sizeof(uint32_t);
-  void* memory = ext_mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) return nullptr;
+  void* memory = glibc::libc_allocator.allocate_cleared(kWords, sizeof(uint32_t));
+  if (memory == nullptr) return nullptr;
   uint32_t* none = nullptr;
   auto* leaf = static_cast<uint32_t*>(memory);
   uint32_t** place = &leaves[block >> kLeafLog2];
   if (__atomic_compare_exchange_n(place, &none, leaf, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) return leaf;
-  ext_munmap(memory, kBytes);
+  glibc::libc_allocator.release(memory);
   return none;
 }
 

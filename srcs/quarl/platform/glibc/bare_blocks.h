@@ -1,5 +1,6 @@
 // Blocks that the layer gave out without a header: a bit for every eight bytes of the address space, in leaves that are
-// mapped when the first such block lies there. No lock; safe in a signal handler.
+// made, in the C library's heap, when the first such block lies there. No lock; noting is as safe in a signal handler
+// as the allocation was, the rest is safe.
 #pragma once
 
 namespace quarl::glibc {

@@ -1,6 +1,6 @@
 // The layer's books of its mapped chunks: what is known of them without a look at memory that the program may have
-// written. Exact for every address. An entry is read and written by whoever owns the addresses of its mapping, so
-// there is no lock; safe in a signal handler.
+// written. Exact for every address. They lie in the C library's heap: an application may map over a mapping of ours,
+// not over that. An entry is read and written by whoever owns the addresses of its mapping, so there is no lock.
 #pragma once
 
 #include "platform/address.h"

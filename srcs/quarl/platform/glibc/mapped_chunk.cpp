@@ -34,7 +34,6 @@ void set_mapping_resized(void (*told)(void* base, size_t old_size, size_t size))
 namespace quarl::glibc {
 namespace {
 
-constexpr uint32_t kPage = 4096;
 constexpr uint32_t kPlainOffset = 16;  // base to raw block
 
 // The mapping that the public entry is being told of on this thread, 0 for none.
@@ -60,11 +59,17 @@ class VisibleMapping {
 
 void tell_mapped(Address base, uint32_t size) {
   const VisibleMapping visible(base);
-  (void)mmap(pointer_to(base), size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+  (void)mmap(pointer_to(base), size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 }
 void tell_unmapped(Address base, uint32_t size) {
   const VisibleMapping visible(base);
   munmap(pointer_to(base), size);
+}
+// Done by the hooks themselves: should the kernel refuse, they count it as failed, and their record stays. The pages go
+// all the same.
+void unmap_visibly(const Region& region) {
+  const VisibleMapping visible(0);
+  if (munmap(pointer_to(region.base), region.size) != 0) madvise(pointer_to(region.base), region.size, MADV_DONTNEED);
 }
 
 // How a chunk lies in its mapping.
@@ -97,20 +102,32 @@ void enter_chunk(const Region& region, const Shape& shape) {
   set_chunk_before(raw, ChunkWord::of_mapping(shape.word));
 }
 
-// The chunk lies where its region is now, with another size.
-void* moved_chunk(const Region& region, const Shape& shape, Address old_base, uint32_t old_size) {
-  enter_chunk(region, shape);
-  if (region.base != old_base) {
-    tell_mapped(region.base, shape.size);
-  } else if (tell_resized != nullptr && thread_cache().hook_depth <= 1) {
-    tell_resized(pointer_to(region.base), old_size, shape.size);
+void tell_resized_in_place(Address base, uint32_t old_size, uint32_t size) {
+  if (tell_resized != nullptr && thread_cache().hook_depth <= 1) tell_resized(pointer_to(base), old_size, size);
+}
+
+// Gives the chunk's region another size where it lies. The hooks are told before addresses are free for others, and
+// after they are taken. False when there is no room, the chunk untouched.
+bool resize_in_place(const MappedChunk& chunk, const Shape& shape) {
+  const uint32_t wanted = region_size(shape.size);
+  const Region region{chunk.base(), chunk.region, false};
+  const bool shorter = shape.size < chunk.size;
+  if (others_behind) forget_pages(chunk.base(), chunk.size);
+  if (shorter) tell_resized_in_place(chunk.base(), chunk.size, shape.size);
+  if (wanted == chunk.region || stretch_region(region, wanted)) {
+    enter_chunk({chunk.base(), wanted, false}, shape);
+    if (!shorter) tell_resized_in_place(chunk.base(), chunk.size, shape.size);
+    return true;
   }
-  return pointer_to(region.base + shape.offset);
+  if (shorter) tell_resized_in_place(chunk.base(), shape.size, chunk.size);
+  if (others_behind) remember_pages(chunk.base(), chunk.size);
+  return false;
 }
 
 // Moves the chunk's pages to a larger region. Null when there is no memory, the chunk untouched.
-void* move_chunk(MappedChunk* entry, const Shape& shape, uint32_t wanted) {
+void* move_chunk(MappedChunk* entry, const Shape& shape) {
   const MappedChunk chunk = *entry;
+  const uint32_t wanted = region_size(shape.size);
   const Region place = take_region(wanted);
   if (place.base == 0) return nullptr;
   if (!mapped_book.prepare(place.base) || place.size < wanted) {
@@ -121,11 +138,10 @@ void* move_chunk(MappedChunk* entry, const Shape& shape, uint32_t wanted) {
   mapped_book.remove(entry);
   if (others_behind) forget_pages(chunk.base(), chunk.size);
   tell_unmapped(chunk.base(), chunk.size);
-  if (move_region({chunk.base(), chunk.region, false}, place)) return moved_chunk(place, shape, 0, 0);
-  mapped_book.enter(chunk);
-  if (others_behind) remember_pages(chunk.base(), chunk.size);
-  tell_mapped(chunk.base(), chunk.size);
-  return nullptr;
+  move_region({chunk.base(), chunk.region, false}, place);
+  enter_chunk(place, shape);
+  tell_mapped(place.base, shape.size);
+  return pointer_to(place.base + shape.offset);
 }
 
 }  // namespace
@@ -158,8 +174,13 @@ void unmap_chunk(MappedChunk* entry) {
   const MappedChunk chunk = *entry;
   mapped_book.remove(entry);
   if (others_behind) forget_pages(chunk.base(), chunk.size);
-  tell_unmapped(chunk.base(), chunk.size);
-  give_back_region({chunk.base(), chunk.region, false});
+  const Region region{chunk.base(), chunk.region, false};
+  if (keeps_region(region)) {
+    tell_unmapped(chunk.base(), chunk.size);
+    give_back_region(region);
+  } else {
+    unmap_visibly(region);
+  }
   errno = error;
 }
 
@@ -168,13 +189,7 @@ void* resize_chunk(MappedChunk* entry, size_t request) {
   const Shape shape = shape_for(0, request);
   if (chunk.raw - chunk.base() != kPlainOffset) return nullptr;
   if (shape.size == chunk.size) return pointer_to(chunk.raw);
-  const uint32_t wanted = region_size(shape.size);
-  const Region region{chunk.base(), chunk.region, false};
-  if (wanted == chunk.region || stretch_region(region, wanted)) {
-    if (others_behind) forget_pages(chunk.base(), chunk.size);
-    return moved_chunk({chunk.base(), wanted, false}, shape, chunk.base(), chunk.size);
-  }
-  return move_chunk(entry, shape, wanted);
+  return resize_in_place(chunk, shape) ? pointer_to(chunk.raw) : move_chunk(entry, shape);
 }
 
 namespace {

@@ -14,6 +14,7 @@
 #include "platform/glibc/contract.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
+#include "platform/glibc/regions.h"
 
 namespace {
 
@@ -31,6 +32,11 @@ void switch_off_own_mappings() {
 
 bool libc_mapped(void* raw) {
   return raw != nullptr && chunk_before(address_of(raw)).mapped();
+}
+
+// What is kept of large blocks may be what others find no room for: true when it is worth another try.
+[[gnu::cold, gnu::noinline]] bool make_room() {
+  return drop_kept_regions();
 }
 
 // Where its arenas have no room, glibc maps a chunk itself all the same. Then it gets it back, and the block becomes a
@@ -85,6 +91,7 @@ extern "C" {
 void* ext_malloc(size_t size) {
   if (wants_mapping(size) && !stand_aside()) return map_chunk(0, size);
   void* raw = libc_allocator.allocate(size);
+  if (__builtin_expect(raw == nullptr, 0) && make_room()) raw = libc_allocator.allocate(size);
   return __builtin_expect(libc_mapped(raw), 0) && !stand_aside() ? map_instead(raw, 0, size) : raw;
 }
 
@@ -109,6 +116,7 @@ void* ext_realloc(void* ptr, size_t size) {
   if (of_other_allocator(ptr)) return libc_allocator.resize(ptr, size);
   if (wants_mapping(size) && !stand_aside()) return resize_by_copy(ptr, size);
   void* raw = libc_allocator.resize(ptr, size);
+  if (__builtin_expect(raw == nullptr, 0) && size != 0 && make_room()) raw = libc_allocator.resize(ptr, size);
   return libc_mapped(raw) && !stand_aside() ? map_copy_instead(raw, size) : raw;
 }
 
@@ -117,19 +125,23 @@ void* ext_memalign(size_t alignment, size_t size) {
   if (stand_aside()) return libc_allocator.allocate_aligned(alignment, size);
   if (alignment > 8 && wants_mapping_with(alignment, size)) return map_chunk(alignment, size);
   void* raw = libc_allocator.allocate_aligned(alignment, size);
+  if (__builtin_expect(raw == nullptr, 0) && make_room()) raw = libc_allocator.allocate_aligned(alignment, size);
   return libc_mapped(raw) ? map_instead(raw, alignment, size) : raw;
 }
 
 void* ext_mmap(void* addr, size_t length, int prot, int flags, int fd, long offset) {
   if (told_mapping(addr)) return addr;
+  if ((flags & MAP_FIXED) != 0) leave_to_application({address_of(addr), round_up(length, kPage)});
   constexpr unsigned kUnit = 4096;  // mmap2 counts the offset in these on every target
   const uint64_t bytes = full_offset(fd, offset);
   if (bytes % kUnit != 0) {
     errno = EINVAL;
     return MAP_FAILED;
   }
-  return reinterpret_cast<void*>(
-      syscall(SYS_mmap2, addr, length, prot, flags, fd, static_cast<unsigned long>(bytes / kUnit)));
+  const auto map = [=] { return syscall(SYS_mmap2, addr, length, prot, flags, fd, static_cast<long>(bytes / kUnit)); };
+  long mapped = map();
+  if (mapped == -1 && errno == ENOMEM && make_room()) mapped = map();
+  return reinterpret_cast<void*>(mapped);
 }
 
 int ext_munmap(void* addr, size_t length) {

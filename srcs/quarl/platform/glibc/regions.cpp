@@ -1,5 +1,6 @@
 #include "platform/glibc/regions.h"
 
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -9,7 +10,6 @@
 namespace quarl::glibc {
 namespace {
 
-constexpr uint32_t kPage = 4096;
 constexpr uint32_t kStep = 64 * 1024;  // sizes of regions that are kept, so that like ones serve each other
 constexpr uint32_t kSmallestKept = 128 * 1024;
 constexpr uint32_t kLargestKept = 640 * 1024;  // from 512 KiB on glibc maps and unmaps every block, too
@@ -35,6 +35,10 @@ bool unmap_region(const Region& region) {
   if (ext_munmap(pointer_to(region.base), region.size) == 0) return true;
   madvise(pointer_to(region.base), region.size, MADV_DONTNEED);
   return false;
+}
+
+void unmap_part(const AddressRange& part) {
+  if (part.size != 0) ext_munmap(pointer_to(part.start), part.size);
 }
 
 bool kept_size(uint32_t size) {
@@ -67,14 +71,19 @@ bool keep_instead(const Region& region) {
   return older == 0 || unmap_region(unpacked(older));
 }
 
-void drop_kept() {
+}  // namespace
+
+void leave_to_application(const AddressRange& range) {
   for (uint32_t& place : kept) {
-    const uint32_t word = __atomic_exchange_n(&place, 0, __ATOMIC_ACQUIRE);
-    if (word != 0) unmap_region(unpacked(word));
+    uint32_t word = __atomic_load_n(&place, __ATOMIC_RELAXED);
+    const Region region = unpacked(word);
+    const AddressRange own{region.base, region.size};
+    if (!own.overlaps(range)) continue;
+    if (!__atomic_compare_exchange_n(&place, &word, 0, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED)) continue;
+    unmap_part(own.below(range));
+    unmap_part(own.behind(range));
   }
 }
-
-}  // namespace
 
 uint32_t region_size(uint32_t size) {
   return kept_size(size) ? round_up(size, kStep) : size;
@@ -84,9 +93,16 @@ Region take_region(uint32_t size) {
   const uint32_t wanted = region_size(size);
   Region region = kept_size(wanted) ? take_kept(wanted) : Region{};
   if (region.base == 0) region = map_region(wanted);
-  if (region.base != 0) return region;
-  drop_kept();
-  return map_region(size);
+  return region.base != 0 ? region : map_region(size);
+}
+
+bool drop_kept_regions() {
+  bool dropped = false;
+  for (uint32_t& place : kept) {
+    const uint32_t word = __atomic_exchange_n(&place, 0, __ATOMIC_ACQUIRE);
+    if (word != 0) dropped |= unmap_region(unpacked(word));
+  }
+  return dropped;
 }
 
 Region take_region_below(uint32_t alignment, uint32_t size) {
@@ -100,8 +116,12 @@ Region take_region_below(uint32_t alignment, uint32_t size) {
   return {base, size, true};
 }
 
+bool keeps_region(const Region& region) {
+  return kept_size(region.size) && region.size % kStep == 0;
+}
+
 bool give_back_region(const Region& region) {
-  if (!kept_size(region.size) || region.size % kStep != 0) return unmap_region(region);
+  if (!keeps_region(region)) return unmap_region(region);
   return keep(region) || keep_instead(region);
 }
 
@@ -111,8 +131,12 @@ bool stretch_region(const Region& region, uint32_t size) {
   return syscall(SYS_mremap, region.base, region.size, size, 0, 0) != -1;
 }
 
-bool move_region(const Region& region, const Region& place) {
-  return syscall(SYS_mremap, region.base, region.size, place.size, MREMAP_MAYMOVE | MREMAP_FIXED, place.base) != -1;
+// The kernel wants room for the pages at both places for a moment, which a limit may not allow.
+void move_region(const Region& region, const Region& place) {
+  if (syscall(SYS_mremap, region.base, region.size, place.size, MREMAP_MAYMOVE | MREMAP_FIXED, place.base) != -1)
+    return;
+  memcpy(pointer_to(place.base), pointer_to(region.base), region.size < place.size ? region.size : place.size);
+  give_back_region(region);
 }
 
 }  // namespace quarl::glibc

@@ -7,6 +7,8 @@
 
 namespace quarl::glibc {
 
+inline constexpr uint32_t kPage = 4096;
+
 struct Region {
   Address base;   // 0: none
   uint32_t size;  // bytes
@@ -20,14 +22,23 @@ Region take_region(uint32_t size);
 // above the page size: the page behind it is aligned.
 Region take_region_below(uint32_t alignment, uint32_t size);
 
+// Whether such a region would be kept when it is given back. One that is not is as large as its mapping.
+bool keeps_region(const Region& region);
+
 // Keeps or unmaps it. False when the kernel would not take it back: its pages are free then, its addresses lost.
 bool give_back_region(const Region& region);
 
 // Changes the size of a region where it lies. False when there is no room, the region untouched.
 bool stretch_region(const Region& region, uint32_t size);
 
-// Moves the pages of a region into the place of another, which is larger. False when the kernel refuses.
-bool move_region(const Region& region, const Region& place);
+// Moves what is in a region into the place of another, as much as that holds; the first is gone then.
+void move_region(const Region& region, const Region& place);
+
+// Unmaps all that are kept: somebody finds no memory. False when there were none.
+bool drop_kept_regions();
+
+// The application is about to map what it likes there: no region that overlaps the range is kept.
+void leave_to_application(const AddressRange& range);
 
 // What a region for a mapping of that size is made with.
 uint32_t region_size(uint32_t size);

@@ -1,11 +1,14 @@
 // The mmap and munmap hooks.
+#include <errno.h>
 #include <sys/mman.h>
 
 #include "logs/mappings/mapping_records.h"
+#include "logs/mappings/unmappings.h"
 #include "logs/records/record.h"
 #include "platform/system.h"
 #include "quarlheap/hooks/hook_call.h"
 #include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/hooks/left_unmappings.h"
 #include "state/raw_calls.h"
 
 namespace quarl {
@@ -66,24 +69,44 @@ void note_mapping(const Flags& flags, uint32_t address, uint32_t length, bool fi
   if (entry != nullptr && flags.record_log()) put_record(entry->record);
 }
 
-void note_unmapping(const Flags& flags, uint32_t address, uint32_t length, bool failed, const CallTrace& trace) {
-  const ScopedLock lock;
-  TraceInfoEntry* entry = find_mapping(address, length);
-  const bool file = entry != nullptr && entry->record.from_file != 0;
-  const Counters counters = counters_for(flags);
-  if (failed) {
-    counters.failed(file ? kOpMunmapFile : kOpMunmap);
-    record_mapping_event(flags, kOpMunmap, kKindFailed, length, address, trace);
-    return;
-  }
-  const uint32_t released = entry != nullptr ? entry->record.size : length;
-  if (file) {
-    counters.file_unmapped(released);
+void count_unmapping(const Counters& counters, const Unmapping& unmapping) REQUIRES(hook_mutex) {
+  if (unmapping.from_file) {
+    counters.file_unmapped(unmapping.size);
   } else {
-    counters.released(kOpMunmap, released);
+    counters.released(kOpMunmap, unmapping.size);
   }
-  if (entry != nullptr) release_mapping_entry(entry);
-  record_mapping_event(flags, kOpMunmap, kKindReleased, length, address, trace);
+}
+
+Unmapping begin_unmapping(uint32_t address, uint32_t length) {
+  const KeepErrno keep;
+  const ScopedLock lock;
+  return unmappings.begin(address, length);
+}
+
+void note_unmapping(const Flags& flags, uint32_t address, uint32_t length, const Unmapping& unmapping, bool unmapped,
+                    const CallTrace& trace) {
+  const ScopedLock lock;
+  const Counters counters = counters_for(flags);
+  if (unmapped) {
+    count_unmapping(counters, unmapping);
+  } else {
+    counters.failed(unmapping.from_file ? kOpMunmapFile : kOpMunmap);
+  }
+  unmappings.end(unmapping, unmapped);
+  record_mapping_event(flags, kOpMunmap, unmapped ? kKindReleased : kKindFailed, length, address, trace);
+}
+
+// Where the application says which addresses it wants, the checker's own may be among them.
+bool leave_wanted_place(const void* addr, size_t length, int flags) {
+  if ((flags & MAP_FIXED) == 0) return true;
+  const KeepErrno keep;
+  const ScopedLock lock;
+  return leave_to_application({address_of(addr), round_up(length, static_cast<uint32_t>(QR_PAGE_SIZE))});
+}
+
+// Records are kept while mappings are; what happens to them is seen while there are any.
+bool tracks_unmapping(const Flags& config) {
+  return config.tracked() || __atomic_load_n(&useed_head, __ATOMIC_RELAXED) != nullptr;
 }
 
 }  // namespace
@@ -91,7 +114,12 @@ void note_unmapping(const Flags& flags, uint32_t address, uint32_t length, bool 
 [[gnu::noinline]] void* mmap_hook(void* addr, size_t length, int prot, int flags, int fd, long offset) {
   const InsideChecker inside;
   const Flags config = enter_hook(0);
-  void* mapped = raw::map(addr, length, prot, flags, fd, offset);
+  void* mapped = MAP_FAILED;
+  if (leave_wanted_place(addr, length, flags)) {
+    mapped = raw::map(addr, length, prot, flags, fd, offset);
+  } else {
+    errno = ENOMEM;
+  }
   if (!config.tracked()) return mapped;
   const KeepErrno keep;
   CallTrace trace;
@@ -107,13 +135,23 @@ void note_unmapping(const Flags& flags, uint32_t address, uint32_t length, bool 
 [[gnu::noinline]] int munmap_hook(void* addr, size_t length) {
   const InsideChecker inside;
   const Flags config = enter_hook(0);
+  if (!tracks_unmapping(config)) return raw::unmap(addr, length);
+  const Unmapping unmapping = begin_unmapping(address_of(addr), length);
   const int result = raw::unmap(addr, length);
-  if (!config.tracked()) return result;
+  unmappings.tell_result(unmapping, result == 0);
   const KeepErrno keep;
   CallTrace trace;
   take_trace(config, &trace);
-  note_unmapping(config, address_of(addr), length, result != 0, trace);
+  note_unmapping(config, address_of(addr), length, unmapping, result == 0, trace);
   return result;
+}
+
+void settle_unmappings_left_behind(int task) {
+  const Counters process{counters_for(Flags()).process, nullptr};
+  Unmapping unmapping;
+  for (bool unmapped = false; unmappings.end_left_behind(task, &unmapping, &unmapped);) {
+    if (unmapped) count_unmapping(process, unmapping);
+  }
 }
 
 }  // namespace quarl

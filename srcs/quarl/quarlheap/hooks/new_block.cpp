@@ -12,13 +12,20 @@ void* build_block(const NewBlock& block, Address raw) {
     const SoundBlock made(p, block.place.offset);
     link_block(made, p + block.size + block.place.guard - 1);
     if (block.flags.record_log()) record_allocation(made, block.trace);
+  } else {
+    keep_bare_block(pointer_to(p));
   }
   return pointer_to(p);
 }
 
+void* bare_block(void* raw) {
+  keep_bare_block(raw);
+  return raw;
+}
+
 [[gnu::flatten]] void* finish_block(const NewBlock& block, void* raw_block) {
   const Address raw = address_of(raw_block);
-  if (!block.flags.tracked()) return raw_block;
+  if (!block.flags.tracked()) return bare_block(raw_block);
   const ScopedLock lock;
   const Counters counters = counters_for(block.flags);
   counters.allocated(block.op, block.size);

@@ -24,6 +24,9 @@ inline bool size_wraps(const Placement& place, uint32_t size) {
 // Returns the user pointer in the raw block.
 void* finish_block(const NewBlock& block, void* raw);
 
+// The raw block as it is: remembered, so that its release needs no search of the used list.
+void* bare_block(void* raw);
+
 // Header, list and record alone, under a lock that the caller holds.
 void* build_block(const NewBlock& block, Address raw) REQUIRES(hook_mutex);
 

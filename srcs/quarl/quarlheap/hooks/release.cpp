@@ -10,9 +10,13 @@
 namespace quarl {
 namespace {
 
-// Nothing is counted or recorded, and no block was ever headed or all are gone: the pointer cannot be one of ours.
+// Nothing is counted or recorded, and no block was ever headed or all are gone: the pointer cannot be one of ours, and
+// is forgotten if it was given out without a header.
 bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
-  return !flags.tracked() && __atomic_load_n(&heap_block_head, __ATOMIC_RELAXED) == 0 && !DoubtfulBlock(p).is_freed();
+  if (flags.tracked() || __atomic_load_n(&heap_block_head, __ATOMIC_RELAXED) != 0) return false;
+  if (DoubtfulBlock(p).is_freed()) return false;
+  take_bare_block(pointer_to(p));
+  return true;
 }
 
 // Counts and records the release of a checked pointer and takes its block off the list; returns the raw block.

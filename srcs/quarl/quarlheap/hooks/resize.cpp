@@ -168,7 +168,7 @@ void count_moved_chunks(const Counters& counters, const Resize& resize, Address 
 
 // The second half, under the lock.
 void* make_new_block(const Resize& resize, void* raw) {
-  if (!resize.flags.tracked()) return raw;
+  if (!resize.flags.tracked()) return bare_block(raw);
   const ScopedLock lock;
   const Counters counters = counters_for(resize.flags);
   counters.allocated(kOpRealloc, resize.new_size);

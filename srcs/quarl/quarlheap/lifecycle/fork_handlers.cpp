@@ -6,11 +6,13 @@
 #include "logs/files/log_files.h"
 #include "logs/files/log_names.h"
 #include "logs/files/maps_file.h"
+#include "logs/mappings/unmappings.h"
 #include "logs/snapshots/snapshot_chain.h"
 #include "platform/libc_hooks.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/hooks/left_unmappings.h"
 #include "quarlheap/upkeep/interval_timer.h"
 #include "state/clock.h"
 #include "state/process.h"
@@ -19,8 +21,10 @@ namespace quarl {
 namespace {
 
 // A fork inside a signal handler that interrupted a hook finds the lock taken by its own thread, and leaves it so.
-void before_fork() {
+void before_fork() NO_THREAD_SAFETY_ANALYSIS {
+  const KeepErrno keep;
   if (!hook_mutex.held_by_this_thread()) hook_mutex.hold_for_fork();
+  unmappings.await_results();
 }
 
 void after_fork_in_parent() {
@@ -60,11 +64,16 @@ void after_fork_in_child() NO_THREAD_SAFETY_ANALYSIS {
   const KeepErrno keep;
   const InsideChecker inside;
   const bool whole = hook_mutex.held_for_fork() || hook_mutex.held_by_this_thread();
+  const int task = current_tid();  // in the parent
   forget_thread_identity();
   hook_mutex.reset_in_child();
   const ScopedLock lock;
   become_own_process();
-  if (!whole) go_on_unchecked();
+  if (whole) {
+    settle_unmappings_left_behind(task);
+  } else {
+    go_on_unchecked();
+  }
 }
 
 }  // namespace
