@@ -28,6 +28,7 @@ def library(target):
 
 def debian_program(target, name):
     folders = [sysroot(target) / folder for folder in ("usr/bin", "bin", "usr/sbin", "sbin")]
+    folders += sorted(sysroot(target).glob("usr/lib/gcc/*/*"))  # what a compiler starts
     return next((folder / name for folder in folders if (folder / name).exists()), folders[0] / name)
 
 

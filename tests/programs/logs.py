@@ -4,6 +4,7 @@ import struct
 from bisect import bisect_left
 from collections import Counter
 from dataclasses import dataclass
+from functools import cached_property
 
 HEADER = struct.Struct("<5sB2x32s12I")
 STATISTICS = struct.Struct("<12I12I4I12Q2I")
@@ -36,7 +37,11 @@ class Snapshot:
     failed: tuple
     held: int
     totals: tuple
-    records: list
+    body: bytes
+
+    @cached_property
+    def records(self):
+        return [Record(*fields) for fields in RECORD.iter_unpack(self.body)]
 
 
 def read_snapshot(data, start):
@@ -49,8 +54,7 @@ def read_snapshot(data, start):
     end = records + count * RECORD.size if count or following else len(data)
     body = data[records:end] if end > records else b""
     assert len(body) % RECORD.size == 0, f"{len(body) % RECORD.size} bytes of a torn record at the end"
-    return Snapshot(number, count, following, numbers[:12], numbers[12:24], numbers[24], numbers[28:40],
-                    [Record(*fields) for fields in RECORD.iter_unpack(body)])
+    return Snapshot(number, count, following, numbers[:12], numbers[12:24], numbers[24], numbers[28:40], body)
 
 
 def read_chain(path):
@@ -109,6 +113,14 @@ def reconcile_snapshots(path):
         if surplus and surplus not in [r.size for r in mappings_without_block(snapshot.records)]:
             wrong.append(f"snapshot {position}: {snapshot.held} bytes counted, {held(snapshot.records)} in its records")
     return wrong
+
+
+def unreadable(path):
+    """What cannot be read in a log of a process that may have ended by exec or a signal: its counters may lag behind."""
+    return [f"snapshot {snapshot.number}: a record of operation {operation}, kind {kind}"
+            for snapshot in read_chain(path)
+            for operation, kind in set(zip(snapshot.body[12::RECORD.size], snapshot.body[13::RECORD.size]))
+            if operation > MUNMAP_FILE or kind not in (ALLOCATED, RELEASED, FAILED)]
 
 
 def is_mapping(record):

@@ -10,7 +10,7 @@ PYTHON = {"PYTHONDONTWRITEBYTECODE": "1", "PYTHONHASHSEED": "0"}
 
 PROGRAMS = (
     Program("python", ("python3.11", "libpython3.11-testsuite"), environment=PYTHON, alone=("python3.11",), normalise=TIMES,
-            slice=THOROUGH, armhf=THOROUGH, work="""
+            slice=THOROUGH, armhf=THOROUGH, emulated=True, work="""
 export PYTHONHOME=$TREE/usr
 if [ $SIZE = small ]; then tests="bisect thread"; else
   export PYTHONMALLOC=malloc  # every object a block of its own
@@ -41,14 +41,14 @@ P
 python3.11 work.py
 """),
     Program("perl", ("perl",), files={"table": lambda: table(5000)}, environment={"PERL_HASH_SEED": "0"}, alone=("perl",),
-            work=r"""
+            emulated=True, work=r"""
 perl -F, -lane '$n{$F[1]}{$F[2]} += $F[3]; END { for $a (sort keys %n) { printf "%s %s\n", $a, join " ", map { sprintf "%.2f", $n{$a}{$_} } sort keys %{$n{$a}} } }' table
 perl -MPOSIX -MList::Util=reduce -MData::Dumper -MStorable=dclone -e '$Data::Dumper::Sortkeys = 1; my @t = map { { n => $_, s => "x" x $_ } } 1..300; my $c = dclone(\@t);
   print Dumper($c->[5]), (reduce { $a * 3 + $b & 0xffff } map { length $_->{s} } @$c), "\n"; my $s = join ",", 1..4000; 1 while $s =~ s/(\d)(\d{3})(?!\d)/$1.$2/; print length $s, "\n";
   local $SIG{ALRM} = sub { die "rung\n" }; eval { alarm 1; 1 while 1 }; print $@; eval { die { code => 7 } }; print $@->{code}, "\n"; sub f { my $n = shift; $n ? 1 + f($n - 1) : 0 } no warnings; print f(5000), "\n"'
 perl -Mthreads -e 'print join(" ", map { $_->join } map { my $k = $_; threads->create(sub { my %h = map { $_ => $k } 1..2000; scalar keys %h }) } 1..4), "\n"'
 """),
-    Program("lua", ("lua5.4",), alone=("lua5.4",), slice=CHECK, work=r"""
+    Program("lua", ("lua5.4",), alone=("lua5.4",), slice=CHECK, emulated=True, work=r"""
 cat >a.lua <<'L'
 local t = {} for i = 1, 20000 do t[i] = string.format("%d:%s", i, string.rep("a", i % 50)) end
 table.sort(t) print(#table.concat(t), t[77], select("#", table.unpack(t, 1, 200)))
@@ -70,7 +70,7 @@ if (!isMainThread) { let m = new Map(); for (let i = 0; i < 50000; i++) m.set('k
 J
 node a.js
 """),
-    Program("ruby", ("ruby3.1",), alone=("ruby3.1",), environment={"RUBYOPT": "--disable-gems"}, work=r"""
+    Program("ruby", ("ruby3.1",), alone=("ruby3.1",), emulated=True, environment={"RUBYOPT": "--disable-gems"}, work=r"""
 ruby3.1 -I $TREE/usr/lib/ruby/3.1.0 -e 'h = Hash.new(0); 30000.times { |i| h["k#{i * 7919 % 503}"] += i }; puts h.size, h.sort.first(3).inspect; puts (1..200).inject(:*).to_s.size
   t = 4.times.map { |k| Thread.new { (1..3000).map { |i| "#{i}" * k }.join.size } }; p t.map(&:value); f = Fiber.new { 3.times { |i| Fiber.yield i }; :end }; p 4.times.map { f.resume }
   p "abcabc".gsub(/b(.)/) { $1.upcase }, [3, 1, 2].sort_by { -_1 }; begin; raise ArgumentError, "x"; rescue => e; p e; end; GC.start; p ObjectSpace.count_objects.key?(:TOTAL); exit 3' || echo $?
@@ -80,7 +80,7 @@ php8.2 -n -r '$a = []; for ($i = 0; $i < 40000; $i++) $a["k" . ($i * 7919 % 1009
   function g() { for ($i = 0; $i < 3; $i++) yield $i => $i ** 2; } foreach (g() as $k => $v) echo "$k=$v "; echo preg_replace_callback("/b(.)/", fn($m) => strtoupper($m[1]), "abcabc"), "\n"; try { throw new Exception("x"); } catch (Exception $e) { echo $e->getMessage(), "\n"; }
   class A { function __destruct() { echo "gone\n"; } } $x = new A; $x->me = $x; unset($x); gc_collect_cycles(); echo intdiv(7, 2), "\n"; exit(4);' 2>/dev/null || echo $?
 """),
-    Program("tcl", ("tcl",), alone=("tclsh8.6",), work=r"""
+    Program("tcl", ("tcl",), alone=("tclsh8.6",), emulated=True, work=r"""
 cat >a.tcl <<'T'
 for {set i 0} {$i < 20000} {incr i} { dict lappend d [expr {$i * 7919 % 503}] [string repeat x [expr {$i % 20}]] }
 puts "[dict size $d] [string length $d] [lindex [lsort -integer [dict keys $d]] 7]"

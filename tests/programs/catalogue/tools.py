@@ -6,7 +6,7 @@ from program import Program
 CHECK = ("defaults",)
 
 PROGRAMS = (
-    Program("busybox", ("busybox",), files={"text": lambda: text(200_000)}, slice=CHECK, alone=("busybox",), work=r"""
+    Program("busybox", ("busybox",), files={"text": lambda: text(200_000)}, slice=CHECK, alone=("busybox",), emulated=True, work=r"""
 busybox awk '{ n += NF } END { print n }' text
 busybox sort text | busybox md5sum
 busybox tar -cf - text | busybox gzip | busybox gunzip | busybox tar -xOf - | busybox cmp - text
@@ -31,7 +31,7 @@ mkdir -p a/b/c d/e; seq 200 | xargs -n 20 -P 2 sh -c 'for i; do echo $i >a/b/c/$
 find a d -name '*7' -printf '%p %s\n' | sort | head -n 30
 find a -type f -print0 | xargs -0 grep -l 99 | sort; find a -name '1*' -exec rm '{}' + ; find a -regex '.*/2.?' -delete; find a | wc -l
 """),
-    Program("jq", ("jq",), files={"document": lambda: document(2500)}, alone=("jq",), slice=CHECK, work=r"""
+    Program("jq", ("jq",), files={"document": lambda: document(2500)}, alone=("jq",), slice=CHECK, emulated=True, work=r"""
 jq -c 'group_by(.name)[] | {name: .[0].name, n: length, tags: (map(.tags | add // 0) | add), w: (map(.inner.weight) | add * 1000 | floor)}' document
 jq -r 'map(select(.inner.note | test("7$"))) | .[] | [.id, .name, .inner.note] | @csv' document >out
 jq --stream -c 'select(length == 2 and .[0][1] == "id" and .[1] % 500 == 0)' document; jq '.[' document || echo wrong: $?
@@ -40,15 +40,15 @@ jq --stream -c 'select(length == 2 and .[0][1] == "id" and .[1] % 500 == 0)' doc
         b"<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'><xsl:key name='k' match='part' use='@kind'/>"
         b"<xsl:template match='/'><all><xsl:for-each select='//part'><xsl:sort select='w' data-type='number'/><p n='{name}' "
         b"c='{count(key(\"k\",@kind))}'><xsl:value-of select='w'/></p></xsl:for-each></all></xsl:template></xsl:stylesheet>")},
-        alone=("xmllint", "xsltproc"), work=r"""
+        alone=("xmllint", "xsltproc"), emulated=True, work=r"""
 xmllint --format markup | md5sum
 xmllint --xpath 'sum(//part[@kind="b"]/w)' markup; xmllint --c14n markup >canonical
 xsltproc sheet markup >out; head -c 1000 markup >torn; xmllint --recover torn || echo torn: $?
 """),
-    Program("graphviz", ("graphviz",), work=r"""
+    Program("graphviz", ("graphviz", "file"), work=r"""
 { echo 'digraph g {'; for i in $(seq 90); do echo "n$i -> n$((i * 7 % 91)) [label=\"e$i\"]; n$i -> n$((i / 2));"; done; echo '}'; } >in.dot
-dot -c 2>/dev/null || true
-neato_or_dot=$(command -v dot); $neato_or_dot -Tdot in.dot >out.dot || echo status $?; tred in.dot | sort >reduced; gvpr 'N { print($.name, " ", $.degree) }' in.dot
+export GVBINDIR=/tmp/plugins; mkdir $GVBINDIR; ln -s /usr/lib/i386-linux-gnu/graphviz/* $GVBINDIR; dot -c
+dot -Tdot in.dot >out.dot; neato -Tsvg in.dot | md5sum; dot -Tpng in.dot | file -; tred in.dot | sort >reduced; gvpr 'N { print($.name, " ", $.degree) }' in.dot
 """, normalise=((r"Warning: [^\n]*", "a warning"),)),
     Program("imagemagick", ("imagemagick",), work=r"""
 convert-im6.q16 -size 240x180 gradient:red-blue -swirl 90 -blur 0x2 -resize 75% -depth 8 out.ppm
