@@ -42,6 +42,7 @@ python3.11 work.py
 """),
     Program("perl", ("perl",), files={"table": lambda: table(5000)}, environment={"PERL_HASH_SEED": "0"}, alone=("perl",),
             emulated=True, work=r"""
+export PERL5LIB=$(echo $TREE/usr/lib/*/perl-base $TREE/usr/lib/*/perl/5.* $TREE/usr/share/perl/5.* | tr ' ' :)
 perl -F, -lane '$n{$F[1]}{$F[2]} += $F[3]; END { for $a (sort keys %n) { printf "%s %s\n", $a, join " ", map { sprintf "%.2f", $n{$a}{$_} } sort keys %{$n{$a}} } }' table
 perl -MPOSIX -MList::Util=reduce -MData::Dumper -MStorable=dclone -e '$Data::Dumper::Sortkeys = 1; my @t = map { { n => $_, s => "x" x $_ } } 1..300; my $c = dclone(\@t);
   print Dumper($c->[5]), (reduce { $a * 3 + $b & 0xffff } map { length $_->{s} } @$c), "\n"; my $s = join ",", 1..4000; 1 while $s =~ s/(\d)(\d{3})(?!\d)/$1.$2/; print length $s, "\n";

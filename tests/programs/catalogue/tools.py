@@ -12,7 +12,7 @@ busybox sort text | busybox md5sum
 busybox tar -cf - text | busybox gzip | busybox gunzip | busybox tar -xOf - | busybox cmp - text
 busybox vi --help 2>&1 | busybox head -n 1
 busybox sh -c 'f() { local n=$1; [ $n -lt 2 ] && echo 1 && return; echo $((n * $(f $((n - 1))))); }; f 7'
-busybox find / -maxdepth 1 -name 'w*'
+mkdir -p a/b/c; echo a >a/b/wanted; busybox find a -name 'w*'; busybox find a -type d
 busybox bc -l -e '4*a(1)' 2>/dev/null || busybox dc -e '3 5 * p'
 """),
     Program("bash", ("bash",), work=r"""
