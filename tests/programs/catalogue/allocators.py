@@ -1,4 +1,4 @@
-"""Programs with an allocator of their own linked in: tcmalloc (cjxl, swipl), jemalloc (nghttpx; redis and bind elsewhere)."""
+"""Programs with an allocator of their own linked in; others with jemalloc are redis and bind."""
 
 from inputs import text
 from program import Program
@@ -6,10 +6,8 @@ from program import Program
 TEXT = {"text": lambda: text(200_000)}
 
 PROGRAMS = (
-    Program("tcmalloc", ("libjxl-tools",), alone=("cjxl", "djxl"), slice=("defaults",), emulated=True, work=r"""
-{ printf 'P6 120 90 255\n'; seq 100000 | head -c 32400; } >in.ppm; cjxl in.ppm out.jxl -d 1 -e 4 --num_threads=2 >o 2>&1; djxl out.jxl back.ppm >o 2>&1; wc -c <back.ppm; cjxl none x.jxl >o 2>&1 || echo $?
-""", ignore=("o",)),
-    Program("swi-prolog", ("swi-prolog-core",), work=r"""
+    Program("tcmalloc", ("swi-prolog-core",), alone=("swipl",), slice=("defaults", "record"), emulated=True, work=r"""
+export SWI_HOME_DIR=$TREE/usr/lib/swi-prolog
 cat >a.pl <<'P'
 :- initialization(main). :- use_module(library(lists)). q([], [], _).
 sel(X, [X|T], T). sel(X, [H|T], [H|R]) :- sel(X, T, R).

@@ -55,6 +55,9 @@ convert-im6.q16 -size 240x180 gradient:red-blue -swirl 90 -blur 0x2 -resize 75% 
 convert-im6.q16 out.ppm -colorspace Gray -edge 1 -negate -depth 8 edges.pgm; compare-im6.q16 -metric MAE out.ppm out.ppm null: 2>&1; echo
 identify-im6.q16 -format '%m %w %h %k\n' out.ppm edges.pgm
 """),
+    Program("jpeg-xl", ("libjxl-tools",), alone=("cjxl", "djxl"), slice=("defaults",), emulated=True, work=r"""
+{ printf 'P6 120 90 255\n'; seq 100000 | head -c 32400; } >in.ppm; cjxl in.ppm out.jxl -d 1 -e 4 --num_threads=2 >o 2>&1; djxl out.jxl back.ppm >o 2>&1; wc -c <back.ppm; cjxl none x.jxl >o 2>&1 || echo $?
+""", ignore=("o",)),
     Program("ghostscript", ("ghostscript",), work=r"""
 cat >in.ps <<'PS'
 %!PS
