@@ -3,8 +3,8 @@
 // that the program's own blocks are told from those of the C library. Announces what it did, for the logs to agree
 // with.
 //
-// stress ROUNDS SEED MODES [COMMAND...]: MODES has s (signals), f (fork), e (exec of COMMAND in a child), c (cancellation),
-// k (keeps the last blocks). SEED makes runs differ.
+// stress ROUNDS SEED MODES [COMMAND...]: MODES has s (signals), f (fork), e (exec of COMMAND in a child),
+// c (cancellation), k (keeps the last blocks). SEED makes runs differ.
 #define _GNU_SOURCE
 #include <errno.h>
 #include <malloc.h>
