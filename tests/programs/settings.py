@@ -31,7 +31,7 @@ SETTINGS = {
     "checks": Setting(CHECKS, small=True),
     "record": Setting(RECORD, small=True, log="_quarlAll.log", reconcile=logs.reconcile_records),
     "snapshots": Setting(SNAPSHOTS, log="_quarl_autosnap.log", reconcile=logs.reconcile_snapshots),
-    "contract": Setting(room=True, contract="libc"),
+    "contract": Setting(room=True, contract="libc", log="_quarl.log", reconcile=logs.unreadable),
     "contract-record": Setting(RECORD, small=True, room=True, contract="libc", log="_quarlAll.log", reconcile=logs.unreadable),
     "contract-snapshots": Setting(SNAPSHOTS, small=True, room=True, contract="libc", log="_quarl_autosnap.log",
                                   reconcile=logs.unreadable),
