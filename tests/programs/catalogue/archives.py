@@ -33,7 +33,7 @@ zstd -q -D words s.aa -o s.zst; zstd -q -D words -d s.zst -o s.back; cmp s.aa s.
 pigz -n -p 4 -b 128 -k text; pigz -dc text.gz | cmp - text; pigz -t text.gz; pigz -z -c -p 3 text | md5sum
 """),
     Program("rsync", ("rsync",), files=TEXT, work="""
-mkdir -p a/b c; split -b 100000 text a/b/part.; rsync -rl --times a/ c/; sed -i 's/abc/cba/' a/b/part.ac; rm a/b/part.ad
-rsync -rlc --times --delete -i --no-whole-file a/ c/; rsync -rnc --out-format=%n a/ c/; diff -r a c
+mkdir -p a/b c; split -b 100000 text a/b/part.; touch -d @1 a/b/part.*; rsync -rlO --times a/ c/; sed -i 's/abc/cba/' a/b/part.ac; rm a/b/part.ad
+rsync -rlOc --times --delete -i --no-whole-file a/ c/; rsync -rnc --out-format=%n a/ c/; diff -r a c
 """, normalise=((r"\S+\.\d+ files/sec", "F files/sec"),)),
 )
