@@ -85,6 +85,29 @@ php8.2 -n -d phar.readonly=0 $(for e in ctype iconv fileinfo tokenizer phar posi
   $f = new finfo(FILEINFO_MIME); echo $f->buffer("%PDF-1.4 x"), " ", $f->file("/usr/bin/php8.2"), "\n"; $p = new Phar("a.phar"); for ($i = 0; $i < 50; $i++) $p["f$i"] = str_repeat("x", $i * 99); unset($p); echo strlen(file_get_contents("phar://a.phar/f49")), "\n";
   socket_create_pair(AF_UNIX, SOCK_STREAM, 0, $s); socket_write($s[0], "hello"); echo socket_read($s[1], 9), " ", posix_getpwuid(posix_getuid())["name"], "\n";'
 """),
+    Program("luajit", ("luajit",), alone=("luajit",), work=r"""
+luajit -e 'local t = {} for i = 1, 40000 do t[i] = ("%d:%s"):format(i, ("a"):rep(i % 50)) end table.sort(t) print(#table.concat(t), t[77])
+  local ffi = require("ffi") ffi.cdef[[void* malloc(size_t); void free(void*); typedef struct { int a, b; } pair;]] local n = 0
+  for i = 1, 20000 do local p = ffi.C.malloc(i % 900 + 1); ffi.fill(p, i % 900 + 1, 7); ffi.C.free(p); n = n + ffi.new("pair", i, 2).a end print(n) collectgarbage() print(jit.status())'
+"""),
+    Program("sbcl", ("sbcl",), work=r"""
+cat >a.lisp <<'L'
+(defun f (n) (if (< n 2) 1 (* n (f (- n 1))))) (print (f 200))
+(let ((h (make-hash-table :test 'equal))) (dotimes (i 30000) (incf (gethash (format nil "k~d" (mod (* i 7919) 503)) h 0) i)) (print (hash-table-count h)) (print (gethash "k7" h)))
+(handler-case (error "oops") (error (e) (format t "~%~a" e))) (dotimes (i 30) (make-array 200000)) (sb-ext:gc :full t)
+(print (funcall (compile nil '(lambda (x) (loop for i below x sum (* i i)))) 1000)) (print (mapcar #'sb-thread:join-thread (loop repeat 4 collect (sb-thread:make-thread (lambda () (length (loop for i below 90000 collect i)))))))
+(terpri) (sb-ext:exit :code 3)
+L
+sbcl --script a.lisp || echo $?
+"""),
+    Program("java", ("openjdk-17-jre-headless",), ignore=("*.p12", "hs_err*"), work=r"""
+for j in /usr/lib/jvm/java-17-*/bin; do PATH=$PATH:$j; done
+keytool -genkeypair -alias a -keyalg RSA -keysize 1024 -storepass secret -dname CN=a -keystore k.p12 -validity 9 2>&1; keytool -list -keystore k.p12 -storepass secret 2>&1 | grep -c PrivateKeyEntry; keytool -exportcert -rfc -alias a -keystore k.p12 -storepass secret | head -n 1
+java -XX:+UseParallelGC -version 2>&1 | wc -l; java --list-modules | wc -l; java -Xmx32m none || echo none: $?
+"""),
+    Program("emacs", ("emacs-nox",), files={"table": lambda: table(3000)}, work=r"""
+emacs-nox --batch -Q --eval '(progn (find-file "table") (sort-lines nil (point-min) (point-max)) (goto-char (point-min)) (while (re-search-forward "oak\([a-z]+\)" nil t) (replace-match "\1oak")) (write-file "out") (let ((h (make-hash-table :test (quote equal)))) (dotimes (i 30000) (puthash (format "k%d" (% (* i 7919) 503)) i h)) (message "%d %s" (hash-table-count h) (gethash "k7" h))) (garbage-collect) (require (quote json)) (message "%s" (json-encode (quote ((a . 1) (b . [1 2 3]))))) (kill-emacs 3))' || echo $?
+""", ignore=(".emacs.d/*",)),
     Program("tcl", ("tcl",), alone=("tclsh8.6",), emulated=True, work=r"""
 cat >a.tcl <<'T'
 for {set i 0} {$i < 20000} {incr i} { dict lappend d [expr {$i * 7919 % 503}] [string repeat x [expr {$i % 20}]] }

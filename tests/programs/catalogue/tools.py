@@ -58,6 +58,18 @@ identify-im6.q16 -format '%m %w %h %k\n' out.ppm edges.pgm
     Program("jpeg-xl", ("libjxl-tools",), alone=("cjxl", "djxl"), slice=("defaults",), emulated=True, work=r"""
 { printf 'P6 120 90 255\n'; seq 100000 | head -c 32400; } >in.ppm; cjxl in.ppm out.jxl -d 1 -e 4 --num_threads=2 >o 2>&1; djxl out.jxl back.ppm >o 2>&1; wc -c <back.ppm; cjxl none x.jxl >o 2>&1 || echo $?
 """, ignore=("o",)),
+    Program("qemu-img", ("qemu-utils",), work=r"""
+seq 400000 >raw; qemu-img convert -f raw -O qcow2 -c raw a.qcow2; qemu-img create -q -f qcow2 -b a.qcow2 -F qcow2 b.qcow2; qemu-io -c 'write -P 7 64k 256k' -c 'read -v 63k 2k' b.qcow2 | grep -v 'ops;'; qemu-img snapshot -c one b.qcow2; qemu-img check b.qcow2; qemu-img commit -q b.qcow2; qemu-img compare -f qcow2 -F raw a.qcow2 raw || echo differs: $?; qemu-img convert -O vmdk a.qcow2 c.vmdk; qemu-img convert -m 4 -W -O raw c.vmdk back; qemu-img compare -F raw a.qcow2 back; rm *.vmdk
+""", ignore=("*.qcow2",)),
+    Program("squashfs", ("squashfs-tools",), files={"text": lambda: text(600_000)}, work=r"""
+mkdir a; split -b 20000 text a/part.; mksquashfs a a.sq -quiet -no-progress -processors 3 -mkfs-time 0 -all-time 0 -all-root; unsquashfs -q -n -p 3 -d out a.sq; diff -r a out; unsquashfs -lls a.sq | wc -l; head -c 9000 a.sq >torn; unsquashfs -q -n -d torn.out torn >o 2>&1 || echo torn: $?
+"""),
+    Program("e2fsprogs", ("e2fsprogs",), files={"text": lambda: text(600_000)}, work=r"""
+mkdir a; split -b 20000 text a/part.; truncate -s 8M image; mke2fs -q -t ext4 -U 11111111-2222-3333-4444-555555555555 -E hash_seed=11111111-2222-3333-4444-555555555555 -d a image; e2fsck -fn image | tail -n 1; printf 'ls -l /
+cat part.aa
+rm part.ab
+' | debugfs -w image 2>/dev/null | md5sum; e2fsck -fy image >o 2>&1 || echo mended: $?; dumpe2fs image 2>/dev/null | grep -c Group; resize2fs image 12M >o 2>&1; e2fsck -fn image >o 2>&1
+""", ignore=("image", "o")),
     Program("ghostscript", ("ghostscript",), work=r"""
 cat >in.ps <<'PS'
 %!PS
