@@ -23,6 +23,7 @@ CHECKS = ("QUARL_SLOPOVER_MALLOC=1", "QUARL_SLOPOVER_FREE=1", "QUARL_SLOPOVER_TH
           "QUARL_SLOPOVER_TIMER=1", "QUARL_TIMER=1", "QUARL_SLOPOVER_USER=12", "QUARL_SLOPOVER_API=1",
           "QUARL_SLOPOVER_EXIT=1", "QUARL_MEM_CHECK=1")
 RECORD = ("QUARL_OUTPUT_LOG=1",)
+RECORD_ANEW = ("QUARL_OUTPUT_LOG=1", "QUARL_LOG_OVERLAY=1")  # for a process that becomes a program of the same name (sshd)
 SNAPSHOTS = ("QUARL_TIMER_SIG=SIG40", "QUARL_ALL=1", "QUARL_MEM_HEAD=1", "QUARL_HEAD_TIME=2", "QUARL_TIME_INTERVAL=1",
              "QUARL_SNAP_INTERVAL=1", "QUARL_SNAP_DETAIL=1")  # not on SIGALRM, which many programs take for their own use
 
@@ -32,7 +33,7 @@ SETTINGS = {
     "record": Setting(RECORD, small=True, log="_quarlAll.log", reconcile=logs.reconcile_records),
     "snapshots": Setting(SNAPSHOTS, log="_quarl_autosnap.log", reconcile=logs.reconcile_snapshots),
     "contract": Setting(room=True, contract="libc", log="_quarl.log", reconcile=logs.unreadable),
-    "contract-record": Setting(RECORD, small=True, room=True, contract="libc", log="_quarlAll.log", reconcile=logs.unreadable),
+    "contract-record": Setting(RECORD_ANEW, small=True, room=True, contract="libc", log="_quarlAll.log", reconcile=logs.unreadable),
     "contract-snapshots": Setting(SNAPSHOTS, small=True, room=True, contract="libc", log="_quarl_autosnap.log",
                                   reconcile=logs.unreadable),
     "room": Setting(room=True),
