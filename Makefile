@@ -23,7 +23,7 @@ demo: build ## plant faults on i686 and armhf, show what was found; then a real 
 check: setup ## format, builds, static analysis, all tests, real programs; up to 20 minutes
 	@scripts/check
 
-soak: setup ## after make check: every program of tests/programs, random damage, and what else takes hours
+soak: setup ## after make check: every program of tests/programs, random damage, an hour of stress
 	@scripts/build i686 armhf host
 	@scripts/soak
 

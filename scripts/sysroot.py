@@ -14,6 +14,8 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 
 DEBIAN_ARCH = {"i686": "i386", "armhf": "armhf", "armel": "armel"}
+# The emulator's GLib keeps its small blocks under a lock that is taken for ever in a child forked beside another thread.
+EMULATED = {"G_SLICE": "always-malloc"}
 TRIPLET = {"i686": "i386-linux-gnu", "armhf": "arm-linux-gnueabihf", "armel": "arm-linux-gnueabi"}
 
 
@@ -28,6 +30,7 @@ def library(target):
 
 def debian_program(target, name):
     folders = [sysroot(target) / folder for folder in ("usr/bin", "bin", "usr/sbin", "sbin")]
+    folders += sorted(sysroot(target).glob("usr/lib/gcc/*/*"))  # what a compiler starts
     return next((folder / name for folder in folders if (folder / name).exists()), folders[0] / name)
 
 
@@ -49,7 +52,7 @@ def command(target, program, environment, preload=()):
     # The emulator itself is a 64-bit program: only the program inside it may see the preload.
     if preload:
         emulator += ["-E", f"LD_PRELOAD={preload}"]
-    return [*emulator, str(program)], environment
+    return [*emulator, str(program)], environment | EMULATED
 
 
 def run(target, program, *arguments, preload=(), environment=None, **options):

@@ -4,6 +4,7 @@ import struct
 from bisect import bisect_left
 from collections import Counter
 from dataclasses import dataclass
+from functools import cached_property
 
 HEADER = struct.Struct("<5sB2x32s12I")
 STATISTICS = struct.Struct("<12I12I4I12Q2I")
@@ -36,11 +37,15 @@ class Snapshot:
     failed: tuple
     held: int
     totals: tuple
-    records: list
+    body: bytes
+
+    @cached_property
+    def records(self):
+        return [Record(*fields) for fields in RECORD.iter_unpack(self.body)]
 
 
-def read_snapshot(data, start):
-    """The snapshot at `start`; its records run to the next one, or to the end of the data."""
+def read_snapshot(data, start, torn=False):
+    """The snapshot at `start`; its records run to the next one, or to the end of the data, where one may be torn."""
     magic, order, _, *words = HEADER.unpack_from(data, start)
     assert magic == b"QRCL\0" and order == 2, f"no log header at {start}"
     _, slots, _, depth, _, statistics, threads, records, count, number, _, following = words
@@ -48,17 +53,17 @@ def read_snapshot(data, start):
     numbers = STATISTICS.unpack_from(data, statistics)
     end = records + count * RECORD.size if count or following else len(data)
     body = data[records:end] if end > records else b""
-    assert len(body) % RECORD.size == 0, f"{len(body) % RECORD.size} bytes of a torn record at the end"
-    return Snapshot(number, count, following, numbers[:12], numbers[12:24], numbers[24], numbers[28:40],
-                    [Record(*fields) for fields in RECORD.iter_unpack(body)])
+    rest = len(body) % RECORD.size
+    assert rest == 0 or torn and end == len(data), f"{rest} bytes of a torn record at the end"
+    return Snapshot(number, count, following, numbers[:12], numbers[12:24], numbers[24], numbers[28:40], body[:len(body) - rest])
 
 
-def read_chain(path):
-    """All snapshots of a log, in the order of the links between them."""
+def read_chain(path, torn=False):
+    """All snapshots of a log, in the order of the links between them; torn: its process may have ended as it wrote."""
     data = path.read_bytes()
     start = 0
     while True:
-        snapshot = read_snapshot(data, start)
+        snapshot = read_snapshot(data, start, torn)
         yield snapshot
         if not snapshot.next:
             return
@@ -109,6 +114,14 @@ def reconcile_snapshots(path):
         if surplus and surplus not in [r.size for r in mappings_without_block(snapshot.records)]:
             wrong.append(f"snapshot {position}: {snapshot.held} bytes counted, {held(snapshot.records)} in its records")
     return wrong
+
+
+def unreadable(path):
+    """What cannot be read in a log of a process that may have ended by exec or a signal: its counters may lag behind."""
+    return [f"snapshot {snapshot.number}: a record of operation {operation}, kind {kind}"
+            for snapshot in read_chain(path, torn=True)
+            for operation, kind in set(zip(snapshot.body[12::RECORD.size], snapshot.body[13::RECORD.size]))
+            if operation > MUNMAP_FILE or kind not in (ALLOCATED, RELEASED, FAILED)]
 
 
 def is_mapping(record):

@@ -27,6 +27,11 @@ def normal(program, content):
     return content
 
 
+def errors_of(program, content):
+    """Standard error without what the shell says of a job that a signal ended, if it sees that before it is asked."""
+    return normal(program, re.sub(rb"(?m)^Terminated\n", b"", content))
+
+
 def content_of(path):
     mode = path.lstat().st_mode
     if stat.S_ISLNK(mode):
@@ -39,7 +44,7 @@ def content_of(path):
 def collect(program, scratch, status, stdout, stderr, seconds):
     """The outcome of a run that worked below `scratch`."""
     folder = scratch / "work"
-    outcome = Outcome(status, normal(program, stdout), normal(program, stderr), {}, seconds, list((scratch / "logs").iterdir()), [])
+    outcome = Outcome(status, normal(program, stdout), errors_of(program, stderr), {}, seconds, list((scratch / "logs").iterdir()), [])
     texts = {"standard output": stdout, "standard error": stderr}
     for path in sorted(folder.rglob("*")):
         name = str(path.relative_to(folder))

@@ -13,7 +13,7 @@ ROOM = {"dash", "coreutils"}  # of a room, where nothing is of this machine
 
 
 def packages(target, whole):
-    chosen = [program for program in PROGRAMS if program.checked_in(target) or whole and target == "i686"]
+    chosen = [program for program in PROGRAMS if program.checked_in(target) or whole and program.soaked_in(target)]
     return set(ROOM if whole and target == "i686" else ()).union(*(program.packages for program in chosen))
 
 

@@ -2,6 +2,8 @@
 
 from dataclasses import dataclass, field
 
+from settings import SOAKED
+
 # A block that the checker accuses, in whatever the program printed or wrote.
 ACCUSATIONS = (b"###### slop over", b"double free a same memory", b"write log file failed")
 
@@ -16,6 +18,7 @@ class Program:
     (pairs of a regular expression and what takes its place) has taken away what differs from run to run. `alone` names
     the commands that are checked where there is no room; these start no others. `slice` and `armhf` are the settings in
     which `make check` runs it on i686 and armhf, without a room: those in which it was seen to pass time after time.
+    `emulated` says that `make soak` runs it on armhf, too, which is slow.
     """
 
     name: str
@@ -25,9 +28,16 @@ class Program:
     alone: tuple = ()
     slice: tuple = ()
     armhf: tuple = ()
+    emulated: bool = False
     environment: dict = field(default_factory=dict)
     normalise: tuple = ()
     ignore: tuple = ()
 
     def checked_in(self, target):
         return {"i686": self.slice, "armhf": self.armhf}.get(target, ())
+
+    def soaked_in(self, target):
+        return SOAKED if target == "i686" or target == "armhf" and self.emulated else ()
+
+    def is_for(self, target):
+        return bool(self.checked_in(target) or self.soaked_in(target))

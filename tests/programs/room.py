@@ -117,8 +117,13 @@ def command_without(target, program, setting, scratch):
     return ["/bin/sh", "-c", "set -eu\n" + program.work], outside
 
 
+def needed(target, setting):
+    """Whether the work is done in a room: there are none of emulated programs, whose emulator is of this machine."""
+    return setting.room and target == "i686"
+
+
 def command(target, program, setting, scratch):
     """How to do a program's work in the folders work and logs below `scratch`; `checker` is made there."""
-    if setting.room:
+    if needed(target, setting):
         return command_in_room(program, setting, scratch)
     return command_without(target, program, setting, scratch)

@@ -3,8 +3,8 @@
 // that the program's own blocks are told from those of the C library. Announces what it did, for the logs to agree
 // with.
 //
-// stress ROUNDS MODES [COMMAND...]: MODES has s (signals), f (fork), e (exec of COMMAND in a child), c (cancellation),
-// k (keeps the last blocks).
+// stress ROUNDS SEED MODES [COMMAND...]: MODES has s (signals), f (fork), e (exec of COMMAND in a child),
+// c (cancellation), k (keeps the last blocks). SEED makes runs differ.
 #define _GNU_SOURCE
 #include <errno.h>
 #include <malloc.h>
@@ -38,7 +38,7 @@ static struct Thread {
   unsigned long calls[kOperations], bytes[kOperations];
 } threads[kThreads];
 
-static unsigned long rounds;
+static unsigned long rounds, seed;
 static const char* modes;
 static char** exec_command;
 static atomic_int running;
@@ -197,13 +197,14 @@ static void report(void) {
 }
 
 int main(int argc, char** argv) {
-  if (argc < 3) return 2;
+  if (argc < 4) return 2;
   rounds = strtoul(argv[1], NULL, 0);
-  modes = argv[2];
-  exec_command = argv + 3;
+  seed = strtoul(argv[2], NULL, 0);
+  modes = argv[3];
+  exec_command = argv + 4;
   running = kThreads;
   for (int i = 0; i < kThreads; ++i) {
-    threads[i].random = (uint64_t)i + 1;
+    threads[i].random = (uint64_t)seed * kThreads + (uint64_t)i + 1;
     if (pthread_create(&threads[i].thread, NULL, run_thread, &threads[i]) != 0) fail("create");
   }
   pthread_t pester;

@@ -19,10 +19,11 @@ def own(record):
 
 class Stress(case.Case):
     rounds = int(os.environ.get("QUARL_STRESS_ROUNDS", 0))
+    seed = int(os.environ.get("QUARL_STRESS_SEED", 0))
 
     def stress(self, config, modes, rounds, again=()):
         process.DEADLINE = 240 + 2 * self.rounds
-        stress = self.run_victim("stress", self.rounds or rounds, modes, *again, config=config)
+        stress = self.run_victim("stress", self.rounds or rounds, self.seed, modes, *again, config=config)
         self.assert_ends(stress)
         return stress
 
@@ -32,7 +33,7 @@ class Stress(case.Case):
     def test_everything_at_once(self):
         """Children, programs started, threads cancelled and signals of all three kinds, in both kinds of log."""
         victim = self.target.victim("stress")
-        command, _ = self.target.command(victim, (1, "-"), {"QUARL_CFG_FILE": "none"}, True)
+        command, _ = self.target.command(victim, (1, self.seed, "-"), {"QUARL_CFG_FILE": "none"}, True)
         if self.target.emulated:
             command[0] = "/usr/bin/qemu-arm"
         for config in ("", "QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=5600"):

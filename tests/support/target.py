@@ -1,7 +1,12 @@
 """What differs between the targets: how a program is started, named and signalled, and which tools read it."""
 
 import os
+import sys
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
+
+import sysroot
 
 ANNOUNCE_DESCRIPTOR = 77  # as in victims/announce.h
 FIRST_RT_SIGNAL = 32
@@ -28,7 +33,7 @@ class Target:
             return line, {**os.environ, **variables}
         lists = {name: value for name, value in variables.items() if "," in value}  # -E takes a comma for its own
         settings = [word for pair in variables.items() if pair[0] not in lists for word in ("-E", "=".join(pair))]
-        return ["qemu-arm", "-L", f"/usr/{self.triplet}", *settings, *line], {**os.environ, **lists}
+        return ["qemu-arm", "-L", f"/usr/{self.triplet}", *settings, *line], {**os.environ, **lists, **sysroot.EMULATED}
 
     def process_name(self, program):
         """The name of the starting thread, as the kernel knows it."""

@@ -7,7 +7,7 @@ THOROUGH = ("defaults", "checks", "record", "snapshots")
 
 PROGRAMS = (
     Program("sqlite3", ("sqlite3",), files={"full.sql": lambda: sqlite_script(10000), "small.sql": lambda: sqlite_script(300)},
-            alone=("sqlite3",), slice=THOROUGH, armhf=THOROUGH, work="""
+            alone=("sqlite3",), slice=THOROUGH, armhf=THOROUGH, emulated=True, work="""
 sqlite3 -batch work.db <$SIZE.sql
 """),
     Program("postgresql", ("postgresql-15",), files={"table": lambda: table(5000)}, ignore=("data/*", "out"), work=r"""

@@ -45,13 +45,21 @@ printf 'http_port 3128\npid_filename /tmp/squid.pid\naccess_log none\ncache_log 
 squid -N -f s.conf >out 2>&1 & proxy=$!
 await curl -sf -o /dev/null -x localhost:3128 http://127.0.0.1:8081/text; for i in $(seq 20); do curl -sf -x localhost:3128 http://127.0.0.1:8081/text | cmp - text; done; kill -INT $proxy; wait $proxy || echo $?; kill -INT $web; wait $web || echo $?
 """),
-    Program("curl", ("curl", "python3.11"), files=TEXT, ignore=("out*",), work=r"""
+    Program("curl", ("curl", "openssl", "python3.11"), files=TEXT, ignore=("out*", "*.pem"), work=r"""
 python3.11 -m http.server -b 127.0.0.1 8000 >out2 2>&1 & other=$!
 await curl -sf -o /dev/null http://localhost:8000/text
 for i in 1 2 3 4 5 6; do curl -sf http://localhost:8000/text | cmp - text; done
 curl -sf http://localhost:8000/none || echo none: $?; curl -s http://localhost:9/ || echo refused: $?; curl -sF a=b -F f=@text -o /dev/null -w '%{http_code}\n' http://localhost:8000/
-curl -sfZ -o a -o b file:///work/text file:///work/text; cmp a b; kill $other; wait $other || echo $?
-""", normalise=((r"(?s)\A.*HTTPStatus.*", ""),)),
+curl -fZ --no-progress-meter -o a -o b file:///work/text http://localhost:8000/text; cmp a b; kill $other; wait $other || echo $?
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout key.pem -out cert.pem -days 9 -subj /CN=localhost -addext subjectAltName=DNS:localhost >out3 2>&1
+openssl s_server -accept 8443 -cert cert.pem -key key.pem -WWW -quiet >out3 2>&1 & other=$!
+await curl -sf --cacert cert.pem -o /dev/null https://localhost:8443/text; for i in 1 2 3; do curl -sf --cacert cert.pem https://localhost:8443/text | cmp - text; done; curl -s https://localhost:8443/text || echo stranger: $?
+kill $other; wait $other || echo $?
+"""),
+    Program("curl-files", ("curl",), files=TEXT, alone=("curl",), emulated=True, work=r"""
+curl -fZ --no-progress-meter -o a -o b -o c file://$PWD/text file://$PWD/text file://$PWD/text; cmp a b; curl -s -r 1000-1999 file://$PWD/text | md5sum
+curl -s file://$PWD/none || echo none: $?; curl -s -T text file://$PWD/put; cmp text put; curl -s http://127.0.0.1:9/ || echo refused: $?; curl -s none://a/ || echo wrong: $?
+"""),
     Program("wget", ("wget", "python3.11"), files=TEXT, ignore=("out2",), work=r"""
 mkdir site; cp text site/; printf '<a href="text">t</a><a href="b.html">b</a>' >site/index.html; echo b >site/b.html; (cd site; exec python3.11 -m http.server -b 127.0.0.1 8000 >../out2 2>&1) & server=$!
 await wget -qO /dev/null http://localhost:8000/text; wget -qr -np -nH -P got http://localhost:8000/; diff -r site got -x '*.log' -x robots.txt && echo same; wget -qO- http://localhost:8000/none || echo none: $?; kill $server; wait || true
@@ -76,7 +84,14 @@ await mosquitto_pub -h 127.0.0.1 -t ready -m yes; mosquitto_pub -h 127.0.0.1 -r 
 mosquitto_sub -h 127.0.0.1 -q 2 -t 'many/+' -C 300 -i s >got & sub=$!; await grep -q 'as s ' out; await grep -q 'eceived SUBSCRIBE from s\|as s ' out
 await sh -c 'mosquitto_pub -h 127.0.0.1 -q 1 -r -t many/z -m start; seq 300 | mosquitto_pub -h 127.0.0.1 -q 2 -t many/n -l; [ -s got ]'; wait $sub; grep -c . got; kill $server; wait $server || echo $?
 """ ),
-    Program("tor", ("tor",), ignore=("data/*", "out"), work=r"""
-mkdir -m 700 data; tor --DataDirectory data --list-fingerprint --ORPort 9001 --Nickname a --quiet >out 2>&1 || echo $?; test -s data/fingerprint && echo made; tor --DataDirectory data --verify-config --quiet -f /dev/null && echo valid; tor --hash-password x | cut -c1-3; tor --list-torrc-options | sort | md5sum
+    Program("tor", ("tor", "perl"), ignore=("data/*", "hidden/*", "out"), work=r"""
+mkdir -m 700 data hidden; tor --DataDirectory data --list-fingerprint --ORPort 9001 --Nickname a --quiet >out 2>&1 || echo $?; test -s data/fingerprint && echo made; tor --hash-password x | cut -c1-3; tor --list-torrc-options | sort | md5sum
+printf 'DataDirectory /work/data\nDisableNetwork 1\nSocksPort 0\nControlPort 9051\nHiddenServiceDir /work/hidden\nHiddenServicePort 80 127.0.0.1:8080\nLog notice file /work/out\n' >torrc
+cat >c.pl <<'P'
+use IO::Socket::INET; my $s = IO::Socket::INET->new("127.0.0.1:9051") or exit 1; exit 0 if @ARGV;
+print $s "$_\r\n" for "AUTHENTICATE", "GETINFO config/names", "GETCONF HiddenServiceOptions", "GETINFO status/circuit-established", "SETCONF MaxCircuitDirtiness=77", "GETCONF MaxCircuitDirtiness", "GETINFO events/names", "QUIT"; print while <$s>;
+P
+tor -f torrc --verify-config --quiet && echo valid; tor -f torrc --quiet & server=$!
+await perl c.pl ping; perl c.pl; cut -c57- hidden/hostname; kill -INT $server; wait $server || echo $?
 """),
 )
