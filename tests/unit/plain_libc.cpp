@@ -57,3 +57,6 @@ bool quarl::take_bare_block(void*) {
   return false;
 }
 constinit uint32_t quarl::least_alignment = 8;
+bool quarl::output_is_the_programs() {
+  return false;
+}
