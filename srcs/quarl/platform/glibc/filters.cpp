@@ -37,19 +37,27 @@ Filter filter_of_seccomp(long operation, long flags, long program) {
           (flags & SECCOMP_FILTER_FLAG_NEW_LISTENER) != 0};
 }
 
-// What blocks need more than without the checker must not have to be asked for behind a strict filter.
+// The C library gives nothing back to the kernel any more: it would with calls of its own, and sooner than without the
+// checker, which has fixed the size from which on it does.
+void keep_all_memory() {
+  glibc::libc_allocator.set_option(M_TRIM_THRESHOLD, INT_MAX);
+}
+
+// What blocks need more than without the checker cannot be asked for behind a strict filter.
 void lay_in_room() {
   constexpr size_t kRoom = 1 << 20;
-  glibc::libc_allocator.set_option(M_TRIM_THRESHOLD, INT_MAX);
+  keep_all_memory();
   glibc::libc_allocator.release(glibc::libc_allocator.allocate(kRoom));
 }
 
 template <typename Call>
 long set_filter(const Filter& filter, Call call) {
-  const bool noted = steps.before != nullptr && steps.before(filter.every_thread);
-  if (noted && filter.strict) lay_in_room();
+  if (steps.before == nullptr || !steps.before(filter.every_thread)) return call();
+  if (filter.strict) lay_in_room();
   const long result = call();
-  if (noted) steps.after(result == 0 || (filter.listened_to && result > 0));
+  const bool set = result == 0 || (filter.listened_to && result > 0);
+  if (set && !filter.strict) keep_all_memory();
+  steps.after(set);
   return result;
 }
 
