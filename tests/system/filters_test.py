@@ -22,8 +22,10 @@ class Filters(case.Case):
         before = process.said("before")[0]
         return [(record.size, record.address == before) for record in read_log(path).records if record.size in (10, 20)]
 
-    @promise("Behind a filter of system calls that the program sets itself, by `prctl` or `syscall`, the checker makes no call "
-             "of its own that the program's own allocator would not make, but for the report of a fault.")
+    @promise("A filter of system calls (seccomp) that the program sets itself through `prctl` or `syscall` does not end it "
+             "for what the checker does.",
+             "Behind it blocks are checked on, but no thread makes a system call of the checker's, save those by which every "
+             "allocator gets memory and waits (`brk`, `mmap`, `munmap`, `futex`).")
     def test_programs_end_as_without_the_checker(self):
         for way in WAYS:
             for action in ACTIONS:
@@ -33,8 +35,8 @@ class Filters(case.Case):
                         with self.subTest(way, action=action, config=config, contract=contract):
                             self.assert_ends(self.program(way, action, config=config, environment={"QUARL_CONTRACT": contract}))
 
-    @promise("Behind a filter of system calls that the program sets itself, by `prctl` or `syscall`, the checker makes no call "
-             "of its own that the program's own allocator would not make, but for the report of a fault.")
+    @promise("A filter of system calls (seccomp) that the program sets itself through `prctl` or `syscall` does not end it "
+             "for what the checker does.")
     def test_strict_mode(self):
         """Not even the heap can grow then."""
         for config in ("", "QUARL_OUTPUT_LOG=1"):
@@ -44,7 +46,7 @@ class Filters(case.Case):
                 process.said("done")
         self.assertEqual(self.live(process, self.log_path(process, "quarlAll", program="filtered")), [(10, True)])
 
-    @promise("The logs are written before the filter is set, as at exit, and hold what was there by then.")
+    @promise("The logs are written before it is set, as at exit, and hold what was there by then.")
     def test_logs_hold_what_was_before(self):
         for config, kind in (("", "quarl"), ("QUARL_OUTPUT_LOG=1", "quarlAll")):
             for way in WAYS[:-1]:
@@ -76,7 +78,9 @@ class Filters(case.Case):
             path = self.log_path(process, kind, program="filtered")
             self.assertEqual(self.live(process, path), [(10, True), (20, False)])
 
-    @promise("What such a report needs to stop its thread is tried all the same, and may end the program.")
+    @promise("A fault is reported all the same; how its thread stops is for the filter to say.",
+             "Behind it blocks are checked on, but no thread makes a system call of the checker's, save those by which every "
+             "allocator gets memory and waits (`brk`, `mmap`, `munmap`, `futex`).")
     def test_fault_is_reported(self):
         process = self.program("prctl", "overrun", config="")
         process.await_match("slop over occurs at tail .*start_addr")

@@ -1,5 +1,7 @@
 """The checker clock and the chain of automatic snapshots."""
 
+import errno
+import os
 import signal
 import struct
 import time
@@ -65,6 +67,26 @@ class Clock(case.Case):
         self.assertEqual(self.now(driver), made)
         driver.set_word(block + 10, 0xFEDABEEB)
         self.assertEqual(driver.finish(), 0)
+
+
+    @promise("A tick of the interval timer (`QUARL_HEAD_TIME=2`) comes to the main thread: what the kernel does not begin anew "
+             "behind a handler (`select`, `poll`, `epoll_wait`, `nanosleep`) ends there early, with `EINTR`; `read` goes on.")
+    def test_calls_that_a_tick_ends(self):
+        pipe = self.directory / "pipe"
+        os.mkfifo(pipe)
+        driver = self.driver(CLOCK)
+        worker = driver.spawn()
+        for call in ("select", "poll", "epoll_wait", "nanosleep"):
+            answer = driver.do(f"idle {call} 100000")
+            self.assertEqual((answer, answer.number), (0xFFFFFFFF, errno.EINTR), call)
+            self.assertEqual(worker.do(f"idle {call} 1200"), 0, call)
+        descriptor = driver.open("pipe", os.O_RDWR)
+        worker.send("idle poll 2500")  # two ticks
+        driver.send(f"wait {descriptor}")
+        self.assertEqual(driver.answer(worker.number), 0)
+        pipe.write_bytes(b"x")
+        self.assertEqual(driver.answer(), 1)
+        self.assert_ends(driver)
 
 
 class Chain(case.Case):

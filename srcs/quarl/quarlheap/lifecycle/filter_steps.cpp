@@ -45,8 +45,8 @@ bool before(bool every_thread) {
     const ExitLock lock;
     hook_mutex.assert_held();
     if (!confined()) write_all_there_is();
-    confine();
   }
+  confine();
   if (every_thread) await_own_calls();
   return true;
 }
