@@ -42,7 +42,6 @@ static struct sock_filter filter[] = {
     ALLOW(SYS_madvise),
     ALLOW(SYS_exit),
     ALLOW(SYS_wait4),
-    ALLOW(SYS_waitpid),
     BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
 };
 
