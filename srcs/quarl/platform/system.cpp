@@ -2,9 +2,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <linux/futex.h>
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -88,6 +90,12 @@ long read_link(const char* path, char* out, size_t size) {
 
 long current_directory(char* out, size_t size) {
   return call(SYS_getcwd, out, size);
+}
+
+int descriptor_limit() {
+  struct rlimit limit {};
+  const bool limited = call(SYS_ugetrlimit, RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < INT_MAX;
+  return limited ? static_cast<int>(limit.rlim_cur) : INT_MAX;
 }
 
 bool thread_name(char* out) {

@@ -25,6 +25,7 @@ int unlink(const char* path);
 int make_directory(const char* path);                      // mode 0777 before the umask
 long read_link(const char* path, char* out, size_t size);  // no NUL behind it
 long current_directory(char* out, size_t size);
+int descriptor_limit();                 // descriptors of the program are below it
 bool thread_name(char* out);            // the calling thread's, 16 bytes with its NUL
 bool on_alternate_stack(stack_t* out);  // of signal handlers; which one it is
 
