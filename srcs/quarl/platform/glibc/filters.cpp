@@ -61,22 +61,23 @@ long set_filter(const Filter& filter, Call call) {
   return result;
 }
 
-// The function that the program would have called without us.
-template <typename Function>
-Function next(const char* name, void** cached) {
-  void* found = __atomic_load_n(cached, __ATOMIC_RELAXED);
-  if (found == nullptr) {
-    found = glibc::next_function(name);
-    __atomic_store_n(cached, found, __ATOMIC_RELAXED);
+// The functions that the program would have called without us. They are looked for at the first call of either, which
+// is one of the checker's own at its start: a child of a program with threads could not take the loader's lock any
+// more.
+struct Next {
+  int (*prctl)(int option, long, long, long, long);
+  long (*syscall)(long number, long, long, long, long, long, long);
+};
+constinit Next found{};
+
+const Next& next() {
+  if (__atomic_load_n(&found.syscall, __ATOMIC_ACQUIRE) == nullptr) {
+    found.prctl = reinterpret_cast<decltype(found.prctl)>(glibc::next_function("prctl"));
+    const auto call = reinterpret_cast<decltype(found.syscall)>(glibc::next_function("syscall"));
+    __atomic_store_n(&found.syscall, call, __ATOMIC_RELEASE);
   }
-  return reinterpret_cast<Function>(found);
+  return found;
 }
-
-using Prctl = int (*)(int, long, long, long, long);
-using Syscall = long (*)(long, long, long, long, long, long, long);
-
-constinit void* next_prctl = nullptr;
-constinit void* next_syscall = nullptr;
 
 Filter filter_of_syscall(long number, const long (&words)[6]) {
   if (number == SYS_seccomp) return filter_of_seccomp(words[0], words[1], words[2]);
@@ -99,7 +100,7 @@ QUARL_EXPORT int prctl(int option, ...) {
   va_start(rest, option);
   const long words[4] = {va_arg(rest, long), va_arg(rest, long), va_arg(rest, long), va_arg(rest, long)};
   va_end(rest);
-  const auto call = [&] { return next<Prctl>("prctl", &next_prctl)(option, words[0], words[1], words[2], words[3]); };
+  const auto call = [&] { return next().prctl(option, words[0], words[1], words[2], words[3]); };
   const Filter filter = filter_of_prctl(option, words[0], words[1]);
   return filter.wanted ? static_cast<int>(set_filter(filter, call)) : call();
 }
@@ -111,9 +112,7 @@ QUARL_EXPORT long syscall(long number, ...) noexcept {
   const long words[6] = {va_arg(rest, long), va_arg(rest, long), va_arg(rest, long),
                          va_arg(rest, long), va_arg(rest, long), va_arg(rest, long)};
   va_end(rest);
-  const auto call = [&] {
-    return next<Syscall>("syscall", &next_syscall)(number, words[0], words[1], words[2], words[3], words[4], words[5]);
-  };
+  const auto call = [&] { return next().syscall(number, words[0], words[1], words[2], words[3], words[4], words[5]); };
   const Filter filter = filter_of_syscall(number, words);
   return filter.wanted ? set_filter(filter, call) : call();
 }
