@@ -39,12 +39,13 @@ class Filters(case.Case):
              "for what the checker does.")
     def test_strict_mode(self):
         """Not even the heap can grow then."""
-        for config in ("", "QUARL_OUTPUT_LOG=1"):
-            for preload in (False, True):
-                process = self.program("strict", config=config, preload=preload)
-                self.assert_ends(process)
-                process.said("done")
-        self.assertEqual(self.live(process, self.log_path(process, "quarlAll", program="filtered")), [(10, True)])
+        for way in ("strict", "strict-syscall"):
+            for config in ("", "QUARL_OUTPUT_LOG=1"):
+                for preload in (False, True):
+                    process = self.program(way, config=config, preload=preload)
+                    self.assert_ends(process)
+                    process.said("done")
+            self.assertEqual(self.live(process, self.log_path(process, "quarlAll", program="filtered")), [(10, True)])
 
     @promise("The logs are written before it is set, as at exit, and hold what was there by then.")
     def test_logs_hold_what_was_before(self):
@@ -67,6 +68,7 @@ class Filters(case.Case):
             process.signal(number)
         self.assert_ends(process)
         self.assertEqual(len(self.files()), 2)
+        self.assert_ends(self.program("prctl", "dumped", config=""))  # with the reload still to come
 
     @promise("A filter that cannot be set changes nothing.")
     def test_filter_that_cannot_be_set(self):

@@ -1,11 +1,12 @@
 // Sets itself a filter of system calls, behind which only those are left that its own work needs.
 //
-// filtered prctl|syscall|by-number|every-thread|strict|refused [sound|thread|fork|overrun]
+// filtered prctl|syscall|by-number|every-thread|strict|strict-syscall|refused sound|thread|fork|overrun|dumped
 #define _GNU_SOURCE
 #include <errno.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
@@ -56,6 +57,7 @@ static long set_filter(const char* way) {
   if (strcmp(way, "every-thread") == 0)
     return syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_TSYNC, &program);
   if (strcmp(way, "strict") == 0) return prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT);
+  if (strcmp(way, "strict-syscall") == 0) return syscall(SYS_seccomp, SECCOMP_SET_MODE_STRICT, 0, NULL);
   program.len = 0;  // which no kernel takes
   return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == -1 && prctl(PR_SET_SECCOMP, 2, NULL) == -1 ? 0 : -1;
 }
@@ -111,8 +113,9 @@ int main(int argc, char** argv) {
   if (strcmp(argv[1], "every-thread") == 0 && pthread_create(&thread, NULL, count_up, &counter) == 0)
     while (*(volatile unsigned*)&counter < 100) continue;
   if (strcmp(argv[2], "thread") != 0 && counter == 0) filter[kFutexAnswer].k = SECCOMP_RET_KILL_PROCESS;
+  if (strcmp(argv[2], "dumped") == 0) raise(SIGUSR1);
   if (set_filter(argv[1]) != 0) return 70;
-  if (strcmp(argv[1], "strict") == 0) {
+  if (strncmp(argv[1], "strict", 6) == 0) {
     work_in_room();
     announce("done", NULL);
     for (;;) syscall(SYS_exit, 0);
