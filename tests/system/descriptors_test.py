@@ -2,6 +2,7 @@
 
 import os
 import re
+import resource
 import signal
 
 import case
@@ -41,6 +42,23 @@ class Descriptors(case.Case):
                        if os.path.exists(f"/proc/{driver.pid}/fd/{name}")}
                 self.assertFalse([name for name in low if name.endswith(".log")])
                 self.assert_ends(driver)
+
+    @promise("Where the limit of descriptors is lower they lie in the last quarter, and under a limit of 16 or less the checker "
+             "keeps none.")
+    def test_low_limits(self):
+        for limit in (100, 80, 40, 20, 12, 6):
+            with self.subTest(limit):
+                driver = self.driver(ALIVE, environment={"QUARL_CONTRACT": "libc"},
+                                     before_start=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit)))
+                opened = {int(name) for name in os.listdir(f"/proc/{driver.pid}/fd")} - {0, 1, 2, ANNOUNCING}
+                self.assertEqual(len(opened), 2 if limit > 16 else 0, opened)
+                self.assertGreaterEqual(min(opened, default=limit), limit - limit // 4)
+                self.assertEqual(driver.open("quarlcfg.ini", os.O_RDONLY), 3)
+                driver.free(driver.malloc(10))
+                self.assertEqual((driver.finish(), driver.out), (0, ""))
+                self.assertEqual(len(self.files()), 1 if limit > 16 else 0)
+                for name in self.files():
+                    (self.directory / name).unlink()
 
     @promise("When the application has closed one of them, nothing is written to whatever has its number now, and "
              "nothing of the application's is closed.")

@@ -12,7 +12,8 @@ GLOBALS = {"useed_head", "useed_tail", "unuse_head", "unuse_tail", "qr_mmap_bloc
 WEAK = {"taSymTbl", "ulSymTblSize"}
 HOOKS = {f"__{name}_hook" for name in ("malloc", "free", "realloc", "memalign", "mmap", "munmap", "malloc_initialize")}
 ENTRIES = {"malloc", "free", "calloc", "realloc", "reallocarray", "memalign", "aligned_alloc", "posix_memalign",
-           "valloc", "pvalloc", "malloc_usable_size", "mallopt", "mmap", "mmap64", "munmap", "__register_atfork"}
+           "valloc", "pvalloc", "malloc_usable_size", "mallopt", "mmap", "mmap64", "munmap", "__register_atfork",
+           "prctl", "syscall"}
 RAW = {f"ext_{name}" for name in ("malloc", "free", "realloc", "memalign", "mmap", "munmap")} | {"pthread_self_pid"}
 
 

@@ -50,6 +50,26 @@ class FailingFiles(case.Case):
         self.works(driver)
         self.assertEqual(driver.finish(), 0)
 
+    @promise("With `QUARL_CONTRACT=libc` standard output is the program's: what goes wrong with the checker's own files is told "
+             "on descriptor 2, each text once, and not again by forked children.")
+    def test_standard_output_of_a_pipeline(self):
+        """Nothing but the program's own words, where no log can be made: its folder is a file."""
+        clock = "QUARL_TIMER_SIG=SIGUSR2 QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1 QUARL_SNAP_INTERVAL=1 "
+        failed = FAILED("Not a directory")
+        for config, err in ((LOG + "QUARL_TRACE_BUFSIZE=280", failed), ("", failed), (clock, failed + "Create auto snap file failed!\n")):
+            for contract in ("libc", "plain"):
+                with self.subTest(config, contract=contract):
+                    driver = self.driver(config, environment={"QUARL_CONTRACT": contract, "QUARL_LOG_DIR": "quarlcfg.ini"})
+                    driver.do("fork malloc 1")
+                    driver.say("words")
+                    self.works(driver, 20)
+                    driver.do(f"raise {signal.SIGUSR1}")
+                    self.assertEqual(driver.finish(), 0)
+                    if contract == "libc":
+                        self.assertEqual((driver.out, driver.err), ("words", err))
+                    else:
+                        self.assertEqual((driver.err, driver.out[:len(failed)]), ("", failed))
+
     def small_disk(self, size="128k"):
         disk = Path(tempfile.mkdtemp(prefix="disk-", dir=self.directory))
         subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", disk], check=True)
@@ -164,6 +184,21 @@ class FailingFiles(case.Case):
                 driver.do(f"raise {signal.SIGUSR1}")
                 self.assertEqual(driver.finish(), 0)
                 self.assertEqual(set(driver.out.splitlines(True)), {FAILED("File too large")})
+
+    @promise("A closed pipe, a full disk or a limit of the file size raises no signal in the application: the "
+             'message is lost, or "write log file failed" is printed.')
+    def test_size_limit_below_what_a_cut_log_needs(self):
+        """Somebody has emptied the log: a dump lays its records where they belong, behind the end of the file."""
+        for commands in ((), ("handle 25 leave 9",)):
+            driver = self.driver("")
+            path = self.log_path(driver, "quarl")
+            for command in commands:
+                driver.do(command)
+            driver.malloc(10)
+            os.truncate(path, 0)
+            driver.limit(resource.RLIMIT_FSIZE, 1000)
+            driver.do(f"raise {signal.SIGUSR1}")
+            self.assertEqual((driver.finish(), set(driver.out.splitlines(True))), (0, {FAILED("File too large")}))
 
     def test_no_descriptors_left(self):
         for config in (LOG, "", "QUARL_HEAD_TIME=2 QUARL_SNAP_INTERVAL=0"):

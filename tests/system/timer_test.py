@@ -1,5 +1,7 @@
 """The checker clock and the chain of automatic snapshots."""
 
+import errno
+import os
 import signal
 import struct
 import time
@@ -11,6 +13,7 @@ from promise import promise
 from report_text import take_reports
 
 CLOCK = "QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1 "
+STILL = "QUARL_TIMER_SIG=SIGUSR2 " + CLOCK.replace("INTERVAL=1", "INTERVAL=1000")  # ticks only when the test makes them
 
 
 class Clock(case.Case):
@@ -67,6 +70,26 @@ class Clock(case.Case):
         self.assertEqual(driver.finish(), 0)
 
 
+    @promise("A tick of the interval timer (`QUARL_HEAD_TIME=2`) comes to the main thread: what the kernel does not begin anew "
+             "behind a handler (`select`, `poll`, `epoll_wait`, `nanosleep`) ends there early, with `EINTR`; `read` goes on.")
+    def test_calls_that_a_tick_ends(self):
+        pipe = self.directory / "pipe"
+        os.mkfifo(pipe)
+        driver = self.driver(CLOCK)
+        worker = driver.spawn()
+        for call in ("select", "poll", "epoll_wait", "nanosleep"):
+            answer = driver.do(f"idle {call} 100000")
+            self.assertEqual((answer, answer.number), (0xFFFFFFFF, errno.EINTR), call)
+            self.assertEqual(worker.do(f"idle {call} 1200"), 0, call)
+        descriptor = driver.open("pipe", os.O_RDWR)
+        worker.send("idle poll 2500")  # two ticks
+        driver.send(f"wait {descriptor}")
+        self.assertEqual(driver.answer(worker.number), 0)
+        pipe.write_bytes(b"x")
+        self.assertEqual(driver.answer(), 1)
+        self.assert_ends(driver)
+
+
 class Chain(case.Case):
     def check_chain(self, path):
         chain = read_chain(path)
@@ -115,7 +138,7 @@ class Chain(case.Case):
 
     def test_tick_before_the_interval_is_over_writes_nothing(self):
         for interval in (100, 0):
-            driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK + f"QUARL_TIME_INTERVAL=1000 QUARL_SNAP_INTERVAL={interval}")
+            driver = self.driver(STILL + f"QUARL_SNAP_INTERVAL={interval}")
             for _ in range(3):
                 driver.do(f"raise {signal.SIGUSR2}")
             driver.free(driver.malloc(10))
@@ -126,7 +149,7 @@ class Chain(case.Case):
 
     def test_next_snapshot_is_due_an_interval_later(self):
         interval = 3
-        driver = self.driver("QUARL_TIMER_SIG=SIGUSR2 " + CLOCK + f"QUARL_TIME_INTERVAL=1000 QUARL_SNAP_INTERVAL={interval}")
+        driver = self.driver(STILL + f"QUARL_SNAP_INTERVAL={interval}")
         begin, path = time.time(), self.log_path(driver, "quarl_autosnap")
         for number in (1, 2):
             driver.await_that(lambda: time.time() >= begin + interval + 1, "the next snapshot to be due")

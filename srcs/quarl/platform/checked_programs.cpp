@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <string.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "platform/environment.h"
@@ -28,7 +27,7 @@ struct OwnNames {
   const char* called = program_invocation_short_name;
 
   OwnNames() {
-    prctl(PR_GET_NAME, process);
+    sys::thread_name(process);
     const long length = sys::read_link("/proc/self/exe", file, sizeof file - 1);
     file[length > 0 ? length : 0] = '\0';
   }

@@ -54,6 +54,14 @@ struct HeadedBlockAccess {
 };
 void set_headed_block_access(const HeadedBlockAccess& access);
 
+// What the checker does around the setting of a filter of system calls (seccomp), on the thread that sets it: `before`
+// says whether `after` is to be called, which hears whether the filter is set.
+struct FilterSteps {
+  bool (*before)(bool every_thread);  // the filter is to hold for every thread
+  void (*after)(bool set);
+};
+void set_filter_steps(const FilterSteps& steps);
+
 // What the checker does around fork, on the thread that forks: `before` is the last step of all libraries, the others
 // are the first.
 struct ForkSteps {
@@ -85,6 +93,8 @@ extern uint32_t least_alignment;
 
 // What the allocator aligns each raw block to that is no mapping, 8 or 16; a constant from prepare_raw_entries on.
 extern uint32_t raw_alignment;
+// The program was promised that standard output is its own: what goes wrong with the checker's files is not told there.
+bool output_is_the_programs();
 
 // A failure that a hook decided on by itself: errno becomes ENOMEM where the program was promised so.
 void tell_failure();

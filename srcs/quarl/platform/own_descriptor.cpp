@@ -9,18 +9,28 @@ namespace quarl {
 namespace {
 
 constexpr int kLowestDescriptor = 100;
+constexpr int kLeftFree = 16;    // numbers below are the program's, however low its limit is
 constexpr int kFileMode = 0666;  // before the umask
+
+// Where the program may have no more than so many, the last quarter of them.
+int lowest_descriptor() {
+  const int most = sys::descriptor_limit();
+  if (most > kLowestDescriptor) return kLowestDescriptor;
+  return most - most / 4 > kLeftFree ? most - most / 4 : kLeftFree;
+}
 
 }  // namespace
 
 int move_up(int fd) {
-  const int moved = sys::duplicate_above(fd, kLowestDescriptor);
+  const int moved = sys::duplicate_above(fd, lowest_descriptor());
   if (moved < 0) return fd;
   sys::close(fd);
   return moved;
 }
 
 bool OwnDescriptor::open(const char* path, int flags) {
+  errno = EMFILE;
+  if (sys::descriptor_limit() <= kLeftFree) return false;
   const int fd = sys::open(path, flags, kFileMode);
   return fd >= 0 && take(move_up(fd));
 }

@@ -13,7 +13,7 @@ int move_up(int fd);
 
 class OwnDescriptor {
  public:
-  // Opens a file at a descriptor that is moved up. False with errno.
+  // Opens a file at a descriptor that is moved up. False with errno, also where the program may have few descriptors.
   bool open(const char* path, int flags);
 
   // Opens the file that it had open before, and no other that has taken its name. False with errno.

@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include "platform/confinement.h"
+#include "platform/libc_hooks.h"
 #include "platform/system.h"
 
 namespace quarl {
@@ -107,9 +109,14 @@ Text& Text::format(const char* pattern, ...) {
 
 namespace {
 
+// Behind a filter of system calls only faults are told, and for them it is worth a try.
 void write_to_descriptor(int fd, const char* data, size_t size) {
   const KeepErrno keep;
-  sys::write_quietly(fd, data, size);
+  if (confined()) {
+    sys::write_regardless(fd, data, size);
+  } else {
+    sys::write_quietly(fd, data, size);
+  }
 }
 
 }  // namespace
@@ -120,13 +127,30 @@ void write_message(int fd, const Text& text) {
   message_writer(fd, text.data(), text.size());
 }
 
-void print(int fd, const char* pattern, ...) {
+namespace {
+
+void print_list(int fd, const char* pattern, va_list args) {
   TextBuffer<640> text;
+  text.format_list(pattern, args);
+  write_message(fd, text);
+}
+
+}  // namespace
+
+void print(int fd, const char* pattern, ...) {
   va_list args;
   va_start(args, pattern);
-  text.format_list(pattern, args);
+  print_list(fd, pattern, args);
   va_end(args);
-  write_message(fd, text);
+}
+
+void print_trouble(bool* told, const char* pattern, ...) {
+  const bool quiet = output_is_the_programs();
+  if (quiet && __atomic_exchange_n(told, true, __ATOMIC_RELAXED)) return;
+  va_list args;
+  va_start(args, pattern);
+  print_list(quiet ? kStderr : kStdout, pattern, args);
+  va_end(args);
 }
 
 }  // namespace quarl

@@ -52,4 +52,9 @@ void write_message(int fd, const Text& text);
 // Messages of at most 640 characters; longer ones are built in a TextBuffer of their own.
 [[gnu::format(printf, 2, 3)]] void print(int fd, const char* pattern, ...);
 
+// What goes wrong with the checker's own files and timer: on standard output. Where that is the program's
+// (libc_hooks.h), on standard error, and only the first time in the process, of which `told` keeps account (a forked
+// child goes on with its parent's).
+[[gnu::format(printf, 2, 3)]] void print_trouble(bool* told, const char* pattern, ...);
+
 }  // namespace quarl

@@ -1,6 +1,5 @@
 #include "platform/stack.h"
 
-#include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -58,7 +57,7 @@ StackRange find_stack(uintptr_t present_frame) {
     return {thread_cache().stack_low, thread_cache().stack_high};
   }
   stack_t alternate{};
-  if (sigaltstack(nullptr, &alternate) == 0 && (alternate.ss_flags & SS_ONSTACK) != 0) {
+  if (sys::on_alternate_stack(&alternate)) {
     const auto low = reinterpret_cast<uintptr_t>(alternate.ss_sp);
     const uintptr_t high = low + alternate.ss_size;
     if (present_frame >= low && present_frame < high) return {low, high};

@@ -2,48 +2,57 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <linux/futex.h>
 #include <poll.h>
-#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
+#include "platform/confinement.h"
+
 namespace quarl::sys {
+namespace {
+
+template <typename... Arguments>
+long call(long number, Arguments... arguments) {
+  const OwnCall own;
+  return own.refused() ? -1 : syscall(number, arguments...);
+}
+
+}  // namespace
 
 int open(const char* path, int flags, int mode) {
-  return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags | O_LARGEFILE | O_CLOEXEC, mode));
+  return static_cast<int>(call(SYS_openat, AT_FDCWD, path, flags | O_LARGEFILE | O_CLOEXEC, mode));
 }
 
 int close(int fd) {
-  return static_cast<int>(syscall(SYS_close, fd));
+  return static_cast<int>(call(SYS_close, fd));
 }
 
 long read(int fd, void* data, size_t size) {
-  return syscall(SYS_read, fd, data, size);
+  return call(SYS_read, fd, data, size);
 }
 
 long write(int fd, const void* data, size_t size) {
-  return syscall(SYS_write, fd, data, size);
+  return call(SYS_write, fd, data, size);
 }
 
 int64_t seek(int fd, int64_t offset, int whence) {
   int64_t result = 0;
-  const long failed = syscall(SYS__llseek, fd, static_cast<unsigned long>(static_cast<uint64_t>(offset) >> 32),
-                              static_cast<unsigned long>(offset & 0xFFFFFFFF), &result, whence);
+  const long failed = call(SYS__llseek, fd, static_cast<unsigned long>(static_cast<uint64_t>(offset) >> 32),
+                           static_cast<unsigned long>(offset & 0xFFFFFFFF), &result, whence);
   return failed != 0 ? -1 : result;
 }
 
-int truncate(int fd, int64_t size) {
-  return ftruncate64(fd, size);
-}
-
 int duplicate_above(int fd, int lowest) {
-  return static_cast<int>(syscall(SYS_fcntl64, fd, F_DUPFD_CLOEXEC, lowest));
+  return static_cast<int>(call(SYS_fcntl64, fd, F_DUPFD_CLOEXEC, lowest));
 }
 
 bool readable(const char* path) {
-  return syscall(SYS_access, path, R_OK) == 0;
+  return call(SYS_access, path, R_OK) == 0;
 }
 
 bool wait_readable(int fd, int milliseconds) {
@@ -52,33 +61,49 @@ bool wait_readable(int fd, int milliseconds) {
   };
   long ready = 0;
   do {
-    ready = syscall(SYS_poll, &wanted, 1, milliseconds);
+    ready = call(SYS_poll, &wanted, 1, milliseconds);
   } while (ready < 0 && errno == EINTR);
   return ready != 0;
 }
 
 bool stat_fd(int fd, struct stat64* out) {
-  return fstat64(fd, out) == 0;
+  const OwnCall own;
+  return !own.refused() && fstat64(fd, out) == 0;
 }
 
 bool stat_path(const char* path, struct stat64* out) {
-  return lstat64(path, out) == 0;
+  const OwnCall own;
+  return !own.refused() && lstat64(path, out) == 0;
 }
 
 int unlink(const char* path) {
-  return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+  return static_cast<int>(call(SYS_unlinkat, AT_FDCWD, path, 0));
 }
 
 int make_directory(const char* path) {
-  return static_cast<int>(syscall(SYS_mkdirat, AT_FDCWD, path, 0777));
+  return static_cast<int>(call(SYS_mkdirat, AT_FDCWD, path, 0777));
 }
 
 long read_link(const char* path, char* out, size_t size) {
-  return syscall(SYS_readlink, path, out, size);
+  return call(SYS_readlink, path, out, size);
 }
 
 long current_directory(char* out, size_t size) {
-  return syscall(SYS_getcwd, out, size);
+  return call(SYS_getcwd, out, size);
+}
+
+int descriptor_limit() {
+  struct rlimit limit {};
+  const bool limited = call(SYS_ugetrlimit, RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < INT_MAX;
+  return limited ? static_cast<int>(limit.rlim_cur) : INT_MAX;
+}
+
+bool thread_name(char* out) {
+  return call(SYS_prctl, PR_GET_NAME, out, 0, 0, 0) == 0;
+}
+
+bool on_alternate_stack(stack_t* out) {
+  return call(SYS_sigaltstack, nullptr, out) == 0 && (out->ss_flags & SS_ONSTACK) != 0;
 }
 
 bool write_all(int fd, const void* data, size_t size) {
@@ -94,29 +119,8 @@ bool write_all(int fd, const void* data, size_t size) {
   return true;
 }
 
-bool write_quietly(int fd, const void* data, size_t size) {
-  sigset_t raised;
-  sigset_t before;
-  sigset_t pending;
-  sigemptyset(&raised);
-  sigaddset(&raised, SIGPIPE);
-  sigaddset(&raised, SIGXFSZ);
-  sigemptyset(&pending);
-  sigpending(&pending);
-  pthread_sigmask(SIG_BLOCK, &raised, &before);
-  const bool done = write_all(fd, data, size);
-  const KeepErrno keep;
-  const int signal = errno == EPIPE ? SIGPIPE : SIGXFSZ;
-  if (!done && (errno == EPIPE || errno == EFBIG) && sigismember(&pending, signal) == 0) {
-    // Ours, so it is taken off the thread again. The raw call: the C library's is a cancellation point.
-    const struct timespec none {};
-    sigset_t own;
-    sigemptyset(&own);
-    sigaddset(&own, signal);
-    syscall(SYS_rt_sigtimedwait, &own, nullptr, &none, 8);
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return done;
+void write_regardless(int fd, const void* data, size_t size) {
+  syscall(SYS_write, fd, data, size);
 }
 
 bool word_exists(const uint32_t* word) {

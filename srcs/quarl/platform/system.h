@@ -1,7 +1,9 @@
 // System calls made directly: no cancellation point, no lock and no allocation of the C library. Safe in a signal
-// handler; all leave errno as the kernel's answer. Failures are -1.
+// handler; all leave errno as the kernel's answer. Failures are -1. In a process that has confined itself
+// (confinement.h) they are refused, but for the last ones.
 #pragma once
 
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <cstddef>
@@ -14,7 +16,6 @@ int close(int fd);
 long read(int fd, void* data, size_t size);
 long write(int fd, const void* data, size_t size);
 int64_t seek(int fd, int64_t offset, int whence);
-int truncate(int fd, int64_t size);
 int duplicate_above(int fd, int lowest);  // close-on-exec
 bool readable(const char* path);
 bool wait_readable(int fd, int milliseconds);  // something to read, or the end; false when the time is over
@@ -24,6 +25,9 @@ int unlink(const char* path);
 int make_directory(const char* path);                      // mode 0777 before the umask
 long read_link(const char* path, char* out, size_t size);  // no NUL behind it
 long current_directory(char* out, size_t size);
+int descriptor_limit();                 // descriptors of the program are below it
+bool thread_name(char* out);            // the calling thread's, 16 bytes with its NUL
+bool on_alternate_stack(stack_t* out);  // of signal handlers; which one it is
 
 // Writes all bytes, going on after an interruption or a short write. False with errno set when not all are out.
 bool write_all(int fd, const void* data, size_t size);
@@ -31,9 +35,13 @@ bool write_all(int fd, const void* data, size_t size);
 // The same, raising neither SIGPIPE (no reader) nor SIGXFSZ (file size limit): errno alone tells.
 bool write_quietly(int fd, const void* data, size_t size);
 
+// Cuts a file or makes it longer, as quietly.
+bool truncate(int fd, int64_t size);
+
+// Also in a process that has confined itself: a report of a fault, and what a lock cannot do without.
+void write_regardless(int fd, const void* data, size_t size);  // one plain write
 // Whether the aligned word at this address can be read: the kernel is asked, which answers without a fault.
 bool word_exists(const uint32_t* word);
-
 void futex_wait(const uint32_t* word, uint32_t expected);
 bool futex_wait_for(const uint32_t* word, uint32_t expected, int milliseconds);  // false: nobody woke it in time
 void futex_wake(const uint32_t* word, int count);

@@ -7,6 +7,7 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <malloc.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stddef.h>
@@ -14,12 +15,15 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "../announce.h"
@@ -139,6 +143,17 @@ COMMAND(wait) {  // for a byte of the file N(1); once
   char byte;
   return (Word)read((int)N(1), &byte, 1);
 }
+COMMAND(idle) {  // for N(2) milliseconds in the call words[1]
+  int milliseconds = (int)N(2);
+  struct timeval time = {milliseconds / 1000, milliseconds % 1000 * 1000};
+  struct timespec precise = {milliseconds / 1000, milliseconds % 1000 * 1000000};
+  struct epoll_event event;
+  if (strcmp(words[1], "select") == 0) return (Word)select(0, NULL, NULL, NULL, &time);
+  if (strcmp(words[1], "poll") == 0) return (Word)poll(NULL, 0, milliseconds);
+  if (strcmp(words[1], "epoll_wait") == 0)
+    return (Word)epoll_wait(epoll_create1(EPOLL_CLOEXEC), &event, 1, milliseconds);
+  return (Word)nanosleep(&precise, NULL);
+}
 COMMAND(receive) {  // how many bytes wait in the socket N(1), which it takes out
   char taken[128];
   return (Word)recv((int)N(1), taken, sizeof taken, MSG_DONTWAIT);
@@ -203,7 +218,7 @@ static const struct {
     ROW(symbol),     ROW(check),   ROW(raise),       ROW(chdir),        ROW(open),     ROW(close),
     ROW(limit),      ROW(exit),    ROW(leave),       ROW(exec),         ROW(spawn),    ROW(call),
     ROW(dup2),       ROW(socket),  ROW(receive),     ROW(say),          ROW(dlopen),   ROW(cancel),
-    ROW(end_thread), ROW(wait),    ROW(refuse),
+    ROW(end_thread), ROW(wait),    ROW(refuse),      ROW(idle),
 };
 
 // Runs the commands in a child and answers its wait status and its process id.

@@ -26,7 +26,8 @@ what the library would not do as a file says; `quarl config --template` writes a
 
 The environment variable `QUARL_CONTRACT` says whose promises `malloc` and its kin keep. `plain`, the default, passes on
 what the hooks answer: null for a request of 0 bytes, blocks aligned to 8. `libc` keeps glibc's: a block for a request of
-0 bytes, alignment to 16 on i686, `ENOMEM` after a failure. Use `libc` on boards with glibc; `quarl run` sets it.
+0 bytes, alignment to 16 on i686, `ENOMEM` after a failure. Standard output is the program's then: that a log could not be
+written is told on standard error, once. Use `libc` on boards with glibc; `quarl run` sets it.
 
 ## Lines
 

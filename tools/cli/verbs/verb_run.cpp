@@ -37,8 +37,9 @@ of that folder (their logs are named after the loader then); ARM programs run th
 /usr/arm-linux-gnueabihf or -gnueabi as the sysroot. A PROGRAM without "/" is looked up in PATH, first below --sysroot.
 
 Contract: QUARL_CONTRACT=libc is set for the program unless the variable is set already: a request of 0 bytes gets a
-block, blocks are aligned and failures tell ENOMEM as glibc's programs expect. QUARL_CONTRACT=plain passes on what the
-checker's hooks answer, as a C library with such hooks does.
+block, blocks are aligned and failures tell ENOMEM as glibc's programs expect; that a log could not be written is told
+on standard error, once in a process. QUARL_CONTRACT=plain passes on what the checker's hooks answer, as a C library with
+such hooks does.
 
 Faults: a parked thread is found by what the kernel says of it. Reports are found in what the program prints: a file is
 passed through and read on the side, a pipe is replaced by a pipe, a terminal by a pseudo-terminal, and what comes out

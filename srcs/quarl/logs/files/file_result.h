@@ -24,7 +24,7 @@ class [[nodiscard]] FileResult {
   int error_;
 };
 
-// Tells a failure on standard output, "write log file failed,and error is %s\n"; returns whether there was none.
+// Tells a failure (print_trouble), "write log file failed,and error is %s\n"; returns whether there was none.
 bool told(FileResult result);
 
 }  // namespace quarl

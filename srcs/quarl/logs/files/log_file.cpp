@@ -12,7 +12,8 @@
 namespace quarl {
 
 bool told(FileResult result) {
-  if (!result.ok()) print(kStdout, "write log file failed,and error is %s\n", error_text(result.error()));
+  static bool told_before = false;
+  if (!result.ok()) print_trouble(&told_before, "write log file failed,and error is %s\n", error_text(result.error()));
   return result.ok();
 }
 
@@ -126,7 +127,7 @@ FileResult LogFile::append_items(const void* data, size_t item_size, size_t coun
 }
 
 FileResult LogFile::cut(int64_t size) {
-  const FileResult done = FileResult::of(sys::truncate(descriptor_.fd(), size) == 0);
+  const FileResult done = FileResult::of(sys::truncate(descriptor_.fd(), size));
   if (done.ok()) end_ = size;
   return done;
 }

@@ -2,6 +2,7 @@
 
 #include "logs/files/log_names.h"
 #include "logs/files/sections.h"
+#include "platform/confinement.h"
 #include "platform/print.h"
 #include "platform/system.h"
 #include "state/process.h"
@@ -64,11 +65,12 @@ void reopen_snapshot_log() {
 }
 
 void open_child_logs() {
-  if (!forked_child || record_log.created() || snapshot_log.created()) return;
+  if (!forked_child || confined() || record_log.created() || snapshot_log.created()) return;
   open_log_files();
 }
 
 void flush_to_record_log() {
+  if (confined()) return primary_buffer.clear();
   const KeepErrno keep;  // of the hook whose record filled the buffer, also while a child makes its log
   open_child_logs();
   if (primary_buffer.count > 0) record_log.note_finding();

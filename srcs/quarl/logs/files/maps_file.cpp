@@ -15,7 +15,9 @@ void MapsFile::open() {
   TextBuffer<256> path;
   path.format("/proc/%d/maps", proc_pid).terminate();
   close();
-  if (!descriptor_.open(path.data(), O_RDONLY)) print(kStdout, "Open proc maps file %s failed\n", path.data());
+  static bool told_before = false;
+  if (!descriptor_.open(path.data(), O_RDONLY))
+    print_trouble(&told_before, "Open proc maps file %s failed\n", path.data());
 }
 
 bool MapsFile::is_open() {

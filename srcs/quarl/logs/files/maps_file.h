@@ -8,7 +8,7 @@ namespace quarl {
 
 class MapsFile {
  public:
-  void open();  // of this process; a failure is told on standard output
+  void open();  // of this process; a failure is told (print_trouble)
   bool is_open();
   bool rewind();  // false with errno
   long read(void* data, size_t size);

@@ -92,14 +92,16 @@ void fill_maps_section(LogFile& file, const LogHeader& header) {
   if (maps_file.rewind()) {
     copy_maps_text(file, header.maps_offset);
   } else {
-    print(kStdout, "Seek the maps file failed.\n");
+    static bool told_before = false;
+    print_trouble(&told_before, "Seek the maps file failed.\n");
   }
 }
 
 void refresh_maps_section(LogFile& file, const LogHeader& header) {
   if (!maps_file.is_open()) return;
   if (!maps_file.rewind()) {
-    print(kStdout, "read maps file failed,and error is %s\n", error_text(errno));
+    static bool told_before = false;
+    print_trouble(&told_before, "read maps file failed,and error is %s\n", error_text(errno));
     return;
   }
   const uint64_t copied = copy_maps_text(file, header.maps_offset);

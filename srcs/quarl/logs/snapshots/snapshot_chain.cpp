@@ -27,7 +27,8 @@ bool SnapshotChain::ensure_open() {
   if (file_.created() && file_.exists(autosnap_log_name) && file_.reopen(autosnap_log_name).ok()) return true;
   last_ = kNone;
   if (file_.create(autosnap_log_name).ok()) return true;
-  print(kStdout, "Create auto snap file failed!\n");
+  static bool told_before = false;
+  print_trouble(&told_before, "Create auto snap file failed!\n");
   return false;
 }
 

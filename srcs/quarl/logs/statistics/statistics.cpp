@@ -1,9 +1,10 @@
 #include "logs/statistics/statistics.h"
 
 #include <string.h>
-#include <sys/prctl.h>
 
+#include "platform/confinement.h"
 #include "platform/print.h"
+#include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "state/own_memory.h"
 
@@ -33,7 +34,7 @@ ThreadProf* find_thread_entry(uint32_t tid) {
     if (entry->tid == 0) {
       entry->tid = tid;
       entry->reserved[2] = 0;
-      prctl(PR_GET_NAME, entry->name);
+      sys::thread_name(entry->name);
       return entry;
     }
   }
@@ -53,7 +54,7 @@ bool make_thread_table() {
   ThreadProf*& cached = thread_cache().prof;
   if (cached == nullptr) cached = find_thread_entry(static_cast<uint32_t>(current_tid()));
   if (cached != &no_entry) return cached;
-  print(kStderr, "Exceed max thread num\n");
+  if (!confined()) print(kStderr, "Exceed max thread num\n");
   return nullptr;
 }
 

@@ -16,6 +16,10 @@ void tell_failure() {
   if (quarl_libc_contract != 0) errno = ENOMEM;
 }
 
+bool output_is_the_programs() {
+  return quarl_libc_contract != 0;
+}
+
 void glibc::choose_contract() {
   const char* wanted = environment("QUARL_CONTRACT");
   if (wanted == nullptr || strcmp(wanted, "libc") != 0) return;

@@ -1,6 +1,6 @@
 // Whose promises the public entries keep: those of the hooks, passed on as they are (plain), or those of glibc, for
-// which glibc's programs were written (libc): a block for a request of 0 bytes, alignment of its blocks, ENOMEM. Chosen
-// by QUARL_CONTRACT when the library starts.
+// which glibc's programs were written (libc): a block for a request of 0 bytes, alignment of its blocks, ENOMEM, a
+// standard output of their own. Chosen by QUARL_CONTRACT when the library starts.
 #pragma once
 
 #include <cstddef>

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include "platform/confinement.h"
 #include "platform/libc_hooks.h"
 #include "platform/print.h"
 #include "platform/thread_cache.h"
@@ -17,15 +18,20 @@ sigset_t release_set() {
   return set;
 }
 
-}  // namespace
-
-void expect_release() {
+void block_release() {
   const sigset_t release = release_set();
   pthread_sigmask(SIG_BLOCK, &release, nullptr);
 }
 
+}  // namespace
+
+// Behind a filter of system calls, which may not know this one, the report is to come first.
+void expect_release() {
+  if (!confined()) block_release();
+}
+
 void qr_fault_stop(int task_id, bool lock_held) NO_THREAD_SAFETY_ANALYSIS {
-  expect_release();
+  block_release();
   if (lock_held) hook_mutex.unlock();
   const sigset_t release = release_set();
   int received = 0;

@@ -3,7 +3,6 @@
 #include <link.h>
 #include <string.h>
 #include <sys/auxv.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "agent/agent.h"
@@ -22,6 +21,7 @@
 #include "quarlheap/checking/block_check.h"
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/mapping_resize.h"
+#include "quarlheap/lifecycle/filter_steps.h"
 #include "quarlheap/lifecycle/fork_handlers.h"
 #include "quarlheap/model/block_header.h"
 #include "quarlheap/model/call_trace.h"
@@ -37,7 +37,7 @@ namespace {
 void identify_process() REQUIRES(hook_mutex) {
   proc_pid = getpid();
   maps_file.open();
-  if (prctl(PR_GET_NAME, proc_name) != 0) memcpy(proc_name, "quarl", sizeof "quarl");
+  if (!sys::thread_name(proc_name)) memcpy(proc_name, "quarl", sizeof "quarl");
 }
 
 // What the kernel added to the program's link-time addresses: 0 but for position-independent executables.
@@ -93,6 +93,7 @@ void prepare_platform() {
   learn_startup_code();
   hook_mutex.set_worker(do_pending_work);
   register_fork_handlers();
+  register_filter_steps();
 }
 
 // The C library may call it again: it does nothing once the hooks are installed.

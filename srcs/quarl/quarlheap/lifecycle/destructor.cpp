@@ -7,29 +7,17 @@
 #include "logs/records/record.h"
 #include "logs/snapshots/snapshot_chain.h"
 #include "platform/checked_programs.h"
+#include "platform/confinement.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/lifecycle/exit_lock.h"
 #include "quarlheap/model/used_list.h"
 #include "quarlheap/upkeep/dump.h"
 #include "quarlheap/upkeep/interval_timer.h"
 
 namespace quarl {
 namespace {
-
-// Takes the lock unless this thread has it.
-class ExitLock {
- public:
-  ExitLock() NO_THREAD_SAFETY_ANALYSIS : taken_(!hook_mutex.held_by_this_thread()) {
-    if (taken_) hook_mutex.lock();
-  }
-  ~ExitLock() NO_THREAD_SAFETY_ANALYSIS {
-    if (taken_) hook_mutex.unlock();
-  }
-
- private:
-  const bool taken_;
-};
 
 void close_log_files() REQUIRES(hook_mutex) {
   record_log.close();
@@ -46,13 +34,14 @@ void close_log_files() REQUIRES(hook_mutex) {
     const InsideChecker inside;
     const ExitLock lock;
     hook_mutex.assert_held();
-    run_exit_dump();
-    release_all_record_pages();
+    const bool may_call = !confined();  // behind a filter all is written already, and the kernel cleans up
+    if (may_call) run_exit_dump();
+    if (may_call) release_all_record_pages();
     restore_hooks();
     close_used_list();
     close_log_files();
     remove_logs_that_say_nothing();
-    delete_interval_timer();
+    if (may_call) delete_interval_timer();
   }
   // Called from inside a hook or not, this thread is through with the checker: what it releases from here on goes back
   // to the allocator.

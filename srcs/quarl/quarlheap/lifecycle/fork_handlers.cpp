@@ -8,6 +8,7 @@
 #include "logs/files/maps_file.h"
 #include "logs/mappings/unmappings.h"
 #include "logs/snapshots/snapshot_chain.h"
+#include "platform/confinement.h"
 #include "platform/libc_hooks.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
@@ -41,10 +42,11 @@ void leave_parent_logs() REQUIRES(hook_mutex) {
 
 void become_own_process() REQUIRES(hook_mutex) {
   forked_child = true;
-  proc_pid = getpid();
   inherited_seq_num = last_seq_num;
   forget_interval_timer();
   settings.snap_interval = 0;
+  if (confined()) return;  // it inherits the filter, and writes nothing
+  proc_pid = getpid();
   renew_log_names();
   leave_parent_logs();
   leave_parent_agent();

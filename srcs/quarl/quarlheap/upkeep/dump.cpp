@@ -3,6 +3,7 @@
 #include "logs/files/log_files.h"
 #include "logs/files/log_names.h"
 #include "logs/statistics/statistics.h"
+#include "platform/confinement.h"
 #include "platform/print.h"
 #include "quarlheap/checking/heap_check.h"
 #include "quarlheap/upkeep/auto_snapshot.h"
@@ -32,6 +33,7 @@ void tell_where(const Flags& flags) REQUIRES(hook_mutex) {
 }  // namespace
 
 void handle_dump_signal(int) {
+  if (confined()) return;
   request_reload();
   hook_mutex.request(kPendingDump);
 }

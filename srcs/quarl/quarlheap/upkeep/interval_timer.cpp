@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <time.h>
 
+#include "platform/confinement.h"
 #include "platform/print.h"
 #include "state/clock.h"
 #include "state/process.h"
@@ -20,6 +21,7 @@ constinit int timer_interval = 0;  // seconds; 0 while no timer runs
 
 // The clock is read at once, so that it is right to the interval even while a hook holds the lock.
 void handle_timer_signal(int, siginfo_t*, void*) {
+  if (confined()) return;
   read_clock();
   hook_mutex.request(kPendingTick);
 }
@@ -49,7 +51,8 @@ void install_handler() {
 }
 
 void give_up() {
-  print(kStdout, "Create timer failed,quarlheap can't get system time!\n");
+  static bool told_before = false;
+  print_trouble(&told_before, "Create timer failed,quarlheap can't get system time!\n");
   settings.timer_clock_on = 0;
 }
 
@@ -76,6 +79,14 @@ void delete_interval_timer() {
   // timer_clock_on alone says that it is wanted; the interval that it runs.
   if (timer_interval != 0) timer_delete(timer_id);
   forget_interval_timer();
+}
+
+void pause_interval_timer() {
+  if (timer_interval != 0) arm_timer(0);
+}
+
+void resume_interval_timer() {
+  if (timer_interval != 0) arm_timer(timer_interval);
 }
 
 void forget_interval_timer() {

@@ -4,10 +4,14 @@
 namespace quarl {
 
 // Creates and arms the timer with a period of `seconds`, on qr_sig_num to the main thread, and installs its handler. A
-// failure is told on standard output and clears timer_clock_on.
+// failure is told (print_trouble) and clears timer_clock_on.
 void start_interval_timer(int seconds);
 
 void delete_interval_timer();
+
+// No tick comes between the two.
+void pause_interval_timer();
+void resume_interval_timer();
 
 // In a forked child, which inherits neither the timer nor its snapshots.
 void forget_interval_timer();

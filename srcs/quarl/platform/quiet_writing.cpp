@@ -1,0 +1,59 @@
+// What writes, without the signals by which the kernel would end the program for it.
+#include <errno.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "platform/confinement.h"
+#include "platform/system.h"
+
+namespace quarl::sys {
+namespace {
+
+sigset_t set_of(int signal) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, signal);
+  return set;
+}
+
+// Takes the signal off the thread, where it is blocked. The raw call: the C library's is a cancellation point.
+void take_off(int signal) {
+  const KeepErrno keep;
+  const struct timespec none {};
+  const sigset_t set = set_of(signal);
+  syscall(SYS_rt_sigtimedwait, &set, nullptr, &none, 8);
+}
+
+// The call, without the signal that comes to the thread when nobody reads a pipe any more (EPIPE), or at the limit of
+// the file size (EFBIG). One that waited for the program before stays.
+template <typename Call>
+bool quietly(Call call) {
+  const OwnCall own;
+  if (own.refused()) return false;
+  sigset_t raised = set_of(SIGPIPE);
+  sigset_t before;
+  sigset_t pending;
+  sigaddset(&raised, SIGXFSZ);
+  sigemptyset(&pending);
+  sigpending(&pending);
+  pthread_sigmask(SIG_BLOCK, &raised, &before);
+  const bool done = call();
+  const int signal = done ? 0 : errno == EPIPE ? SIGPIPE : errno == EFBIG ? SIGXFSZ : 0;
+  if (signal != 0 && sigismember(&pending, signal) == 0) take_off(signal);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return done;
+}
+
+}  // namespace
+
+bool write_quietly(int fd, const void* data, size_t size) {
+  return quietly([=] { return write_all(fd, data, size); });
+}
+
+bool truncate(int fd, int64_t size) {
+  return quietly([=] { return ftruncate64(fd, size) == 0; });
+}
+
+}  // namespace quarl::sys
