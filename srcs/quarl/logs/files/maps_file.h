@@ -8,7 +8,8 @@ namespace quarl {
 
 class MapsFile {
  public:
-  void open();     // of this process; a failure is told on standard output
+  void open();  // of this process; a failure is told on standard output
+  bool open_quietly();
   bool is_open();  // opens it again, without a word, when it is not
   bool rewind();   // false with errno
   long read(void* data, size_t size);
