@@ -85,6 +85,23 @@ class Signals(case.Case):
         self.assertIn(block, [record.address for record in read_chain(path)[0].records])
         driver.kill()
 
+    @promise("With `QUARL_CONTRACT=libc` an ignored `SIGUSR1` that the process inherits stays ignored, unless the "
+             "configuration names the signal.")
+    def test_signal_that_is_inherited_ignored(self):
+        cases = [("libc", "", True, False), ("libc", "QUARL_SIG=1", True, False), ("libc", "QUARL_SIG=SIGUSR1", True, True),
+                 ("libc", "QUARL_SIG=10", True, True), ("libc", "", False, True), ("plain", "", True, True)]
+        for contract, config, ignored, dumps in cases:
+            with self.subTest(contract, config=config, ignored=ignored):
+                before = (lambda: signal.signal(signal.SIGUSR1, signal.SIG_IGN)) if ignored else lambda: None
+                driver = self.driver(config + " QUARL_SLOPOVER_EXIT=0", before_start=before,
+                                     environment={"QUARL_CONTRACT": contract})
+                path = self.log_path(driver, "quarl")
+                empty = path.stat().st_size
+                driver.malloc(10)
+                driver.do(f"raise {signal.SIGUSR1}")
+                self.assertEqual(path.stat().st_size > empty, dumps)
+                self.assert_ends(driver)
+
     @promise("A fork waits for the lock, so the child finds everything whole.")
     def test_fork_waits_for_the_lock(self):
         driver, _, block, before = self.stuck("QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0")

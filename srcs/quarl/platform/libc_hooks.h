@@ -82,6 +82,9 @@ void keep_bare_block(void* ptr);
 // constant of the process from prepare_raw_entries on, before which no block has a header.
 extern uint32_t least_alignment;
 
+// The program was promised what this C library promises, over and above what the hooks do.
+bool keeps_libc_promises();
+
 // A failure that a hook decided on by itself: errno becomes ENOMEM where the program was promised so.
 void tell_failure();
 

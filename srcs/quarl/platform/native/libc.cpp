@@ -34,6 +34,9 @@ void settle_hooks() {}
 // The hooks' promises are the C library's.
 constinit uint32_t least_alignment = 8;
 void tell_failure() {}
+bool keeps_libc_promises() {
+  return false;
+}
 
 void end_thread() {
   pthread_exit(nullptr);
