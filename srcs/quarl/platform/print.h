@@ -47,6 +47,10 @@ class TextBuffer : public Text {
 using MessageWriter = void (*)(int fd, const char* data, size_t size);
 extern MessageWriter message_writer;
 
+// Called before each message; null: nothing is. For texts that were made earlier and are to come first.
+using StepBeforeMessage = void (*)();
+extern StepBeforeMessage before_message;
+
 void write_message(int fd, const Text& text);
 
 // Messages of at most 640 characters; longer ones are built in a TextBuffer of their own.

@@ -5,6 +5,7 @@
 
 #include "platform/print.h"
 #include "platform/thread_cache.h"
+#include "state/held_text.h"
 #include "state/own_memory.h"
 
 namespace quarl {
@@ -69,7 +70,7 @@ void print_statistics_guarded() {
   if (Flags().prof() && prof_info != nullptr) {
     print_statistics();
   } else {
-    print(kStdout, "No prof data as the prof item is disable.\n");
+    hold_print("No prof data as the prof item is disable.\n");
   }
 }
 

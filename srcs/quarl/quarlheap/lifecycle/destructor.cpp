@@ -1,5 +1,5 @@
-// Shut-down: on the thread that exits the process, which may hold hook_mutex (an item handler or a signal handler that
-// interrupted a hook called exit).
+// Shut-down: on the thread that exits the process, which may hold hook_mutex (a signal handler that interrupted a hook
+// called exit).
 #include "logs/files/log_files.h"
 #include "logs/files/log_keeping.h"
 #include "logs/files/maps_file.h"
@@ -13,19 +13,18 @@
 #include "quarlheap/model/used_list.h"
 #include "quarlheap/upkeep/dump.h"
 #include "quarlheap/upkeep/interval_timer.h"
+#include "state/held_text.h"
 
 namespace quarl {
 namespace {
 
-// Takes the lock unless this thread has it.
+// Takes the lock unless this thread has it, and will not release it any more: what is to be printed is printed then.
 class ExitLock {
  public:
   ExitLock() NO_THREAD_SAFETY_ANALYSIS : taken_(!hook_mutex.held_by_this_thread()) {
     if (taken_) hook_mutex.lock();
   }
-  ~ExitLock() NO_THREAD_SAFETY_ANALYSIS {
-    if (taken_) hook_mutex.unlock();
-  }
+  ~ExitLock() NO_THREAD_SAFETY_ANALYSIS { taken_ ? hook_mutex.unlock() : write_held_texts(take_held_texts()); }
 
  private:
   const bool taken_;

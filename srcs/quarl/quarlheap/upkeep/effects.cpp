@@ -49,7 +49,8 @@ bool is_to_stay_ignored(int number) {
 void refuse_snapshots() {
   if (forked_child) return;
   print(kStdout, "Get time function is invalid, can not get snapshot info of memory automatically!\n");
-  exit(0);
+  hook_mutex.assert_held();
+  hook_mutex.leave_for_release(kPendingEnd);
 }
 
 }  // namespace
