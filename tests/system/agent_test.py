@@ -285,9 +285,12 @@ class Agent(case.Case):
         for text in ("127.0.0.1", "nonsense"):
             driver = self.driver(AGENT, environment={"QUARL_AGENT_ADDRESS": text})
             port = int(driver.await_match(r"^Waiting for connect at port \[ (\d+) \]\n")[1])
-            self.assertRaises(ConnectionRefusedError, socket.create_connection, ("127.1.2.3", port), 30)
-            with self.client(driver, port):
-                driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
+            driver.do("setenv QUARL_AGENT_ADDRESS 0.0.0.0")  # too late
+            for rounds in (1, 2):
+                self.assertRaises(ConnectionRefusedError, socket.create_connection, ("127.1.2.3", port), 30)
+                with self.client(driver, port):
+                    pass
+                driver.await_that(lambda: driver.out.count("Waiting for connect") == rounds + 1, "the next round")
             driver.kill()
 
     @promise("The agent does not keep a process alive: when it is the only thread left, it ends the process with "

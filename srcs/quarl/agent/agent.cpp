@@ -107,6 +107,7 @@ bool create_thread() {
 void start_agent(LineHandler handler) {
   if (!Flags().set(kDemoThread)) return;
   take_line = handler;
+  settle_agent_address();
   // The thread inherits the mask, so that it has no instant without it.
   sigset_t all;
   sigfillset(&all);

@@ -36,18 +36,12 @@ void renew(int fd) {
   close(fresh);
 }
 
-// The one that QUARL_AGENT_ADDRESS names, in dotted form; a text that is no address is the agent's own machine.
-in_addr_t wanted_address() {
-  const char* text = environment("QUARL_AGENT_ADDRESS");
-  if (text == nullptr) return htonl(INADDR_ANY);
-  struct in_addr address {};
-  return inet_pton(AF_INET, text, &address) == 1 ? address.s_addr : htonl(INADDR_LOOPBACK);
-}
+constinit struct in_addr agent_address {};  // any, while nothing names one
 
 bool bind_to(int fd, int port) {
   struct sockaddr_in address {};
   address.sin_family = AF_INET;
-  address.sin_addr.s_addr = wanted_address();
+  address.sin_addr = agent_address;
   address.sin_port = htons(static_cast<uint16_t>(port));
   return bind(fd, reinterpret_cast<const struct sockaddr*>(&address), sizeof address) == 0;
 }
@@ -84,6 +78,13 @@ bool keep_alive(int fd) {
 }
 
 }  // namespace
+
+// In dotted form; a text that is no address is the agent's own machine.
+void settle_agent_address() {
+  const char* text = environment("QUARL_AGENT_ADDRESS");
+  if (text == nullptr || inet_pton(AF_INET, text, &agent_address) == 1) return;
+  agent_address.s_addr = htonl(INADDR_LOOPBACK);
+}
 
 int open_listener(int* port) {
   const int fd = tcp_socket();

@@ -148,6 +148,9 @@ COMMAND(blocked) {  // whether the thread blocks the signal N(1)
   (void)pthread_sigmask(SIG_SETMASK, NULL, &mask);
   return (Word)sigismember(&mask, (int)N(1));
 }
+COMMAND(setenv) {
+  return (Word)setenv(words[1], words[2], 1);
+}
 COMMAND(say) {  // into the buffer of the C library
   return (Word)fputs(words[1], stdout);
 }
@@ -195,7 +198,7 @@ static const struct {
     ROW(symbol),     ROW(check),   ROW(raise),       ROW(chdir),        ROW(open),     ROW(close),
     ROW(limit),      ROW(exit),    ROW(leave),       ROW(exec),         ROW(spawn),    ROW(call),
     ROW(dup2),       ROW(socket),  ROW(receive),     ROW(say),          ROW(dlopen),   ROW(cancel),
-    ROW(end_thread), ROW(wait),    ROW(stack),       ROW(blocked),
+    ROW(end_thread), ROW(wait),    ROW(stack),       ROW(blocked),      ROW(setenv),
 };
 
 // Runs the commands in a child and answers its wait status and its process id.
