@@ -255,7 +255,8 @@ class Agent(case.Case):
         driver.send("end_thread")
         ending.check(self.waiting)
 
-    @promise("A standard output that nobody reads stops the thread that prints statistics or the histogram, and no other.")
+    @promise("Whatever is printed, but for fault reports, is written behind the lock: an output that nobody reads stops the thread that "
+             "prints, and no other.")
     def test_statistics_for_nobody(self):
         driver, port = self.start(AGENT + "QUARL_PRINT_PROFINFO=0")
         with self.client(driver, port) as client:

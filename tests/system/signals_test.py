@@ -1,6 +1,7 @@
 """Signals that come while a thread is inside the checker: it stands in a message to a full pipe, with the lock held."""
 
 import os
+import resource
 import signal
 import time
 
@@ -67,7 +68,8 @@ class Signals(case.Case):
         self.assertIn(block, [record.address for record in read_chain(path)[0].records])
         driver.kill()
 
-    @promise("A standard output that nobody reads stops the thread that prints statistics or the histogram, and no other.",
+    @promise("Whatever is printed, but for fault reports, is written behind the lock: an output that nobody reads stops the thread that "
+             "prints, and no other.",
              "`exit` may be called anywhere, also in a signal handler that interrupted the checker.")
     def test_tables_for_nobody(self):
         """A dump and an exit on a thread stop there, in the first text; the others allocate, fork and dump."""
@@ -91,6 +93,25 @@ class Signals(case.Case):
                 places = [texts.index(text) for text in ("Program memory prof info", "Prof info of unfreed memory")]
                 self.assertEqual((driver.out[: len(before)], texts.count("prof info #"), places), (before, 1, sorted(places)))
                 driver.kill()
+
+    @promise("Whatever is printed, but for fault reports, is written behind the lock: an output that nobody reads stops the thread that "
+             "prints, and no other.")
+    def test_failures_for_nobody(self):
+        """Two threads stand in their messages; under the lock it would be one."""
+        driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=280 QUARL_SLOPOVER_EXIT=0")
+        worker = driver.spawn()
+        driver.limit(resource.RLIMIT_FSIZE, self.log_path(driver, "quarlAll").stat().st_size)
+        driver.fill_output()
+        worker.send("malloc 10")
+        driver.await_that(lambda: worker.tid in driver.tasks_that_wait("pipe_w"), "a full pipe")
+        driver.send("malloc 20")  # which can say nothing either
+        driver.await_that(lambda: len(driver.tasks_that_wait("pipe_w")) == 2, "a full pipe")
+        driver.drain()
+        for number in (0, worker.number):
+            self.assertNotEqual(driver.answer(number), 0)
+        driver.read_some(0)
+        self.assertEqual(driver.out.count("write log file failed,and error is File too large\n"), 2)
+        driver.kill()
 
     @promise("With `QUARL_CONTRACT=libc` an ignored `SIGUSR1` that the process inherits stays ignored, unless the "
              "configuration names the signal.")

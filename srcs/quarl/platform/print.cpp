@@ -115,10 +115,10 @@ void write_to_descriptor(int fd, const char* data, size_t size) {
 }  // namespace
 
 constinit MessageWriter message_writer = write_to_descriptor;
-constinit StepBeforeMessage before_message = nullptr;
+constinit MessageKeeper message_keeper = nullptr;
 
 void write_message(int fd, const Text& text) {
-  if (before_message != nullptr) before_message();
+  if (message_keeper != nullptr && message_keeper(fd, text)) return;
   message_writer(fd, text.data(), text.size());
 }
 

@@ -47,9 +47,9 @@ class TextBuffer : public Text {
 using MessageWriter = void (*)(int fd, const char* data, size_t size);
 extern MessageWriter message_writer;
 
-// Called before each message; null: nothing is. For texts that were made earlier and are to come first.
-using StepBeforeMessage = void (*)();
-extern StepBeforeMessage before_message;
+// Takes a message that is to be written later; false when it is to be written now. Null: nobody takes any.
+using MessageKeeper = bool (*)(int fd, const Text& text);
+extern MessageKeeper message_keeper;
 
 void write_message(int fd, const Text& text);
 

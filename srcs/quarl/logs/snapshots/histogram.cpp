@@ -1,6 +1,6 @@
 #include "logs/snapshots/histogram.h"
 
-#include "state/held_text.h"
+#include "platform/print.h"
 #include "state/settings.h"
 
 namespace quarl {
@@ -22,7 +22,7 @@ void Histogram::print() const {
     table.format("%-5d   %-5lld - %-5lld   %d\n", level, bound, bound * 10 - 1, counts_[level]);
   }
   table.format("%-5d   Large           %d\n", kLevels - 1, counts_[kLevels - 1]);
-  hold_text(table);
+  write_message(kStdout, table);
 }
 
 void Histogram::print_if_wanted(uint32_t live) const {
@@ -31,7 +31,7 @@ void Histogram::print_if_wanted(uint32_t live) const {
   if (live > 0) {
     print();
   } else if (flags.header()) {
-    hold_print("\nNo memory block unfree.\n");
+    quarl::print(kStdout, "\nNo memory block unfree.\n");
   }
 }
 

@@ -5,7 +5,6 @@
 
 #include "platform/print.h"
 #include "platform/thread_cache.h"
-#include "state/held_text.h"
 #include "state/own_memory.h"
 
 namespace quarl {
@@ -70,7 +69,7 @@ void print_statistics_guarded() {
   if (Flags().prof() && prof_info != nullptr) {
     print_statistics();
   } else {
-    hold_print("No prof data as the prof item is disable.\n");
+    print(kStdout, "No prof data as the prof item is disable.\n");
   }
 }
 

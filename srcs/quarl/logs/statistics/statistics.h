@@ -28,7 +28,6 @@ inline Counters counters_for(const Flags& flags) REQUIRES(hook_mutex) {
 uint32_t held_bytes();
 
 void reset_statistics() REQUIRES(hook_mutex);
-// The table, to be written when the lock is released.
 void print_statistics() REQUIRES(hook_mutex);
 // The same while QUARL_PROF is in force, else a line that says so.
 void print_statistics_guarded() REQUIRES(hook_mutex);

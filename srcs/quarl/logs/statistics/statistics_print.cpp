@@ -1,6 +1,6 @@
 // The statistics as a table on standard output.
 #include "logs/statistics/statistics.h"
-#include "state/held_text.h"
+#include "platform/print.h"
 
 namespace quarl {
 namespace {
@@ -53,7 +53,7 @@ void print_statistics() {
   put_held(&table, "unfree mem size from file", prof_info->unfree_file_size);
   put_held(&table, "unfree mem peak from file", prof_info->unfree_file_peak);
   table.format("\n");
-  hold_text(table);
+  write_message(kStdout, table);
 }
 
 }  // namespace quarl

@@ -93,7 +93,7 @@ void prepare_platform() {
   learn_main_stack();
   learn_startup_code();
   hook_mutex.set_worker(do_pending_work);
-  keep_texts_in_order();
+  hold_texts();
   register_fork_handlers();
 }
 

@@ -3,10 +3,10 @@
 #include "logs/files/log_files.h"
 #include "logs/files/log_names.h"
 #include "logs/statistics/statistics.h"
+#include "platform/print.h"
 #include "quarlheap/checking/heap_check.h"
 #include "quarlheap/upkeep/auto_snapshot.h"
 #include "quarlheap/upkeep/unfreed.h"
-#include "state/held_text.h"
 
 namespace quarl {
 namespace {
@@ -26,7 +26,7 @@ void snapshot_if_in_use(const Flags& flags) REQUIRES(hook_mutex) {
 
 void tell_where(const Flags& flags) REQUIRES(hook_mutex) {
   if (!flags.prints_statistics() || log_in_use(flags) == nullptr) return;
-  hold_print("Log info has been saved to log file %s.\n", name_of_log_in_use(flags));
+  print(kStdout, "Log info has been saved to log file %s.\n", name_of_log_in_use(flags));
 }
 
 }  // namespace
