@@ -22,10 +22,15 @@ constexpr int kIdleSeconds = 5;
 constexpr int kProbeSeconds = 3;
 constexpr int kProbes = 10;
 
-int tcp_socket() {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) print(kStdout, "Can't open socket\n");
+// Out of the program's way; -1 stays -1.
+int moved_up(int fd) {
   return fd < 0 ? fd : move_up(fd);
+}
+
+int tcp_socket() {
+  const int fd = moved_up(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (fd < 0) print(kStdout, "Can't open socket\n");
+  return fd;
 }
 
 // A new socket on the same descriptor: one that was bound to a port keeps it, even when it may not listen there.
@@ -127,7 +132,7 @@ int accept_from(const OwnDescriptor& listener, struct sockaddr_in* peer) {
   if (!listener.is_ours()) return -1;
   socklen_t size = sizeof *peer;
   errno = 0;
-  return accept4(listener.fd(), reinterpret_cast<struct sockaddr*>(peer), &size, SOCK_CLOEXEC);
+  return moved_up(accept4(listener.fd(), reinterpret_cast<struct sockaddr*>(peer), &size, SOCK_CLOEXEC));
 }
 
 }  // namespace
@@ -142,7 +147,6 @@ int accept_connection(const OwnDescriptor& listener) {
     print(kStdout, "Access failed, %s\n", error_text(errno));
     return -1;
   }
-  fd = move_up(fd);
   if (!keep_alive(fd)) return close_and_fail(fd);
   set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);
   signal(SIGPIPE, SIG_IGN);

@@ -9,14 +9,16 @@ namespace quarl {
 namespace {
 
 constexpr int kLowestDescriptor = 100;
+constexpr int kLastStandard = 2;
 constexpr int kFileMode = 0666;  // before the umask
 
 }  // namespace
 
 int move_up(int fd) {
   const int moved = sys::duplicate_above(fd, kLowestDescriptor);
-  if (moved < 0) return fd;
+  if (moved < 0 && fd > kLastStandard) return fd;
   sys::close(fd);
+  if (moved < 0) errno = EMFILE;
   return moved;
 }
 
