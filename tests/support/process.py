@@ -1,18 +1,22 @@
 """A victim process: started under the library, read with deadlines, signalled, and awaited."""
 
+import contextlib
 import ctypes
+import fcntl
 import os
 import re
 import selectors
 import signal
 import subprocess
 import time
+from pathlib import Path
 
 from target import ANNOUNCE_DESCRIPTOR
 
 DEADLINE = float(os.environ.get("QUARL_DEADLINE", 60))  # seconds that any condition may take on a loaded machine
 SYS_TGKILL = 234
 PARK_SIGNAL = 60
+F_SETPIPE_SZ, PIPE_SIZE = 1031, 4096
 
 # The number must be open here for the child to inherit whatever is put behind it.
 os.dup2(os.open(os.devnull, os.O_RDWR), ANNOUNCE_DESCRIPTOR)
@@ -81,6 +85,27 @@ class Process:
         task = tid or self.pid
         self.await_that(lambda: self.waits_for_signal(task), f"{task} to be parked")
         self.signal(PARK_SIGNAL, task)
+
+    def fill_output(self):
+        """Leaves no room in its standard output, which nobody reads until drain(); what stands in it."""
+        self.selector.unregister(self.popen.stdout)
+        fcntl.fcntl(self.popen.stdout, F_SETPIPE_SZ, PIPE_SIZE)
+        filled = 0
+        with open(f"/proc/{self.pid}/fd/1", "wb", buffering=0) as pipe:
+            os.set_blocking(pipe.fileno(), False)
+            with contextlib.suppress(BlockingIOError):
+                while (count := pipe.write(b"#" * PIPE_SIZE)) is not None:
+                    filled += count
+        os.set_blocking(self.popen.stdout.fileno(), True)
+        return "#" * filled
+
+    def drain(self):
+        self.selector.register(self.popen.stdout.fileno(), selectors.EVENT_READ, "out")
+
+    def tasks_that_wait(self, where):
+        """Those of its tasks that sleep in a function of the kernel with such a name."""
+        tasks = f"/proc/{self.pid}/task"
+        return [int(task) for task in os.listdir(tasks) if where in Path(f"{tasks}/{task}/wchan").read_text()]
 
     def kill(self):
         self.popen.send_signal(signal.SIGKILL)

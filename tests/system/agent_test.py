@@ -12,6 +12,7 @@ import time
 import unittest
 
 import case
+from ending import Ending
 from header import read_header
 from promise import promise
 from report_text import double_free, exit_line, take_reports
@@ -235,14 +236,62 @@ class Agent(case.Case):
             driver.send("end_thread")
             self.assertEqual(driver.finish(end_input=False), 0)
 
+    @promise("An end that an item asks for is an exit of the program: its exit handlers run without the checker's lock.")
+    def test_exit_that_a_packet_asks_for_is_as_the_programs_own(self):
+        driver, port = self.start()
+        ending = Ending(self, driver)
+        with self.client(driver, port) as client:
+            client.sendall(packet("QUARL_SNAP_INTERVAL=3"))
+            ending.check(self.waiting + CONNECTED +
+                         "Get time function is invalid, can not get snapshot info of memory automatically!\n")
+
+    @promise("The agent does not keep a process alive: when it is the only thread left, it ends the process with "
+             "status 0.")
+    def test_exit_of_a_process_of_which_only_the_agent_is_left(self):
+        if self.target.emulated:
+            self.skipTest("the emulator has a thread of its own")
+        driver, _ = self.start()
+        ending = Ending(self, driver, main_ended=True)
+        driver.send("end_thread")
+        ending.check(self.waiting)
+
+    @promise("Whatever is printed, but for fault reports, is written behind the lock: an output that nobody reads stops the thread that "
+             "prints, and no other.")
+    def test_statistics_for_nobody(self):
+        driver, port = self.start(AGENT + "QUARL_PRINT_PROFINFO=0")
+        with self.client(driver, port) as client:
+            driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
+            driver.fill_output()
+            client.sendall(packet("QUARL_PRINT_PROFINFO=1"))
+            driver.await_that(lambda: driver.tasks_that_wait("pipe_w"), "a full pipe")
+            driver.free(driver.malloc(10))
+            self.assertEqual(driver.do("fork leave 4"), 4 << 8)
+            driver.drain()
+            driver.await_that(lambda: driver.out.endswith(statistics()), "the table")
+        driver.kill()
+
+    def test_port_that_another_process_listens_on_first(self):
+        """Both have bound it; the one that loses sees that when it listens, and takes another port."""
+        driver = self.run_victim("late_listener", config=AGENT)
+        port = int(driver.await_match(r"^Waiting for connect at port \[ (\d+) \]\n")[1])
+        self.assertEqual(driver.said("taken"), [9000])
+        self.assertNotEqual(port, 9000)
+        with self.client(driver, port):
+            driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
+        driver.await_that(lambda: driver.out.count("Waiting for connect") == 2, "the next round")
+        self.assert_ends(driver, driver.out)
+
     @promise("`QUARL_AGENT_ADDRESS` binds it to one address.")
     def test_address_that_it_listens_on(self):
         for text in ("127.0.0.1", "nonsense"):
             driver = self.driver(AGENT, environment={"QUARL_AGENT_ADDRESS": text})
             port = int(driver.await_match(r"^Waiting for connect at port \[ (\d+) \]\n")[1])
-            self.assertRaises(ConnectionRefusedError, socket.create_connection, ("127.1.2.3", port), 30)
-            with self.client(driver, port):
-                driver.await_that(lambda: driver.out.endswith(CONNECTED), "connection")
+            driver.do("setenv QUARL_AGENT_ADDRESS 0.0.0.0")  # too late
+            for rounds in (1, 2):
+                self.assertRaises(ConnectionRefusedError, socket.create_connection, ("127.1.2.3", port), 30)
+                with self.client(driver, port):
+                    pass
+                driver.await_that(lambda: driver.out.count("Waiting for connect") == rounds + 1, "the next round")
             driver.kill()
 
     @promise("The agent does not keep a process alive: when it is the only thread left, it ends the process with "

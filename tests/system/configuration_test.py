@@ -112,12 +112,14 @@ class Items(case.Case):
         cases = [("QUARL_ALL=1 QUARL_THREAD=1", refused, True), ("QUARL_THREAD=1", "", True),
                  ("QUARL_ALL=1 QUARL_PROF=1 QUARL_THREAD=1", "", True),
                  ("QUARL_SNAP_INTERVAL=0", "", True), ("QUARL_SNAP_INTERVAL=-1", "", True),
-                 ("QUARL_SNAP_INTERVAL=5", no_clock, False), ("QUARL_HEAD_TIME=1 QUARL_SNAP_INTERVAL=5", no_clock, False)]
+                 ("QUARL_SNAP_INTERVAL=5", no_clock, False), ("QUARL_HEAD_TIME=1 QUARL_SNAP_INTERVAL=5", no_clock, False),
+                 ("QUARL_SNAP_INTERVAL=5 QUARL_NONE=1 QUARL_THREAD=1", no_clock, False)]  # nothing behind it is applied
         for config, out, starts in cases:
             with self.subTest(config):
+                before = len(self.files())
                 process = self.run_victim("frames_omitted", config=config)
                 self.assert_ends(process, out)
-                self.assertEqual(bool(process.text["said"]), starts)
+                self.assertEqual((bool(process.text["said"]), len(self.files()) > before), (starts, starts))
 
     def test_log_names(self):
         for config, prefix in (("QUARL_OUTPUT_LOG=1", ""), ("QUARL_OUTPUT_LOG=1 QUARL_LOG_FILENAME=1", ""),

@@ -95,6 +95,19 @@ class Descriptors(case.Case):
                 self.assertNotEqual(driver.malloc(30), 0)
                 self.assertEqual((driver.finish(), driver.err), (0, ""))
 
+    def test_standard_descriptors_are_left_to_the_program(self):
+        """One that closes them all opens its own there next, also where the limit leaves no others."""
+        driver = self.driver(ALIVE)
+        driver.malloc(10)
+        taken = self.high(driver.pid)
+        driver.limit(resource.RLIMIT_NOFILE, LOWEST)
+        for descriptor in (1, 2, *taken, *range(3, ANNOUNCING)):
+            driver.close(descriptor)
+        driver.free(driver.malloc(20))
+        driver.do(f"raise {signal.SIGUSR1}")
+        self.assertEqual([driver.open("mine", os.O_CREAT | os.O_RDWR) for _ in range(2)], [1, 2])
+        self.assertEqual(driver.finish(), 0)
+
     @promise("It has none of its parent's log descriptors, timer and agent.",
              "Its log files are created when it first has something to write.")
     def test_child_has_none_of_its_parents_logs(self):

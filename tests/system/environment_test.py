@@ -21,7 +21,7 @@ class LogFolder(case.Case):
         for folder in ("logs", str(self.directory / "others") + "/"):
             driver = self.driver("QUARL_OUTPUT_LOG=1", environment={"QUARL_LOG_DIR": folder})
             driver.malloc(10)
-            driver.do("fork malloc 20")
+            driver.do("fork chdir /proc;malloc 20")
             self.assert_ends(driver)
             self.assertEqual(len(list((self.directory / folder).iterdir())), 2)
         self.assertEqual(self.files(), ["elsewhere", "logs", "others"])

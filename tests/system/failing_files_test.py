@@ -211,6 +211,10 @@ class FailingFiles(case.Case):
                 driver.do(f"raise {signal.SIGUSR1}")
                 self.works(driver)
                 self.assertEqual((driver.finish(), driver.err), (0, ""))
+        driver = self.driver("QUARL_ALL=0")
+        driver.limit(resource.RLIMIT_NOFILE, 3)
+        self.assertEqual(driver.do("fork malloc 10"), 0)
+        self.assert_ends(driver)
 
     def test_file_deleted_while_open(self):
         for config, kind in ((LOG, "quarlAll"), ("", "quarl")):

@@ -4,6 +4,7 @@ import signal
 import subprocess
 
 import case
+from ending import Ending
 from header import read_header
 from log_file import read_log
 from promise import promise
@@ -99,6 +100,17 @@ class Ends(case.Case):
         self.assert_ends(driver, "Get time function is invalid, can not get snapshot info of memory automatically!\n")
         log = read_log(self.log_path(driver, "quarlAll"))
         self.assertEqual([record.brief()[:3] for record in log.records], [("malloc", 1, 10)])
+
+    @promise("An end that an item asks for is an exit of the program: its exit handlers run without the checker's lock.")
+    def test_exit_that_a_reload_asks_for_is_as_the_programs_own(self):
+        driver = self.driver("QUARL_HEAD_TIME=1")
+        worker = driver.spawn()
+        ending = Ending(self, driver)
+        self.configure("QUARL_SNAP_INTERVAL=3\nQUARL_NONE=1\n")
+        driver.do(f"raise {signal.SIGUSR1}")
+        worker.send("malloc 20")
+        ending.check("Get time function is invalid, can not get snapshot info of memory automatically!\n")
+        self.assertEqual(driver.err, "")  # nothing behind the line is applied
 
 
 class Children(case.Case):

@@ -1,8 +1,7 @@
 """Signals that come while a thread is inside the checker: it stands in a message to a full pipe, with the lock held."""
 
-import contextlib
-import fcntl
 import os
+import resource
 import signal
 import time
 
@@ -13,7 +12,6 @@ from promise import promise
 from report_text import take_reports
 from tables import saved
 
-F_SETPIPE_SZ = 1031
 HANDLER = 900  # as which the driver's signal handler answers
 
 
@@ -27,25 +25,10 @@ class Signals(case.Case):
         block = driver.malloc(10)
         self.made = read_header(driver, block).time
         driver.fill(block + 10, 0, 1)
-        driver.selector.unregister(driver.popen.stdout)
-        fcntl.fcntl(driver.popen.stdout, F_SETPIPE_SZ, 4096)
-        filled = 0
-        with open(f"/proc/{driver.pid}/fd/1", "wb", buffering=0) as pipe:
-            os.set_blocking(pipe.fileno(), False)
-            with contextlib.suppress(BlockingIOError):
-                while (count := pipe.write(b"#" * 4096)) is not None:
-                    filled += count
-        os.set_blocking(driver.popen.stdout.fileno(), True)
+        before = driver.fill_output()
         worker.send(command)
-
-        def writes():
-            with open(f"/proc/{driver.pid}/task/{worker.tid}/wchan") as file:
-                return "pipe_w" in file.read()
-        driver.await_that(writes, "a full pipe")
-        return driver, worker, block, "#" * filled
-
-    def drain(self, driver):
-        driver.selector.register(driver.popen.stdout.fileno(), 1, "out")
+        driver.await_that(lambda: worker.tid in driver.tasks_that_wait("pipe_w"), "a full pipe")
+        return driver, worker, block, before
 
     @promise("What a signal asks of the checker (`QUARL_SIG`, the interval timer, the check signals) while a "
              "thread is inside it stays pending, and whoever releases the lock carries it out before going on.",
@@ -58,7 +41,7 @@ class Signals(case.Case):
             driver.do("raise 40")  # answered: the handler does not wait for the lock
             driver.do(f"raise {signal.SIGUSR1}")
         driver.signal(40, worker.tid)
-        self.drain(driver)
+        driver.drain()
         driver.answer(worker.number)
         driver.read_some(0)
         self.assertEqual(driver.out[: len(before)], before)
@@ -80,10 +63,72 @@ class Signals(case.Case):
         driver.await_that(lambda: time.time() >= self.made + 2, "the next snapshot to be due")
         driver.do(f"raise {signal.SIGUSR2}")
         self.assertFalse(path.exists())
-        self.drain(driver)
+        driver.drain()
         driver.answer(worker.number)
         self.assertIn(block, [record.address for record in read_chain(path)[0].records])
         driver.kill()
+
+    @promise("Whatever is printed, but for fault reports, is written behind the lock: an output that nobody reads stops the thread that "
+             "prints, and no other.",
+             "`exit` may be called anywhere, also in a signal handler that interrupted the checker.")
+    def test_tables_for_nobody(self):
+        """A dump and an exit on a thread stop there, in the first text; the others allocate, fork and dump."""
+        for command in (f"raise {signal.SIGUSR1}", "exit 3"):
+            with self.subTest(command):
+                driver = self.driver("QUARL_PRINT_PROFINFO=1 QUARL_SLOPOVER_EXIT=0")
+                worker = driver.spawn()
+                driver.malloc(10)
+                before = driver.fill_output()
+                worker.send(command)
+                driver.await_that(lambda: worker.tid in driver.tasks_that_wait("pipe_w"), "a full pipe")
+                driver.free(driver.malloc(20))
+                self.assertEqual(driver.do("fork leave 4"), 4 << 8)
+                driver.drain()
+                if "exit" in command:
+                    self.assertEqual(driver.finish(end_input=False), 3)
+                else:
+                    driver.answer(worker.number)
+                    driver.read_some(0)
+                texts = driver.out[len(before):]
+                places = [texts.index(text) for text in ("Program memory prof info", "Prof info of unfreed memory")]
+                self.assertEqual((driver.out[: len(before)], texts.count("prof info #"), places), (before, 1, sorted(places)))
+                driver.kill()
+
+    @promise("Whatever is printed, but for fault reports, is written behind the lock: an output that nobody reads stops the thread that "
+             "prints, and no other.")
+    def test_failures_for_nobody(self):
+        """Two threads stand in their messages; under the lock it would be one."""
+        driver = self.driver("QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=280 QUARL_SLOPOVER_EXIT=0")
+        worker = driver.spawn()
+        driver.limit(resource.RLIMIT_FSIZE, self.log_path(driver, "quarlAll").stat().st_size)
+        driver.fill_output()
+        worker.send("malloc 10")
+        driver.await_that(lambda: worker.tid in driver.tasks_that_wait("pipe_w"), "a full pipe")
+        driver.send("malloc 20")  # which can say nothing either
+        driver.await_that(lambda: len(driver.tasks_that_wait("pipe_w")) == 2, "a full pipe")
+        driver.drain()
+        for number in (0, worker.number):
+            self.assertNotEqual(driver.answer(number), 0)
+        driver.read_some(0)
+        self.assertEqual(driver.out.count("write log file failed,and error is File too large\n"), 2)
+        driver.kill()
+
+    @promise("With `QUARL_CONTRACT=libc` an ignored `SIGUSR1` that the process inherits stays ignored, unless the "
+             "configuration names the signal.")
+    def test_signal_that_is_inherited_ignored(self):
+        cases = [("libc", "", True, False), ("libc", "QUARL_SIG=1", True, False), ("libc", "QUARL_SIG=SIGUSR1", True, True),
+                 ("libc", "QUARL_SIG=10", True, True), ("libc", "", False, True), ("plain", "", True, True)]
+        for contract, config, ignored, dumps in cases:
+            with self.subTest(contract, config=config, ignored=ignored):
+                before = (lambda: signal.signal(signal.SIGUSR1, signal.SIG_IGN)) if ignored else lambda: None
+                driver = self.driver(config + " QUARL_SLOPOVER_EXIT=0", before_start=before,
+                                     environment={"QUARL_CONTRACT": contract})
+                path = self.log_path(driver, "quarl")
+                empty = path.stat().st_size
+                driver.malloc(10)
+                driver.do(f"raise {signal.SIGUSR1}")
+                self.assertEqual(path.stat().st_size > empty, dumps)
+                self.assert_ends(driver)
 
     @promise("A fork waits for the lock, so the child finds everything whole.")
     def test_fork_waits_for_the_lock(self):
@@ -94,7 +139,7 @@ class Signals(case.Case):
             with open(f"/proc/{driver.pid}/wchan") as file:
                 return "futex" in file.read()
         driver.await_that(waits, "the wait for the lock")
-        self.drain(driver)
+        driver.drain()
         self.assertEqual(driver.answer(), 0)
         driver.set_word(block + 10, 0xFEDABEEB)
         self.assertEqual(driver.finish(), 0)
@@ -149,7 +194,7 @@ class Signals(case.Case):
         self.in_handler(driver, worker, f"free {block}")
         self.in_handler(driver, worker, f"free {grown}")
         self.assertEqual(driver.word(block - 4) & ~3, block)
-        self.drain(driver)
+        driver.drain()
         driver.answer(worker.number)
         driver.set_word(block + 10, 0xFEDABEEB)
         driver.free(driver.malloc(100))
@@ -161,7 +206,7 @@ class Signals(case.Case):
         driver, worker, block, _ = self.stuck("QUARL_SLOPOVER_EXIT=0")
         driver.do(f"handle {signal.SIGUSR2} exit 9")
         driver.signal(signal.SIGUSR2, worker.tid)
-        self.drain(driver)
+        driver.drain()
         self.assertEqual((driver.finish(end_input=False), driver.err), (9, ""))
         self.assertIn(block, [record.address for record in read_log(self.log_path(driver, "quarl")).records])
 
@@ -177,7 +222,7 @@ class Signals(case.Case):
         """The write that it stands in is none of the places where a thread may be cancelled."""
         driver, worker, block, before = self.stuck("QUARL_OUTPUT_LOG=1 QUARL_SLOPOVER_EXIT=0", prepare=self.cancel_one)
         self.assertEqual(driver.cancel(worker.number), 0)
-        self.drain(driver)
+        driver.drain()
         driver.await_that(lambda: worker.tid in driver.said("ended"), "its end")  # behind the check: on the way to its next command
         driver.free(driver.malloc(100))
         driver.set_word(block + 10, 0xFEDABEEB)

@@ -29,7 +29,8 @@ std::set<int> handled_signals(const ItemState& state) {
     const ItemState::Setting* setting = state.find(row.key);
     if (setting == nullptr) continue;
     const Effect& effect = setting->effect;
-    const bool handler = effect.kind == Effect::kHandleDumpSignal || effect.kind == Effect::kHandleCheckSignal;
+    const bool dumps = effect.kind == Effect::kHandleDumpSignal || effect.kind == Effect::kOfferDumpSignal;
+    const bool handler = dumps || effect.kind == Effect::kHandleCheckSignal;
     if (handler && takes_handler(effect.number)) signals.insert(effect.number);
   }
   // There before the timer is armed, also when that fails.

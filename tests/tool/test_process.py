@@ -27,6 +27,17 @@ class Running(ToolTest):
                 expected = options[1].split("=")[1].replace("40", "SIG40") if options else "SIGUSR1"
                 self.assertIn(f"sent {expected} ", result.stderr)
 
+    def test_logs_of_a_process_that_went_elsewhere(self):
+        library("i686")
+        self.environment |= {"PWD": self.folder, "LD_PRELOAD": library("i686")}
+        process = subprocess.Popen([victim("i686"), "away", "stay"], cwd=self.folder, env=self.environment,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(self.end, process)
+        self.read_until(process.stdout, "here")
+        del self.environment["LD_PRELOAD"]
+        result = self.quarl("dump", str(process.pid))
+        self.assertEqual(result.stdout, f"{self.folder}/victim_i686_{process.pid}_quarl.log\n")
+
     def test_reload_puts_the_file_in_force(self):
         path = self.write("own.ini", "QUARL_PROF=1\n")
         run, pid = self.serve("i686", "--config", path)

@@ -5,6 +5,7 @@ import pty
 import re
 import shutil
 import signal
+import socket
 import struct
 import sys
 import unittest
@@ -162,6 +163,30 @@ class Contract(Run):
                         self.environment["QUARL_CONTRACT"] = told
                     result = self.run_victim(target, "contract")
                     self.assertEqual((result.returncode, result.stdout), (7, answer + "\n"), result)
+
+
+class AgentAddress(Run):
+    def reachable(self, target, address):
+        """Whether an address of this machine other than 127.0.0.1 reaches the agent, which listens on `address`."""
+        self.environment.pop("QUARL_AGENT_ADDRESS", None)
+        if address:
+            self.environment["QUARL_AGENT_ADDRESS"] = address
+        run = self.start("run", "--agent", "--", victim(target), "serve")
+        port = int(re.search(r"port (\d+)", self.read_until(run.stderr, "listens at port"))[1])
+        try:
+            socket.create_connection(("127.1.2.3", port), DEADLINE).close()
+            return True
+        except ConnectionRefusedError:
+            socket.create_connection(("127.0.0.1", port), DEADLINE).close()
+            return False
+        finally:
+            run.stdin.close()
+            run.wait(DEADLINE)
+
+    def test_agent_of_a_run_is_this_machines_own_unless_told_otherwise(self):
+        for target in ("i686", "armhf"):
+            library(target)
+            self.assertEqual([self.reachable(target, address) for address in ("", "0.0.0.0")], [False, True])
 
 
 class Items(Run):

@@ -116,6 +116,7 @@ static void act(const char* what) {
   if (!strcmp(what, "leave")) _exit(7);
   if (!strcmp(what, "serve")) serve();
   if (!strcmp(what, "stay")) stay();
+  if (!strcmp(what, "away") && chdir("/") != 0) abort();
   if (!strcmp(what, "wait")) wait_for_signal();
   if (!strcmp(what, "left")) leave_child_behind();
   if (!strcmp(what, "config")) show_config();

@@ -58,6 +58,6 @@ bool quarl::take_bare_block(void*) {
 }
 constinit uint32_t quarl::least_alignment = 8;
 constinit uint32_t quarl::raw_alignment = 8;
-bool quarl::output_is_the_programs() {
+bool quarl::keeps_libc_promises() {
   return false;
 }

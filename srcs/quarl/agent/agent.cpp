@@ -10,6 +10,7 @@
 #include "agent/listener.h"
 #include "agent/packet.h"
 #include "platform/print.h"
+#include "platform/process_end.h"
 #include "state/own_memory.h"
 #include "state/settings.h"
 
@@ -29,6 +30,7 @@ constexpr int kFirstPort = 9000;
 constinit OwnDescriptor listener;
 constinit OwnDescriptor connection;
 constinit LineHandler take_line = nullptr;
+constinit sigset_t mask_of_program{};
 
 bool listen_on(int* port) {
   if (listener.take(open_listener(port))) {
@@ -79,6 +81,7 @@ void serve(int port) {
 
 void* run_agent(void*) {
   const InsideChecker inside;  // nothing that this thread allocates is the application's
+  set_mask_at_end(&mask_of_program);
   prctl(PR_SET_NAME, kThreadName);
   recv_buffer = static_cast<char*>(own_memory(kPacketSize));
   if (recv_buffer == nullptr) {
@@ -104,13 +107,13 @@ bool create_thread() {
 void start_agent(LineHandler handler) {
   if (!Flags().set(kDemoThread)) return;
   take_line = handler;
+  settle_agent_address();
   // The thread inherits the mask, so that it has no instant without it.
   sigset_t all;
-  sigset_t before;
   sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  pthread_sigmask(SIG_SETMASK, &all, &mask_of_program);
   if (!create_thread()) print(kStdout, "Create thread fail!\n");
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  pthread_sigmask(SIG_SETMASK, &mask_of_program, nullptr);
 }
 
 void leave_parent_agent() {

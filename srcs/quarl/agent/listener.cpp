@@ -22,10 +22,15 @@ constexpr int kIdleSeconds = 5;
 constexpr int kProbeSeconds = 3;
 constexpr int kProbes = 10;
 
-int tcp_socket() {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) print(kStdout, "Can't open socket\n");
+// Out of the program's way; -1 stays -1.
+int moved_up(int fd) {
   return fd < 0 ? fd : move_up(fd);
+}
+
+int tcp_socket() {
+  const int fd = moved_up(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (fd < 0) print(kStdout, "Can't open socket\n");
+  return fd;
 }
 
 // A new socket on the same descriptor: one that was bound to a port keeps it, even when it may not listen there.
@@ -36,18 +41,12 @@ void renew(int fd) {
   close(fresh);
 }
 
-// The one that QUARL_AGENT_ADDRESS names, in dotted form; a text that is no address is the agent's own machine.
-in_addr_t wanted_address() {
-  const char* text = environment("QUARL_AGENT_ADDRESS");
-  if (text == nullptr) return htonl(INADDR_ANY);
-  struct in_addr address {};
-  return inet_pton(AF_INET, text, &address) == 1 ? address.s_addr : htonl(INADDR_LOOPBACK);
-}
+constinit struct in_addr agent_address {};  // any, while nothing names one
 
 bool bind_to(int fd, int port) {
   struct sockaddr_in address {};
   address.sin_family = AF_INET;
-  address.sin_addr.s_addr = wanted_address();
+  address.sin_addr = agent_address;
   address.sin_port = htons(static_cast<uint16_t>(port));
   return bind(fd, reinterpret_cast<const struct sockaddr*>(&address), sizeof address) == 0;
 }
@@ -84,6 +83,13 @@ bool keep_alive(int fd) {
 }
 
 }  // namespace
+
+// In dotted form; a text that is no address is the agent's own machine.
+void settle_agent_address() {
+  const char* text = environment("QUARL_AGENT_ADDRESS");
+  if (text == nullptr || inet_pton(AF_INET, text, &agent_address) == 1) return;
+  agent_address.s_addr = htonl(INADDR_LOOPBACK);
+}
 
 int open_listener(int* port) {
   const int fd = tcp_socket();
@@ -126,7 +132,7 @@ int accept_from(const OwnDescriptor& listener, struct sockaddr_in* peer) {
   if (!listener.is_ours()) return -1;
   socklen_t size = sizeof *peer;
   errno = 0;
-  return accept4(listener.fd(), reinterpret_cast<struct sockaddr*>(peer), &size, SOCK_CLOEXEC);
+  return moved_up(accept4(listener.fd(), reinterpret_cast<struct sockaddr*>(peer), &size, SOCK_CLOEXEC));
 }
 
 }  // namespace
@@ -141,7 +147,6 @@ int accept_connection(const OwnDescriptor& listener) {
     print(kStdout, "Access failed, %s\n", error_text(errno));
     return -1;
   }
-  fd = move_up(fd);
   if (!keep_alive(fd)) return close_and_fail(fd);
   set_option(fd, IPPROTO_TCP, TCP_NODELAY, 1);
   signal(SIGPIPE, SIG_IGN);

@@ -1,10 +1,13 @@
-// The agent's listening socket and the connections that it accepts. IPv4; any local address, or the one that
-// QUARL_AGENT_ADDRESS names.
+// The agent's listening socket and the connections that it accepts. IPv4.
 #pragma once
 
 #include "platform/own_descriptor.h"
 
 namespace quarl {
+
+// Any local address, or the one that QUARL_AGENT_ADDRESS names. Looks at the variable; once, at start-up: the
+// application may change its environment later.
+void settle_agent_address();
 
 // Listens on *port, or, when that is in use, on a free port of the kernel's choice, which is stored there. The socket,
 // or -1 with a message on standard output.

@@ -2,9 +2,9 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <stdlib.h>
 
 #include "platform/live_threads.h"
+#include "platform/process_end.h"
 
 namespace quarl {
 namespace {
@@ -21,7 +21,7 @@ bool wait_for_socket(int fd) {
     const int ready = poll(&wanted, 1, kLookRound);
     if (ready > 0) return true;
     if (ready < 0 && errno != EINTR) return false;
-    if (ready == 0 && live_threads() == 1) exit(0);
+    if (ready == 0 && live_threads() == 1) end_process();
   }
 }
 

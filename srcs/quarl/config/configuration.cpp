@@ -32,7 +32,7 @@ void tell_bad_line(const Line& line) {
 
 bool apply_default(const ItemRow& row, EffectHandler carry_out) REQUIRES(hook_mutex) {
   Effect effect;
-  if (!items.apply_default(row, &effect)) return false;
+  if (hook_mutex.ends_at_release() || !items.apply_default(row, &effect)) return false;
   carry_out(effect);
   return true;
 }
@@ -40,6 +40,7 @@ bool apply_default(const ItemRow& row, EffectHandler carry_out) REQUIRES(hook_mu
 }  // namespace
 
 int apply_line(const char* text, EffectHandler carry_out) {
+  if (hook_mutex.ends_at_release()) return -1;
   const Applied applied = items.apply(text);
   if (applied.outcome == Applied::kBadLine) tell_bad_line(applied.line);
   if (applied.outcome == Applied::kUnknown) print(kStderr, "Item %s is not support\n", applied.line.key);

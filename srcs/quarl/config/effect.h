@@ -11,6 +11,7 @@ struct Effect {
     kNone,
     kNameLogs,          // text: the prefix of the record log's name, "" for none
     kHandleDumpSignal,  // number: the signal
+    kOfferDumpSignal,   // the same, a default: nobody has named it
     kMakeStatistics,    // the block of the process; without memory for it QUARL_PROF stays off
     kMakeThreadTable,   // the table of threads; without memory for it QUARL_THREAD stays off
     kRefuseThreads,     // the same, but the item is refused: there are no statistics of the process

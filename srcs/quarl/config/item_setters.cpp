@@ -34,7 +34,10 @@ Effect set_log_filename(Settings&, const ItemRow&, const char* value) {
 }
 
 Effect set_dump_signal(Settings&, const ItemRow&, const char* value) {
-  return with_number(Effect::kHandleDumpSignal, signal_of_value(value, kDefaultDumpSignal));
+  constexpr int kUnnamed = 0;
+  const int named = signal_of_value(value, kUnnamed);
+  if (named == kUnnamed) return with_number(Effect::kOfferDumpSignal, kDefaultDumpSignal);
+  return with_number(Effect::kHandleDumpSignal, named);
 }
 
 Effect set_prof(Settings& cfg, const ItemRow& row, const char* value) {

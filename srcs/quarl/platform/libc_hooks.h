@@ -93,8 +93,10 @@ extern uint32_t least_alignment;
 
 // What the allocator aligns each raw block to that is no mapping, 8 or 16; a constant from prepare_raw_entries on.
 extern uint32_t raw_alignment;
-// The program was promised that standard output is its own: what goes wrong with the checker's files is not told there.
-bool output_is_the_programs();
+
+// The program was promised what this C library promises, over and above what the hooks do; and that standard output is
+// its own: what goes wrong with the checker's files is not told there.
+bool keeps_libc_promises();
 
 // A failure that a hook decided on by itself: errno becomes ENOMEM where the program was promised so.
 void tell_failure();

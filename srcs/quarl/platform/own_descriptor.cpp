@@ -9,7 +9,8 @@ namespace quarl {
 namespace {
 
 constexpr int kLowestDescriptor = 100;
-constexpr int kLeftFree = 16;    // numbers below are the program's, however low its limit is
+constexpr int kLeftFree = 16;  // numbers below are the program's, however low its limit is
+constexpr int kLastStandard = 2;
 constexpr int kFileMode = 0666;  // before the umask
 
 // Where the program may have no more than so many, the last quarter of them.
@@ -23,8 +24,9 @@ int lowest_descriptor() {
 
 int move_up(int fd) {
   const int moved = sys::duplicate_above(fd, lowest_descriptor());
-  if (moved < 0) return fd;
+  if (moved < 0 && fd > kLastStandard) return fd;
   sys::close(fd);
+  if (moved < 0) errno = EMFILE;
   return moved;
 }
 

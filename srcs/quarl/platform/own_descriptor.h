@@ -7,8 +7,9 @@
 
 namespace quarl {
 
-// Moves a descriptor out of the way of programs that expect small numbers for their own; stays where it is when that
-// fails.
+// Moves a descriptor out of the way of programs that expect small numbers for their own. Stays where it is when that
+// fails, but never on one of the three standard numbers, which a program that has closed them opens anew: closed then,
+// and -1 with errno.
 int move_up(int fd);
 
 class OwnDescriptor {

@@ -47,6 +47,10 @@ class TextBuffer : public Text {
 using MessageWriter = void (*)(int fd, const char* data, size_t size);
 extern MessageWriter message_writer;
 
+// Takes a message that is to be written later; false when it is to be written now. Null: nobody takes any.
+using MessageKeeper = bool (*)(int fd, const Text& text);
+extern MessageKeeper message_keeper;
+
 void write_message(int fd, const Text& text);
 
 // Messages of at most 640 characters; longer ones are built in a TextBuffer of their own.

@@ -1,7 +1,9 @@
 #include "state/hook_lock.h"
 
+#include "platform/process_end.h"
 #include "platform/system.h"
 #include "spin.h"
+#include "state/held_text.h"
 
 namespace quarl {
 
@@ -79,13 +81,28 @@ void HookLock::serve_late_request() NO_THREAD_SAFETY_ANALYSIS {
   if (try_lock()) unlock();
 }
 
-void HookLock::run_pending() {
-  const KeepErrno keep;
+uint32_t HookLock::run_pending() {
+  uint32_t left = 0;
   for (;;) {
     const uint32_t work = __atomic_exchange_n(&pending_, 0, __ATOMIC_SEQ_CST);
-    if (work == 0) return;
+    if (work == 0) return left;
+    left |= work & (kPendingTexts | kPendingEnd);
     if (worker_ != nullptr) worker_(work);
   }
+}
+
+void HookLock::finish_and_release() NO_THREAD_SAFETY_ANALYSIS {
+  const KeepErrno keep;
+  const uint32_t left = run_pending();
+  HeldText* texts = take_held_texts();
+  release();
+  write_held_texts(texts);
+  if ((left & kPendingEnd) != 0) end_process();
+  if (pending()) serve_late_request();
+}
+
+void HookLock::leave_for_release(LeftWork work) {
+  __atomic_fetch_or(&pending_, work, __ATOMIC_SEQ_CST);
 }
 
 void HookLock::request(uint32_t work) NO_THREAD_SAFETY_ANALYSIS {
@@ -98,7 +115,8 @@ bool HookLock::held_by_this_thread() const {
   return (__atomic_load_n(&word_, __ATOMIC_RELAXED) & ~kWaiters) == static_cast<uint32_t>(current_tid());
 }
 
-void HookLock::reset_in_child() {
+void HookLock::reset_in_child() NO_THREAD_SAFETY_ANALYSIS {
+  drop_held_texts(take_held_texts());  // which the parent writes
   word_ = 0;
   pending_ = 0;
 }

@@ -3,7 +3,8 @@
 // code that may run in a signal handler, or in exit() called under the lock, can ask.
 //
 // Signal handlers never block on it. They leave their work as pending bits and try the lock; when it is taken, whoever
-// releases it does the work first, and looks again afterwards, so that no request is lost.
+// releases it does the work first, and looks again afterwards, so that no request is lost. What must not be done under
+// the lock, because it may wait for others, its owner does behind the release.
 #pragma once
 
 #include <cstdint>
@@ -20,6 +21,12 @@ enum PendingWork : uint32_t {
   kPendingDump = 4,   // write the logs
 };
 
+// What the lock's owner leaves for the moment after its release.
+enum LeftWork : uint32_t {
+  kPendingTexts = 8,  // write the texts that were held back
+  kPendingEnd = 16,   // end the process, as an item asks
+};
+
 // On a cache line of its own: those who wait look at it while its owner writes to what it guards.
 class CAPABILITY("mutex") alignas(64) HookLock {
  public:
@@ -28,7 +35,7 @@ class CAPABILITY("mutex") alignas(64) HookLock {
   }
   bool try_lock() TRY_ACQUIRE(true) NO_THREAD_SAFETY_ANALYSIS { return take_free(); }
   void unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS {
-    if (__builtin_expect(pending(), 0)) run_pending();
+    if (__builtin_expect(pending(), 0)) return finish_and_release();
     release();
     // A request made between the look and the release found the lock taken.
     if (__builtin_expect(pending(), 0)) serve_late_request();
@@ -38,6 +45,11 @@ class CAPABILITY("mutex") alignas(64) HookLock {
 
   // Safe in a signal handler: has the work done now, or by the lock's owner.
   void request(uint32_t work) EXCLUDES(this);
+
+  // For the thread that holds the lock: it does the work itself when it has released it.
+  void leave_for_release(LeftWork work) REQUIRES(this);
+  // The process ends at the release: nothing else is begun.
+  bool ends_at_release() const REQUIRES(this) { return (pending_ & kPendingEnd) != 0; }
 
   // What does the requested work, called under the lock. Set once by the constructor.
   void set_worker(void (*worker)(uint32_t work)) { worker_ = worker; }
@@ -69,7 +81,8 @@ class CAPABILITY("mutex") alignas(64) HookLock {
   bool spin_and_take(uint32_t taken);
   bool sleep_or_take_over(uint32_t seen);
   [[gnu::cold, gnu::noinline]] void wake_waiter();
-  [[gnu::cold, gnu::noinline]] void run_pending();
+  [[gnu::cold, gnu::noinline]] void finish_and_release();
+  uint32_t run_pending();  // what is left for after the release
   [[gnu::cold, gnu::noinline]] void serve_late_request();
 
   uint32_t word_ =

@@ -158,6 +158,19 @@ COMMAND(receive) {  // how many bytes wait in the socket N(1), which it takes ou
   char taken[128];
   return (Word)recv((int)N(1), taken, sizeof taken, MSG_DONTWAIT);
 }
+COMMAND(stack) {  // uses N(1) bytes of it
+  volatile char deep[N(1)];
+  deep[0] = deep[N(1) - 1] = 1;
+  return deep[0];
+}
+COMMAND(blocked) {  // whether the thread blocks the signal N(1)
+  sigset_t mask;
+  (void)pthread_sigmask(SIG_SETMASK, NULL, &mask);
+  return (Word)sigismember(&mask, (int)N(1));
+}
+COMMAND(setenv) {
+  return (Word)setenv(words[1], words[2], 1);
+}
 COMMAND(say) {  // into the buffer of the C library
   return (Word)fputs(words[1], stdout);
 }
@@ -218,7 +231,8 @@ static const struct {
     ROW(symbol),     ROW(check),   ROW(raise),       ROW(chdir),        ROW(open),     ROW(close),
     ROW(limit),      ROW(exit),    ROW(leave),       ROW(exec),         ROW(spawn),    ROW(call),
     ROW(dup2),       ROW(socket),  ROW(receive),     ROW(say),          ROW(dlopen),   ROW(cancel),
-    ROW(end_thread), ROW(wait),    ROW(refuse),      ROW(idle),
+    ROW(end_thread), ROW(wait),    ROW(refuse),      ROW(idle),         ROW(stack),    ROW(blocked),
+    ROW(setenv),
 };
 
 // Runs the commands in a child and answers its wait status and its process id.
@@ -268,6 +282,12 @@ static struct Answer install_handler(int signal, const char* commands) {
   return (struct Answer){(Word)sigaction(signal, &action, NULL), 0};
 }
 
+static char exit_commands[kMaxLine];
+
+static void run_at_exit(void) {
+  send_answer(kExitWorker, run_commands(exit_commands));
+}
+
 struct Answer run_commands(char* line) {
   if (strncmp(line, "fork ", 5) == 0) return run_in_child(line + 5);
   if (strncmp(line, "repeat ", 7) == 0) {
@@ -279,6 +299,10 @@ struct Answer run_commands(char* line) {
     char* rest = NULL;
     int signal = (int)strtol(line + 7, &rest, 0);
     return install_handler(signal, rest + 1);
+  }
+  if (strncmp(line, "at_exit ", 8) == 0) {
+    strcpy(exit_commands, line + 8);
+    return (struct Answer){(Word)atexit(run_at_exit), 0};
   }
   struct Answer answer = run_one(strsep(&line, ";"));
   return line == NULL ? answer : run_commands(line);

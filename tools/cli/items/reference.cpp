@@ -26,8 +26,9 @@ what the library would not do as a file says; `quarl config --template` writes a
 
 The environment variable `QUARL_CONTRACT` says whose promises `malloc` and its kin keep. `plain`, the default, passes on
 what the hooks answer: null for a request of 0 bytes, blocks aligned to 8. `libc` keeps glibc's: a block for a request of
-0 bytes, alignment to 16 on i686, `ENOMEM` after a failure. Standard output is the program's then: that a log could not be
-written is told on standard error, once. Use `libc` on boards with glibc; `quarl run` sets it.
+0 bytes, alignment to 16 on i686, `ENOMEM` after a failure; and a `SIGUSR1` that the process inherits ignored stays so,
+unless the file names the signal. Standard output is the program's then: that a log could not be written is told on
+standard error, once. Use `libc` on boards with glibc; `quarl run` sets it.
 
 ## Lines
 
@@ -58,14 +59,14 @@ and `quarlcfg.ini` too. But for `QUARL_CFG_FILE`, which every reload looks at, t
 | variable | meaning | default |
 |---|---|---|
 | `QUARL_CFG_FILE` | the configuration file; it may be a pipe, for whose writer the start waits up to 5 seconds and a reload not at all | `quarlcfg.ini` |
-| `QUARL_LOG_DIR` | folder for logs; made when only its last part is missing | the current directory |
+| `QUARL_LOG_DIR` | folder for logs; made when only its last part is missing | the directory in which the process begins |
 | `QUARL_KEEP` | `findings`: at exit the process removes its own logs that hold no fault, no record and nothing unfreed | all stay |
 | `QUARL_ONLY` | names of programs, separated by commas: of a tree of processes only these are checked. The name of the file, of the process or the one called by counts | all |
 | `QUARL_CONTRACT` | `plain` or `libc`: see above | `plain` |
 | `QUARL_AGENT_ADDRESS` | IPv4 address that the agent (`QUARL_DEMO_THREAD`) listens on; what is no address means 127.0.0.1 | all |
 
 `quarl run` sets `QUARL_LOG_DIR` to a folder of the run and `QUARL_KEEP` to `findings`, unless they are set already;
-`--logs DIR` and `--keep-all` choose otherwise.
+`--logs DIR` and `--keep-all` choose otherwise. With `--agent` it sets `QUARL_AGENT_ADDRESS` to 127.0.0.1 unless it is set.
 
 A `QUARL_MAPS_SIZE` from which on the offsets in a log would not fit into 32 bits (about 4 million KiB) is taken, but no
 log is written; one line on standard error says so.

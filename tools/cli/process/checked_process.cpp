@@ -2,10 +2,10 @@
 
 #include <signal.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <sstream>
 
 #include "items/config_check.h"
@@ -60,15 +60,19 @@ int CheckedProcess::signal_dump() const {
   return signal;
 }
 
+// They lie where the process began. A daemon is elsewhere by now; what the shell that started it said tells where.
 std::vector<std::string> CheckedProcess::logs() const {
-  std::vector<std::string> found;
-  std::error_code error;
-  fs::path folder = fs::path(current_directory(pid_)) / environment_of(pid_, "QUARL_LOG_DIR").value_or("");
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-    if (process_of_log(entry->path().filename()) == pid_) found.push_back(entry->path());
+  std::set<std::string> found;
+  std::string chosen = environment_of(pid_, "QUARL_LOG_DIR").value_or("");
+  for (const std::string& began : {environment_of(pid_, "PWD").value_or(""), current_directory(pid_)}) {
+    std::error_code error;
+    fs::path folder = fs::canonical(fs::path(began) / chosen, error);
+    if (error) continue;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+      if (process_of_log(entry->path().filename()) == pid_) found.insert(entry->path());
+    }
   }
-  std::sort(found.begin(), found.end());
-  return found;
+  return {found.begin(), found.end()};
 }
 
 }  // namespace quarl

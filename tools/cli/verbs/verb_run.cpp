@@ -53,6 +53,9 @@ so that the program finds no strange files where it works; it is told at the end
 nothing unfreed are removed (QUARL_KEEP=findings), unless --keep-all is given or QUARL_KEEP has another value. Of a tree
 of processes QUARL_ONLY=NAME,NAME in the environment has only the programs of these names checked.
 
+Agent: with --agent it listens on 127.0.0.1, unless QUARL_AGENT_ADDRESS is set already (0.0.0.0 means all addresses of
+this machine). Whoever can connect to it steers the checker in the program.
+
 Exit status: that of the program, 128+N when signal N ended it, the one of --fault-exitcode when a fault was reported;
 1 when the program was not started, 2 on wrong usage.
 
@@ -95,6 +98,11 @@ std::string prepare_config(const RunOptions& options, TemporaryFile& temporary) 
   return temporary.path();
 }
 
+// For the program, when the variable is not set already.
+void set_unless_told(LaunchCommand& command, const char* variable, const char* value) {
+  if (std::getenv(variable) == nullptr) command.environment.push_back({variable, value});
+}
+
 bool keeps_findings_only(const RunOptions& options) {
   const char* kept = std::getenv("QUARL_KEEP");
   return !options.settings.keep_all && (kept == nullptr || std::string_view(kept) == "findings");
@@ -109,7 +117,8 @@ int run(const RunOptions& options) {
   TemporaryFile temporary;
   std::string config = prepare_config(options, temporary);
   if (!config.empty()) command.environment.push_back({"QUARL_CFG_FILE", config});
-  if (std::getenv("QUARL_CONTRACT") == nullptr) command.environment.push_back({"QUARL_CONTRACT", "libc"});
+  set_unless_told(command, "QUARL_CONTRACT", "libc");
+  if (options.settings.agent) set_unless_told(command, "QUARL_AGENT_ADDRESS", "127.0.0.1");
   bool findings_only = keeps_findings_only(options);
   if (findings_only || options.settings.keep_all) {
     command.environment.push_back({"QUARL_KEEP", findings_only ? "findings" : "all"});

@@ -8,14 +8,10 @@
 namespace quarl {
 namespace {
 
-constinit char log_directory[4096] = "";  // as long as a path may be; "" when none is named
+constexpr size_t kPathSize = 4096;  // as long as a path may be
 
-// The directory in which a relative name lies, "" when it has no path.
-const char* current_directory() {
-  static char directory[4096];  // not on a stack that may be a small thread's
-  const bool found = sys::current_directory(directory, sizeof directory) > 1 && directory[0] == '/';
-  return found ? directory : "";
-}
+constinit char log_directory[kPathSize] = "";  // "" when it has no path
+constinit bool named = false;                  // by QUARL_LOG_DIR
 
 void put_directory(const char* directory, Text* path) {
   if (directory[0] == '\0') return;
@@ -23,23 +19,38 @@ void put_directory(const char* directory, Text* path) {
   path->format(ended ? "%s" : "%s/", directory);
 }
 
+// The current directory, "" when it has no path.
+const char* current_directory() {
+  static char directory[kPathSize];  // not on a stack that may be a small thread's
+  const bool found = sys::current_directory(directory, sizeof directory) > 1 && directory[0] == '/';
+  return found ? directory : "";
+}
+
 }  // namespace
 
 void settle_log_directory() {
-  const char* named = environment("QUARL_LOG_DIR");
-  if (named != nullptr) strncpy(log_directory, named, sizeof log_directory - 1);
+  const char* folder = environment("QUARL_LOG_DIR");
+  named = folder != nullptr && folder[0] != '\0';
+  Text path(log_directory, sizeof log_directory);
+  if (!named || folder[0] != '/') put_directory(current_directory(), &path);
+  path.format("%s", named ? folder : "").terminate();
 }
 
 bool make_log_directory() {
-  return log_directory[0] != '\0' && sys::make_directory(log_directory) == 0;
+  return named && sys::make_directory(log_directory) == 0;
 }
 
 void place_log(const char* name, Text* path) {
-  if (name[0] != '/') {
-    if (log_directory[0] != '/') put_directory(current_directory(), path);
-    put_directory(log_directory, path);
-  }
+  if (name[0] != '/') put_directory(log_directory, path);
   path->format("%s", name).terminate();
+}
+
+bool place_log_here(const char* name, Text* path) {
+  const char* here = current_directory();
+  if (named || name[0] == '/' || here[0] == '\0') return false;
+  put_directory(here, path);
+  path->format("%s", name).terminate();
+  return true;
 }
 
 }  // namespace quarl

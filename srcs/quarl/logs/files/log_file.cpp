@@ -10,6 +10,11 @@
 #include "platform/system.h"
 
 namespace quarl {
+namespace {
+
+constexpr int kOnlyNew = O_EXCL | O_NOFOLLOW;
+
+}  // namespace
 
 bool told(FileResult result) {
   static bool told_before = false;
@@ -25,21 +30,28 @@ const char* LogFile::path_of(const char* name) {
   return path_;
 }
 
+// `existing`: the flags that say what becomes of a file that is there.
+FileResult LogFile::make(int existing) {
+  const FileResult made = FileResult::of(descriptor_.open(path_, O_CREAT | O_WRONLY | existing));
+  if (made.error() != ENOENT || !make_log_directory()) return made;
+  return FileResult::of(descriptor_.open(path_, O_CREAT | O_WRONLY | existing));
+}
+
+bool LogFile::make_here(const char* name) {
+  Text path(path_, sizeof path_);
+  return place_log_here(name, &path) && make(kOnlyNew).ok();
+}
+
 FileResult LogFile::create(const char* name) {
   close();
   path_[0] = '\0';
+  path_of(name);
   // With rights that whoever chose the directory may not have, nothing that lies there already is written to.
-  const int existing = has_borrowed_rights() ? O_EXCL | O_NOFOLLOW : O_TRUNC;
-  const int flags = O_CREAT | O_WRONLY | existing;
-  FileResult opened = FileResult::of(descriptor_.open(path_of(name), flags));
-  if (opened.error() == ENOENT && make_log_directory()) opened = FileResult::of(descriptor_.open(path_, flags));
+  const FileResult made = make(has_borrowed_rights() ? kOnlyNew : O_TRUNC);
+  wanted_ = created_ = made.ok() || make_here(name);
   find_end();
-  if (opened.ok()) {
-    created_ = true;
-  } else {
-    path_[0] = '\0';
-  }
-  return opened;
+  if (!wanted_) path_[0] = '\0';
+  return wanted_ ? FileResult::success() : made;
 }
 
 bool LogFile::exists(const char* name) {
@@ -54,6 +66,7 @@ FileResult LogFile::reopen(const char* name) {
   const char* path = path_of(name);
   const FileResult opened =
       FileResult::of(has_borrowed_rights() ? descriptor_.open_again(path, O_WRONLY) : descriptor_.open(path, O_WRONLY));
+  wanted_ = opened.ok();
   find_end();
   return opened;
 }
@@ -64,6 +77,7 @@ void LogFile::remove() {
 
 void LogFile::close() {
   descriptor_.close();
+  wanted_ = false;
 }
 
 void LogFile::forget() {
@@ -74,9 +88,12 @@ void LogFile::forget() {
 
 // 0 is never a log's descriptor.
 bool LogFile::is_open() {
+  if (!wanted_) return false;
   if (descriptor_.fd() > 0 && descriptor_.is_ours(&end_)) return true;
   descriptor_.forget();
-  return false;
+  if (!descriptor_.open_again(path_, O_WRONLY)) return false;
+  find_end();
+  return true;
 }
 
 void LogFile::find_end() {

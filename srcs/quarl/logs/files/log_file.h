@@ -22,7 +22,8 @@ class LogFile {
   void remove();  // what this process has created, unless another file has its name by now
   void forget();  // in a forked child: closes the child's descriptor and starts anew
 
-  // Looks whether the descriptor is still ours, and where the file ends now. To be asked before each round of changes.
+  // Looks whether the descriptor is still ours, and where the file ends now; opens the file again when the application
+  // has closed it, as daemons do. To be asked before each round of changes.
   bool is_open();
   bool created() const { return created_; }
   int64_t end() const { return end_; }
@@ -38,12 +39,15 @@ class LogFile {
  private:
   static constexpr size_t kPathSize = 4096 + 256;
 
+  FileResult make(int existing);
+  bool make_here(const char* name);
   FileResult write_at(int64_t offset, const void* data, size_t size);
   void find_end();
   const char* path_of(const char* name);
 
   OwnDescriptor descriptor_;
   int64_t end_ = 0;
+  bool wanted_ = false;  // open, as far as the checker is concerned
   bool created_ = false;
   char path_[kPathSize] = "";  // empty: not placed yet
 };

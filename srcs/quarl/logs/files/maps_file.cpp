@@ -11,19 +11,33 @@ namespace quarl {
 
 constinit MapsFile maps_file;
 
+namespace {
+
+using Path = TextBuffer<256>;
+
+void name_maps(Path* path) {
+  path->format("/proc/%d/maps", proc_pid).terminate();
+}
+
+}  // namespace
+
 void MapsFile::open() {
-  TextBuffer<256> path;
-  path.format("/proc/%d/maps", proc_pid).terminate();
-  close();
+  if (open_quietly()) return;
+  Path path;
+  name_maps(&path);
   static bool told_before = false;
-  if (!descriptor_.open(path.data(), O_RDONLY))
-    print_trouble(&told_before, "Open proc maps file %s failed\n", path.data());
+  print_trouble(&told_before, "Open proc maps file %s failed\n", path.data());
+}
+
+bool MapsFile::open_quietly() {
+  close();
+  Path path;
+  name_maps(&path);
+  return descriptor_.open(path.data(), O_RDONLY);
 }
 
 bool MapsFile::is_open() {
-  if (descriptor_.fd() > 0 && descriptor_.is_ours()) return true;
-  descriptor_.forget();
-  return false;
+  return (descriptor_.fd() > 0 && descriptor_.is_ours()) || open_quietly();
 }
 
 bool MapsFile::rewind() {

@@ -9,8 +9,9 @@ namespace quarl {
 class MapsFile {
  public:
   void open();  // of this process; a failure is told (print_trouble)
-  bool is_open();
-  bool rewind();  // false with errno
+  bool open_quietly();
+  bool is_open();  // opens it again, without a word, when it is not
+  bool rewind();   // false with errno
   long read(void* data, size_t size);
   void close() { descriptor_.close(); }
 

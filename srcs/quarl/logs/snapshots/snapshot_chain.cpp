@@ -21,10 +21,8 @@ void SnapshotChain::build_header() {
   header_ = identity_header();
 }
 
-// Of a file that the application has closed the chain goes on.
 bool SnapshotChain::ensure_open() {
   if (file_.is_open()) return true;
-  if (file_.created() && file_.exists(autosnap_log_name) && file_.reopen(autosnap_log_name).ok()) return true;
   last_ = kNone;
   if (file_.create(autosnap_log_name).ok()) return true;
   static bool told_before = false;

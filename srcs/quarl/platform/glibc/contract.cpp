@@ -12,12 +12,12 @@ namespace quarl {
 
 constinit uint32_t least_alignment = 8;
 
-void tell_failure() {
-  if (quarl_libc_contract != 0) errno = ENOMEM;
+bool keeps_libc_promises() {
+  return quarl_libc_contract != 0;
 }
 
-bool output_is_the_programs() {
-  return quarl_libc_contract != 0;
+void tell_failure() {
+  if (keeps_libc_promises()) errno = ENOMEM;
 }
 
 void glibc::choose_contract() {

@@ -2,8 +2,8 @@
 #include <errno.h>
 #include <gnu/libc-version.h>
 #include <malloc.h>
-#include <stdlib.h>
 #include <pthread.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>

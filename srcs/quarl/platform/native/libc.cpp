@@ -38,7 +38,7 @@ void settle_hooks() {}
 constinit uint32_t least_alignment = 8;
 constinit uint32_t raw_alignment = 8;
 void tell_failure() {}
-bool output_is_the_programs() {
+bool keeps_libc_promises() {
   return false;
 }
 

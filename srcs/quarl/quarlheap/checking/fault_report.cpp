@@ -1,9 +1,9 @@
 #include "quarlheap/checking/fault_report.h"
 
 #include "logs/records/fault_log.h"
-#include "platform/print.h"
 #include "quarlheap/model/block_row.h"
 #include "state/clock.h"
+#include "state/held_text.h"
 
 namespace quarl {
 namespace {
@@ -57,26 +57,27 @@ void report_overrun(DoubtfulBlock block, bool at_head) REQUIRES(hook_mutex) {
   fill_fault_row(block, at_head ? kKindSlopHead : kKindSlopTail, &record);
   log_fault(record);
   describe(record, overrun.result, &report);
-  write_message(kStdout, report);
+  write_at_once(report);
 }
 
 }  // namespace
 
 void qr_report_fault(DoubtfulBlock block, int code) {
+  TextBuffer<128> text;
   switch (code) {
     case QR_FAULT_DOUBLE_FREE:
-      print(kStdout, "double free a same memory block whose address is : %p\n", pointer_to(block.p()));
+      text.format("double free a same memory block whose address is : %p\n", pointer_to(block.p()));
       break;
     case QR_FAULT_HEAD:
     case QR_FAULT_TAIL:
-      report_overrun(block, code == QR_FAULT_HEAD);
-      break;
+      return report_overrun(block, code == QR_FAULT_HEAD);
     case QR_FAULT_INVALID:
-      print(kStdout, "memory invalid!\n");
+      text.format("memory invalid!\n");
       break;
     default:
-      print(kStdout, "other fault!\n");
+      text.format("other fault!\n");
   }
+  write_at_once(text);
 }
 
 }  // namespace quarl

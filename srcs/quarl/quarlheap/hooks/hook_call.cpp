@@ -15,6 +15,7 @@ namespace quarl {
   const ScopedLock lock;
   if (hooks_installed == 0) return Flags();  // the process has ended the checker meanwhile
   if (Flags().reload_wanted()) reload();
+  if (hook_mutex.ends_at_release()) return Flags();
   if (Flags().check_trigger(check_triggers)) qr_heap_check();
   return Flags();
 }

@@ -28,6 +28,7 @@
 #include "quarlheap/upkeep/agent_line.h"
 #include "quarlheap/upkeep/effects.h"
 #include "quarlheap/upkeep/pending_work.h"
+#include "state/held_text.h"
 #include "state/process.h"
 #include "symbols/symbol_table.h"
 
@@ -92,6 +93,7 @@ void prepare_platform() {
   learn_main_stack();
   learn_startup_code();
   hook_mutex.set_worker(do_pending_work);
+  hold_texts();
   register_fork_handlers();
   register_filter_steps();
 }
@@ -106,6 +108,7 @@ void prepare_platform() {
   identify_process();
   find_stop_ranges();
   if (load_configuration(carry_out) != 0) apply_defaults_without_file(carry_out);
+  if (hook_mutex.ends_at_release()) return;
   prepare_logs();
   open_log_files();
   start_agent(take_agent_line);

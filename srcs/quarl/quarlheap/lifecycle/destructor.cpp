@@ -1,5 +1,5 @@
-// Shut-down: on the thread that exits the process, which may hold hook_mutex (an item handler or a signal handler that
-// interrupted a hook called exit).
+// Shut-down: on the thread that exits the process, which may hold hook_mutex (a signal handler that interrupted a hook
+// called exit).
 #include "logs/files/log_files.h"
 #include "logs/files/log_keeping.h"
 #include "logs/files/maps_file.h"

@@ -52,7 +52,7 @@ void become_own_process() REQUIRES(hook_mutex) {
   leave_parent_agent();
   build_log_header();
   snapshot_chain.build_header();
-  maps_file.open();
+  maps_file.open_quietly();
 }
 
 // Somebody took the lock over before the process was copied: what it guards may have been copied halfway through a

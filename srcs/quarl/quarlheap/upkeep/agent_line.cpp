@@ -23,7 +23,7 @@ void act(const Flags& flags) REQUIRES(hook_mutex) {
 void take_agent_line(const char* line) {
   const ScopedLock lock;
   if (hooks_installed == 0) return;  // the process ends
-  if (apply_line(line, carry_out) == 0) act(Flags());
+  if (apply_line(line, carry_out) == 0 && !hook_mutex.ends_at_release()) act(Flags());
 }
 
 }  // namespace quarl

@@ -6,6 +6,7 @@
 #include "config/item_setters.h"
 #include "logs/files/log_names.h"
 #include "logs/statistics/statistics.h"
+#include "platform/libc_hooks.h"
 #include "platform/print.h"
 #include "quarlheap/checking/heap_check.h"
 #include "quarlheap/upkeep/auto_snapshot.h"
@@ -38,11 +39,18 @@ void trace_mappings(int on) {
   if (prof_info != nullptr) prof_info->trace_mmap = static_cast<uint32_t>(on);
 }
 
+// glibc's programs count on a signal that they inherit ignored (nohup and its like).
+bool is_to_stay_ignored(int number) {
+  struct sigaction inherited {};
+  return keeps_libc_promises() && sigaction(number, nullptr, &inherited) == 0 && inherited.sa_handler == SIG_IGN;
+}
+
 // A forked child has no timer, and its parent's configuration file must not end it.
 void refuse_snapshots() {
   if (forked_child) return;
   print(kStdout, "Get time function is invalid, can not get snapshot info of memory automatically!\n");
-  exit(0);
+  hook_mutex.assert_held();
+  hook_mutex.leave_for_release(kPendingEnd);
 }
 
 }  // namespace
@@ -53,6 +61,9 @@ void carry_out(const Effect& effect) {
       return;
     case Effect::kNameLogs:
       return set_log_names(effect.text);
+    case Effect::kOfferDumpSignal:
+      if (is_to_stay_ignored(effect.number)) return;
+      [[fallthrough]];
     case Effect::kHandleDumpSignal:
       signal(effect.number, handle_dump_signal);
       return;

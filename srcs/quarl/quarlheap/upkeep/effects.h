@@ -6,7 +6,7 @@
 
 namespace quarl {
 
-// May end the process (exit), as an item asks: the destructor then runs on this thread, which holds the lock.
+// An item may ask for the end of the process, which comes when the lock is released.
 void carry_out(const Effect& effect) REQUIRES(hook_mutex);
 
 }  // namespace quarl

@@ -9,6 +9,7 @@ namespace quarl {
 void reload() {
   clear_flag(settings.cfg_flags, kReloadRequest);
   load_configuration(carry_out);
+  if (hook_mutex.ends_at_release()) return;
   open_log_files();
 }
 
