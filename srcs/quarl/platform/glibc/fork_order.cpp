@@ -3,10 +3,10 @@
 //
 // The C library takes the lock of its list of streams behind the last handler. A thread that holds it may wait for one
 // that allocates while it reads a line; so it is taken before the checker's own lock, which the other then gets.
-#include <dlfcn.h>
 #include <errno.h>
 
 #include "platform/glibc/glibc.h"
+#include "platform/glibc/loaded_symbols.h"
 
 extern "C" {
 void _IO_list_lock() __attribute__((weak));
@@ -52,7 +52,7 @@ void after_in_child() {
 }
 
 Register next_register() {
-  return reinterpret_cast<Register>(dlsym(RTLD_NEXT, "__register_atfork"));
+  return reinterpret_cast<Register>(glibc::next_function("__register_atfork"));
 }
 
 void register_own() {
