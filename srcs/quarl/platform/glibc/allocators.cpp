@@ -17,6 +17,8 @@ LibcAllocator found{};
 LibcAllocator behind{};
 constinit PageSet our_pages;
 
+constexpr Bypassed kAll{true, true, true, true, true, true, true};
+
 template <typename Function>
 void look_up(Function* function, const char* name, const char* other_name) {
   void* address = libc_function(name);
@@ -47,6 +49,7 @@ void look_in_front() {
   const bool release_ours = first_function("free").ours;
   const FoundFunction resize = first_function("realloc");
   if (!resize.ours) memcpy(&realloc_in_front, &resize.address, sizeof resize.address);
+  bypassed = {};
   if (release_ours && resize.ours) return;
   bypassed = {first_function("malloc").ours,         first_function("calloc").ours,
               first_function("memalign").ours,       first_function("aligned_alloc").ours,
@@ -63,7 +66,7 @@ void look_past_us() {
   look_behind(&found.allocate_cleared, "calloc");
   look_behind(&found.usable_size, "malloc_usable_size");
   look_behind(&found.set_option, "mallopt");
-  bypassed = {true, true, true, true, true, true, true};
+  bypassed = kAll;
 }
 
 // While somebody stands behind us, each block of the C library's passes here, and its pages are remembered.
@@ -156,7 +159,7 @@ int first_set_option(int option, int value) {
 constinit LibcAllocator libc_allocator{first_allocate,         first_release,          first_resize,
                                        first_allocate_aligned, first_allocate_cleared, first_usable_size,
                                        first_set_option};
-constinit Bypassed bypassed{};
+constinit Bypassed bypassed = kAll;
 void* (*realloc_in_front)(void*, size_t) = nullptr;
 constinit bool others_behind = false;
 

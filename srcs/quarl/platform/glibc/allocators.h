@@ -30,7 +30,7 @@ extern LibcAllocator libc_allocator;
 
 // Which of our entries do what would be done without us: all of them in a program that is left alone (QUARL_ONLY), or
 // those that are called only because the one in front lacks them, while blocks are released by a function that is not
-// ours.
+// ours. All of them until that is found out.
 struct Bypassed {
   bool everything;  // malloc itself: no block is the checker's
   bool calloc, memalign, aligned_alloc, posix_memalign, valloc, pvalloc;

@@ -82,6 +82,7 @@ QUARL_EXPORT void* reallocarray(void* ptr, size_t count, size_t size) {
     errno = ENOMEM;
     return nullptr;
   }
+  quarl::glibc::find_allocators();
   if (realloc_in_front != nullptr) return realloc_in_front(ptr, bytes);
   if (ptr == nullptr && wants_empty_block(bytes)) return hooked_memalign(kLibcAlignment, 0);
   auto hook = __realloc_hook;

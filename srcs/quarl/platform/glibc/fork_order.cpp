@@ -5,6 +5,7 @@
 // that allocates while it reads a line; so it is taken before the checker's own lock, which the other then gets.
 #include <errno.h>
 
+#include "platform/checked_programs.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/loaded_symbols.h"
 
@@ -72,7 +73,7 @@ void set_fork_steps(const ForkSteps& wanted) {
 // What pthread_atfork calls, in every library and program. The one that is registered first is the last to run before
 // the fork.
 extern "C" QUARL_EXPORT int __register_atfork(void (*prepare)(), void (*parent)(), void (*child)(), void* owner) {
-  quarl::register_own();
+  if (!quarl::left_alone()) quarl::register_own();
   const quarl::Register next = quarl::next_register();
   return next != nullptr ? next(prepare, parent, child, owner) : ENOMEM;
 }
