@@ -15,7 +15,7 @@ enum { kArena = 96 << 20, kClasses = 32, kHead = 16, kOwn = 0x0B10C };
 struct Block {
   size_t size;  // bytes behind the head
   unsigned mark;
-  void* start;  // of the memory that it was cut from
+  struct Block* start;  // itself, or what it was cut from for an alignment
   struct Block* next;
 };
 
@@ -60,7 +60,6 @@ EXPORT void* malloc(size_t size) {
 }
 
 static void give_back(struct Block* block) {
-  block->mark = 0;
   int class = class_of(block->size);
   pthread_mutex_lock(&mutex);
   block->next = released[class];
@@ -75,7 +74,8 @@ EXPORT void free(void* user) {
   if (block == NULL) return __libc_free(user);
 #endif
   if (block == NULL) abort();
-  if (block->start == block) give_back(block);  // what was cut out for an alignment is lost
+  block->mark = 0;
+  give_back(block->start);
 }
 
 #ifndef JUST_THE_PAIR
@@ -103,7 +103,7 @@ EXPORT void* memalign(size_t alignment, size_t size) {
   char* block = take(size + alignment + kHead);
   if (block == NULL || alignment <= kHead) return block;
   char* user = (char*)(((uintptr_t)block + kHead + alignment - 1) & ~(alignment - 1));
-  *(struct Block*)(user - kHead) = (struct Block){.size = size, .mark = kOwn, .start = block};
+  *(struct Block*)(user - kHead) = (struct Block){.size = size, .mark = kOwn, .start = block_of(block)};
   return user;
 }
 EXPORT void* aligned_alloc(size_t alignment, size_t size) {
