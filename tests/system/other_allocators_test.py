@@ -19,11 +19,11 @@ class OtherAllocators(case.Case):
     @promise("A program with an allocator of its own, in front of the checker or behind it, runs as it does without.")
     def test_real_allocators_on_both_sides(self):
         """By `operator delete`, blocks that they made by themselves come back to our free."""
-        tree = sysroot.sysroot("i686")
-        if self.target.name != "i686" or not tree.exists():
-            self.skipTest("the allocators are fetched for i686 only (scripts/fetch-programs i386)")
+        tree = sysroot.sysroot(self.target.name)
+        if not tree.exists():
+            self.skipTest("no allocators are fetched for this target (scripts/fetch-programs)")
         for name in ALLOCATORS:
-            other = tree / "usr/lib/i386-linux-gnu" / name
+            other = tree / "usr/lib" / sysroot.TRIPLET[self.target.name] / name
             self.assertTrue(other.exists(), other)
             for preload in ([self.target.library, other], [other, self.target.library]):
                 with self.subTest(preload=[path.name for path in map(Path, preload)]):
@@ -32,11 +32,16 @@ class OtherAllocators(case.Case):
                                      self.run_with(tree, "state", [other]))
 
     def run_with(self, tree, victim, preload, **environment):
-        libraries = [tree / "lib/i386-linux-gnu", tree / "usr/lib/i386-linux-gnu", "/usr/i686-linux-gnu/lib"]
-        line = [tree / "lib/ld-linux.so.2", "--library-path", ":".join(map(str, libraries)), "--preload",
-                ":".join(map(str, preload)), self.target.victim(victim)]
+        line = self.bare_line(tree) + [":".join(map(str, preload)), self.target.victim(victim)]
         done = subprocess.run(line, cwd=self.directory, capture_output=True, timeout=100, env={**os.environ, **environment})
         return done.returncode, done.stdout, done.stderr
+
+    def bare_line(self, tree):
+        """The words before a list of libraries and a program, which then runs with them."""
+        if self.target.emulated:
+            return ["qemu-arm", "-L", str(tree), str(tree / "lib/ld-linux-armhf.so.3"), "--preload"]
+        libraries = [tree / "lib/i386-linux-gnu", tree / "usr/lib/i386-linux-gnu", "/usr/i686-linux-gnu/lib"]
+        return [str(tree / "lib/ld-linux.so.2"), "--library-path", ":".join(map(str, libraries)), "--preload"]
 
 
 class AllocatorsOfPrograms(case.Case):
