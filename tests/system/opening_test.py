@@ -28,6 +28,12 @@ class Opening(case.Case):
             for call in ("dlopen", "dlmopen"):
                 self.assertEqual(self.open(call, FILES[0], **options), (0, "library\n", "", {0}))
 
+    @promise("A program that asks an opened C library for `malloc` or `free` gets the checker's.")
+    def test_functions_of_an_opened_library(self):
+        for config in ("", "QUARL_ALL=0"):
+            self.assert_ends(self.run_victim("by_handle", config=config), "the same\n")
+        self.assertEqual(self.run_victim("by_handle", environment={"QUARL_ONLY": "others"}).finish(), 0)
+
     def test_a_namespace_of_its_own_has_its_own_allocator(self):
         for preload in (False, True):
             self.assertEqual(self.open("namespace", FILES[0], preload=preload), (0, "library\n", "", {0}))

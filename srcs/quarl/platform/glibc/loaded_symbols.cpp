@@ -81,26 +81,43 @@ class LoadedObject {
   DynamicEntries entries_;
 };
 
+// Whose definitions count.
+enum class Whose { kAnybodys, kBehindOurs, kOurs, kLibcs };
+
 // What is looked for, and what was found so far. The objects come in the order in which names are looked up.
 struct Search {
   const char* name;
-  bool behind_us = false;  // objects up to this library do not count
-  bool in_libc = false;    // only the C library counts
+  Whose whose;
   bool past_us = false;
   FoundFunction found{};
+
+  bool counts(const LoadedObject& object) const {
+    switch (whose) {
+      case Whose::kAnybodys:
+        return true;
+      case Whose::kBehindOurs:
+        return past_us;
+      case Whose::kOurs:
+        return object.ours();
+      case Whose::kLibcs:
+        return object.named(kLibcName);
+    }
+    return false;
+  }
 };
 
 int look(dl_phdr_info* info, size_t, void* data) {
   auto* search = static_cast<Search*>(data);
   const LoadedObject object(*info);
-  const bool counts = (!search->behind_us || search->past_us) && (!search->in_libc || object.named(kLibcName));
+  const bool counts = search->counts(object);
   if (object.ours()) search->past_us = true;
-  if (!counts) return 0;
-  search->found = {object.find(search->name), object.ours()};
-  return search->found.address != nullptr ? 1 : 0;
+  if (counts) search->found = {object.find(search->name), object.ours()};
+  const bool nowhere_else = object.ours() && search->whose == Whose::kOurs;
+  return search->found.address != nullptr || nowhere_else ? 1 : 0;
 }
 
-FoundFunction run(Search search) {
+FoundFunction run(const char* name, Whose whose) {
+  Search search{name, whose};
   dl_iterate_phdr(look, &search);
   return search.found.address != nullptr ? search.found : FoundFunction{};
 }
@@ -108,15 +125,19 @@ FoundFunction run(Search search) {
 }  // namespace
 
 FoundFunction first_function(const char* name) {
-  return run({.name = name});
+  return run(name, Whose::kAnybodys);
 }
 
 void* next_function(const char* name) {
-  return run({.name = name, .behind_us = true}).address;
+  return run(name, Whose::kBehindOurs).address;
+}
+
+void* own_function(const char* name) {
+  return run(name, Whose::kOurs).address;
 }
 
 void* libc_function(const char* name) {
-  return run({.name = name, .in_libc = true}).address;
+  return run(name, Whose::kLibcs).address;
 }
 
 }  // namespace quarl::glibc

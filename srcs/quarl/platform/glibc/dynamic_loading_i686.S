@@ -1,6 +1,6 @@
-// dlopen(file, flags) and dlmopen(namespace, file, flags): the flags lose in place what quarl_way_to_dlopen() does not let
-// pass, and the call goes on by a jump, so that whom dlopen takes for its caller is still the program. quarl_way_to_*
-// return the function to go on to in eax and the flags that may pass in edx.
+// dlopen(file, flags) and dlmopen(namespace, file, flags): the flags lose in place what dynamic_loading.cpp does not let
+// pass. dlsym(handle, name). All go on by a jump, so that whom the loader takes for its caller is still the program.
+// quarl_way_to_* return the function to go on to in eax and the flags that may pass in edx.
     .text
 
 .macro way function
@@ -33,5 +33,20 @@ dlmopen:
     jmp     *%eax
     .cfi_endproc
     .size   dlmopen, . - dlmopen
+
+    .globl  dlsym
+    .type   dlsym, @function
+dlsym:
+    .cfi_startproc
+    movl    4(%esp), %eax
+    subl    $12, %esp
+    .cfi_adjust_cfa_offset 12
+    movl    %eax, (%esp)
+    call    quarl_way_to_dlsym
+    addl    $12, %esp
+    .cfi_adjust_cfa_offset -12
+    jmp     *%eax
+    .cfi_endproc
+    .size   dlsym, . - dlsym
 
     .section .note.GNU-stack, "", @progbits

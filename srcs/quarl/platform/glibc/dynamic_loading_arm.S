@@ -1,6 +1,6 @@
-// dlopen(file, flags) and dlmopen(namespace, file, flags): the flags lose in place what quarl_way_to_dlopen() does not let
-// pass, and the call goes on by a jump, so that whom dlopen takes for its caller is still the program. quarl_way_to_*
-// return the function to go on to in r0 and the flags that may pass in r1.
+// dlopen(file, flags) and dlmopen(namespace, file, flags): the flags lose in place what dynamic_loading.cpp does not let
+// pass. dlsym(handle, name). All go on by a jump, so that whom the loader takes for its caller is still the program.
+// quarl_way_to_* return the function to go on to in r0 and the flags that may pass in r1.
     .syntax unified
     .arch armv5te
     .arm
@@ -39,5 +39,15 @@ dlmopen:
     bx      r12
     .fnend
     .size   dlmopen, . - dlmopen
+
+    .globl  dlsym
+    .type   dlsym, %function
+    .align  2
+dlsym:
+    .fnstart
+    way     quarl_way_to_dlsym      // takes the handle from r0
+    bx      r12
+    .fnend
+    .size   dlsym, . - dlsym
 
     .section .note.GNU-stack, "", %progbits
