@@ -25,7 +25,8 @@ class LoadedObject {
     return entries_.strings != 0 && entries_.name != 0 && strcmp(text(entries_.name), soname) == 0;
   }
 
-  // Null when the object does not define the function.
+  // Null when the object does not define the function. Of several versions the default one; a hidden one alone is what
+  // calls of that version reach.
   void* find(const char* name) const {
     if (entries_.symbols == 0 || entries_.strings == 0) return nullptr;
     return entries_.gnu_hash != 0 ? find_by_gnu_hash(name) : find_by_count(name);
@@ -50,10 +51,15 @@ class LoadedObject {
   }
   bool defines(uint32_t index, const char* name) const {
     const Elf32_Sym& each = symbol(index);
-    return each.st_shndx != SHN_UNDEF && ELF32_ST_TYPE(each.st_info) == STT_FUNC && !hidden(index) &&
+    return each.st_shndx != SHN_UNDEF && ELF32_ST_TYPE(each.st_info) == STT_FUNC &&
            strcmp(text(each.st_name), name) == 0;
   }
-  void* address_of_symbol(uint32_t index) const { return reinterpret_cast<void*>(base_ + symbol(index).st_value); }
+  uint32_t better(uint32_t found, uint32_t other) const { return found == 0 || hidden(found) ? other : found; }
+
+  // Symbol 0 is none.
+  void* address_of_symbol(uint32_t index) const {
+    return index != 0 ? reinterpret_cast<void*>(base_ + symbol(index).st_value) : nullptr;
+  }
 
   void* find_by_gnu_hash(const char* name) const {
     const auto* words = table<uint32_t>(entries_.gnu_hash);
@@ -61,19 +67,21 @@ class LoadedObject {
     const uint32_t hash = gnu_hash(name);
     uint32_t index = head.buckets != 0 ? words[head.bucket_word(hash % head.buckets)] : 0;
     if (index < head.first_hashed) return nullptr;
+    uint32_t found = 0;
     for (;; ++index) {
       const uint32_t word = words[head.symbol_word(index)];
-      if (GnuHashHead::may_be(word, hash) && defines(index, name)) return address_of_symbol(index);
-      if (GnuHashHead::ends_chain(word)) return nullptr;
+      if (GnuHashHead::may_be(word, hash) && defines(index, name)) found = better(found, index);
+      if (GnuHashHead::ends_chain(word)) return address_of_symbol(found);
     }
   }
 
   void* find_by_count(const char* name) const {
     const uint32_t count = entries_.hash != 0 ? table<uint32_t>(entries_.hash)[kHashCountWord] : 0;
+    uint32_t found = 0;
     for (uint32_t index = 1; index < count; ++index) {
-      if (defines(index, name)) return address_of_symbol(index);
+      if (defines(index, name)) found = better(found, index);
     }
-    return nullptr;
+    return address_of_symbol(found);
   }
 
   Elf32_Addr base_;
