@@ -75,7 +75,8 @@ static void print_edges(void) {
   for (int i = 0; i < 5; ++i) printf("empty %d\n", empty[i] != NULL);
   for (int i = 0; i < 5; ++i) free(empty[i]);
   errno = 0;
-  void* volatile none = malloc((size_t)-64);
+  volatile size_t beyond = (size_t)-64;
+  void* none = malloc(beyond);
   printf("large %d %d\n", none != NULL, errno);
   printf("usable %d\n", (int)malloc_usable_size(malloc(100)));
   void* large = malloc(1 << 20);  // a mapping of the allocator's own

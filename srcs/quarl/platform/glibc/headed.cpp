@@ -110,6 +110,7 @@ extern "C" {
 
 QUARL_EXPORT size_t malloc_usable_size(void* ptr) {
   if (ptr == nullptr) return 0;
+  if (stands_aside()) return glibc::libc_allocator.usable_size(ptr);
   const HeadedBlock block = glibc::find_headed(ptr);
   return block.kind != HeadedBlock::kNone ? block.user_size : glibc::raw_capacity(ptr);
 }
