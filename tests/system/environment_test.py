@@ -91,6 +91,17 @@ class Only(case.Case):
                 for name in self.files():
                     (self.directory / name).unlink()
 
+    @promise("With `QUARL_ONLY` the programs that it does not name run as without the checker.")
+    def test_programs_that_are_left_alone_are_untouched(self):
+        """Arenas and options of the C library, descriptors, signals, memory that nobody touched."""
+        ends = []
+        for options in ({"preload": False}, {"environment": {"QUARL_ONLY": "others", "QUARL_CONTRACT": "libc"}}, {}):
+            process = self.run_victim("state", config="", **options)
+            ends.append((process.finish(), process.out, process.err))
+        self.assertEqual(ends[0], ends[1])
+        self.assertNotEqual(ends[0], ends[2])
+        self.assertRegex(ends[0][1], r"arenas [2-9].*count=\"1\"")
+
 
 class Pipes(case.Case):
     def test_configuration_from_a_pipe(self):

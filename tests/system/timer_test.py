@@ -34,6 +34,16 @@ class Clock(case.Case):
         self.assertEqual((report.time, rest), (made, ""))
         self.assert_ends(driver, driver.out)
 
+    def test_no_library_in_front_of_the_c_librarys_clock_is_asked(self):
+        """It might wait for a lock whose holder waits for the checker's."""
+        self.configure(CLOCK + "QUARL_OUTPUT_LOG=1")
+        driver = self.driver(preload=False, environment={
+            "LD_PRELOAD": f"{self.target.library}:{self.target.victim('libclocks.so')}"})
+        self.assertLessEqual(abs(self.now(driver) - time.time()), 2)
+        driver.do(f"raise {signal.SIGUSR1}")
+        self.assertLessEqual(abs(read_log(self.log_path(driver, "quarlAll")).time - time.time()), 60)
+        self.assert_ends(driver)
+
     def test_which_files_start_the_clock(self):
         cases = [("QUARL_HEAD_TIME=2", True), ("", False), ("QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=5", False),
                  (CLOCK + "QUARL_TIME_INTERVAL=0", True), ("QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=0", False),

@@ -130,6 +130,12 @@ bool word_exists(const uint32_t* word) {
   return syscall(SYS_futex, word, kCompareRequeue, 0, 0, word, 0) != -1 || errno != EFAULT;
 }
 
+TimeOfDay time_of_day() {
+  TimeOfDay now{};
+  call(SYS_gettimeofday, &now, nullptr);
+  return now;
+}
+
 void futex_wait(const uint32_t* word, uint32_t expected) {
   syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
 }

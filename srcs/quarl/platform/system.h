@@ -42,6 +42,14 @@ bool truncate(int fd, int64_t size);
 void write_regardless(int fd, const void* data, size_t size);  // one plain write
 // Whether the aligned word at this address can be read: the kernel is asked, which answers without a fault.
 bool word_exists(const uint32_t* word);
+
+// Not the C library's, in whose place another may stand that takes locks (libraries that pretend another time).
+struct TimeOfDay {
+  long seconds;
+  long microseconds;
+};
+TimeOfDay time_of_day();  // zeros where calls are refused
+
 void futex_wait(const uint32_t* word, uint32_t expected);
 bool futex_wait_for(const uint32_t* word, uint32_t expected, int milliseconds);  // false: nobody woke it in time
 void futex_wake(const uint32_t* word, int count);

@@ -1,7 +1,6 @@
 #include "state/clock.h"
 
-#include <sys/time.h>
-#include <time.h>
+#include "platform/system.h"
 
 namespace quarl {
 
@@ -11,14 +10,13 @@ constinit uint32_t last_seq_num = 0;
 constinit uint32_t inherited_seq_num = 0;
 
 void read_clock() {
-  struct timeval now {};
-  gettimeofday(&now, nullptr);
-  clock_sec = static_cast<int>(now.tv_sec);
-  clock_usec = static_cast<int>(now.tv_usec);
+  const sys::TimeOfDay now = sys::time_of_day();
+  clock_sec = static_cast<int>(now.seconds);
+  clock_usec = static_cast<int>(now.microseconds);
 }
 
 uint32_t seconds_now() {
-  return static_cast<uint32_t>(time(nullptr));
+  return static_cast<uint32_t>(sys::time_of_day().seconds);
 }
 
 }  // namespace quarl

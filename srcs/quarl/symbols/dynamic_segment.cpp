@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "platform/elf_dynamic.h"
+
 namespace quarl {
 namespace {
 
@@ -46,22 +48,8 @@ class Image {
   Elf32_Ehdr header_{};
 };
 
-// The entries of the dynamic segment that lead to symbols; 0 where there is none.
-struct Entries {
-  uint32_t symbols = 0, strings = 0, strings_size = 0, hash = 0, gnu_hash = 0;
-
-  void take(const Elf32_Dyn& entry) {
-    const uint32_t value = entry.d_un.d_val;
-    if (entry.d_tag == DT_SYMTAB) symbols = value;
-    if (entry.d_tag == DT_STRTAB) strings = value;
-    if (entry.d_tag == DT_STRSZ) strings_size = value;
-    if (entry.d_tag == DT_HASH) hash = value;
-    if (entry.d_tag == DT_GNU_HASH) gnu_hash = value;
-  }
-};
-
-Entries read_entries(const Image& image) {
-  Entries entries;
+DynamicEntries read_entries(const Image& image) {
+  DynamicEntries entries;
   Elf32_Phdr segment;
   if (!image.find_segment(PT_DYNAMIC, &segment, [](const Elf32_Phdr&) { return true; })) return entries;
   Elf32_Dyn entry;
@@ -72,29 +60,26 @@ Entries read_entries(const Image& image) {
   return entries;
 }
 
-// Of a hash table of the old kind: its second word.
+constexpr size_t kWord = sizeof(uint32_t);
+
 uint32_t count_by_hash(const Image& image, const ElfSpan& table) {
   uint32_t count = 0;
-  return table.size >= 2 * sizeof count && image.read(table.offset + sizeof count, &count) ? count : 0;
+  const size_t at = kHashCountWord * kWord;
+  return table.size >= at + kWord && image.read(table.offset + at, &count) ? count : 0;
 }
 
-// Of the new kind: words for buckets, first hashed symbol, filter and shift; the filter; the buckets, each the first
-// symbol of a chain; a word for every hashed symbol, odd at the end of a chain. The last chain ends the symbols.
 uint32_t count_by_gnu_hash(const Image& image, const ElfSpan& table) {
-  constexpr size_t kWord = sizeof(uint32_t);
-  uint32_t head[4] = {};
+  GnuHashHead head;
   if (table.size == 0 || !image.read(table.offset, &head)) return 0;
-  const auto [buckets, first_hashed, filter, shift] = head;
-  if (buckets > table.size || filter > table.size) return 0;
-  const size_t bucket_start = table.offset + (4 + size_t{filter}) * kWord;
-  const size_t chain_start = bucket_start + size_t{buckets} * kWord;
-  uint32_t last = 0;
+  if (head.buckets > table.size || head.filter > table.size) return 0;
   uint32_t word = 0;
-  for (size_t i = 0; i < buckets && image.read(bucket_start + i * kWord, &word); ++i) last = word > last ? word : last;
-  if (last < first_hashed) return first_hashed;
-  while (last - first_hashed <= table.size && image.read(chain_start + size_t{last - first_hashed} * kWord, &word)) {
+  const auto read = [&](size_t index) { return image.read(table.offset + index * kWord, &word); };
+  uint32_t last = 0;
+  for (size_t i = 0; i < head.buckets && read(head.bucket_word(i)); ++i) last = word > last ? word : last;
+  if (last < head.first_hashed) return head.first_hashed;
+  while (last - head.first_hashed <= table.size && read(head.symbol_word(last))) {
     ++last;
-    if ((word & 1) != 0) return last;
+    if (GnuHashHead::ends_chain(word)) return last;
   }
   return 0;
 }
@@ -103,7 +88,7 @@ uint32_t count_by_gnu_hash(const Image& image, const ElfSpan& table) {
 
 ElfSymbols dynamic_symbols(const uint8_t* data, size_t size) {
   const Image image(data, size);
-  const Entries entries = read_entries(image);
+  const DynamicEntries entries = read_entries(image);
   ElfSymbols found;
   found.symbols = image.loaded_at(entries.symbols);
   found.strings = image.loaded_at(entries.strings);

@@ -76,7 +76,7 @@ ruby3.1 -I $TREE/usr/lib/ruby/3.1.0 -e 'h = Hash.new(0); 30000.times { |i| h["k#
   t = 4.times.map { |k| Thread.new { (1..3000).map { |i| "#{i}" * k }.join.size } }; p t.map(&:value); f = Fiber.new { 3.times { |i| Fiber.yield i }; :end }; p 4.times.map { f.resume }
   p "abcabc".gsub(/b(.)/) { $1.upcase }, [3, 1, 2].sort_by { -_1 }; begin; raise ArgumentError, "x"; rescue => e; p e; end; GC.start; p ObjectSpace.count_objects.key?(:TOTAL); exit 3' || echo $?
 """),
-    Program("php", ("php8.2-cli",), ignore=("a.phar",), work=r"""
+    Program("php", ("php8.2-cli", "php8.2-mbstring", "php8.2-xml"), ignore=("a.phar",), work=r"""
 php8.2 -n -r '$a = []; for ($i = 0; $i < 40000; $i++) $a["k" . ($i * 7919 % 1009)][] = str_repeat("x", $i % 30); ksort($a); echo count($a), " ", strlen(serialize($a)), "\n"; echo md5(json_encode(array_slice($a, 0, 20))), "\n";
   function g() { for ($i = 0; $i < 3; $i++) yield $i => $i ** 2; } foreach (g() as $k => $v) echo "$k=$v "; echo preg_replace_callback("/b(.)/", fn($m) => strtoupper($m[1]), "abcabc"), "\n"; try { throw new Exception("x"); } catch (Exception $e) { echo $e->getMessage(), "\n"; }
   class A { function __destruct() { echo "gone\n"; } } $x = new A; $x->me = $x; unset($x); gc_collect_cycles(); echo intdiv(7, 2), "\n"; exit(4);' 2>/dev/null || echo $?
@@ -84,6 +84,9 @@ php8.2 -n -d phar.readonly=0 $(for e in ctype iconv fileinfo tokenizer phar posi
   for ($i = 0; $i < 300; $i++) $n = strlen(iconv("UTF-8", "UTF-16", str_repeat("\u{e4}x", $i))); echo $n, " ", ctype_alpha("abc"), " ", count(token_get_all("<?php function f(\$a) { return \$a + 1; }")), "\n";
   $f = new finfo(FILEINFO_MIME); echo $f->buffer("%PDF-1.4 x"), " ", $f->file("/usr/bin/php8.2"), "\n"; $p = new Phar("a.phar"); for ($i = 0; $i < 50; $i++) $p["f$i"] = str_repeat("x", $i * 99); unset($p); echo strlen(file_get_contents("phar://a.phar/f49")), "\n";
   socket_create_pair(AF_UNIX, SOCK_STREAM, 0, $s); socket_write($s[0], "hello"); echo socket_read($s[1], 9), " ", posix_getpwuid(posix_getuid())["name"], "\n";'
+# Opened with RTLD_DEEPBIND; blocks of libxml2 go back and forth.
+php8.2 -n -d extension=dom -d extension=simplexml -d extension=mbstring -r '$d = new DOMDocument(); $d->loadXML("<r>" . str_repeat("<a b=\"c\">text</a>", 500) . "</r>");
+  echo (new DOMXPath($d))->query("//a")->length, " ", strlen($d->saveXML()), " ", md5($d->C14N()), "\n"; foreach (simplexml_import_dom($d)->a as $a) $t[] = mb_strtoupper("ü$a"); echo md5(implode($t)), "\n"; @$d->loadXML("<r") || print("broken\n");'
 """),
     Program("luajit", ("luajit",), alone=("luajit",), work=r"""
 luajit -e 'local t = {} for i = 1, 40000 do t[i] = ("%d:%s"):format(i, ("a"):rep(i % 50)) end table.sort(t) print(#table.concat(t), t[77])

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "platform/checked_programs.h"
 #include "platform/glibc/loaded_symbols.h"
 #include "platform/glibc/page_set.h"
 #include "platform/print.h"
@@ -15,6 +16,8 @@ namespace {
 LibcAllocator found{};
 LibcAllocator behind{};
 constinit PageSet our_pages;
+
+constexpr Bypassed kAll{true, true, true, true, true, true, true};
 
 template <typename Function>
 void look_up(Function* function, const char* name, const char* other_name) {
@@ -46,11 +49,24 @@ void look_in_front() {
   const bool release_ours = first_function("free").ours;
   const FoundFunction resize = first_function("realloc");
   if (!resize.ours) memcpy(&realloc_in_front, &resize.address, sizeof resize.address);
+  bypassed = {};
   if (release_ours && resize.ours) return;
   bypassed = {first_function("malloc").ours,         first_function("calloc").ours,
               first_function("memalign").ours,       first_function("aligned_alloc").ours,
               first_function("posix_memalign").ours, first_function("valloc").ours,
               first_function("pvalloc").ours};
+}
+
+// As if this library were not there.
+void look_past_us() {
+  look_behind(&found.allocate, "malloc");
+  look_behind(&found.release, "free");
+  look_behind(&found.resize, "realloc");
+  look_behind(&found.allocate_aligned, "memalign");
+  look_behind(&found.allocate_cleared, "calloc");
+  look_behind(&found.usable_size, "malloc_usable_size");
+  look_behind(&found.set_option, "mallopt");
+  bypassed = kAll;
 }
 
 // While somebody stands behind us, each block of the C library's passes here, and its pages are remembered.
@@ -143,7 +159,7 @@ int first_set_option(int option, int value) {
 constinit LibcAllocator libc_allocator{first_allocate,         first_release,          first_resize,
                                        first_allocate_aligned, first_allocate_cleared, first_usable_size,
                                        first_set_option};
-constinit Bypassed bypassed{};
+constinit Bypassed bypassed = kAll;
 void* (*realloc_in_front)(void*, size_t) = nullptr;
 constinit bool others_behind = false;
 
@@ -161,7 +177,11 @@ void find_allocators() {
   if (found.release != nullptr) return;
   look_up_libc();
   look_in_front();
-  look_behind_us();
+  if (left_alone()) {
+    look_past_us();
+  } else {
+    look_behind_us();
+  }
   publish();
 }
 

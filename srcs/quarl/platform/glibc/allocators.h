@@ -15,7 +15,8 @@
 
 namespace quarl::glibc {
 
-// The C library's allocator. The members can be called at any time; they are not compared with null.
+// The C library's allocator; in a program that is left alone, whoever comes next in search order. The members can be
+// called at any time; they are not compared with null.
 struct LibcAllocator {
   void* (*allocate)(size_t size);
   void (*release)(void* block);
@@ -27,10 +28,11 @@ struct LibcAllocator {
 };
 extern LibcAllocator libc_allocator;
 
-// Which of our entries others are to keep away from: the program releases blocks by a function that is not ours, and
-// calls ours only because the one in front lacks it. They do what the C library would do.
+// Which of our entries do what would be done without us: all of them in a program that is left alone (QUARL_ONLY), or
+// those that are called only because the one in front lacks them, while blocks are released by a function that is not
+// ours. All of them until that is found out.
 struct Bypassed {
-  bool everything;  // malloc itself
+  bool everything;  // malloc itself: no block is the checker's
   bool calloc, memalign, aligned_alloc, posix_memalign, valloc, pvalloc;
 };
 extern Bypassed bypassed;

@@ -5,7 +5,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "platform/checked_programs.h"
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/big_offset.h"
 #include "platform/glibc/contract.h"
@@ -83,6 +82,7 @@ QUARL_EXPORT void* reallocarray(void* ptr, size_t count, size_t size) {
     errno = ENOMEM;
     return nullptr;
   }
+  quarl::glibc::find_allocators();
   if (realloc_in_front != nullptr) return realloc_in_front(ptr, bytes);
   if (ptr == nullptr && wants_empty_block(bytes)) return hooked_memalign(kLibcAlignment, 0);
   auto hook = __realloc_hook;
@@ -122,7 +122,7 @@ QUARL_EXPORT void* pvalloc(size_t size) {
 
 // The number of chunks that glibc may map itself stays 0 where we check.
 QUARL_EXPORT int mallopt(int option, int value) {
-  return option == M_MMAP_MAX && !quarl::left_alone() ? 1 : libc_allocator.set_option(option, value);
+  return option == M_MMAP_MAX && !bypassed.everything ? 1 : libc_allocator.set_option(option, value);
 }
 
 QUARL_EXPORT void* mmap64(void* addr, size_t length, int prot, int flags, int fd, off64_t offset) {

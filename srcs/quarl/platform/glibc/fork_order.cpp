@@ -3,10 +3,11 @@
 //
 // The C library takes the lock of its list of streams behind the last handler. A thread that holds it may wait for one
 // that allocates while it reads a line; so it is taken before the checker's own lock, which the other then gets.
-#include <dlfcn.h>
 #include <errno.h>
 
+#include "platform/checked_programs.h"
 #include "platform/glibc/glibc.h"
+#include "platform/glibc/loaded_symbols.h"
 
 extern "C" {
 void _IO_list_lock() __attribute__((weak));
@@ -52,7 +53,7 @@ void after_in_child() {
 }
 
 Register next_register() {
-  return reinterpret_cast<Register>(dlsym(RTLD_NEXT, "__register_atfork"));
+  return reinterpret_cast<Register>(glibc::next_function("__register_atfork"));
 }
 
 void register_own() {
@@ -72,7 +73,7 @@ void set_fork_steps(const ForkSteps& wanted) {
 // What pthread_atfork calls, in every library and program. The one that is registered first is the last to run before
 // the fork.
 extern "C" QUARL_EXPORT int __register_atfork(void (*prepare)(), void (*parent)(), void (*child)(), void* owner) {
-  quarl::register_own();
+  if (!quarl::left_alone()) quarl::register_own();
   const quarl::Register next = quarl::next_register();
   return next != nullptr ? next(prepare, parent, child, owner) : ENOMEM;
 }

@@ -47,6 +47,12 @@ class Unseen {
   int32_t depth_;
 };
 
+// The caller is to be served as if we were not there.
+bool stands_aside() {
+  glibc::find_allocators();
+  return glibc::bypassed.everything;
+}
+
 void* noted(const Unseen& unseen, void* block) {
   if (!unseen.checkers_own()) glibc::note_bare_block(block);
   return block;
@@ -58,16 +64,19 @@ extern "C" {
 
 // Not inlined into the entries, whose way to the hook they would lengthen.
 [[gnu::noinline]] void* quarl_layer_allocate(size_t size) {
+  if (stands_aside()) return glibc::libc_allocator.allocate(size);
   const Unseen unseen;
   return noted(unseen, ext_malloc(size));
 }
 
 [[gnu::noinline]] void* quarl_layer_allocate_aligned(size_t alignment, size_t size) {
+  if (stands_aside() || glibc::bypassed.memalign) return glibc::libc_allocator.allocate_aligned(alignment, size);
   const Unseen unseen;
   return noted(unseen, ext_memalign(alignment, size));
 }
 
 [[gnu::noinline]] void quarl_layer_release(void* ptr) {
+  if (stands_aside()) return glibc::libc_allocator.release(ptr);
   if (ptr == nullptr) return;
   const Unseen unseen;
   const HeadedBlock block = glibc::find_headed(ptr);
@@ -80,6 +89,7 @@ extern "C" {
 }
 
 [[gnu::noinline]] void* quarl_layer_resize(void* ptr, size_t size) {
+  if (stands_aside()) return glibc::libc_allocator.resize(ptr, size);
   const Unseen unseen;
   const HeadedBlock block = ptr != nullptr ? glibc::find_headed(ptr) : HeadedBlock{};
   if (block.kind == HeadedBlock::kNone) {
@@ -100,6 +110,7 @@ extern "C" {
 
 QUARL_EXPORT size_t malloc_usable_size(void* ptr) {
   if (ptr == nullptr) return 0;
+  if (stands_aside()) return glibc::libc_allocator.usable_size(ptr);
   const HeadedBlock block = glibc::find_headed(ptr);
   return block.kind != HeadedBlock::kNone ? block.user_size : glibc::raw_capacity(ptr);
 }

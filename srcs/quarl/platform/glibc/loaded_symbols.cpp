@@ -4,16 +4,12 @@
 #include <link.h>
 #include <string.h>
 
+#include "platform/elf_dynamic.h"
+
 namespace quarl::glibc {
 namespace {
 
 constexpr const char* kLibcName = "libc.so.6";
-
-uint32_t gnu_hash(const char* name) {
-  uint32_t hash = 5381;
-  for (; *name != '\0'; ++name) hash = hash * 33 + static_cast<unsigned char>(*name);
-  return hash;
-}
 
 // The tables of a loaded object.
 class LoadedObject {
@@ -26,108 +22,110 @@ class LoadedObject {
 
   bool ours() const { return dynamic_ == _DYNAMIC; }
   bool named(const char* soname) const {
-    return strings_ != nullptr && soname_ != 0 && strcmp(strings_ + soname_, soname) == 0;
+    return entries_.strings != 0 && entries_.name != 0 && strcmp(text(entries_.name), soname) == 0;
   }
 
-  // Null when the object does not define the function.
+  // Null when the object does not define the function. Of several versions the default one; a hidden one alone is what
+  // calls of that version reach.
   void* find(const char* name) const {
-    if (symbols_ == nullptr || strings_ == nullptr) return nullptr;
-    return gnu_ != nullptr ? find_by_gnu_hash(name) : find_by_chain(name);
+    if (entries_.symbols == 0 || entries_.strings == 0) return nullptr;
+    return entries_.gnu_hash != 0 ? find_by_gnu_hash(name) : find_by_count(name);
   }
 
  private:
   void read(Elf32_Addr dynamic) {
     dynamic_ = reinterpret_cast<const Elf32_Dyn*>(dynamic);
-    for (const Elf32_Dyn* entry = dynamic_; entry->d_tag != DT_NULL; ++entry) {
-      switch (entry->d_tag) {
-        case DT_SYMTAB:
-          symbols_ = at<Elf32_Sym>(entry);
-          break;
-        case DT_STRTAB:
-          strings_ = at<char>(entry);
-          break;
-        case DT_GNU_HASH:
-          gnu_ = at<uint32_t>(entry);
-          break;
-        case DT_HASH:
-          chains_ = at<uint32_t>(entry);
-          break;
-        case DT_SONAME:
-          soname_ = entry->d_un.d_val;
-          break;
-        default:
-          break;
-      }
-    }
+    for (const Elf32_Dyn* entry = dynamic_; entry->d_tag != DT_NULL; ++entry) entries_.take(*entry);
   }
 
   // The loader has made these addresses absolute, but for objects that it cannot write to.
   template <typename T>
-  const T* at(const Elf32_Dyn* entry) const {
-    const Elf32_Addr value = entry->d_un.d_ptr;
-    return reinterpret_cast<const T*>(value < base_ ? value + base_ : value);
+  const T* table(uint32_t address) const {
+    return reinterpret_cast<const T*>(address < base_ ? address + base_ : address);
+  }
+  const char* text(uint32_t offset) const { return table<char>(entries_.strings) + offset; }
+  const Elf32_Sym& symbol(uint32_t index) const { return table<Elf32_Sym>(entries_.symbols)[index]; }
+
+  bool hidden(uint32_t index) const {
+    return entries_.versions != 0 && (table<uint16_t>(entries_.versions)[index] & kHiddenVersion) != 0;
+  }
+  bool defines(uint32_t index, const char* name) const {
+    const Elf32_Sym& each = symbol(index);
+    return each.st_shndx != SHN_UNDEF && ELF32_ST_TYPE(each.st_info) == STT_FUNC &&
+           strcmp(text(each.st_name), name) == 0;
+  }
+  uint32_t better(uint32_t found, uint32_t other) const { return found == 0 || hidden(found) ? other : found; }
+
+  // Symbol 0 is none.
+  void* address_of_symbol(uint32_t index) const {
+    return index != 0 ? reinterpret_cast<void*>(base_ + symbol(index).st_value) : nullptr;
   }
 
-  bool defines(const Elf32_Sym& symbol, const char* name) const {
-    return symbol.st_shndx != SHN_UNDEF && ELF32_ST_TYPE(symbol.st_info) == STT_FUNC &&
-           strcmp(strings_ + symbol.st_name, name) == 0;
-  }
-
-  void* address_of_symbol(uint32_t index) const { return reinterpret_cast<void*>(base_ + symbols_[index].st_value); }
-
-  // Header (buckets, first symbol, filter words, shift), filter, buckets, hashes.
   void* find_by_gnu_hash(const char* name) const {
-    const uint32_t count = gnu_[0];
-    const uint32_t first = gnu_[1];
-    const uint32_t* buckets = gnu_ + 4 + gnu_[2];
-    const uint32_t* hashes = buckets + count;
-    const uint32_t wanted = gnu_hash(name);
-    uint32_t index = count != 0 ? buckets[wanted % count] : 0;
-    if (index < first) return nullptr;
+    const auto* words = table<uint32_t>(entries_.gnu_hash);
+    const auto& head = *table<GnuHashHead>(entries_.gnu_hash);
+    const uint32_t hash = gnu_hash(name);
+    uint32_t index = head.buckets != 0 ? words[head.bucket_word(hash % head.buckets)] : 0;
+    if (index < head.first_hashed) return nullptr;
+    uint32_t found = 0;
     for (;; ++index) {
-      const uint32_t hash = hashes[index - first];
-      if ((hash | 1) == (wanted | 1) && defines(symbols_[index], name)) return address_of_symbol(index);
-      if ((hash & 1) != 0) return nullptr;
+      const uint32_t word = words[head.symbol_word(index)];
+      if (GnuHashHead::may_be(word, hash) && defines(index, name)) found = better(found, index);
+      if (GnuHashHead::ends_chain(word)) return address_of_symbol(found);
     }
   }
 
-  // The second word is the number of symbols.
-  void* find_by_chain(const char* name) const {
-    for (uint32_t index = 1; chains_ != nullptr && index < chains_[1]; ++index) {
-      if (defines(symbols_[index], name)) return address_of_symbol(index);
+  void* find_by_count(const char* name) const {
+    const uint32_t count = entries_.hash != 0 ? table<uint32_t>(entries_.hash)[kHashCountWord] : 0;
+    uint32_t found = 0;
+    for (uint32_t index = 1; index < count; ++index) {
+      if (defines(index, name)) found = better(found, index);
     }
-    return nullptr;
+    return address_of_symbol(found);
   }
 
   Elf32_Addr base_;
   const Elf32_Dyn* dynamic_ = nullptr;
-  const Elf32_Sym* symbols_ = nullptr;
-  const char* strings_ = nullptr;
-  const uint32_t* gnu_ = nullptr;
-  const uint32_t* chains_ = nullptr;
-  Elf32_Word soname_ = 0;
+  DynamicEntries entries_;
 };
+
+// Whose definitions count.
+enum class Whose { kAnybodys, kBehindOurs, kOurs, kLibcs };
 
 // What is looked for, and what was found so far. The objects come in the order in which names are looked up.
 struct Search {
   const char* name;
-  bool behind_us = false;  // objects up to this library do not count
-  bool in_libc = false;    // only the C library counts
+  Whose whose;
   bool past_us = false;
   FoundFunction found{};
+
+  bool counts(const LoadedObject& object) const {
+    switch (whose) {
+      case Whose::kAnybodys:
+        return true;
+      case Whose::kBehindOurs:
+        return past_us;
+      case Whose::kOurs:
+        return object.ours();
+      case Whose::kLibcs:
+        return object.named(kLibcName);
+    }
+    return false;
+  }
 };
 
 int look(dl_phdr_info* info, size_t, void* data) {
   auto* search = static_cast<Search*>(data);
   const LoadedObject object(*info);
-  const bool counts = (!search->behind_us || search->past_us) && (!search->in_libc || object.named(kLibcName));
+  const bool counts = search->counts(object);
   if (object.ours()) search->past_us = true;
-  if (!counts) return 0;
-  search->found = {object.find(search->name), object.ours()};
-  return search->found.address != nullptr ? 1 : 0;
+  if (counts) search->found = {object.find(search->name), object.ours()};
+  const bool nowhere_else = object.ours() && search->whose == Whose::kOurs;
+  return search->found.address != nullptr || nowhere_else ? 1 : 0;
 }
 
-FoundFunction run(Search search) {
+FoundFunction run(const char* name, Whose whose) {
+  Search search{name, whose};
   dl_iterate_phdr(look, &search);
   return search.found.address != nullptr ? search.found : FoundFunction{};
 }
@@ -135,15 +133,19 @@ FoundFunction run(Search search) {
 }  // namespace
 
 FoundFunction first_function(const char* name) {
-  return run({.name = name});
+  return run(name, Whose::kAnybodys);
 }
 
 void* next_function(const char* name) {
-  return run({.name = name, .behind_us = true}).address;
+  return run(name, Whose::kBehindOurs).address;
+}
+
+void* own_function(const char* name) {
+  return run(name, Whose::kOurs).address;
 }
 
 void* libc_function(const char* name) {
-  return run({.name = name, .in_libc = true}).address;
+  return run(name, Whose::kLibcs).address;
 }
 
 }  // namespace quarl::glibc

@@ -18,6 +18,9 @@ FoundFunction first_function(const char* name);
 // The definition that it would reach without this library.
 void* next_function(const char* name);
 
+// This library's own definition that others see.
+void* own_function(const char* name);
+
 // The C library's own definition, whoever else defines the name. Null: there is none.
 void* libc_function(const char* name);
 

@@ -9,7 +9,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "platform/checked_programs.h"
 #include "platform/confinement.h"
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/big_offset.h"
@@ -27,7 +26,7 @@ constinit bool prepared = false;
 
 // glibc would map large chunks itself, unseen.
 void switch_off_own_mappings() {
-  if (prepared || left_alone()) return;
+  if (prepared || bypassed.everything) return;
   prepared = true;
   libc_allocator.set_option(M_MMAP_MAX, 0);
 }
@@ -75,12 +74,6 @@ bool wants_mapping_with(size_t alignment, size_t size) {
   return wants_mapping(size) || wants_mapping(alignment) || wants_mapping(alignment + size);
 }
 
-// What glibc gives out is not to be replaced by mappings of ours. A mapping of ours from before that was known stays
-// one until it is released.
-bool stand_aside() {
-  return bypassed.everything || left_alone();
-}
-
 // glibc aligns to what its compiler's largest type wants, on i686 since 2.26 only.
 uint32_t glibc_alignment() {
   const char* minor = strchr(gnu_get_libc_version(), '.');
@@ -92,10 +85,10 @@ uint32_t glibc_alignment() {
 extern "C" {
 
 void* ext_malloc(size_t size) {
-  if (wants_mapping(size) && !stand_aside()) return map_chunk(0, size);
+  if (wants_mapping(size)) return map_chunk(0, size);
   void* raw = libc_allocator.allocate(size);
   if (__builtin_expect(raw == nullptr, 0) && make_room()) raw = libc_allocator.allocate(size);
-  return __builtin_expect(libc_mapped(raw), 0) && !stand_aside() ? map_instead(raw, 0, size) : raw;
+  return __builtin_expect(libc_mapped(raw), 0) ? map_instead(raw, 0, size) : raw;
 }
 
 void ext_free(void* ptr) {
@@ -117,15 +110,14 @@ void* ext_realloc(void* ptr, size_t size) {
   MappedChunk* chunk = mapped_book.find(address_of(ptr));
   if (chunk != nullptr) return resize_mapped(chunk, size);
   if (of_other_allocator(ptr)) return libc_allocator.resize(ptr, size);
-  if (wants_mapping(size) && !stand_aside()) return resize_by_copy(ptr, size);
+  if (wants_mapping(size)) return resize_by_copy(ptr, size);
   void* raw = libc_allocator.resize(ptr, size);
   if (__builtin_expect(raw == nullptr, 0) && size != 0 && make_room()) raw = libc_allocator.resize(ptr, size);
-  return libc_mapped(raw) && !stand_aside() ? map_copy_instead(raw, size) : raw;
+  return libc_mapped(raw) ? map_copy_instead(raw, size) : raw;
 }
 
 void* ext_memalign(size_t alignment, size_t size) {
   switch_off_own_mappings();
-  if (stand_aside()) return libc_allocator.allocate_aligned(alignment, size);
   if (alignment > 8 && wants_mapping_with(alignment, size)) return map_chunk(alignment, size);
   void* raw = libc_allocator.allocate_aligned(alignment, size);
   if (__builtin_expect(raw == nullptr, 0) && make_room()) raw = libc_allocator.allocate_aligned(alignment, size);
@@ -183,11 +175,11 @@ void prepare_raw_entries() {
 }
 
 void settle_hooks() {
+  if (glibc::bypassed.memalign) __memalign_hook = nullptr;
   if (!glibc::bypassed.everything) return;
   __malloc_hook = nullptr;
   __free_hook = nullptr;
   __realloc_hook = nullptr;
-  __memalign_hook = nullptr;
 }
 
 }  // namespace quarl

@@ -1,0 +1,66 @@
+// Two ways past our entries that a program takes as it runs, closed where blocks are ours.
+//
+// A library opened with RTLD_DEEPBIND has its calls bound to the C library's malloc and free, and hands our blocks to
+// an allocator that has never given them out. The flag is cleared. A namespace of its own (dlmopen) has its own C
+// library, whose blocks are never ours; nothing is changed there.
+//
+// Who opens the C library itself and asks that handle for malloc or free (ctypes does) gets ours: what all others call.
+#include <dlfcn.h>
+
+#include <cstdint>
+
+#include "platform/glibc/allocators.h"
+#include "platform/glibc/loaded_symbols.h"
+
+namespace quarl::glibc {
+namespace {
+
+// Before 2.34 the functions lie in libdl, which is loaded where anybody calls them; a caller that only asks whether
+// they are there may find ours alone.
+void* nothing_is_found() {
+  return nullptr;
+}
+
+void* next_or_nothing(const char* name) {
+  void* next = next_function(name);
+  return next != nullptr ? next : reinterpret_cast<void*>(nothing_is_found);
+}
+
+bool blocks_are_ours() {
+  find_allocators();
+  return !bypassed.everything;
+}
+
+uint64_t way_to(const char* name) {
+  const auto passing = static_cast<uint32_t>(blocks_are_ours() ? ~RTLD_DEEPBIND : ~0);
+  return uint64_t{passing} << 32 | reinterpret_cast<uintptr_t>(next_or_nothing(name));
+}
+
+// What dlsym answers for a handle of dlopen's, for which it does not matter who asks.
+void* find_in(void* handle, const char* name) {
+  using Find = void* (*)(void*, const char*);
+  void* found = reinterpret_cast<Find>(next_or_nothing("dlsym"))(handle, name);
+  if (found == nullptr) return nullptr;
+  void* own = own_function(name);
+  return own != nullptr && found == libc_function(name) ? own : found;
+}
+
+}  // namespace
+}  // namespace quarl::glibc
+
+// For the entries in assembly.
+extern "C" {
+
+[[gnu::visibility("hidden")]] uint64_t quarl_way_to_dlopen() {
+  return quarl::glibc::way_to("dlopen");
+}
+[[gnu::visibility("hidden")]] uint64_t quarl_way_to_dlmopen() {
+  return quarl::glibc::way_to("dlmopen");
+}
+[[gnu::visibility("hidden")]] void* quarl_way_to_dlsym(void* handle) {
+  const bool opened = handle != RTLD_DEFAULT && handle != RTLD_NEXT;
+  if (opened && quarl::glibc::blocks_are_ours()) return reinterpret_cast<void*>(quarl::glibc::find_in);
+  return quarl::glibc::next_or_nothing("dlsym");
+}
+
+}  // extern "C"
