@@ -201,6 +201,7 @@ COMMAND(refuse) {  // from now on the kernel refuses to unmap N(1) bytes; the ch
                    : "0"(SYS_prctl), "b"(PR_SET_SECCOMP), "c"(SECCOMP_MODE_FILTER), "d"(&filter)
                    : "memory");
 #endif
+  (void)filter;
   return (Word)result;
 }
 COMMAND(exit) {
