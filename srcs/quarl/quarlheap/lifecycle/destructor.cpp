@@ -34,6 +34,7 @@ void close_log_files() REQUIRES(hook_mutex) {
     const InsideChecker inside;
     const ExitLock lock;
     hook_mutex.assert_held();
+    if (lock.interrupted_a_hook()) expect_unfinished_list();
     const bool may_call = !confined();  // behind a filter all is written already, and the kernel cleans up
     if (may_call) run_exit_dump();
     if (may_call) release_all_record_pages();

@@ -14,6 +14,7 @@ class ExitLock {
     if (taken_) hook_mutex.lock();
   }
   ~ExitLock() NO_THREAD_SAFETY_ANALYSIS { taken_ ? hook_mutex.unlock() : write_held_texts(take_held_texts()); }
+  bool interrupted_a_hook() const { return !taken_; }
   ExitLock(const ExitLock&) = delete;
   ExitLock& operator=(const ExitLock&) = delete;
 

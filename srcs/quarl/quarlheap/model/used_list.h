@@ -17,6 +17,10 @@ extern bool used_list_closed GUARDED_BY(hook_mutex);
 // into memory that is somebody else's. The list is empty, and hooks that other threads are still inside leave it so.
 void close_used_list() REQUIRES(hook_mutex);
 
+// The hook that was interrupted on this thread may have half linked a block, and will not go on: that the list breaks
+// off there is no damage.
+void expect_unfinished_list() REQUIRES(hook_mutex);
+
 namespace header {
 
 inline Address link(Address p, HeaderWord which) {
