@@ -77,6 +77,9 @@ TEST_F(LogFileTest, LeavesADescriptorThatIsNoLongerItsOwnAndGoesOnWithItsFile) {
   EXPECT_TRUE(file.is_open());
   EXPECT_TRUE(append("x").ok());
   EXPECT_EQ(content(), "x");
+  close_range(static_cast<unsigned>(number) + 1, 1023, 0);  // where it is now
+  EXPECT_TRUE(append("y").ok());
+  EXPECT_EQ(content(), "xy");
   file.close();
   EXPECT_FALSE(file.is_open());
   EXPECT_NE(fcntl(number, F_GETFD), -1) << "the application's descriptor was closed";

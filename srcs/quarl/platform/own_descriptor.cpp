@@ -11,6 +11,7 @@ namespace {
 constexpr int kLowestDescriptor = 100;
 constexpr int kLeftFree = 16;  // numbers below are the program's, however low its limit is
 constexpr int kLastStandard = 2;
+constexpr int kTries = 3;
 constexpr int kFileMode = 0666;  // before the umask
 
 // Where the program may have no more than so many, the last quarter of them.
@@ -24,7 +25,8 @@ int lowest_descriptor() {
 
 int move_up(int fd) {
   const int moved = sys::duplicate_above(fd, lowest_descriptor());
-  if (moved < 0 && fd > kLastStandard) return fd;
+  const bool gone = moved < 0 && errno == EBADF;  // closed by a thread of the application: whoever uses it will see
+  if (gone || (moved < 0 && fd > kLastStandard)) return fd;
   sys::close(fd);
   if (moved < 0) errno = EMFILE;
   return moved;
@@ -33,8 +35,12 @@ int move_up(int fd) {
 bool OwnDescriptor::open(const char* path, int flags) {
   errno = EMFILE;
   if (sys::descriptor_limit() <= kLeftFree) return false;
-  const int fd = sys::open(path, flags, kFileMode);
-  return fd >= 0 && take(move_up(fd));
+  for (int tries = kTries; tries > 0; --tries) {
+    const int fd = sys::open(path, flags, kFileMode);
+    if (fd >= 0 && take(move_up(fd))) return true;
+    if (errno != EBADF) break;  // closed by a thread of the application that closes everything
+  }
+  return false;
 }
 
 bool OwnDescriptor::open_again(const char* path, int flags) {

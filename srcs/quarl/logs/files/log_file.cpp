@@ -101,9 +101,15 @@ void LogFile::find_end() {
   end_ = end >= 0 ? end : 0;
 }
 
-FileResult LogFile::write_at(int64_t offset, const void* data, size_t size) {
+FileResult LogFile::try_write_at(int64_t offset, const void* data, size_t size) {
   if (sys::seek(descriptor_.fd(), offset, SEEK_SET) < 0) return FileResult::of(false);
-  const FileResult written = FileResult::of(sys::write_quietly(descriptor_.fd(), data, size));
+  return FileResult::of(sys::write_quietly(descriptor_.fd(), data, size));
+}
+
+FileResult LogFile::write_at(int64_t offset, const void* data, size_t size) {
+  FileResult written = try_write_at(offset, data, size);
+  // A thread of the application may close it at any moment.
+  if (written.error() == EBADF && is_open()) written = try_write_at(offset, data, size);
   if (!written.ok()) {
     find_end();
   } else if (size > 0 && offset + static_cast<int64_t>(size) > end_) {

@@ -41,6 +41,7 @@ class LogFile {
 
   FileResult make(int existing);
   bool make_here(const char* name);
+  FileResult try_write_at(int64_t offset, const void* data, size_t size);
   FileResult write_at(int64_t offset, const void* data, size_t size);
   void find_end();
   const char* path_of(const char* name);
