@@ -72,6 +72,10 @@ mkdir -p .ssh; cat key.pub >.ssh/authorized_keys; printf 'Port 2222\nHostKey /wo
 printf 'StrictHostKeyChecking no\nUserKnownHostsFile /dev/null\nIdentityFile /work/key\nLogLevel ERROR\nPort 2222\n' >ssh.conf
 await test -e pid; ssh -F ssh.conf localhost 'echo in; cat; exit 3' <text | md5sum; ssh -F ssh.conf localhost exit 3 || echo $?; scp -q -F ssh.conf text localhost:/work/copied; cmp text copied; printf 'ls -1 text\nget text got\n' | sftp -q -F ssh.conf -b - localhost; kill $server; wait || true
 """),
+    Program("chrony", ("chrony",), ignore=("out", "pid"), work=r"""
+printf 'local stratum 10\nallow\nport 1230\ncmdport 0\nbindcmdaddress /\npidfile /work/pid\nuser worker\n' >c.conf; chronyd -U -F 1 -x -d -f c.conf >out 2>&1 & server=$!
+await grep -q 'Loaded seccomp filter' out; sed 's/^[^ ]* //' out | tail -n 1; kill $server; wait $server || echo $?
+"""),
     Program("bind", ("bind9", "bind9-dnsutils"), ignore=("out", "K*", "*.signed", "dsset*", "*.jnl"), work=r"""
 { printf '$TTL 300\n@ IN SOA ns.t. a.t. 1 60 60 60 60\n@ IN NS ns.t.\nns.t. IN A 127.0.0.1\n'; for i in $(seq 300); do echo "h$i IN A 10.0.$((i / 256)).$((i % 256))"; done; } >zone
 printf 'options { directory "/work"; listen-on port 5300 { 127.0.0.1; }; listen-on-v6 { none; }; pid-file "/tmp/named.pid"; session-keyfile "/tmp/k"; recursion no; allow-query { any; }; };\ncontrols {};\nzone "t" { type master; file "/work/zone"; };\n' >named.conf
