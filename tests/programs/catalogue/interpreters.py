@@ -45,7 +45,7 @@ python3.11 work.py
 export PERL5LIB=$(echo $TREE/usr/lib/*/perl-base $TREE/usr/lib/*/perl/5.* $TREE/usr/share/perl/5.* | tr ' ' :)
 perl -F, -lane '$n{$F[1]}{$F[2]} += $F[3]; END { for $a (sort keys %n) { printf "%s %s\n", $a, join " ", map { sprintf "%.2f", $n{$a}{$_} } sort keys %{$n{$a}} } }' table
 perl -MPOSIX -MList::Util=reduce -MData::Dumper -MStorable=dclone -e '$Data::Dumper::Sortkeys = 1; my @t = map { { n => $_, s => "x" x $_ } } 1..300; my $c = dclone(\@t);
-  print Dumper($c->[5]), (reduce { $a * 3 + $b & 0xffff } map { length $_->{s} } @$c), "\n"; my $s = join ",", 1..4000; 1 while $s =~ s/(\d)(\d{3})(?!\d)/$1.$2/; print length $s, "\n";
+  print Dumper($c->[5]), (reduce { $a * 3 + $b & 0xffff } map { length $_->{s} } @$c), "\n"; my $s = join ",", 1..1500; 1 while $s =~ s/(\d)(\d{3})(?!\d)/$1.$2/; print length $s, "\n";
   local $SIG{ALRM} = sub { die "rung\n" }; eval { alarm 1; 1 while 1 }; print $@; eval { die { code => 7 } }; print $@->{code}, "\n"; sub f { my $n = shift; $n ? 1 + f($n - 1) : 0 } no warnings; print f(5000), "\n"'
 perl -Mthreads -e 'print join(" ", map { $_->join } map { my $k = $_; threads->create(sub { my %h = map { $_ => $k } 1..2000; scalar keys %h }) } 1..4), "\n"'
 """),
