@@ -147,6 +147,7 @@ void print(int fd, const char* pattern, ...) {
 }
 
 void print_trouble(bool* told, const char* pattern, ...) {
+  if (confined()) return;
   const bool quiet = keeps_libc_promises();
   if (quiet && __atomic_exchange_n(told, true, __ATOMIC_RELAXED)) return;
   va_list args;

@@ -46,7 +46,11 @@ bool before(bool every_thread) {
     hook_mutex.assert_held();
     if (!confined()) write_all_there_is();
   }
-  confine();
+  {
+    const ExitLock
+        lock;  // anew: releasing it has written what waited for that, and now no other thread is about to write
+    confine();
+  }
   if (every_thread) await_own_calls();
   return true;
 }
