@@ -226,6 +226,19 @@ class OwnPages(Lists):
             lines = [line.split() for line in file]
         return {tuple(int(end, 16) for end in line[0].split("-")) for line in lines if line[1] == "rw-p" and len(line) == 5}
 
+    @promise("So they do where it unmaps what it has mapped, with holes in it in which they lie.")
+    def test_records_move_out_of_a_hole(self):
+        driver = self.driver("")
+        made = [driver.do(f"mmap 0 {PAGE} 0 34 -1 0") for _ in range(100)]
+        page = driver.read("qr_mmap_block_tail")
+        self.assertEqual(driver.munmap(page, 4 * PAGE), 0)
+        self.assertNotEqual(driver.read("qr_mmap_block_tail"), page)
+        self.assertEqual(self.lists(driver)[0], 100)
+        for address in made:
+            driver.munmap(address, PAGE)
+        self.assertEqual(self.lists(driver), (0, 0, []))
+        self.assert_ends(driver)
+
     def test_kept_pages_of_a_large_block_are_given_up(self):
         driver = self.driver("")
         block = driver.malloc(200000)

@@ -68,8 +68,8 @@ TraceInfoEntry* find_mapping(uint32_t address, uint32_t length) REQUIRES(hook_mu
 // The mapping has another size from now on.
 void resize_mapping_entry(TraceInfoEntry* entry, uint32_t size) REQUIRES(hook_mutex);
 
-// The application is about to map what it likes at these addresses: whatever of the records lies there moves away.
-// False when there is no memory elsewhere.
+// The application is about to map what it likes at these addresses, or to unmap all that is there: whatever of the
+// records lies there moves away. False when there is no memory elsewhere.
 bool leave_to_application(const AddressRange& range) REQUIRES(hook_mutex);
 
 // At exit.

@@ -141,6 +141,7 @@ void* ext_mmap(void* addr, size_t length, int prot, int flags, int fd, long offs
 
 int ext_munmap(void* addr, size_t length) {
   if (told_mapping(addr)) return 0;
+  leave_to_application({address_of(addr), round_up(length, kPage)});
   return static_cast<int>(syscall(SYS_munmap, addr, length));
 }
 

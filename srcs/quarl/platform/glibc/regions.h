@@ -37,7 +37,8 @@ void move_region(const Region& region, const Region& place);
 // Unmaps all that are kept: somebody finds no memory. False when there were none.
 bool drop_kept_regions();
 
-// The application is about to map what it likes there: no region that overlaps the range is kept.
+// The application is about to map what it likes there, or to unmap all that is there: no region that overlaps the range
+// is kept.
 void leave_to_application(const AddressRange& range);
 
 // What a region for a mapping of that size is made with.

@@ -77,10 +77,18 @@ void count_unmapping(const Counters& counters, const Unmapping& unmapping) REQUI
   }
 }
 
-Unmapping begin_unmapping(uint32_t address, uint32_t length) {
+AddressRange pages_of(const void* addr, size_t length) {
+  return {address_of(addr), round_up(length, static_cast<uint32_t>(QR_PAGE_SIZE))};
+}
+
+// Where the application unmaps what it had, holes in it and all, the checker's own may lie in a hole. False when there
+// is no memory to go to.
+bool begin_unmapping(const void* addr, uint32_t length, Unmapping* unmapping) {
   const KeepErrno keep;
   const ScopedLock lock;
-  return unmappings.begin(address, length);
+  if (!leave_to_application(pages_of(addr, length))) return false;
+  *unmapping = unmappings.begin(address_of(addr), length);
+  return true;
 }
 
 void note_unmapping(const Flags& flags, uint32_t address, uint32_t length, const Unmapping& unmapping, bool unmapped,
@@ -101,7 +109,7 @@ bool leave_wanted_place(const void* addr, size_t length, int flags) {
   if ((flags & MAP_FIXED) == 0) return true;
   const KeepErrno keep;
   const ScopedLock lock;
-  return leave_to_application({address_of(addr), round_up(length, static_cast<uint32_t>(QR_PAGE_SIZE))});
+  return leave_to_application(pages_of(addr, length));
 }
 
 // Records are kept while mappings are; what happens to them is seen while there are any.
@@ -136,7 +144,11 @@ bool tracks_unmapping(const Flags& config) {
   const InsideChecker inside;
   const Flags config = enter_hook(0);
   if (!tracks_unmapping(config)) return raw::unmap(addr, length);
-  const Unmapping unmapping = begin_unmapping(address_of(addr), length);
+  Unmapping unmapping{};
+  if (!begin_unmapping(addr, length, &unmapping)) {
+    errno = ENOMEM;
+    return -1;
+  }
   const int result = raw::unmap(addr, length);
   unmappings.tell_result(unmapping, result == 0);
   const KeepErrno keep;
