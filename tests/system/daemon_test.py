@@ -38,7 +38,7 @@ class Daemons(case.Case):
         self.assert_ends(process)
         return lambda kind: self.directory / f"{self.target.process_name('leaving')}_{pid}_{kind}.log"
 
-    @promise("Logs are made in the directory in which the process began, by forked children too.",
+    @promise("Where none can be made in the current directory, it is made in the one in which the process began, by forked children too.",
              "A log or the maps file that the application has closed is opened again when it is needed.")
     def test_maps_and_records_reach_a_log(self):
         ways = [("none", "loop"), ("none", "from"), ("none", "range"), ("none", "over"), ("one", "nothing"),
@@ -59,13 +59,12 @@ class Daemons(case.Case):
                     self.assertEqual(log.stats.counts()["malloc"], (4, 0, 10000))
                     self.assertGreater(log.time, 0)
 
-    @promise("Logs are made in the directory in which the process began, by forked children too.")
+    @promise("Where none can be made in the current directory, it is made in the one in which the process began, by forked children too.")
     def test_chain_that_is_begun_elsewhere(self):
         path = self.leave("none", "from", CLOCK + SNAPSHOT)("quarl_autosnap")
         [snapshot] = read_chain(path)
         self.assertIn("quarlcfg.ini", snapshot.maps)
 
-    @promise("One that cannot be made there is made in the directory that is current when it is next opened.")
     def test_directory_in_which_no_log_can_be_made(self):
         """A service is started in a directory that is not its own, and goes to its own."""
         for config, kind in ((RECORDS, "quarlAll"), (SNAPSHOT, "quarl")):

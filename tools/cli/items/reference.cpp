@@ -59,7 +59,7 @@ and `quarlcfg.ini` too. But for `QUARL_CFG_FILE`, which every reload looks at, t
 | variable | meaning | default |
 |---|---|---|
 | `QUARL_CFG_FILE` | the configuration file; it may be a pipe, for whose writer the start waits up to 5 seconds and a reload not at all | `quarlcfg.ini` |
-| `QUARL_LOG_DIR` | folder for logs; made when only its last part is missing | the directory in which the process begins |
+| `QUARL_LOG_DIR` | folder for logs; made when only its last part is missing | the current directory when a log is made |
 | `QUARL_KEEP` | `findings`: at exit the process removes its own logs that hold no fault, no record and nothing unfreed | all stay |
 | `QUARL_ONLY` | names of programs, separated by commas: of a tree of processes only these are checked. The name of the file, of the process or the one called by counts | all |
 | `QUARL_CONTRACT` | `plain` or `libc`: see above | `plain` |

@@ -10,8 +10,8 @@ namespace {
 
 constexpr size_t kPathSize = 4096;  // as long as a path may be
 
-constinit char log_directory[kPathSize] = "";  // "" when it has no path
-constinit bool named = false;                  // by QUARL_LOG_DIR
+constinit char settled[kPathSize] = "";  // the named folder, else where the process began; "" when it has no path
+constinit bool named = false;            // by QUARL_LOG_DIR
 
 void put_directory(const char* directory, Text* path) {
   if (directory[0] == '\0') return;
@@ -31,24 +31,23 @@ const char* current_directory() {
 void settle_log_directory() {
   const char* folder = environment("QUARL_LOG_DIR");
   named = folder != nullptr && folder[0] != '\0';
-  Text path(log_directory, sizeof log_directory);
+  Text path(settled, sizeof settled);
   if (!named || folder[0] != '/') put_directory(current_directory(), &path);
   path.format("%s", named ? folder : "").terminate();
 }
 
 bool make_log_directory() {
-  return named && sys::make_directory(log_directory) == 0;
+  return named && sys::make_directory(settled) == 0;
 }
 
 void place_log(const char* name, Text* path) {
-  if (name[0] != '/') put_directory(log_directory, path);
+  if (name[0] != '/') put_directory(named ? settled : current_directory(), path);
   path->format("%s", name).terminate();
 }
 
-bool place_log_here(const char* name, Text* path) {
-  const char* here = current_directory();
-  if (named || name[0] == '/' || here[0] == '\0') return false;
-  put_directory(here, path);
+bool place_log_at_start(const char* name, Text* path) {
+  if (named || name[0] == '/' || settled[0] == '\0') return false;
+  put_directory(settled, path);
   path->format("%s", name).terminate();
   return true;
 }

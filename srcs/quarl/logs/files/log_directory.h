@@ -1,5 +1,5 @@
-// Where logs are made: the folder that QUARL_LOG_DIR names, else the directory in which the process began. Both are
-// settled at start-up, so that a daemon that changes directory, and its children, find them.
+// Where logs are made: in the folder that QUARL_LOG_DIR names, else in the current directory, or, where none can be
+// made there, in the one in which the process began: a daemon's logs, and those of its children, lie there.
 #pragma once
 
 #include "platform/print.h"
@@ -9,12 +9,13 @@ namespace quarl {
 // Looks at the variable and the current directory; once, at start-up.
 void settle_log_directory();
 
-// The path of a log in that folder. A folder whose own path is not known leaves it relative.
+// The path of a log in the named folder or the current directory. One whose own path is not known leaves it relative.
+// Under hook_mutex (start-up excepted).
 void place_log(const char* name, Text* path);
 
-// The path of a log in the directory that is current now, for one that cannot be made where it belongs. False, with
-// `path` as it was, when a folder was named or this one has no path. Under hook_mutex (start-up excepted).
-bool place_log_here(const char* name, Text* path);
+// The path of a log in the directory in which the process began. False, with `path` as it was, when a folder was named
+// or that one has no path.
+bool place_log_at_start(const char* name, Text* path);
 
 // Makes the named folder, in one that is there. False when none is named, or it cannot be made.
 bool make_log_directory();

@@ -37,9 +37,9 @@ FileResult LogFile::make(int existing) {
   return FileResult::of(descriptor_.open(path_, O_CREAT | O_WRONLY | existing));
 }
 
-bool LogFile::make_here(const char* name) {
+bool LogFile::make_at_start(const char* name) {
   Text path(path_, sizeof path_);
-  return place_log_here(name, &path) && make(kOnlyNew).ok();
+  return place_log_at_start(name, &path) && make(kOnlyNew).ok();
 }
 
 FileResult LogFile::create(const char* name) {
@@ -48,7 +48,7 @@ FileResult LogFile::create(const char* name) {
   path_of(name);
   // With rights that whoever chose the directory may not have, nothing that lies there already is written to.
   const FileResult made = make(has_borrowed_rights() ? kOnlyNew : O_TRUNC);
-  wanted_ = created_ = made.ok() || make_here(name);
+  wanted_ = created_ = made.ok() || make_at_start(name);
   find_end();
   if (!wanted_) path_[0] = '\0';
   return wanted_ ? FileResult::success() : made;

@@ -40,7 +40,7 @@ class LogFile {
   static constexpr size_t kPathSize = 4096 + 256;
 
   FileResult make(int existing);
-  bool make_here(const char* name);
+  bool make_at_start(const char* name);
   FileResult try_write_at(int64_t offset, const void* data, size_t size);
   FileResult write_at(int64_t offset, const void* data, size_t size);
   void find_end();
