@@ -32,6 +32,9 @@ int sys::open(const char*, int, int) {
 bool sys::stat_path(const char*, struct stat64*) {
   abort();
 }
+int sys::descriptor_limit() {
+  return 1024;
+}
 int sys::duplicate_above(int, int) {
   abort();
 }
