@@ -63,6 +63,32 @@ class DamagedLinks(case.Case):
         driver.await_match("invalid pointer", "err")
         self.assertIn(driver.finish(), (-signal.SIGABRT, 128 + signal.SIGABRT))
 
+    @promise("When a damaged link loses blocks from the list, one line on standard error says so.")
+    def test_circle_is_told_once(self):
+        for first, last in ((1, 3), (2, 40), (7, 8), (97, 98)):
+            with self.subTest(first=first, last=last):
+                driver, blocks = self.chain(100)
+                driver.fill(blocks[last] + 16, 0, 1)  # a guard on the circle
+                self.set_link(driver, blocks[last], NEXT, blocks[first])
+                for _ in range(3):
+                    driver.malloc(16)
+                    self.assertLess(len(self.found(driver)), 3)
+                told = re.findall(r"breaks off at (0x\w+): (\d+) of (\d+) blocks", driver.err)
+                self.assertEqual(len(told), 1, driver.err)
+                lost = len(blocks) - 1 - last + 1  # the block made last is one of them
+                self.assertEqual((int(told[0][0], 16), int(told[0][1])), (blocks[last], lost))
+
+    def test_blocks_that_outlive_the_list_and_the_checks(self):
+        driver, blocks = self.chain(3)
+        self.set_link(driver, blocks[0], NEXT, 0)
+        self.set_link(driver, blocks[1], PREV, 0)
+        driver.free(blocks[0])  # nothing leads to the others now
+        self.configure("QUARL_ALL=0")
+        driver.do(f"raise {signal.SIGUSR1:d}")
+        driver.free(blocks[1])
+        self.assertEqual(driver.finish(), 0)
+        self.assertEqual(driver.out, "")
+
     @promise("A link to where no block can be is damage of the block that holds it.")
     def test_wild_link_is_a_broken_head(self):
         for which in (NEXT, PREV):

@@ -11,9 +11,10 @@ namespace quarl {
 namespace {
 
 // Nothing is counted or recorded, and no block was ever headed or all are gone: the pointer cannot be one of ours, and
-// is forgotten if it was given out without a header.
+// is forgotten if it was given out without a header. The number of blocks tells, for damage may have lost the list's
+// head.
 bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
-  if (flags.tracked() || __atomic_load_n(&heap_block_head, __ATOMIC_RELAXED) != 0) return false;
+  if (flags.tracked() || __atomic_load_n(&heap_block_count, __ATOMIC_RELAXED) != 0) return false;
   if (DoubtfulBlock(p).is_freed()) return false;
   take_bare_block(pointer_to(p));
   return true;

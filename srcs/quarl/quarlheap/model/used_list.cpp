@@ -118,15 +118,35 @@ BlockWalk::BlockWalk() : at_(heap_block_head) {
   at_ = met_ = 0;
 }
 
+// Blocks that the lap met a second time do not count again.
+bool BlockWalk::closes_circle(Address next) {
+  for (const Turn& turn : {last_, marked_}) {
+    if (next != turn.to) continue;
+    if (at_ == turn.from) met_ = turn.met;
+    return true;
+  }
+  if (header::names(next, kPrevLink, at_)) return false;
+  last_ = {at_, next, met_};
+  ++turns_;
+  if ((turns_ & (turns_ - 1)) == 0) marked_ = last_;
+  return false;
+}
+
 void BlockWalk::step() {
   const Address next = header::link(at_, kNextLink);
-  const bool ends = next == 0 || next == at_ || next == heap_block_head;
+  const bool ends = next == 0 || next == at_ || next == heap_block_head || closes_circle(next);
   if (!ends && met_ < heap_block_count && DoubtfulBlock(next).can_be_block()) {
     ++met_;
     at_ = next;
     return;
   }
-  if (!ends && met_ == heap_block_count) --met_;  // the link should end here, and leads along a circle or nowhere
+  if (!ends && met_ == heap_block_count) {  // the link should end here, and leads along a circle or nowhere
+    if (turns_ > 0) {
+      at_ = last_.from;
+      met_ = last_.met;
+    }
+    if (!broke_off()) --met_;
+  }
   if (broke_off()) {
     tell_broken_off(at_, met_);
   } else {

@@ -125,9 +125,9 @@ inline void mark_released(SoundBlock block, Ties ties) REQUIRES(hook_mutex) {
 // A walk along the list: for (BlockWalk walk; walk.here(); walk.step()) walk.block();
 //
 // Any block on it may be damaged; its link is followed all the same where it can lead to a block. A link that is 0 or
-// points back to the block itself or to the list's head ends the walk, and so does one that leads nowhere. It ends
-// after as many steps as there are blocks at the latest. When it ends of itself and has not met as many, standard error
-// is told, once for each place.
+// points back to the block itself or to the list's head ends the walk, and so does one that leads nowhere, or to where
+// the walk remembers to have been: it goes around a circle. It ends after as many steps as there are blocks at the
+// latest. When it ends of itself and has not met as many, standard error is told, once for each place.
 class BlockWalk {
  public:
   BlockWalk() REQUIRES(hook_mutex);
@@ -138,8 +138,20 @@ class BlockWalk {
   bool broke_off() const REQUIRES(hook_mutex) { return met_ < heap_block_count; }
 
  private:
+  // A link that its target does not answer. Two blocks name the one at which a circle is entered, so one of those links
+  // is such a turn.
+  struct Turn {
+    Address from;
+    Address to;
+    uint32_t met;
+  };
+  bool closes_circle(Address next) REQUIRES(hook_mutex);
+
   Address at_;
   uint32_t met_ = 1;
+  uint32_t turns_ = 0;
+  Turn last_{};    // is met again on a circle with no other
+  Turn marked_{};  // at each power of two of turns: is met again on any other circle
 };
 
 }  // namespace quarl
