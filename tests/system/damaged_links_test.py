@@ -104,6 +104,46 @@ class DamagedLinks(case.Case):
                     self.assertEqual([report.address for report in reports], [blocks[2]] * 2)
                     self.assertEqual([driver.word(blocks[i] - SELF) & ~3 for i in (1, 3)], [blocks[1], blocks[3]])
 
+    def test_block_that_a_broken_list_has_lost(self):
+        driver, blocks = self.chain()
+        for block in (blocks[1], blocks[3]):
+            self.set_link(driver, block, NEXT, 0)
+            self.set_link(driver, block, PREV, 0)
+        worker = driver.spawn()
+        self.set_link(driver, blocks[2], NEXT, 0)
+        self.set_link(driver, blocks[2], PREV, 0)
+        worker.send(f"free {blocks[2]:#x}")
+        driver.await_match(r"at head[\s\S]*call trace :\n(\d+ : \w+\n)+")
+        self.assertNotIn("double free", driver.out)
+
+    def test_end_of_the_list_that_is_gone(self):
+        """A forged block becomes the end of the list, and its memory goes: the next block is linked behind a real one."""
+        driver = self.driver(QUIET_END)
+        large = driver.malloc(1 << 20)
+        before, last = driver.malloc(16), driver.malloc(16)
+        forged = large + 64
+        for offset in range(4, 68, 4):
+            driver.set_word(forged - offset, driver.word(last - offset))
+        for which, target in ((SELF, forged), (NEXT, last), (PREV, before)):
+            self.set_link(driver, forged, which, target)
+        self.set_link(driver, last, PREV, forged)
+        driver.free(last)
+        driver.free(large)
+        late = driver.malloc(16)
+        driver.fill(late + 16, 0, 1)
+        self.assertEqual(self.found(driver), [late])
+        self.assertEqual(driver.word(late - PREV) & ~3, before)
+        self.assert_ends(driver, driver.out, driver.err)
+
+    def test_size_that_is_off_by_less_than_the_check_sees(self):
+        """Without a guard: the pages of its neighbours stay known."""
+        driver = self.driver(QUIET_END + "QUARL_SLOPOVER=0")
+        block, neighbour = driver.memalign(4096, 4092), driver.malloc(5000)
+        driver.set_word(block - SIZE, 4098)
+        driver.free(block)
+        driver.free(neighbour)
+        self.assert_ends(driver)
+
     @promise("A pointer that a resize moved away from is a block no more: its release is reported as the second.")
     def test_stale_pointer_of_a_resize(self):
         for command in ("free {}", "realloc {} 50", "realloc {} 0"):

@@ -35,10 +35,12 @@ namespace {
 
 namespace {
 
-// A block that names itself but is not the list's: it was released, or moved by a resize, and its header outlived it.
-// A link that leads nowhere is a damaged head; others are mended when the block goes.
+// A block that names itself but is not the list's: it was released, or moved by a resize, and its header outlived it;
+// or it is one that a damaged list has lost. A link that leads nowhere is a damaged head; others are mended when the
+// block goes.
 [[gnu::cold, gnu::noinline]] void check_links(DoubtfulBlock block) REQUIRES(hook_mutex) {
-  if (!block.can_be_block() || !is_listed(block.p())) report_and_stop(block, QR_FAULT_DOUBLE_FREE, true);
+  if (!block.can_be_block()) report_and_stop(block, QR_FAULT_DOUBLE_FREE, true);
+  if (!is_listed(block.p())) report_and_stop(block, list_is_broken() ? QR_FAULT_HEAD : QR_FAULT_DOUBLE_FREE, true);
   if (has_wild_link(block)) report_and_stop(block, QR_FAULT_HEAD, true);
 }
 

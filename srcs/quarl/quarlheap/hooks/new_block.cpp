@@ -10,7 +10,7 @@ void* build_block(const NewBlock& block, Address raw) {
   if (block.flags.header()) {
     fill_header(p, block.flags, block.size, block.op, block.trace, block.place.align_log2);
     const SoundBlock made(p, block.place.offset);
-    link_block(made, p + block.size + block.place.guard - 1);
+    link_block(made, header::last_byte(p, block.size, block.place.guard));
     if (block.flags.record_log()) record_allocation(made, block.trace);
   } else {
     keep_bare_block(pointer_to(p));

@@ -70,7 +70,8 @@ HeadedBlock find_headed_block(void* user) {
   if (!block.can_be_block() || !block.names_itself()) return {HeadedBlock::kNone, nullptr, 0};
   const BoundedBlock bounded = block.bounded();
   if (!header_fits(bounded)) return {HeadedBlock::kDamaged, nullptr, 0};
-  return {HeadedBlock::kSound, pointer_to(block.p() - bounded.offset()), bounded.size()};
+  const uint32_t size = bounded.size() < bounded.room() ? bounded.size() : bounded.room();
+  return {HeadedBlock::kSound, pointer_to(block.p() - bounded.offset()), size};
 }
 
 void forget_headed_block(void* user) {

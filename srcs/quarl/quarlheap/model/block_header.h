@@ -33,6 +33,11 @@ inline HeaderLayout layout(Address p) {
 inline TraceInfo trace_info(Address p, const HeaderLayout& layout) {
   return {layout.trace_info ? field(p, layout.trace_info_offset()) : 0};
 }
+// Without a guard nothing behind the header is read.
+inline Address last_byte(Address p, uint32_t size, uint32_t guard) {
+  return guard != 0 ? p + size + guard - 1 : p - 1;
+}
+
 }  // namespace header
 
 // What the optional fields of a header say, 0 where one is not there.
@@ -61,7 +66,7 @@ class SoundBlock {
   Address p() const { return p_; }
   Address raw() const { return p_ - offset_; }
   Address chunk_word() const { return raw() - 4; }
-  Address last_byte() const { return p_ + size() + layout().guard_size() - 1; }
+  Address last_byte() const { return header::last_byte(p_, size(), layout().guard_size()); }  // that the checker reads
   uint32_t size() const { return header::word(p_, kUserSize); }
   HeaderLayout layout() const { return header::layout(p_); }
   HeaderFields fields() const { return HeaderFields::read(words(), layout()); }
@@ -92,12 +97,15 @@ class BoundedBlock {
   // Whether an ordinary chunk can lie there.
   bool raw_is_aligned() const { return ((p_ - offset_) & (raw_alignment - 1)) == 0; }
 
-  // Whether the block's last bytes, as many as the guard has, lie in memory that is there.
-  bool end_exists() const {
-    const Address last = p_ + size() + layout().guard_size() - 1;
+  // Whether the guard, where there is one, lies in memory that is there.
+  bool guard_exists() const {
+    const Address last = header::last_byte(p_, size(), layout().guard_size());
     if (__builtin_expect(on_one_page(p_ - 4, last), 1)) return true;
     return page_is_live(last) && page_is_live(last - 3);
   }
+
+  // Bytes from p to the end of its chunk: the size may be off by as much as the check tolerates.
+  uint32_t room() const { return chunk().room() - offset_; }
 
  private:
   friend class DoubtfulBlock;

@@ -1,9 +1,9 @@
-// Which pages of memory hold live blocks' headers and the ends of live blocks: the memory that is known to be there. A
-// byte a page for the whole address space, in zero memory that only the parts in use are touched of.
+// Which pages of memory hold live blocks' headers and guards: the memory that is known to be there. A byte a page for
+// the whole address space, in zero memory that only the parts in use are touched of.
 //
 // A page is counted once for every live block that the checker reads on it: the word before the raw block, the header,
-// and the last byte that the header tells of (the guard's, where there is one). More than a page's worth of the
-// smallest blocks does not fit a page, so a byte is enough.
+// and the guard, where there is one. More than a page's worth of the smallest blocks does not fit a page, so a byte is
+// enough.
 #pragma once
 
 #include "platform/address.h"
@@ -36,7 +36,8 @@ constexpr bool page_holds(Address p, uint32_t bytes_below) {
 [[gnu::cold, gnu::noinline]] void enter_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
 [[gnu::cold, gnu::noinline]] void leave_far_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex);
 
-// A block at p becomes live, or ends: `lowest` is the address of its chunk word, `last` that of its last byte.
+// A block at p becomes live, or ends: `lowest` is the address of its chunk word, `last` that of the last byte that is
+// read of it.
 inline void enter_pages(Address p, Address lowest, Address last) REQUIRES(hook_mutex) {
   ++live_pages[(p - 4) >> kPageShift];
   if (__builtin_expect(!on_one_page(lowest, last), 0)) enter_far_pages(p, lowest, last);

@@ -91,11 +91,22 @@ bool is_listed(Address p) {
   return find_naming(heap_block_head, kNextLink, p) != 0 || find_naming(heap_block_tail, kPrevLink, p) != 0;
 }
 
+bool list_is_broken() {
+  BlockWalk walk;
+  while (walk.here()) walk.step();
+  return walk.broke_off();
+}
+
 bool has_wild_link(DoubtfulBlock block) {
   const auto wild = [block](Address to) REQUIRES(hook_mutex) {
     return to != 0 && to != block.p() && to != heap_block_head && !DoubtfulBlock(to).can_be_block();
   };
   return wild(header::link(block.p(), kNextLink)) || wild(header::link(block.p(), kPrevLink));
+}
+
+void replace_lost_tail(Address p) {
+  const Address reached = last_before(heap_block_head, kNextLink, p);
+  heap_block_tail = is_block(reached) && reached != p ? reached : 0;
 }
 
 void unlink_damaged(Address p) {

@@ -45,6 +45,10 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
 
 }  // namespace header
 
+// The list's end is no block, or the list is empty: makes the last block that walks reach the end, for p to follow. A
+// link that was left behind may name p, whose memory is another's again.
+[[gnu::cold, gnu::noinline]] void replace_lost_tail(Address p) REQUIRES(hook_mutex);
+
 // Appends the block; its links were empty, and their flags stay.
 inline void link_block(SoundBlock block, Address last_byte) REQUIRES(hook_mutex) {
   const Address p = block.p();
@@ -52,6 +56,7 @@ inline void link_block(SoundBlock block, Address last_byte) REQUIRES(hook_mutex)
   ++heap_block_count;
   header::set_link(p, kSelfLink, p);
   if (__builtin_expect(used_list_closed, 0)) return;
+  if (__builtin_expect(!header::is_one(heap_block_tail), 0)) replace_lost_tail(p);
   header::set_link(p, kPrevLink, heap_block_tail);
   header::set_link(p, kNextLink, 0);
   if (heap_block_tail != 0) header::set_link(heap_block_tail, kNextLink, p);
@@ -83,6 +88,9 @@ struct Ties {
 // Whether the list knows the block, however damaged its links are: a neighbour or an end of the list names it, or a
 // walk from either end meets it.
 [[gnu::cold, gnu::noinline]] bool is_listed(Address p) REQUIRES(hook_mutex);
+
+// Whether a walk does not meet all blocks.
+[[gnu::cold, gnu::noinline]] bool list_is_broken() REQUIRES(hook_mutex);
 
 // Whether a link of the block leads to where no block can be. 0, the block itself and the head end a walk.
 [[gnu::noinline]] bool has_wild_link(DoubtfulBlock block) REQUIRES(hook_mutex);
