@@ -135,6 +135,15 @@ class DamagedLinks(case.Case):
         self.assertEqual(driver.word(late - PREV) & ~3, before)
         self.assert_ends(driver, driver.out, driver.err)
 
+    def test_damaged_end_of_the_list_keeps_its_place(self):
+        driver = self.driver(QUIET_END)
+        blocks = [driver.malloc(16) for _ in range(3)]
+        driver.set_word(blocks[2] - SELF, 0)
+        blocks.append(driver.malloc(16))
+        self.assertEqual([driver.word(block - NEXT) & ~3 for block in blocks[:3]], blocks[1:])
+        self.assertEqual(self.found(driver), [blocks[2]])
+        self.assert_ends(driver, driver.out, driver.err)
+
     def test_size_that_is_off_by_less_than_the_check_sees(self):
         """Without a guard: the pages of its neighbours stay known."""
         driver = self.driver(QUIET_END + "QUARL_SLOPOVER=0")

@@ -45,8 +45,8 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
 
 }  // namespace header
 
-// The list's end is no block, or the list is empty: makes the last block that walks reach the end, for p to follow. A
-// link that was left behind may name p, whose memory is another's again.
+// The list's end lies where no block can be, or the list is empty: makes the last block that walks reach the end, for p
+// to follow. A link that was left behind may name p, whose memory is another's again.
 [[gnu::cold, gnu::noinline]] void replace_lost_tail(Address p) REQUIRES(hook_mutex);
 
 // Appends the block; its links were empty, and their flags stay.
@@ -56,7 +56,7 @@ inline void link_block(SoundBlock block, Address last_byte) REQUIRES(hook_mutex)
   ++heap_block_count;
   header::set_link(p, kSelfLink, p);
   if (__builtin_expect(used_list_closed, 0)) return;
-  if (__builtin_expect(!header::is_one(heap_block_tail), 0)) replace_lost_tail(p);
+  if (__builtin_expect(!page_is_live(heap_block_tail - 4), 0)) replace_lost_tail(p);
   header::set_link(p, kPrevLink, heap_block_tail);
   header::set_link(p, kNextLink, 0);
   if (heap_block_tail != 0) header::set_link(heap_block_tail, kNextLink, p);
