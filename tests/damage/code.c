@@ -30,13 +30,16 @@ static void learn_modules(void) {
   fclose(maps);
 }
 
-// The C library's allocator is one object file: from its first symbol that can be asked for to its last.
+enum { kUnnamed = 0x1800 };  // bytes of the allocator's own functions below its first symbol
+
+// The C library's allocator is one object file: from what lies below its first symbol that can be asked for to its
+// last.
 static void learn_allocator(void) {
   void* libc = dlopen("libc.so.6", RTLD_NOW);
   void* first = dlvsym(libc, "__default_morecore", "GLIBC_2.0");
   if (!first) first = dlvsym(libc, "__default_morecore", "GLIBC_2.4");
   if (!first) first = (char*)dlsym(libc, "__libc_malloc") - 0x3000;
-  allocator_low = (uintptr_t)first;
+  allocator_low = (uintptr_t)first - kUnnamed;
   allocator_high = (uintptr_t)dlsym(libc, "malloc_info") + 100;
   // The loader's list of libraries lies in blocks that a pointer given back before may name.
   Dl_info walk;

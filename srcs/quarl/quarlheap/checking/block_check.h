@@ -35,7 +35,7 @@ inline uint32_t expected_chunk(BoundedBlock block) {
   if (!block) return false;
   const ChunkWord chunk = block.chunk();
   const bool usual = chunk.is_ordinary(expected_chunk(block)) && block.raw_is_aligned();
-  return (__builtin_expect(usual, 1) || chunk_tolerable(block)) && block.guard_exists();
+  return (__builtin_expect(usual, 1) || chunk_tolerable(block)) && block.end_exists();
 }
 
 inline FaultCode check_linked_block(BoundedBlock block) {

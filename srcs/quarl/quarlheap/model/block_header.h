@@ -33,7 +33,8 @@ inline HeaderLayout layout(Address p) {
 inline TraceInfo trace_info(Address p, const HeaderLayout& layout) {
   return {layout.trace_info ? field(p, layout.trace_info_offset()) : 0};
 }
-// Without a guard nothing behind the header is read.
+// The last byte of a block whose page is counted: the guard's. Without one the check does not notice a size that is off
+// by a little, which would name another page when the block goes.
 inline Address last_byte(Address p, uint32_t size, uint32_t guard) {
   return guard != 0 ? p + size + guard - 1 : p - 1;
 }
@@ -97,11 +98,12 @@ class BoundedBlock {
   // Whether an ordinary chunk can lie there.
   bool raw_is_aligned() const { return ((p_ - offset_) & (raw_alignment - 1)) == 0; }
 
-  // Whether the guard, where there is one, lies in memory that is there.
-  bool guard_exists() const {
-    const Address last = header::last_byte(p_, size(), layout().guard_size());
+  // Whether the block's end, its guard where it has one, lies in memory that is there.
+  bool end_exists() const {
+    const uint32_t guard = layout().guard_size();
+    const Address last = p_ + size() + guard - 1;
     if (__builtin_expect(on_one_page(p_ - 4, last), 1)) return true;
-    return page_is_live(last) && page_is_live(last - 3);
+    return guard != 0 ? page_is_live(last) && page_is_live(last - 3) : memory_exists(last);
   }
 
   // Bytes from p to the end of its chunk: the size may be off by as much as the check tolerates.
