@@ -34,11 +34,11 @@ class Stress(case.Case):
         """Children, programs started, threads cancelled and signals of all three kinds, in both kinds of log."""
         victim = self.target.victim("stress")
         command, _ = self.target.command(victim, (1, self.seed, "-"), {"QUARL_CFG_FILE": "none"}, True)
-        if self.target.emulated:
-            command[0] = "/usr/bin/qemu-arm"
         for config in ("", "QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=5600"):
             with self.subTest(config):
-                stress = self.stress(SIGNALS + config, "sfec", 100 if self.target.emulated else 400, command)
+                # The emulator's own locks are held for ever in a child that is forked beside threads.
+                modes, rounds = ("sc", 100) if self.target.emulated else ("sfec", 400)
+                stress = self.stress(SIGNALS + config, modes, rounds, command)
                 kind = "quarlAll" if config else "quarl"
                 log = read_log(self.log_path(stress, kind, program="stress"))
                 if config:
