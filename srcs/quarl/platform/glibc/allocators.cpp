@@ -1,6 +1,7 @@
 #include "platform/glibc/allocators.h"
 
 #include <malloc.h>
+#include <sched.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -174,7 +175,15 @@ void forget_pages(Address start, uint32_t size) {
 }
 
 void find_allocators() {
-  if (found.release != nullptr) return;
+  enum : uint32_t { kUnknown, kLooking, kKnown };
+  static constinit uint32_t state = kUnknown;
+  if (__atomic_load_n(&state, __ATOMIC_ACQUIRE) == kKnown) return;
+  uint32_t seen = kUnknown;
+  if (!__atomic_compare_exchange_n(&state, &seen, kLooking, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+    // Another thread looks: what it has found by now is not all.
+    while (__atomic_load_n(&state, __ATOMIC_ACQUIRE) != kKnown) sched_yield();
+    return;
+  }
   look_up_libc();
   look_in_front();
   if (left_alone()) {
@@ -183,6 +192,7 @@ void find_allocators() {
     look_behind_us();
   }
   publish();
+  __atomic_store_n(&state, kKnown, __ATOMIC_RELEASE);
 }
 
 }  // namespace quarl::glibc
