@@ -188,7 +188,7 @@ inline uint32_t header_size(const Flags& flags, Operation op, int depth) {
 
 // From the raw block to the user pointer.
 inline uint32_t offset_for(uint32_t lowest, uint32_t alignment) {
-  return round_up(lowest, alignment > least_alignment ? alignment : least_alignment);
+  return user_offset(lowest, alignment, least_alignment);
 }
 
 // Where a new block lies in its raw block.

@@ -109,16 +109,12 @@ struct HeaderLayout {
   }
 
   constexpr uint32_t guard_size() const { return guard ? kGuardSize : 0; }
-
-  // Bytes from the raw block to the user pointer; `info` is the block's, and 0 for one without;
-  // `least` is the least alignment of the process.
-  constexpr uint32_t header_offset(TraceInfo info, uint32_t least = 1U << kPlainAlignLog2) const {
-    const uint32_t lowest = lowest_offset(trace ? info.depth() : 0);
-    if (__builtin_expect(info.align_log2() <= kPlainAlignLog2, 1)) return round_up(lowest, least);
-    const uint32_t alignment = 1U << (info.align_log2() & 31);
-    return round_up(lowest, alignment > least ? alignment : least);
-  }
 };
+
+// Bytes from the raw block to the user pointer of a block of that alignment; `least` is the least of the process.
+constexpr uint32_t user_offset(uint32_t lowest, uint32_t alignment, uint32_t least) {
+  return round_up(lowest, alignment > least ? alignment : least);
+}
 
 // lowest_offset(0) of a block with these link words, by all that it depends on: where a header is read, the table is
 // quicker than the sum.
@@ -143,10 +139,10 @@ static_assert(kFull.trace_info_offset() == 32 && kFull.trace_offset(8) == 64 && 
 static_assert(HeaderLayout{.tid = true}.lowest_offset(0) == 20);
 static_assert(HeaderLayout{.time = true}.seq_offset() == 20 && HeaderLayout{.time = true}.time_offset() == 24);
 static_assert(HeaderLayout{.trace_info = true}.trace_info_offset() == 20);
-static_assert(HeaderLayout{}.lowest_offset(0) == 16 && HeaderLayout{}.header_offset({0}) == 16);
-static_assert(kFull.header_offset(TraceInfo::make(8, kOpMalloc, 3)) == 64);
-static_assert(kFull.header_offset(TraceInfo::make(8, kOpMemalign, 6)) == 64);
-static_assert(kFull.header_offset(TraceInfo::make(1, kOpMemalign, 12)) == 4096);
+static_assert(HeaderLayout{}.lowest_offset(0) == 16 && user_offset(HeaderLayout{}.lowest_offset(0), 8, 8) == 16);
+static_assert(user_offset(kFull.lowest_offset(8), 8, 8) == 64);
+static_assert(user_offset(kFull.lowest_offset(8), 64, 8) == 64);
+static_assert(user_offset(kFull.lowest_offset(1), 4096, 8) == 4096);
 static_assert(TraceInfo::make(5, kOpRealloc, 4).word == 0x00040105);
 }  // namespace layout_proof
 
