@@ -3,8 +3,8 @@
 // that the program's own blocks are told from those of the C library. Announces what it did, for the logs to agree
 // with.
 //
-// stress ROUNDS SEED MODES [COMMAND...]: MODES has s (signals), f (fork), e (exec of COMMAND in a child),
-// c (cancellation), k (keeps the last blocks). SEED makes runs differ.
+// stress ROUNDS SEED MODES [COMMAND...]: MODES has s (signals), S (as many as there can be), f (fork), e (exec of
+// COMMAND in a child), c (cancellation), k (keeps the last blocks). SEED makes runs differ.
 #define _GNU_SOURCE
 #include <errno.h>
 #include <malloc.h>
@@ -179,7 +179,7 @@ static void* run_thread(void* argument) {
 static void* run_pester(void* unused) {
   static const int kSignals[] = {SIGUSR1, 40, SIGUSR2};
   for (unsigned i = 0; running > 0; ++i) {
-    usleep(3000);
+    usleep(strchr(modes, 'S') ? 50 : 3000);
     syscall(SYS_tgkill, getpid(), threads[i % kThreads].tid, kSignals[i % 3]);  // may have ended: no matter
   }
   return unused;

@@ -47,6 +47,10 @@ class Stress(case.Case):
                     live = {record.address: record for record in log.records}
                 self.assertEqual([record.brief() for record in live.values() if own(record)], [])
 
+    def test_signals_as_many_as_there_can_be(self):
+        """A swap of the lock's word that a handler interrupts, and in vain tries to make itself, comes out right."""
+        self.stress(SIGNALS, "sS", 2000)
+
     def test_logs_agree_with_what_the_program_did(self):
         config = SIGNALS + "QUARL_OUTPUT_LOG=1 QUARL_SNAP_INTERVAL=1000 QUARL_SNAP_DETAIL=1 QUARL_PROF=1 QUARL_THREAD=1"
         stress = self.stress(config, "sk", 20 if self.target.emulated else 60)

@@ -109,6 +109,7 @@ void HookLock::request(uint32_t work) NO_THREAD_SAFETY_ANALYSIS {
   const KeepErrno keep;
   __atomic_fetch_or(&pending_, work, __ATOMIC_SEQ_CST);
   if (try_lock()) unlock();
+  forget_exclusive_access();
 }
 
 bool HookLock::held_by_this_thread() const {

@@ -1,4 +1,4 @@
-// Waiting in a loop for another processor.
+// What waiting for other processors, and exchanging words with them, takes.
 #pragma once
 
 namespace quarl {
@@ -7,5 +7,8 @@ namespace quarl {
 inline void relax() {
   __asm__ volatile("rep; nop" ::: "memory");
 }
+
+// A swap is one instruction: no handler can interrupt it.
+inline void forget_exclusive_access() {}
 
 }  // namespace quarl
