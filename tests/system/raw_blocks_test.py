@@ -2,10 +2,12 @@
 
 import re
 import signal
+import subprocess
 from pathlib import Path
 
 import case
 from log_file import read_log
+from promise import promise
 
 ENOMEM = 12
 RLIMIT_AS = 9
@@ -67,6 +69,40 @@ class AddressSpaceLimit(case.Case):
                 self.assertEqual((block > 0, block % alignment), (True, 0), (alignment, size))
                 worker.fill(block, 0xEE, size)
                 worker.free(block)
+
+
+class Books(case.Case):
+    """The layer's books of its mapped chunks lie in the C library's heap, where a program may overrun them."""
+
+    OFFSET = 32  # of a block without a trace
+    LEAF = 20 * 1024  # bytes, for 4 MiB of addresses
+
+    def address_of(self, driver, symbol):
+        """Of one that the library does not export."""
+        text = subprocess.run([self.target.tool("nm"), "--defined-only", self.target.library], capture_output=True, text=True, check=True).stdout
+        values = {name: int(value, 16) for value, _, name in re.findall(r"^(\w+) (\w) (\S+)$", text, re.M)}
+        return driver.symbol("useed_head") - values["useed_head"] + values[symbol]
+
+    @promise("An overrun over the layer's books of large blocks does no harm to them.")
+    def test_leaf_that_was_written_over(self):
+        for byte in (0, 0x41, 0xFF):
+            with self.subTest(byte=byte):
+                driver = self.driver("QUARL_HEAD_STACKDEPTH=0 QUARL_OUTPUT_LOG=1")
+                leaves = self.address_of(driver, "_ZN5quarl5glibc11mapped_bookE")
+                sizes = (140000, 300000, 5000000)
+                blocks = [driver.malloc(size) for size in sizes] + [driver.memalign(alignment, 200000) for alignment in (64, 8192)]
+                books = {driver.word(leaves + 4 * (block - self.OFFSET >> 22)) for block in blocks}
+                for block in blocks:
+                    driver.fill(block, 0x5A, 140000)
+                for leaf in books:
+                    driver.fill(leaf, byte, self.LEAF)
+                blocks[0] = driver.realloc(blocks[0], 1000000)
+                blocks[1] = driver.realloc(blocks[1], 200)
+                self.assertEqual(driver.holds(blocks[0], 0x5A, 140000) and driver.holds(blocks[1], 0x5A, 200), 1)
+                for block in blocks:
+                    driver.free(block)
+                self.assertEqual(driver.read("useed_head"), 0)
+                self.assert_ends(driver)
 
 
 class WithoutHeader(case.Case):

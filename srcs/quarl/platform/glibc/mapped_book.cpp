@@ -20,4 +20,23 @@ bool MappedBook::prepare(Address raw) {
   return true;
 }
 
+void MappedBook::enter(const MappedChunk& chunk) {
+  entry_of(chunk.raw) = {chunk, seal_of(chunk)};
+  chunk_seal(chunk.raw) = chunk_seal_of(chunk.raw);
+}
+
+void MappedBook::remove(Address raw) {
+  entry_of(raw) = {};
+  chunk_seal(raw) = 0;
+}
+
+// The chunk word tells the size of the mapping. The region may have been larger: what it had more is lost, as it may be
+// another's.
+const MappedChunk* MappedBook::restore(Address raw) {
+  if (chunk_seal(raw) != chunk_seal_of(raw)) return nullptr;
+  const uint32_t size = round_up(chunk_before(raw).size(), kPage);
+  enter({raw, size, size, false});
+  return &entry_of(raw).chunk;
+}
+
 }  // namespace quarl::glibc

@@ -1,6 +1,7 @@
 // Chunks of 128 KiB and more: a mapping each.
 //
 //   base        unused
+//   raw - 8     seal: the chunk is one of these
 //   raw - 4     chunk word: the size by the rule for such chunks, marked as mapped
 //   raw         the raw block, 16 bytes above the base, or aligned as it was asked for
 //   base + size end of the mapping, as the hooks know it; the region may reach further
@@ -125,7 +126,7 @@ bool resize_in_place(const MappedChunk& chunk, const Shape& shape) {
 }
 
 // Moves the chunk's pages to a larger region. Null when there is no memory, the chunk untouched.
-void* move_chunk(MappedChunk* entry, const Shape& shape) {
+void* move_chunk(const MappedChunk* entry, const Shape& shape) {
   const MappedChunk chunk = *entry;
   const uint32_t wanted = region_size(shape.size);
   const Region place = take_region(wanted);
@@ -135,7 +136,7 @@ void* move_chunk(MappedChunk* entry, const Shape& shape) {
     return nullptr;
   }
   // The hooks are told of the end before the addresses are free for others.
-  mapped_book.remove(entry);
+  mapped_book.remove(chunk.raw);
   if (others_behind) forget_pages(chunk.base(), chunk.size);
   tell_unmapped(chunk.base(), chunk.size);
   move_region({chunk.base(), chunk.region, false}, place);
@@ -169,10 +170,10 @@ void* map_chunk(size_t alignment, size_t request) {
   return pointer_to(region.base + shape.offset);
 }
 
-void unmap_chunk(MappedChunk* entry) {
+void unmap_chunk(const MappedChunk* entry) {
   const int error = errno;
   const MappedChunk chunk = *entry;
-  mapped_book.remove(entry);
+  mapped_book.remove(chunk.raw);
   if (others_behind) forget_pages(chunk.base(), chunk.size);
   const Region region{chunk.base(), chunk.region, false};
   if (keeps_region(region)) {
@@ -184,7 +185,7 @@ void unmap_chunk(MappedChunk* entry) {
   errno = error;
 }
 
-void* resize_chunk(MappedChunk* entry, size_t request) {
+void* resize_chunk(const MappedChunk* entry, size_t request) {
   const MappedChunk chunk = *entry;
   const Shape shape = shape_for(0, request);
   if (chunk.raw - chunk.base() != kPlainOffset) return nullptr;
@@ -194,21 +195,22 @@ void* resize_chunk(MappedChunk* entry, size_t request) {
 
 namespace {
 
-// glibc looks at the chunk that follows, and finds it by the word before the pointer: a pointer that is no block, or
-// whose header was overwritten, leads it anywhere.
-bool next_chunk_exists(Address raw) {
-  const auto exists = [](Address at) { return sys::word_exists(static_cast<const uint32_t*>(pointer_to(at))); };
-  return raw % 8 == 0 && exists(raw - 4) && exists(raw - 4 + chunk_before(raw).size());
+bool word_exists(Address at) {
+  return sys::word_exists(static_cast<const uint32_t*>(pointer_to(at)));
 }
 
 }  // namespace
 
-size_t raw_capacity(void* raw) {
-  const MappedChunk* chunk = mapped_book.find(address_of(raw));
+// glibc looks at the chunk that follows, and finds it by the word before the pointer: a pointer that is no block, or
+// whose header was overwritten, leads it anywhere.
+size_t raw_capacity(void* pointer) {
+  const Address raw = address_of(pointer);
+  const bool vouched_for = is_bare_block(pointer) || confined();  // to look asks the kernel
+  if (!vouched_for && (raw % 8 != 0 || !word_exists(raw - 4))) return 0;
+  const MappedChunk* chunk = mapped_book.find(raw);
   if (chunk != nullptr) return chunk->capacity();
-  const bool sound =
-      is_bare_block(raw) || confined() || next_chunk_exists(address_of(raw));  // the last asks the kernel
-  return sound ? libc_allocator.usable_size(raw) : 0;
+  if (!vouched_for && !word_exists(raw - 4 + chunk_before(raw).size())) return 0;
+  return libc_allocator.usable_size(pointer);
 }
 
 }  // namespace quarl::glibc

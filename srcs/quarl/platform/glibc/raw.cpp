@@ -64,7 +64,7 @@ void* resize_by_copy(void* raw, size_t size) {
   return moved;
 }
 
-[[gnu::cold, gnu::noinline]] void* resize_mapped(MappedChunk* chunk, size_t size) {
+[[gnu::cold, gnu::noinline]] void* resize_mapped(const MappedChunk* chunk, size_t size) {
   // Behind a filter of system calls by a copy: mremap is another call than those that allocators need.
   void* resized = wants_mapping(size) && !confined() ? resize_chunk(chunk, size) : nullptr;
   return resized != nullptr ? resized : resize_by_copy(pointer_to(chunk->raw), size);
@@ -93,7 +93,7 @@ void* ext_malloc(size_t size) {
 
 void ext_free(void* ptr) {
   if (ptr == nullptr) return;
-  MappedChunk* chunk = mapped_book.find(address_of(ptr));
+  const MappedChunk* chunk = mapped_book.find(address_of(ptr));
   if (__builtin_expect(chunk != nullptr, 0)) {
     unmap_chunk(chunk);
   } else {
@@ -107,7 +107,7 @@ void* ext_realloc(void* ptr, size_t size) {
     errno = ENOMEM;
     return nullptr;
   }
-  MappedChunk* chunk = mapped_book.find(address_of(ptr));
+  const MappedChunk* chunk = mapped_book.find(address_of(ptr));
   if (chunk != nullptr) return resize_mapped(chunk, size);
   if (of_other_allocator(ptr)) return libc_allocator.resize(ptr, size);
   if (wants_mapping(size)) return resize_by_copy(ptr, size);
