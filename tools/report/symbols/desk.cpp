@@ -9,9 +9,9 @@ namespace quarl::report {
 
 Desk::Desk(DeskOptions options) : options_(std::move(options)) {}
 
-const SymbolFile* Desk::find(const std::string& target_path, const std::vector<Mapping>& mappings) {
+SymbolFile* Desk::find(const std::string& target_path, const std::vector<Mapping>& mappings) {
   for (const std::string& path : candidates(target_path)) {
-    const SymbolFile* file = open(path);
+    SymbolFile* file = open(path);
     if (file == nullptr) continue;
     std::string why = file->mismatch(mappings);
     if (why.empty()) return file;
@@ -38,7 +38,7 @@ std::vector<std::string> Desk::candidates(const std::string& target_path) const 
   return paths;
 }
 
-const SymbolFile* Desk::open(const std::string& path) {
+SymbolFile* Desk::open(const std::string& path) {
   auto [position, added] = files_.try_emplace(path);
   if (added && std::filesystem::is_regular_file(std::filesystem::status(path))) {
     position->second = SymbolFile::open(path, debug_path());

@@ -21,13 +21,13 @@ class Desk {
   explicit Desk(DeskOptions options);
 
   // The file mapped at `mappings` from `target_path`, null when the desk has none that fits. Opened once.
-  const SymbolFile* find(const std::string& target_path, const std::vector<Mapping>& mappings);
+  SymbolFile* find(const std::string& target_path, const std::vector<Mapping>& mappings);
   // One sentence for each file that was refused.
   const std::vector<std::string>& warnings() const { return warnings_; }
 
  private:
   std::vector<std::string> candidates(const std::string& target_path) const;
-  const SymbolFile* open(const std::string& path);
+  SymbolFile* open(const std::string& path);
   std::string debug_path() const;
 
   DeskOptions options_;

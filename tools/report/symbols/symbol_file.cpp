@@ -7,8 +7,6 @@
 
 #include <algorithm>
 
-#include "report/symbols/inline_chain.h"
-
 namespace quarl::report {
 namespace {
 
@@ -57,6 +55,7 @@ std::unique_ptr<SymbolFile> SymbolFile::open(const std::string& path, const std:
   std::unique_ptr<SymbolFile> file(new SymbolFile(path, debug_path));
   if (!file->report() || !file->read_segments()) return nullptr;
   file->functions_.emplace(file->module_);
+  file->chains_.emplace(file->module_);
   return file;
 }
 
@@ -119,8 +118,8 @@ std::optional<uint64_t> SymbolFile::address_of(uint64_t offset) const {
   return std::nullopt;
 }
 
-Frames SymbolFile::resolve(uint64_t address, const Frame& frame) const {
-  Frames frames = inline_chain(module_, address, frame);
+Frames SymbolFile::resolve(uint64_t address, const Frame& frame) {
+  Frames frames = chains_->at(address, frame);
   if (auto match = functions_->find(address); match && frames.back().function.empty()) {
     frames.back().function = demangle(match->name);
     frames.back().function_offset = match->offset;

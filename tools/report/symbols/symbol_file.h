@@ -11,6 +11,7 @@
 #include "report/reading/maps.h"
 #include "report/symbols/frame.h"
 #include "report/symbols/function_table.h"
+#include "report/symbols/inline_chains.h"
 
 namespace quarl::report {
 
@@ -31,7 +32,7 @@ class SymbolFile {
   // The address in the file's own numbering of what lies at `offset` in the file.
   std::optional<uint64_t> address_of(uint64_t offset) const;
   // Fills in what is known of the code at `address`: `frame` and behind it the frames it was inlined into.
-  Frames resolve(uint64_t address, const Frame& frame) const;
+  Frames resolve(uint64_t address, const Frame& frame);
 
  private:
   struct Segment {
@@ -51,6 +52,7 @@ class SymbolFile {
   bool arm_ = false;
   std::vector<Segment> segments_;
   std::optional<FunctionTable> functions_;
+  std::optional<InlineChains> chains_;
 };
 
 }  // namespace quarl::report

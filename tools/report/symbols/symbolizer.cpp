@@ -49,7 +49,7 @@ std::string Symbolizer::build_id(const std::string& path) {
   return file == nullptr ? "" : file->build_id();
 }
 
-const SymbolFile* Symbolizer::file_of(const std::string& path) {
+SymbolFile* Symbolizer::file_of(const std::string& path) {
   auto [position, added] = files_.try_emplace(path, nullptr);
   if (added) position->second = desk_.find(path, maps_.of_file(path));
   return position->second;
@@ -63,7 +63,7 @@ Frames Symbolizer::resolve(uint32_t address) {
   const Mapping* mapping = maps_.find(frame.address);
   if (mapping == nullptr || !is_file(*mapping)) return {frame};
   frame.module = mapping->path;
-  const SymbolFile* file = file_of(mapping->path);
+  SymbolFile* file = file_of(mapping->path);
   if (file != nullptr && file->is_arm()) frame.address = (address & ~1u) - 1;
   frame.offset = frame.address - mapping->start + mapping->offset;
   auto place = file == nullptr ? std::nullopt : file->address_of(frame.offset);

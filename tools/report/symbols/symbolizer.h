@@ -28,11 +28,11 @@ class Symbolizer {
 
  private:
   Frames resolve(uint32_t address);
-  const SymbolFile* file_of(const std::string& path);
+  SymbolFile* file_of(const std::string& path);
 
   Maps maps_;
   Desk& desk_;
-  std::unordered_map<std::string, const SymbolFile*> files_;
+  std::unordered_map<std::string, SymbolFile*> files_;
   std::unordered_map<uint32_t, Frames> cache_;
 };
 
