@@ -42,8 +42,11 @@ inline bool is_allocation(const OpRecord& record) {
   return (record.result == kKindAllocated) & (record.start_addr != 0);
 }
 
+// A block that was resized from a shorter trace has zeros behind it.
 inline Trace trace_of(const OpRecord& record) {
-  return {record.trace, record.stack_depth};
+  size_t depth = record.stack_depth;
+  while (depth != 0 && record.trace[depth - 1] == 0) --depth;
+  return {record.trace, depth};
 }
 
 }  // namespace quarl::report

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "report/symbols/address_sample.h"
+
 namespace quarl::report {
 
 Subject::Subject(std::shared_ptr<const Log> log, const Snapshot& snapshot, Desk& desk, const Suppressions& suppressions,
@@ -14,7 +16,7 @@ const ProfInfo& Subject::statistics() {
 }
 
 Symbolizer& Subject::symbolizer() {
-  if (!symbolizer_) symbolizer_.emplace(log_->maps(snapshot_), desk_);
+  if (!symbolizer_) symbolizer_.emplace(log_->maps(snapshot_), desk_, sample_addresses(*log_, snapshot_));
   return *symbolizer_;
 }
 

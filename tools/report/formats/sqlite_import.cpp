@@ -5,6 +5,7 @@
 
 #include "report/formats/operation_name.h"
 #include "report/formats/sqlite_schema.h"
+#include "report/symbols/address_sample.h"
 
 namespace quarl::report {
 
@@ -101,7 +102,9 @@ void SqliteImport::add_snapshots(const Log& log, int64_t process) {
   std::unique_ptr<Symbolizer> symbolizer;
   for (const Snapshot& snapshot : log.snapshots()) {
     Maps maps = log.maps(snapshot);
-    if (!symbolizer || !(symbolizer->maps() == maps)) symbolizer = std::make_unique<Symbolizer>(std::move(maps), desk_);
+    if (!symbolizer || !(symbolizer->maps() == maps)) {
+      symbolizer = std::make_unique<Symbolizer>(std::move(maps), desk_, sample_addresses(log, snapshot));
+    }
     int64_t id = add_snapshot(log, snapshot, process);
     add_records(log, snapshot, *symbolizer, id);
   }

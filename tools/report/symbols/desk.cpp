@@ -15,10 +15,13 @@ SymbolFile* Desk::find(const std::string& target_path, const std::vector<Mapping
     if (file == nullptr) continue;
     std::string why = file->mismatch(mappings);
     if (why.empty()) return file;
-    std::string warning = fmt::format("{} is not the {} of the log: {}.", path, target_path, why);
-    if (std::find(warnings_.begin(), warnings_.end(), warning) == warnings_.end()) warnings_.push_back(warning);
+    warn(fmt::format("{} is not the {} of the log: {}.", path, target_path, why));
   }
   return nullptr;
+}
+
+void Desk::warn(const std::string& sentence) {
+  if (std::find(warnings_.begin(), warnings_.end(), sentence) == warnings_.end()) warnings_.push_back(sentence);
 }
 
 // In the order of preference: what the user named, the sysroots, the debug directories, this machine's own file.

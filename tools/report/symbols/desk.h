@@ -22,8 +22,9 @@ class Desk {
 
   // The file mapped at `mappings` from `target_path`, null when the desk has none that fits. Opened once.
   SymbolFile* find(const std::string& target_path, const std::vector<Mapping>& mappings);
-  // One sentence for each file that was refused.
+  // One sentence for each file that was refused, or does not go with the log in all.
   const std::vector<std::string>& warnings() const { return warnings_; }
+  void warn(const std::string& sentence);  // once each
 
  private:
   std::vector<std::string> candidates(const std::string& target_path) const;

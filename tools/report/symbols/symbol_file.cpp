@@ -7,8 +7,20 @@
 
 #include <algorithm>
 
+#include "report/symbols/call_check.h"
+
 namespace quarl::report {
 namespace {
+
+// Debug information that was split off names the sections of code, and holds none of them.
+bool holds_code(Elf* elf) {
+  for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf, section)) != nullptr;) {
+    GElf_Shdr header;
+    if (gelf_getshdr(section, &header) == nullptr || header.sh_type != SHT_NOBITS) continue;
+    if ((header.sh_flags & SHF_EXECINSTR) != 0) return false;
+  }
+  return true;
+}
 
 // Both target families map files in pages of 4 KiB.
 constexpr uint64_t kPage = 4096;
@@ -76,6 +88,7 @@ bool SymbolFile::read_segments() {
   GElf_Ehdr header;
   if (elf == nullptr || gelf_getclass(elf) != ELFCLASS32 || gelf_getehdr(elf, &header) == nullptr) return false;
   arm_ = header.e_machine == EM_ARM;
+  has_code_ = holds_code(elf);
   size_t count = 0;
   elf_getphdrnum(elf, &count);
   for (size_t index = 0; index < count; ++index) {
@@ -116,6 +129,22 @@ std::optional<uint64_t> SymbolFile::address_of(uint64_t offset) const {
     }
   }
   return std::nullopt;
+}
+
+bool SymbolFile::call_ends_at(uint64_t offset, bool thumb) const {
+  if (!has_code_) return true;
+  GElf_Addr bias;
+  size_t size = 0;
+  const char* bytes = elf_rawfile(dwfl_module_getelf(module_, &bias), &size);
+  if (bytes == nullptr) return true;
+  if (offset < kLongestCall || offset > size) return false;
+  const Instructions instructions = !arm_ ? Instructions::kI386 : thumb ? Instructions::kThumb : Instructions::kArm;
+  return ends_with_call({reinterpret_cast<const uint8_t*>(bytes) + offset - kLongestCall, kLongestCall}, instructions);
+}
+
+bool SymbolFile::function_starts_at(uint64_t address) const {
+  auto match = functions_->find(address);
+  return match && match->offset == 0;
 }
 
 Frames SymbolFile::resolve(uint64_t address, const Frame& frame) {

@@ -31,6 +31,10 @@ class SymbolFile {
   bool is_arm() const { return arm_; }
   // The address in the file's own numbering of what lies at `offset` in the file.
   std::optional<uint64_t> address_of(uint64_t offset) const;
+  // Whether a call ends at `offset` in the file, in Thumb code or not; also where that cannot be told: the code is not
+  // in this file, but in the one that it was split from.
+  bool call_ends_at(uint64_t offset, bool thumb) const;
+  bool function_starts_at(uint64_t address) const;
   // Fills in what is known of the code at `address`: `frame` and behind it the frames it was inlined into.
   Frames resolve(uint64_t address, const Frame& frame);
 
@@ -50,6 +54,7 @@ class SymbolFile {
   Dwfl* dwfl_ = nullptr;
   Dwfl_Module* module_ = nullptr;
   bool arm_ = false;
+  bool has_code_ = false;
   std::vector<Segment> segments_;
   std::optional<FunctionTable> functions_;
   std::optional<InlineChains> chains_;

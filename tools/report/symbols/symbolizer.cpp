@@ -1,5 +1,7 @@
 #include "report/symbols/symbolizer.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -45,17 +47,56 @@ Frames Symbolizer::trace(std::span<const uint32_t> addresses) {
 }
 
 std::string Symbolizer::build_id(const std::string& path) {
-  const SymbolFile* file = file_of(path);
+  const SymbolFile* file = file_of(path).file;
   return file == nullptr ? "" : file->build_id();
 }
 
-SymbolFile* Symbolizer::file_of(const std::string& path) {
-  auto [position, added] = files_.try_emplace(path, nullptr);
-  if (added) position->second = desk_.find(path, maps_.of_file(path));
-  return position->second;
+Symbolizer::File& Symbolizer::file_of(const std::string& path) {
+  auto [position, added] = files_.try_emplace(path);
+  File& known = position->second;
+  if (added) known.file = desk_.find(path, maps_.of_file(path));
+  if (added && known.file != nullptr && is_other_build(*known.file, path)) known.file = nullptr;
+  return known;
 }
 
-// What is looked up is the call, which ends one byte before the return address. In Thumb code that address is odd.
+namespace {
+
+// Of an address in a mapping; an odd one in ARM code is Thumb's.
+struct ReturnPlace {
+  bool thumb;
+  uint64_t offset;  // in the file
+
+  ReturnPlace(uint32_t address, const Mapping& mapping, bool arm)
+      : thumb(arm && (address & 1) != 0), offset(address - (thumb ? 1 : 0) - mapping.start + mapping.offset) {}
+};
+
+// What a signal handler returns to is the start of a routine that the kernel entered; all else follows a call.
+bool can_be_returned_to(const SymbolFile& file, const ReturnPlace& place) {
+  if (file.call_ends_at(place.offset, place.thumb)) return true;
+  auto address = file.address_of(place.offset);
+  return address && file.function_starts_at(*address);
+}
+
+}  // namespace
+
+// In code that a compiler rearranged, a few return addresses follow calls all the same; in the code that ran, all do
+// but for what a trace took from a stack without frame pointers. A single address says nothing of others.
+bool Symbolizer::is_other_build(const SymbolFile& file, const std::string& path) {
+  size_t all = 0, wrong = 0;
+  for (uint32_t address : sample_) {
+    const Mapping* mapping = maps_.find(address - 1);
+    if (mapping == nullptr || mapping->path != path) continue;
+    ++all;
+    if (!can_be_returned_to(file, ReturnPlace(address, *mapping, file.is_arm()))) ++wrong;
+  }
+  if (wrong < 2 || wrong * 4 <= all) return false;
+  desk_.warn(
+      fmt::format("{} is another build than the {} of the log: {} of {} return addresses in it follow no call. Its "
+                  "functions and lines are left out; give the files of the build that ran (--sysroot).",
+                  file.path(), path, wrong, all));
+  return true;
+}
+
 Frames Symbolizer::resolve(uint32_t address) {
   Frame frame;
   frame.address = address - 1;
@@ -63,11 +104,32 @@ Frames Symbolizer::resolve(uint32_t address) {
   const Mapping* mapping = maps_.find(frame.address);
   if (mapping == nullptr || !is_file(*mapping)) return {frame};
   frame.module = mapping->path;
-  SymbolFile* file = file_of(mapping->path);
-  if (file != nullptr && file->is_arm()) frame.address = (address & ~1u) - 1;
-  frame.offset = frame.address - mapping->start + mapping->offset;
-  auto place = file == nullptr ? std::nullopt : file->address_of(frame.offset);
-  return place ? file->resolve(*place, frame) : Frames{frame};
+  return resolve_in(file_of(mapping->path), address, *mapping, frame);
+}
+
+// What is looked up is the call, which ends one byte before the return address.
+Frames Symbolizer::resolve_in(File& known, uint32_t address, const Mapping& mapping, Frame frame) {
+  const ReturnPlace place(address, mapping, known.file != nullptr && known.file->is_arm());
+  frame.offset = place.offset - 1;
+  frame.address = address - (place.thumb ? 1 : 0) - 1;
+  if (known.file == nullptr) return {frame};
+  const bool behind_call = known.file->call_ends_at(place.offset, place.thumb);
+  if (!behind_call && !can_be_returned_to(*known.file, place)) {
+    if (!known.told) {
+      desk_.warn(
+          fmt::format("{}: a return address at offset 0x{:x} follows no call there, and is given without a name. "
+                      "The file was rebuilt since, or the trace went astray in code without frame pointers.",
+                      known.file->path(), place.offset));
+    }
+    known.told = true;
+    return {frame};
+  }
+  if (!behind_call) {
+    ++frame.offset;
+    ++frame.address;
+  }
+  auto at = known.file->address_of(frame.offset);
+  return at ? known.file->resolve(*at, frame) : Frames{frame};
 }
 
 }  // namespace quarl::report

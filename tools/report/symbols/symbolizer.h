@@ -11,8 +11,10 @@ namespace quarl::report {
 
 class Symbolizer {
  public:
-  // `desk` must outlive the symbolizer.
-  Symbolizer(Maps maps, Desk& desk) : maps_(std::move(maps)), desk_(desk) {}
+  // `desk` must outlive the symbolizer. `sample` are return addresses of the process: a file of the desk in which many
+  // of them follow no call is another build of the one that ran, and is not used.
+  Symbolizer(Maps maps, Desk& desk, std::vector<uint32_t> sample)
+      : maps_(std::move(maps)), desk_(desk), sample_(std::move(sample)) {}
 
   // The frames of the call that returns to `address`: at least one, with the inlined ones first.
   const Frames& frames(uint32_t address);
@@ -27,12 +29,20 @@ class Symbolizer {
   std::string build_id(const std::string& path);
 
  private:
+  // A file of the desk, and whether it is told already that addresses in it follow no call.
+  struct File {
+    SymbolFile* file = nullptr;
+    bool told = false;
+  };
   Frames resolve(uint32_t address);
-  SymbolFile* file_of(const std::string& path);
+  Frames resolve_in(File& known, uint32_t address, const Mapping& mapping, Frame frame);
+  File& file_of(const std::string& path);
+  bool is_other_build(const SymbolFile& file, const std::string& path);
 
   Maps maps_;
   Desk& desk_;
-  std::unordered_map<std::string, SymbolFile*> files_;
+  std::vector<uint32_t> sample_;
+  std::unordered_map<std::string, File> files_;
   std::unordered_map<uint32_t, Frames> cache_;
 };
 
