@@ -15,6 +15,7 @@ const std::map<std::string, Grouping> kGroupings = {{"trace", Grouping::kTrace},
                                                     {"thread", Grouping::kThread}, {"size", Grouping::kSize}};
 const std::map<std::string, ColorChoice> kColors = {
     {"auto", ColorChoice::kAuto}, {"always", ColorChoice::kAlways}, {"never", ColorChoice::kNever}};
+const std::map<std::string, Names> kNames = {{"short", Names::kShort}, {"whole", Names::kWhole}};
 const std::map<std::string, LogKind> kKinds = {
     {"records", LogKind::kRecords}, {"snapshot", LogKind::kSnapshot}, {"autosnap", LogKind::kSnapshotChain}};
 
@@ -84,6 +85,9 @@ void add_format_options(CLI::App& command, Options& options, const std::vector<F
       ->type_name("FILE");
   add_choice(command, "--color", options.color, kColors,
              "Colours in text (default auto: on a terminal, unless NO_COLOR is set)");
+  add_choice(
+      command, "--names", options.names, kNames,
+      "C++ names of more than 60 bytes in text (default short: \"...\" for template arguments, then parameters)");
 }
 
 void add_reading_options(CLI::App& command, Options& options) {

@@ -24,8 +24,8 @@ bool wants_color(ColorChoice choice, bool terminal) {
 
 }  // namespace
 
-Output::Output(const std::string& path, ColorChoice color)
-    : path_(path), file_(path.empty() ? stdout : fopen(path.c_str(), "we")) {
+Output::Output(const std::string& path, ColorChoice color, Names names)
+    : path_(path), file_(path.empty() ? stdout : fopen(path.c_str(), "we")), names_(names) {
   if (file_ == nullptr) throw std::runtime_error(fmt::format("{}: cannot be written: {}", path, strerror(errno)));
   terminal_ = isatty(fileno(file_)) == 1;
   color_ = wants_color(color, terminal_);

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string>
 
+#include "report/symbols/frame.h"
+
 namespace quarl::report {
 
 enum class ColorChoice { kAuto, kAlways, kNever };
@@ -15,7 +17,7 @@ class Output {
  public:
   // Writes to the file `path`, or to standard output when it is empty. Throws std::runtime_error when it cannot be
   // made.
-  Output(const std::string& path, ColorChoice color);
+  Output(const std::string& path, ColorChoice color, Names names);
   ~Output();
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
@@ -29,6 +31,7 @@ class Output {
   std::string styled(const std::string& text, fmt::text_style style) const;
   std::string bold(const std::string& text) const { return styled(text, fmt::emphasis::bold); }
 
+  Names names() const { return names_; }  // how frames are named in text
   bool terminal() const { return terminal_; }
   // Columns of the terminal; without one as many as any line needs.
   size_t width() const { return width_; }
@@ -40,6 +43,7 @@ class Output {
   FILE* file_;
   bool terminal_;
   bool color_;
+  Names names_;
   size_t width_;
 };
 

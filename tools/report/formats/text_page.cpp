@@ -30,7 +30,7 @@ std::string sizes(const Site& site) {
 void write_frames(Output& output, const Frames& frames) {
   size_t number = 0;
   for (const Frame& frame : frames)
-    output.print("    #{:<2} {}{}\n", number++, describe(frame), frame.inlined ? " [inlined]" : "");
+    output.print("    #{:<2} {}{}\n", number++, describe(frame, output.names()), frame.inlined ? " [inlined]" : "");
 }
 
 void write_remainder(Output& output, size_t shown, size_t all) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "report/reading/maps.h"
+#include "report/symbols/short_name.h"
 
 namespace quarl::report {
 
@@ -12,10 +13,11 @@ std::string name_of(const Frame& frame) {
   return fmt::format("{}+0x{:x}", base_name(frame.module), frame.offset);
 }
 
-std::string describe(const Frame& frame) {
+std::string describe(const Frame& frame, Names names) {
   if (frame.function.empty()) return name_of(frame);
-  if (!frame.file.empty()) return fmt::format("{} ({})", name_of(frame), source_of(frame));
-  return fmt::format("{}+0x{:x} ({})", name_of(frame), frame.function_offset, base_name(frame.module));
+  const std::string name = names == Names::kShort ? short_name(name_of(frame)) : name_of(frame);
+  if (!frame.file.empty()) return fmt::format("{} ({})", name, source_of(frame));
+  return fmt::format("{}+0x{:x} ({})", name, frame.function_offset, base_name(frame.module));
 }
 
 std::string source_of(const Frame& frame) {

@@ -24,9 +24,11 @@ using Frames = std::vector<Frame>;
 // "function", "near function" where that is only the last symbol before the call, or "module+0x12" or "0x12345678"
 // where the function is unknown.
 std::string name_of(const Frame& frame);
+
+enum class Names { kWhole, kShort };
 // name_of() with what is known of the place: "function (file.c:12)", "function+0x10 (libz.so.1)",
 // "near function+0x1000 (libz.so.1)".
-std::string describe(const Frame& frame);
+std::string describe(const Frame& frame, Names names = Names::kWhole);
 // "file.c:12" or an empty text.
 std::string source_of(const Frame& frame);
 

@@ -35,7 +35,7 @@ const Snapshot& choose(const Log& log, std::optional<uint32_t> number) {
 }  // namespace
 
 Answer::Answer(const Options& options)
-    : options_(options), output_(options.output, options.color), desk_(options.desk) {
+    : options_(options), output_(options.output, options.color, options.names), desk_(options.desk) {
   if (!options.suppressions.empty()) suppressions_.load(options.suppressions);
 }
 

@@ -35,6 +35,7 @@ struct Options {
   std::string suppressions;
   std::optional<uint64_t> fail_on_leak;  // bytes
   ColorChoice color = ColorChoice::kAuto;
+  Names names = Names::kShort;
   Grouping grouping = Grouping::kTrace;
   bool tree = false;
   size_t top = 20;
