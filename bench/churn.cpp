@@ -3,12 +3,13 @@
 // LIVE blocks and STEPS steps are shared out among THREADS. Prints processor time and elapsed time in ns per step; a
 // step is one free and one malloc, made four calls deep.
 #include <pthread.h>
-#include <time.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
+
+#include "clock.h"
 
 namespace {
 
@@ -51,12 +52,6 @@ size_t pick_size(uint32_t& state) {
 }
 [[gnu::noinline]] char* take(size_t size) {
   return take_second(size);
-}
-
-double now(clockid_t clock) {  // ns
-  timespec time;
-  clock_gettime(clock, &time);
-  return time.tv_sec * 1e9 + time.tv_nsec;
 }
 
 void replace(std::vector<char*>& blocks, long steps, uint32_t& state) {
