@@ -15,7 +15,9 @@ sys.path[:0] = [str(ROOT / "scripts"), str(ROOT / "tests" / "programs")]
 import sysroot
 
 BUILT = ROOT / "build" / "bench"
-COUNTING = ("-plugin", BUILT / "count_instructions.so")
+VALGRIND = ("valgrind", f"--extra-debuginfo-path={BUILT}/debug")
+CALLGRIND = (*VALGRIND, "--tool=callgrind", "--callgrind-out-file=/dev/null")
+COUNTING_EMULATOR = ("qemu-arm", "-plugin", BUILT / "count_instructions.so")
 
 RECORD = ("QUARL_OUTPUT_LOG=1",)
 SNAPSHOTS = ("QUARL_ALL=1", "QUARL_MEM_HEAD=1", "QUARL_HEAD_TIME=2", "QUARL_TIME_INTERVAL=1", "QUARL_SNAP_INTERVAL=1",
@@ -46,7 +48,7 @@ ALL = (
     Contestant("quarl, snapshot every second", ("quarl",), SNAPSHOTS),
     Contestant("MALLOC_CHECK_=3", ("libc_malloc_debug.so.0",), environment={"MALLOC_CHECK_": "3"}),
     Contestant("AddressSanitizer", suffix="-asan", share=0.2),
-    Contestant("valgrind", wrapper=("valgrind", "-q", f"--extra-debuginfo-path={BUILT}/debug"), share=0.04),
+    Contestant("valgrind", wrapper=(*VALGRIND, "-q"), share=0.04),
 )
 
 Run = namedtuple("Run", "output errors seconds")  # seconds of processor time
@@ -64,15 +66,15 @@ def debian_loader():
 
 
 def command(contestant, target, program, counted):
-    """The line that runs a program; counted: under an emulator that tells how many instructions it executed."""
+    """The line that runs a program; counted: so that it tells on standard error how many instructions it executed."""
     preload = [LIBRARIES[name](target) if name in LIBRARIES else name for name in contestant.preload]
     if target != "i686":
         (emulator, *line), _ = sysroot.command(target, program, {}, preload)
-        return [emulator, *(COUNTING if counted else ()), *line]
+        return [*(COUNTING_EMULATOR if counted else (emulator,)), *line]
     line = [] if contestant.suffix else debian_loader()
     if preload:
         line += ["--preload", ":".join(map(str, preload))]
-    return [*contestant.wrapper, *(("qemu-i386", *COUNTING) if counted else ()), *line, f"{program}{contestant.suffix}"]
+    return [*contestant.wrapper, *(CALLGRIND if counted else ()), *line, f"{program}{contestant.suffix}"]
 
 
 def run(contestant, program, *arguments, stdin=b"", files=None, environment=None, target="i686", counted=False):
