@@ -1,9 +1,8 @@
 """What a step costs of programs that do nothing but allocate and release."""
 
-import re
 import sys
 
-from contestants import ALL, BARE, DEFAULTS, FLOOR, NEAREST, RECORD_LOG, folder, run
+from contestants import ALL, BARE, DEFAULTS, FLOOR, NEAREST, RECORD_LOG, executed, folder, run
 from figures import LEAST_HEADER, NEAREST_HEADER, least_row, medians, nearest_row, table
 
 RECORD_SIZE, PORTION, RECORDS_A_STEP = 280, 28000, 2  # bytes of a record and of a write, of the record log
@@ -34,13 +33,10 @@ def growth_table(options):
 
 
 def instructions(contestant, target, live):
-    """Machine instructions of one step, as a simulated processor counts them: no cache and no load of the machine is in
-    them. By callgrind on i686, by a plugin of the emulator on armhf."""
-    def executed(steps):
-        told = run(contestant, folder(target) / "churn", live, steps, 1, target=target, counted=True).errors
-        return int(re.search(rb"(?:instructions|Collected) *: (\d+)$", told, re.MULTILINE)[1])
-
-    return (executed(COUNTED[1]) - executed(COUNTED[0])) / (COUNTED[1] - COUNTED[0])
+    """Of one step: the difference of two runs."""
+    few, many = (executed(run(contestant, folder(target) / "churn", live, steps, 1, target=target, counted=True))
+                 for steps in COUNTED)
+    return (many - few) / (COUNTED[1] - COUNTED[0])
 
 
 def expect_traces(contestant, target):

@@ -6,7 +6,7 @@ from pathlib import Path
 
 import inputs
 import sysroot
-from contestants import ALL, BARE, DEFAULTS, FLOOR, NEAREST, Contestant, folder, run
+from contestants import ALL, BARE, DEFAULTS, FLOOR, NEAREST, Contestant, executed, folder, run
 from figures import NEAREST_HEADER, medians, nearest_row, table
 
 WORK = Path(__file__).resolve().parent / "work"
@@ -36,34 +36,48 @@ def works(share):
     )
 
 
-def seconds(contestant, work, expected):
-    done = run(contestant, sysroot.debian_program("i686", work.program), *work.arguments, stdin=work.stdin, files=work.files,
-               environment=ENVIRONMENT)
-    if expected is not None and done.output != expected:
-        sys.exit(f"bench: {contestant.name} changed what {work.program} says")
-    return done
+def do(contestant, work, counted=False):
+    return run(contestant, sysroot.debian_program("i686", work.program), *work.arguments, stdin=work.stdin, files=work.files,
+               environment=ENVIRONMENT, counted=counted)
 
 
-def compare(contestants, chosen, rounds):
-    """{(program, contestant): seconds}, by the names of both."""
-    expected = {work.program: seconds(BARE, work, None).output for work in chosen}
-    return medians(rounds, {(work.program, c.name): lambda work=work, c=c: seconds(c, work, expected[work.program]).seconds
-                            for work in chosen for c in contestants})
+def compare(contestants, chosen, rounds, counted=False):
+    """{(program, contestant): processor time in ms, or millions of instructions}, by the names of both."""
+    said = {}
+
+    def measure(work, contestant):
+        done = do(contestant, work, counted)
+        if said.setdefault(work.program, done.output) != done.output:
+            sys.exit(f"bench: {contestant.name} changed what {work.program} says")
+        return executed(done) / 1e6 if counted else done.seconds * 1e3
+
+    return medians(rounds, {(work.program, c.name): lambda work=work, c=c: measure(work, c) for work in chosen
+                            for c in contestants})
+
+
+def print_programs(title, chosen, cost):
+    table(title, ("", *NEAREST_HEADER),
+          [nearest_row(work.program, [cost[work.program, c.name] for c in NEAREST]) for work in chosen])
 
 
 def program_table(options):
     chosen = works(options.share)
-    cost = compare(NEAREST, chosen, options.rounds)
-    table("Real programs, s", ("", *NEAREST_HEADER),
-          [nearest_row(work.program, [cost[work.program, c.name] for c in NEAREST], 3) for work in chosen])
+    print_programs("Real programs, ms", chosen, compare(NEAREST, chosen, options.rounds))
+
+
+def program_instruction_table(options):
+    """Of a smaller work: counting takes fifty times as long."""
+    chosen = works(options.share / 10)
+    print_programs("Real programs, millions of instructions of a tenth of the work", chosen,
+                   compare(NEAREST, chosen, 1, counted=True))
 
 
 def sqlite_table(options):
     contestants = [c for c in ALL if not c.suffix]
     cost = compare(contestants, works(options.share)[:1], options.rounds)
     bare, floor = (cost["sqlite3", c.name] for c in (BARE, FLOOR))
-    table("sqlite3", ("", "s", "to bare", "to floor"),
-          [(name, f"{s:.3f}", f"{s / bare:.2f}", f"{s / floor:.2f}") for (_, name), s in cost.items()])
+    table("sqlite3", ("", "ms", "to bare", "to floor"),
+          [(name, f"{ms:.0f}", f"{ms / bare:.2f}", f"{ms / floor:.2f}") for (_, name), ms in cost.items()])
 
 
 def start_table(options):
@@ -84,4 +98,4 @@ def start_table(options):
            for name, (main, constructors, whole) in cost.items()])
 
 
-TABLES = {"programs": program_table, "sqlite3": sqlite_table, "start": start_table}
+TABLES = {"programs": program_table, "program-instructions": program_instruction_table, "sqlite3": sqlite_table, "start": start_table}
