@@ -29,7 +29,7 @@ def growth_table(options):
     cost = medians(options.rounds, {(c.name, shape): lambda c=c, shape=shape: step_cost(c, shape[0], options.steps // 2, shape[1])
                                     for shape in shapes for c in NEAREST})
     table("Growth with live blocks and threads, ns a step", ("live blocks, threads", *NEAREST_HEADER),
-          [nearest_row(f"{shape[0]:,}, {shape[1]}", [cost[c.name, shape] for c in NEAREST]) for shape in shapes])
+          [(f"{shape[0]:,}, {shape[1]}", *nearest_row(cost[c.name, shape] for c in NEAREST)) for shape in shapes])
 
 
 def instructions(contestant, target, live):
@@ -52,7 +52,7 @@ def instruction_table(options):
         for contestant in (FLOOR, DEFAULTS):
             expect_traces(contestant, target)
         table(f"Instructions a step, {target}", ("live blocks", *NEAREST_HEADER),
-              [nearest_row(f"{live:,}", [instructions(c, target, live) for c in NEAREST]) for live in options.counted_blocks])
+              [(f"{live:,}", *nearest_row(instructions(c, target, live) for c in NEAREST)) for live in options.counted_blocks])
 
 
 def record_table(options):
@@ -63,8 +63,8 @@ def record_table(options):
                                             steps).output)
     floor, defaults, recorded, writing = medians(options.rounds, measures).values()
     table("Record log, ns a step", ("", *LEAST_HEADER),
-          [least_row("what it adds to the defaults; plain writing of the same bytes", recorded - defaults, writing),
-           least_row("a whole step; one of the floor, and the plain writing", recorded, floor + writing)])
+          [("what it adds to the defaults; plain writing of the same bytes", *least_row(recorded - defaults, writing)),
+           ("a whole step; one of the floor, and the plain writing", *least_row(recorded, floor + writing))])
 
 
 def large_table(options):

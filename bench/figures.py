@@ -30,16 +30,16 @@ def table(title, header, rows):
 NEAREST_HEADER = ("bare", "floor", "defaults", "floor to bare", "defaults to bare", "defaults to floor")
 
 
-def nearest_row(name, costs, digits=0):
+def nearest_row(costs):
     """Of what the three contestants of that name take."""
     bare, floor, checked = costs
     ratios = (floor / bare, checked / bare, checked / floor)
-    return (name, *(f"{cost:.{digits}f}" for cost in (bare, floor, checked)), *(f"{ratio:.2f}" for ratio in ratios))
+    return *(f"{cost:.0f}" for cost in (bare, floor, checked)), *(f"{ratio:.2f}" for ratio in ratios)
 
 
 LEAST_HEADER = ("checker", "least", "ratio")
 
 
-def least_row(name, checker, least, digits=0):
+def least_row(checker, least):
     """Of what the checker takes and what the least takes that does the same."""
-    return (name, f"{checker:.{digits}f}", f"{least:.{digits}f}", f"{checker / least:.2f}")
+    return f"{checker:.0f}", f"{least:.0f}", f"{checker / least:.2f}"

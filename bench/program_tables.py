@@ -57,7 +57,7 @@ def compare(contestants, chosen, rounds, counted=False):
 
 def print_programs(title, chosen, cost):
     table(title, ("", *NEAREST_HEADER),
-          [nearest_row(work.program, [cost[work.program, c.name] for c in NEAREST]) for work in chosen])
+          [(work.program, *nearest_row(cost[work.program, c.name] for c in NEAREST)) for work in chosen])
 
 
 def program_table(options):
