@@ -51,7 +51,7 @@ struct alignas(64) Shared {
   uint32_t last_seq_num;
   uint32_t held, peak;  // bytes
   Figures allocations, releases;
-  Figures resizes, resize_releases, aligned_allocations;
+  Figures resizes, resize_releases, aligned_allocations, chunk_maps, chunk_unmaps;
   uint32_t clock_sec;
 };
 constinit Shared shared{};
@@ -161,6 +161,13 @@ uint32_t& word(Address p, HeaderWord which) {
   abort();
 }
 
+// A chunk that the allocator maps for one block counts besides.
+[[gnu::always_inline]] inline void count_mapped(Figures& figures, ChunkWord chunk) {
+  if (__builtin_expect(!chunk.mapped(), 1)) return;
+  ++figures.calls;
+  figures.bytes += round_up(chunk.size(), 4096);
+}
+
 void* fail(Figures& figures) {
   const Locked locked;
   ++figures.calls;
@@ -194,6 +201,7 @@ void link_block(Address p) {
   figures.bytes += size;
   shared.held += size;
   if (shared.held > shared.peak) shared.peak = shared.held;
+  count_mapped(shared.chunk_maps, chunk_before(address_of(raw)));
   word_at(p - kLayout.seq_offset()) = ++shared.last_seq_num;
   link_block(p);
   return pointer_to(p);
@@ -221,6 +229,7 @@ uint32_t offset_for(const Trace& trace, uint32_t alignment) {
   ++figures.calls;
   figures.bytes += size;
   shared.held -= size;
+  count_mapped(shared.chunk_unmaps, chunk);
   from_next += prev - p;  // the flags stay
   from_prev += next - p;
   word(p, kSelfLink) = QR_FREED_MARK;
