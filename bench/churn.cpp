@@ -1,17 +1,21 @@
 // Allocation churn: every step releases one of the live blocks and takes another in its place.
 //   churn LIVE STEPS THREADS
+//   churn depth                how many addresses the trace of such a block has; for those that give blocks a header
 // LIVE blocks and STEPS steps are shared out among THREADS. Prints processor time and elapsed time in ns per step; a
 // step is one free and one malloc, made four calls deep.
 #include <pthread.h>
-#include <time.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
+#include "clock.h"
+#include "quarlheap/model/header_layout.h"
+
 namespace {
 
+constexpr quarl::HeaderLayout kLayout{true, true, true, true, true};
 constexpr uint32_t kSmallest = 8, kUsual = 512, kLargest = 64 * 1024;  // bytes
 constexpr uint32_t kOneLargeIn = 64;
 constexpr long kWarmUpRounds = 3;  // steps per live block before the clocks start
@@ -53,12 +57,6 @@ size_t pick_size(uint32_t& state) {
   return take_second(size);
 }
 
-double now(clockid_t clock) {  // ns
-  timespec time;
-  clock_gettime(clock, &time);
-  return time.tv_sec * 1e9 + time.tv_nsec;
-}
-
 void replace(std::vector<char*>& blocks, long steps, uint32_t& state) {
   for (long i = 0; i < steps; i++) {
     char*& block = blocks[next(state) % blocks.size()];
@@ -83,11 +81,24 @@ void* churn(void* argument) {
   return nullptr;
 }
 
+// 0 for a block without a header.
+uint32_t trace_depth(const char* block) {
+  const auto* end = reinterpret_cast<const uint32_t*>(block);
+  if ((end[quarl::kSelfLink] & ~quarl::kLinkFlags) != quarl::address_of(block)) return 0;
+  return quarl::TraceInfo{*(end - kLayout.trace_info_offset() / 4)}.depth();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2) {
+    char* block = take(kUsual);
+    printf("%u\n", trace_depth(block));
+    free(block);
+    return 0;
+  }
   if (argc != 4) {
-    fprintf(stderr, "churn LIVE STEPS THREADS\n");
+    fprintf(stderr, "churn LIVE STEPS THREADS\nchurn depth\n");
     return 2;
   }
   const long live = atol(argv[1]), steps = atol(argv[2]), threads = atol(argv[3]);

@@ -2,11 +2,11 @@
 //   large blocks SIZE STEPS   a step: malloc of SIZE bytes, and free
 //   large growth SIZE STEPS   a step: a block that grows from SIZE / 16 to SIZE bytes by realloc, a sixteenth each time
 // Prints processor time in ns per step.
-#include <time.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "clock.h"
 
 namespace {
 
@@ -30,12 +30,6 @@ void grow_and_release(size_t size) {
   free(block);
 }
 
-double cpu_now() {  // ns
-  timespec time;
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return time.tv_sec * 1e9 + time.tv_nsec;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -47,8 +41,8 @@ int main(int argc, char** argv) {
   const size_t size = strtoul(argv[2], nullptr, 0);
   const long steps = atol(argv[3]);
   step(size);  // what happens once
-  const double begin = cpu_now();
+  const double begin = now(CLOCK_PROCESS_CPUTIME_ID);
   for (long i = 0; i < steps; i++) step(size);
-  printf("%.1f\n", (cpu_now() - begin) / steps);
+  printf("%.1f\n", (now(CLOCK_PROCESS_CPUTIME_ID) - begin) / steps);
   return 0;
 }

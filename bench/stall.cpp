@@ -5,13 +5,13 @@
 // took meanwhile: the greater of the two is how long the snapshot held the lock.
 #include <pthread.h>
 #include <signal.h>
-#include <time.h>
 
 #include <atomic>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
+
+#include "clock.h"
 
 namespace {
 
@@ -22,10 +22,8 @@ std::atomic<int> calls;
 std::atomic<bool> stop;
 std::atomic<int> longest;  // microseconds
 
-int64_t now() {  // microseconds
-  timespec time;
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  return int64_t{time.tv_sec} * 1000000 + time.tv_nsec / 1000;
+int microseconds_since(double begin) {
+  return static_cast<int>((now(CLOCK_MONOTONIC) - begin) / 1000);
 }
 
 void* allocate(void*) {
@@ -34,9 +32,9 @@ void* allocate(void*) {
   sigaddset(&dump, SIGUSR1);
   pthread_sigmask(SIG_BLOCK, &dump, nullptr);
   while (!stop) {
-    const int64_t begin = now();
+    const double begin = now(CLOCK_MONOTONIC);
     free(malloc(kBlockSize));
-    const int took = int(now() - begin);
+    const int took = microseconds_since(begin);
     if (++calls > kWarmUpCalls && took > longest) longest = took;
   }
   return nullptr;
@@ -54,14 +52,14 @@ int main(int argc, char** argv) {
   pthread_t other;
   pthread_create(&other, nullptr, allocate, nullptr);
   while (calls < kWarmUpCalls) sched_yield();
-  const int64_t begin = now();
+  const double begin = now(CLOCK_MONOTONIC);
   raise(SIGUSR1);
-  const int64_t took = now() - begin;
+  const int took = microseconds_since(begin);
   const int reached = calls;
   while (calls < reached + kWarmUpCalls) sched_yield();  // a call that waited for the lock has ended by then
   stop = true;
   pthread_join(other, nullptr);
-  printf("%lld %d\n", static_cast<long long>(took), longest.load());
+  printf("%d %d\n", took, longest.load());
   for (void* block : blocks) free(block);
   return 0;
 }
