@@ -34,6 +34,17 @@ class Opening(case.Case):
             self.assert_ends(self.run_victim("by_handle", config=config), "the same\n")
         self.assertEqual(self.run_victim("by_handle", environment={"QUARL_ONLY": "others"}).finish(), 0)
 
+    @promise("So does one with a library that stands in front of other functions of the C library, `syscall` and "
+             "`dl_iterate_phdr` among them: it does not hear of what the checker calls.")
+    def test_library_in_front_of_other_functions(self):
+        in_front, library = self.target.victim("libin_front.so"), self.target.library
+        for order in ((in_front,), (in_front, library), (library, in_front)):
+            for config in ("", "QUARL_OUTPUT_LOG=1", "QUARL_ALL=0"):
+                with self.subTest(order=order, config=config):
+                    process = self.run_victim("beside_others", config=config, preload=False,
+                                              environment={"LD_PRELOAD": ":".join(map(str, order))})
+                    self.assert_ends(process, "objects\n")
+
     def test_a_namespace_of_its_own_has_its_own_allocator(self):
         for preload in (False, True):
             self.assertEqual(self.open("namespace", FILES[0], preload=preload), (0, "library\n", "", {0}))

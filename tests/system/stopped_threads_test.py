@@ -27,8 +27,8 @@ class StoppedThreads(case.Case):
         driver.await_that(lambda: driver.out.endswith(exit_line(worker.tid)), "its end")
         driver.await_that(lambda: not os.path.exists(f"/proc/{driver.pid}/task/{worker.tid}"), "the end of the task")
 
-    @promise("A thread that a fault or a limit stops holds no lock of the checker and waits for signal 60, which "
-             "never ends the process.",
+    @promise("A thread that a fault or a limit stops holds no lock of the checker and waits for signal 60, which, "
+             "sent to that thread, never ends the process.",
              "When the signal comes, the thread ends alone: it can be joined, the destructors of its thread-specific and "
              "thread-local data run, and no frame of the program is unwound.")
     def test_waits_for_its_signal_and_ends_like_a_thread(self):
@@ -52,8 +52,8 @@ class StoppedThreads(case.Case):
                 other.free(other.malloc(100))
                 self.assert_ends(driver, driver.out)
 
-    @promise("A thread that a fault or a limit stops holds no lock of the checker and waits for signal 60, which "
-             "never ends the process.")
+    @promise("A thread that a fault or a limit stops holds no lock of the checker and waits for signal 60, which, "
+             "sent to that thread, never ends the process.")
     def test_signal_that_comes_before_the_wait_ends_the_thread_alone(self):
         """Sent as soon as the report is there, it finds some threads on their way to the wait."""
         driver = self.driver(QUIET_END)

@@ -1,5 +1,6 @@
 // The C library that the tested pieces expect: its raw entries are the plain ones, nothing is ever hooked.
 #include "platform/libc_hooks.h"
+#include "platform/system_call.h"
 
 #include <errno.h>
 #include <malloc.h>
@@ -37,6 +38,8 @@ int pthread_self_pid(void) {
 }  // extern "C"
 
 namespace quarl {
+
+constinit SystemCall system_call = syscall;
 
 void prepare_raw_entries() {}
 void set_headed_block_access(const HeadedBlockAccess&) {}

@@ -4,6 +4,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/system_call.h"
+
 namespace quarl {
 namespace {
 
@@ -27,7 +29,7 @@ void end_confinement() {
 
 void await_own_calls() {
   for (int round = 0; round < kRounds && __atomic_load_n(&calls, __ATOMIC_SEQ_CST) != 0; ++round) {
-    syscall(SYS_poll, nullptr, 0, kRound);  // the C library's is a cancellation point
+    system_call(SYS_poll, nullptr, 0, kRound);  // the C library's is a cancellation point
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include "platform/confinement.h"
 #include "platform/system.h"
+#include "platform/system_call.h"
 
 namespace quarl::sys {
 namespace {
@@ -23,7 +24,7 @@ void take_off(int signal) {
   const KeepErrno keep;
   const struct timespec none {};
   const sigset_t set = set_of(signal);
-  syscall(SYS_rt_sigtimedwait, &set, nullptr, &none, 8);
+  system_call(SYS_rt_sigtimedwait, &set, nullptr, &none, 8);
 }
 
 // The call, without the signal that comes to the thread when nobody reads a pipe any more (EPIPE), or at the limit of

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "platform/confinement.h"
+#include "platform/system_call.h"
 
 namespace quarl::sys {
 namespace {
@@ -19,7 +20,7 @@ namespace {
 template <typename... Arguments>
 long call(long number, Arguments... arguments) {
   const OwnCall own;
-  return own.refused() ? -1 : syscall(number, arguments...);
+  return own.refused() ? -1 : system_call(number, arguments...);
 }
 
 }  // namespace
@@ -120,14 +121,14 @@ bool write_all(int fd, const void* data, size_t size) {
 }
 
 void write_regardless(int fd, const void* data, size_t size) {
-  syscall(SYS_write, fd, data, size);
+  system_call(SYS_write, fd, data, size);
 }
 
 bool word_exists(const uint32_t* word) {
   // Compares the word with itself unread, wakes nobody and moves nobody; its answer says whether the word was there.
   constexpr int kCompareRequeue = FUTEX_CMP_REQUEUE | FUTEX_PRIVATE_FLAG;
   const KeepErrno keep;
-  return syscall(SYS_futex, word, kCompareRequeue, 0, 0, word, 0) != -1 || errno != EFAULT;
+  return system_call(SYS_futex, word, kCompareRequeue, 0, 0, word, 0) != -1 || errno != EFAULT;
 }
 
 TimeOfDay time_of_day() {
@@ -137,16 +138,16 @@ TimeOfDay time_of_day() {
 }
 
 void futex_wait(const uint32_t* word, uint32_t expected) {
-  syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
+  system_call(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
 }
 
 bool futex_wait_for(const uint32_t* word, uint32_t expected, int milliseconds) {
   const struct timespec limit = {milliseconds / 1000, milliseconds % 1000 * 1000000L};
-  return syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, &limit, nullptr, 0) == 0 || errno != ETIMEDOUT;
+  return system_call(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, &limit, nullptr, 0) == 0 || errno != ETIMEDOUT;
 }
 
 void futex_wake(const uint32_t* word, int count) {
-  syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
+  system_call(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
 }
 
 }  // namespace quarl::sys

@@ -6,6 +6,7 @@
 //
 // Who opens the C library itself and asks that handle for malloc or free (ctypes does) gets ours: what all others call.
 #include <dlfcn.h>
+#include <string.h>
 
 #include <cstdint>
 
@@ -36,13 +37,24 @@ uint64_t way_to(const char* name) {
   return uint64_t{passing} << 32 | reinterpret_cast<uintptr_t>(next_or_nothing(name));
 }
 
+// Entries that go on to the next definition of their name. Who stands between the C library and us and asks it for its
+// own would be led around in a circle.
+bool goes_on(const char* name) {
+  static constexpr const char* kNames[] = {"dlopen", "dlmopen", "dlsym", "prctl", "syscall", "__register_atfork"};
+  for (const char* each : kNames) {
+    if (strcmp(name, each) == 0) return true;
+  }
+  return false;
+}
+
 // What dlsym answers for a handle of dlopen's, for which it does not matter who asks.
 void* find_in(void* handle, const char* name) {
   using Find = void* (*)(void*, const char*);
   void* found = reinterpret_cast<Find>(next_or_nothing("dlsym"))(handle, name);
   if (found == nullptr) return nullptr;
   void* own = own_function(name);
-  return own != nullptr && found == libc_function(name) ? own : found;
+  if (own == nullptr || found != libc_function(name)) return found;
+  return goes_on(name) && next_function(name) != found ? found : own;
 }
 
 }  // namespace

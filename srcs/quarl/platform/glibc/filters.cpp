@@ -61,9 +61,8 @@ long set_filter(const Filter& filter, Call call) {
   return result;
 }
 
-// The functions that the program would have called without us. They are looked for at the first call of either, which
-// is one of the checker's own at its start: a child of a program with threads could not take the loader's lock any
-// more.
+// The functions that the program would have called without us. They are looked for at the checker's start: a child of a
+// program with threads could not take the loader's lock any more.
 struct Next {
   int (*prctl)(int option, long, long, long, long);
   long (*syscall)(long number, long, long, long, long, long, long);
@@ -88,6 +87,7 @@ Filter filter_of_syscall(long number, const long (&words)[6]) {
 
 void set_filter_steps(const FilterSteps& wanted) {
   steps = wanted;
+  (void)next();
 }
 
 }  // namespace quarl

@@ -8,6 +8,7 @@
 
 #include "platform/libc_hooks.h"
 #include "platform/live_threads.h"
+#include "platform/system_call.h"
 
 extern "C" __attribute__((visibility("hidden"))) void quarl_call_outermost(void (*end)(void*));
 
@@ -35,7 +36,7 @@ void end_thread() {
     quarl_call_outermost(pthread_exit);
   }
   if (live_threads() == 1) exit(0);
-  for (;;) syscall(SYS_exit, 0);
+  for (;;) system_call(SYS_exit, 0);
 }
 
 const char* error_text(int error) {

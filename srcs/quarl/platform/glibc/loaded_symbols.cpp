@@ -4,7 +4,10 @@
 #include <link.h>
 #include <string.h>
 
+#include "platform/address.h"
 #include "platform/elf_dynamic.h"
+
+extern r_debug _r_debug __attribute__((weak));  // the loader's, which the library is not linked with
 
 namespace quarl::glibc {
 namespace {
@@ -19,6 +22,7 @@ class LoadedObject {
       if (info.dlpi_phdr[i].p_type == PT_DYNAMIC) read(info.dlpi_phdr[i].p_vaddr + base_);
     }
   }
+  explicit LoadedObject(const link_map& object) : base_(object.l_addr) { read(address_of(object.l_ld)); }
 
   bool ours() const { return dynamic_ == _DYNAMIC; }
   bool named(const char* soname) const {
@@ -124,9 +128,31 @@ int look(dl_phdr_info* info, size_t, void* data) {
   return search->found.address != nullptr || nowhere_else ? 1 : 0;
 }
 
+// Somebody may stand in front of the C library here, too, and look for it by way of our dlsym. Its own is found in the
+// loader's list, which is read when the process begins and not locked.
+using Iterate = decltype(&dl_iterate_phdr);
+
+Iterate libc_iterate() {
+  for (const link_map* each = &_r_debug != nullptr ? _r_debug.r_map : nullptr; each != nullptr; each = each->l_next) {
+    const LoadedObject object(*each);
+    if (object.named(kLibcName)) return reinterpret_cast<Iterate>(object.find("dl_iterate_phdr"));
+  }
+  return nullptr;
+}
+
+Iterate iterate() {
+  static constinit Iterate found = nullptr;
+  Iterate known = __atomic_load_n(&found, __ATOMIC_ACQUIRE);
+  if (known != nullptr) return known;
+  known = libc_iterate();
+  if (known == nullptr) known = dl_iterate_phdr;
+  __atomic_store_n(&found, known, __ATOMIC_RELEASE);
+  return known;
+}
+
 FoundFunction run(const char* name, Whose whose) {
   Search search{name, whose};
-  dl_iterate_phdr(look, &search);
+  iterate()(look, &search);
   return search.found.address != nullptr ? search.found : FoundFunction{};
 }
 

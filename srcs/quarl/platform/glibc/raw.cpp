@@ -16,6 +16,7 @@
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
 #include "platform/glibc/regions.h"
+#include "platform/system_call.h"
 
 namespace {
 
@@ -133,7 +134,9 @@ void* ext_mmap(void* addr, size_t length, int prot, int flags, int fd, long offs
     errno = EINVAL;
     return MAP_FAILED;
   }
-  const auto map = [=] { return syscall(SYS_mmap2, addr, length, prot, flags, fd, static_cast<long>(bytes / kUnit)); };
+  const auto map = [=] {
+    return system_call(SYS_mmap2, addr, length, prot, flags, fd, static_cast<long>(bytes / kUnit));
+  };
   long mapped = map();
   if (mapped == -1 && errno == ENOMEM && make_room()) mapped = map();
   return reinterpret_cast<void*>(mapped);
@@ -142,12 +145,12 @@ void* ext_mmap(void* addr, size_t length, int prot, int flags, int fd, long offs
 int ext_munmap(void* addr, size_t length) {
   if (told_mapping(addr)) return 0;
   leave_to_application({address_of(addr), round_up(length, kPage)});
-  return static_cast<int>(syscall(SYS_munmap, addr, length));
+  return static_cast<int>(system_call(SYS_munmap, addr, length));
 }
 
 // Without a call behind a filter: the C library tells a lock who has it.
 int pthread_self_pid(void) {
-  if (!confined()) return static_cast<int>(syscall(SYS_gettid));
+  if (!confined()) return static_cast<int>(system_call(SYS_gettid));
   pthread_mutex_t own = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
   pthread_mutex_lock(&own);
   const int task = own.__data.__owner;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "platform/libc_hooks.h"
+#include "platform/system_call.h"
 
 namespace quarl::glibc {
 namespace {
@@ -128,12 +129,12 @@ bool give_back_region(const Region& region) {
 // Cut by an unmapping: emulators have been seen to lose all of a mapping that mremap makes shorter.
 bool stretch_region(const Region& region, uint32_t size) {
   if (size < region.size) return unmap_region({region.base + size, region.size - size, false});
-  return syscall(SYS_mremap, region.base, region.size, size, 0, 0) != -1;
+  return system_call(SYS_mremap, region.base, region.size, size, 0, 0) != -1;
 }
 
 // The kernel wants room for the pages at both places for a moment, which a limit may not allow.
 void move_region(const Region& region, const Region& place) {
-  if (syscall(SYS_mremap, region.base, region.size, place.size, MREMAP_MAYMOVE | MREMAP_FIXED, place.base) != -1)
+  if (system_call(SYS_mremap, region.base, region.size, place.size, MREMAP_MAYMOVE | MREMAP_FIXED, place.base) != -1)
     return;
   memcpy(pointer_to(place.base), pointer_to(region.base), region.size < place.size ? region.size : place.size);
   give_back_region(region);

@@ -1,12 +1,16 @@
 // What the checker needs of an embedded C library that offers the hooks itself.
 #include <pthread.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "platform/libc_hooks.h"
+#include "platform/system_call.h"
 
 namespace quarl {
 
 void prepare_raw_entries() {}
+
+constinit SystemCall system_call = syscall;
 
 // The hooks stay with the library to the end; blocks never reach it without them.
 void set_headed_block_access(const HeadedBlockAccess&) {}
