@@ -214,6 +214,23 @@ class OwnPages(Lists):
         self.assertEqual(self.lists(driver), (0, 0, []))
         self.assert_ends(driver)
 
+    @promise("The records of mappings lie between pages that nobody may touch, so that an overrun ends before them.")
+    def test_records_lie_between_walls(self):
+        """300 mappings take six pages of records, and an index of their own size."""
+        if self.target.emulated:
+            return  # the emulator's own memory lies among it
+        driver = self.driver("")
+        before = self.writable(driver)
+        for _ in range(300):
+            driver.do(f"mmap 0 {PAGE} 0 34 -1 0")
+        walls = self.mapped(driver, "---p")
+        starts, ends = {start for start, _ in walls}, {end for _, end in walls}
+        mine = self.writable(driver) - before
+        self.assertGreater(sum(end - start for start, end in mine), 6 * 4 * PAGE)
+        for start, end in mine:
+            self.assertTrue(start in ends and end in starts, f"{start:#x}-{end:#x} is open to overruns")
+        self.assert_ends(driver)
+
     def take(self, driver, start, size):
         live = self.lists(driver)[0]
         self.assertEqual(driver.do(f"mmap {start:#x} {size} {FIXED}"), start)
@@ -222,9 +239,12 @@ class OwnPages(Lists):
 
     def writable(self, driver):
         """What is mapped without a file, to be read and written."""
+        return self.mapped(driver, "rw-p")
+
+    def mapped(self, driver, access):
         with open(f"/proc/{driver.pid}/maps") as file:
             lines = [line.split() for line in file]
-        return {tuple(int(end, 16) for end in line[0].split("-")) for line in lines if line[1] == "rw-p" and len(line) == 5}
+        return {tuple(int(end, 16) for end in line[0].split("-")) for line in lines if line[1] == access and len(line) == 5}
 
     @promise("So they do where it unmaps what it has mapped, with holes in it in which they lie.")
     def test_records_move_out_of_a_hole(self):

@@ -28,9 +28,13 @@ inline void unmap_own(void* memory, size_t size) {
   raw::unmap(memory, size);
 }
 
-// The same two where a range is about to become the application's: memory that does not touch it, and memory of which
-// what lies in it is left, for the application's mapping takes its place.
-void* map_own_outside(size_t size, const AddressRange& range);
-void unmap_own_outside(void* memory, size_t size, const AddressRange& range);
+// Memory between two pages that nobody may touch: where the application overruns a mapping beside it, it is stopped
+// there. What begins at `memory` is private, anonymous, zero. None of it touches a range that is about to become the
+// application's; when it is given back, what lies in that range is left, for the application's mapping takes its place.
+void* map_guarded(size_t size, const AddressRange& avoided);
+void unmap_guarded(void* memory, size_t size, const AddressRange& left);
+
+// The memory with those pages.
+AddressRange guarded_range(const void* memory, size_t size);
 
 }  // namespace quarl

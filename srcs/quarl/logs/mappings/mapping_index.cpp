@@ -60,7 +60,7 @@ void MappingIndex::erase(uint32_t hole) {
 }
 
 bool MappingIndex::move_table(uint32_t capacity, const AddressRange& avoided) {
-  void* memory = map_own_outside(capacity * sizeof(Slot), avoided);
+  void* memory = map_guarded(capacity * sizeof(Slot), avoided);
   if (memory == MAP_FAILED) return false;
   Slot* const old = slots_;
   const uint32_t old_capacity = capacity_;
@@ -70,7 +70,7 @@ bool MappingIndex::move_table(uint32_t capacity, const AddressRange& avoided) {
   for (const Slot* slot = old; slot != old + old_capacity; ++slot) {
     if (slot->entry != nullptr) insert(*slot);
   }
-  if (old != first_) unmap_own_outside(old, old_capacity * sizeof(Slot), avoided);
+  if (old != first_) unmap_guarded(old, old_capacity * sizeof(Slot), avoided);
   return true;
 }
 
@@ -113,12 +113,12 @@ void MappingIndex::follow(const PageMove& move) {
 }
 
 bool MappingIndex::leave(const AddressRange& range) {
-  const AddressRange table{address_of(slots_), static_cast<uint32_t>(capacity_ * sizeof(Slot))};
-  return slots_ == first_ || !range.overlaps(table) || move_table(capacity_, range);
+  if (slots_ == first_ || !range.overlaps(guarded_range(slots_, capacity_ * sizeof(Slot)))) return true;
+  return move_table(capacity_, range);
 }
 
 void MappingIndex::clear() {
-  if (slots_ != first_) unmap_own(slots_, capacity_ * sizeof(Slot));
+  if (slots_ != first_) unmap_guarded(slots_, capacity_ * sizeof(Slot), {});
   slots_ = first_;
   capacity_ = kFirstCapacity;
   used_ = 0;

@@ -61,7 +61,7 @@ RecordPage* page_of(const TraceInfoEntry* entry) {
 constinit RecordPage* spare_page GUARDED_BY(hook_mutex) = nullptr;
 
 void drop_spare_page(const AddressRange& range) REQUIRES(hook_mutex) {
-  if (spare_page != nullptr) unmap_own_outside(spare_page, page_bytes(), range);
+  if (spare_page != nullptr) unmap_guarded(spare_page, page_bytes(), range);
   spare_page = nullptr;
 }
 
@@ -73,7 +73,7 @@ void prepare_page(RecordPage* page) {
 }
 
 bool add_page() REQUIRES(hook_mutex) {
-  void* memory = spare_page != nullptr ? spare_page : map_own(page_bytes());
+  void* memory = spare_page != nullptr ? spare_page : map_guarded(page_bytes(), {});
   if (memory == MAP_FAILED) return false;
   spare_page = nullptr;
   prepare_page(static_cast<RecordPage*>(memory));
@@ -84,7 +84,7 @@ void remove_page(RecordPage* page) REQUIRES(hook_mutex) {
   for (int i = 0; i < QR_TRACEINFO_NUM; ++i) unlink_from(&unuse_head, &unuse_tail, page->first + i);
   unlink_from(&qr_mmap_block_head, &qr_mmap_block_tail, page);
   if (spare_page != nullptr) {
-    unmap_own(page, page_bytes());
+    unmap_guarded(page, page_bytes(), {});
   } else {
     spare_page = page;
   }
@@ -115,16 +115,16 @@ void follow(const PageMove& move) REQUIRES(hook_mutex) {
 }
 
 AddressRange range_of(const RecordPage* page) {
-  return {address_of(page), static_cast<uint32_t>(page_bytes())};
+  return guarded_range(page, page_bytes());
 }
 
 // Copies the page to where it may stay. Null when there is no memory.
 RecordPage* move_page(RecordPage* page, const AddressRange& range) REQUIRES(hook_mutex) {
-  void* memory = map_own_outside(page_bytes(), range);
+  void* memory = map_guarded(page_bytes(), range);
   if (memory == MAP_FAILED) return nullptr;
   memcpy(memory, page, page_bytes());
-  follow({range_of(page), address_of(memory)});
-  unmap_own_outside(page, page_bytes(), range);
+  follow({{address_of(page), static_cast<uint32_t>(page_bytes())}, address_of(memory)});
+  unmap_guarded(page, page_bytes(), range);
   return static_cast<RecordPage*>(memory);
 }
 
@@ -182,7 +182,7 @@ void release_all_record_pages() {
   while (qr_mmap_block_head != nullptr) {
     RecordPage* page = qr_mmap_block_head;
     qr_mmap_block_head = page->next;
-    unmap_own(page, page_bytes());
+    unmap_guarded(page, page_bytes(), {});
   }
   qr_mmap_block_tail = nullptr;
   useed_head = useed_tail = unuse_head = unuse_tail = nullptr;
