@@ -4,6 +4,7 @@ import contextlib
 import os
 import resource
 import signal
+import socket
 import subprocess
 import tempfile
 import time
@@ -51,7 +52,8 @@ class FailingFiles(case.Case):
         self.assertEqual(driver.finish(), 0)
 
     @promise("With `QUARL_CONTRACT=libc` standard output is the program's: what goes wrong with the checker's own files is told "
-             "on descriptor 2, each text once, and not again by forked children.")
+             "on descriptor 2, each text once, and not again by forked children; it is not told where that is the socket that "
+             "descriptor 0 is, for there the program serves a connection.")
     def test_standard_output_of_a_pipeline(self):
         """Nothing but the program's own words, where no log can be made: its folder is a file."""
         clock = "QUARL_TIMER_SIG=SIGUSR2 QUARL_ALL=1 QUARL_MEM_HEAD=1 QUARL_HEAD_TIME=2 QUARL_TIME_INTERVAL=1 QUARL_SNAP_INTERVAL=1 "
@@ -69,6 +71,21 @@ class FailingFiles(case.Case):
                         self.assertEqual((driver.out, driver.err), ("words", err))
                     else:
                         self.assertEqual((driver.err, driver.out[:len(failed)]), ("", failed))
+
+    @promise("With `QUARL_CONTRACT=libc` standard output is the program's: what goes wrong with the checker's own files is told "
+             "on descriptor 2, each text once, and not again by forked children; it is not told where that is the socket that "
+             "descriptor 0 is, for there the program serves a connection.")
+    def test_standard_descriptors_of_a_connection(self):
+        self.configure("")
+        environment = {"QUARL_CONTRACT": "libc", "QUARL_LOG_DIR": "quarlcfg.ini"}
+        line, variables = self.target.command(self.target.victim("state"), ("1",), environment, True)
+        for connected, said in ((True, b""), (False, FAILED("Not a directory").encode())):
+            ours, theirs = socket.socketpair()
+            with ours, theirs:
+                subprocess.run(line, cwd=self.directory, env=variables, stdin=theirs if connected else subprocess.DEVNULL,
+                               stdout=subprocess.DEVNULL, stderr=theirs, check=False)
+                theirs.close()
+                self.assertEqual(ours.recv(1000), said)
 
     def small_disk(self, size="128k"):
         disk = Path(tempfile.mkdtemp(prefix="disk-", dir=self.directory))

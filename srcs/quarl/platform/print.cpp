@@ -146,9 +146,24 @@ void print(int fd, const char* pattern, ...) {
   va_end(args);
 }
 
+namespace {
+
+// Who serves a connection (from inetd, or as inetd would) has it in the place of the standard descriptors: what is
+// written there is said to the other end.
+bool standard_error_is_connection() {
+  const KeepErrno keep;
+  struct stat64 in {};
+  struct stat64 error {};
+  return sys::stat_fd(kStdin, &in) && sys::stat_fd(kStderr, &error) && S_ISSOCK(error.st_mode) &&
+         in.st_dev == error.st_dev && in.st_ino == error.st_ino;
+}
+
+}  // namespace
+
 void print_trouble(bool* told, const char* pattern, ...) {
   if (confined()) return;
   const bool quiet = keeps_libc_promises();
+  if (quiet && standard_error_is_connection()) return;
   if (quiet && __atomic_exchange_n(told, true, __ATOMIC_RELAXED)) return;
   va_list args;
   va_start(args, pattern);

@@ -7,6 +7,7 @@
 
 namespace quarl {
 
+inline constexpr int kStdin = 0;
 inline constexpr int kStdout = 1;
 inline constexpr int kStderr = 2;
 
@@ -58,7 +59,7 @@ void write_message(int fd, const Text& text);
 
 // What goes wrong with the checker's own files and timer: on standard output. Where that is the program's
 // (libc_hooks.h), on standard error, and only the first time in the process, of which `told` keeps account (a forked
-// child goes on with its parent's).
+// child goes on with its parent's); nowhere when that is a connection of the program's.
 [[gnu::format(printf, 2, 3)]] void print_trouble(bool* told, const char* pattern, ...);
 
 }  // namespace quarl
