@@ -40,21 +40,33 @@ uint64_t way_to(const char* name) {
 // Entries that go on to the next definition of their name. Who stands between the C library and us and asks it for its
 // own would be led around in a circle.
 bool goes_on(const char* name) {
-  static constexpr const char* kNames[] = {"dlopen", "dlmopen", "dlsym", "prctl", "syscall", "__register_atfork"};
+  static constexpr const char* kNames[] = {"dlopen",  "dlmopen",          "dlsym", "dlvsym", "prctl",
+                                           "syscall", "__register_atfork"};
   for (const char* each : kNames) {
     if (strcmp(name, each) == 0) return true;
   }
   return false;
 }
 
-// What dlsym answers for a handle of dlopen's, for which it does not matter who asks.
+void* ours_for(const char* name, void* found) {
+  void* own = own_function(name);
+  if (found == nullptr || own == nullptr || found != libc_function(name)) return found;
+  return goes_on(name) && next_function(name) != found ? found : own;
+}
+
+// What dlsym and dlvsym answer for a handle of dlopen's, for which it does not matter who asks.
 void* find_in(void* handle, const char* name) {
   using Find = void* (*)(void*, const char*);
-  void* found = reinterpret_cast<Find>(next_or_nothing("dlsym"))(handle, name);
-  if (found == nullptr) return nullptr;
-  void* own = own_function(name);
-  if (own == nullptr || found != libc_function(name)) return found;
-  return goes_on(name) && next_function(name) != found ? found : own;
+  return ours_for(name, reinterpret_cast<Find>(next_or_nothing("dlsym"))(handle, name));
+}
+void* find_version_in(void* handle, const char* name, const char* version) {
+  using Find = void* (*)(void*, const char*, const char*);
+  return ours_for(name, reinterpret_cast<Find>(next_or_nothing("dlvsym"))(handle, name, version));
+}
+
+// Whether what a handle leads to may have to be replaced.
+bool looks_into_opened(void* handle) {
+  return handle != RTLD_DEFAULT && handle != RTLD_NEXT && blocks_are_ours();
 }
 
 }  // namespace
@@ -70,9 +82,12 @@ extern "C" {
   return quarl::glibc::way_to("dlmopen");
 }
 [[gnu::visibility("hidden")]] void* quarl_way_to_dlsym(void* handle) {
-  const bool opened = handle != RTLD_DEFAULT && handle != RTLD_NEXT;
-  if (opened && quarl::glibc::blocks_are_ours()) return reinterpret_cast<void*>(quarl::glibc::find_in);
-  return quarl::glibc::next_or_nothing("dlsym");
+  using namespace quarl::glibc;
+  return looks_into_opened(handle) ? reinterpret_cast<void*>(find_in) : next_or_nothing("dlsym");
+}
+[[gnu::visibility("hidden")]] void* quarl_way_to_dlvsym(void* handle) {
+  using namespace quarl::glibc;
+  return looks_into_opened(handle) ? reinterpret_cast<void*>(find_version_in) : next_or_nothing("dlvsym");
 }
 
 }  // extern "C"

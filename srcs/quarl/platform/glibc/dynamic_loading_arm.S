@@ -1,6 +1,6 @@
 // dlopen(file, flags) and dlmopen(namespace, file, flags): the flags lose in place what dynamic_loading.cpp does not let
-// pass. dlsym(handle, name). All go on by a jump, so that whom the loader takes for its caller is still the program.
-// quarl_way_to_* return the function to go on to in r0 and the flags that may pass in r1.
+// pass. dlsym(handle, name) and dlvsym(handle, name, version). All go on by a jump, so that whom the loader takes for its
+// caller is still the program. quarl_way_to_* return the function to go on to in r0 and the flags that may pass in r1.
     .syntax unified
     .arch armv5te
     .arm
@@ -49,5 +49,15 @@ dlsym:
     bx      r12
     .fnend
     .size   dlsym, . - dlsym
+
+    .globl  dlvsym
+    .type   dlvsym, %function
+    .align  2
+dlvsym:
+    .fnstart
+    way     quarl_way_to_dlvsym     // takes the handle from r0
+    bx      r12
+    .fnend
+    .size   dlvsym, . - dlvsym
 
     .section .note.GNU-stack, "", %progbits

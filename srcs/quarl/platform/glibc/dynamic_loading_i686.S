@@ -1,6 +1,6 @@
 // dlopen(file, flags) and dlmopen(namespace, file, flags): the flags lose in place what dynamic_loading.cpp does not let
-// pass. dlsym(handle, name). All go on by a jump, so that whom the loader takes for its caller is still the program.
-// quarl_way_to_* return the function to go on to in eax and the flags that may pass in edx.
+// pass. dlsym(handle, name) and dlvsym(handle, name, version). All go on by a jump, so that whom the loader takes for its
+// caller is still the program. quarl_way_to_* return the function to go on to in eax and the flags that may pass in edx.
     .text
 
 .macro way function
@@ -34,19 +34,24 @@ dlmopen:
     .cfi_endproc
     .size   dlmopen, . - dlmopen
 
-    .globl  dlsym
-    .type   dlsym, @function
-dlsym:
+.macro by_handle name, function
+    .globl  \name
+    .type   \name, @function
+\name:
     .cfi_startproc
     movl    4(%esp), %eax
     subl    $12, %esp
     .cfi_adjust_cfa_offset 12
     movl    %eax, (%esp)
-    call    quarl_way_to_dlsym
+    call    \function
     addl    $12, %esp
     .cfi_adjust_cfa_offset -12
     jmp     *%eax
     .cfi_endproc
-    .size   dlsym, . - dlsym
+    .size   \name, . - \name
+.endm
+
+    by_handle dlsym, quarl_way_to_dlsym
+    by_handle dlvsym, quarl_way_to_dlvsym
 
     .section .note.GNU-stack, "", @progbits
