@@ -76,6 +76,7 @@ class Answers(case.Case):
                 "memalign 64 0xffffffc0", "aligned_alloc 16 0xfffffff0", "posix_memalign 3 8", "posix_memalign 2 8",
                 "posix_memalign 0 8", "posix_memalign 12 8", "posix_memalign 64 0xfffffff0", "valloc 0xfffff000",
                 "pvalloc 0xfffff001", "pvalloc 0xffffffff", "usable_size 0")
+    ALIGNED = ("aligned_alloc 24 8", "aligned_alloc 0 8", "aligned_alloc 100 8")  # as memalign before 2.38
 
     def driver_with(self, checked, config=""):
         return self.driver(config, **({"environment": LIBC} if checked else {"preload": False}))
@@ -85,12 +86,15 @@ class Answers(case.Case):
         return [(command, int(answer), answer.number) for command in self.COMMANDS for answer in [driver.do(command)]]
 
     def test_failures_are_those_of_the_bare_library(self):
-        bare = self.outcomes(self.driver_with(False))
+        bare_driver = self.driver_with(False)
+        bare = self.outcomes(bare_driver)
         self.assertEqual({number for _, _, number in bare}, {0, ENOMEM, EINVAL})
         for config in ("", "QUARL_PROF=0", "QUARL_MEM_HEAD=0", "QUARL_ALL=0"):
             with self.subTest(config):
                 driver = self.driver_with(True, config)
                 self.assertEqual(self.outcomes(driver), bare)
+                served = [command for command in self.ALIGNED if driver.do(command) != 0]
+                self.assertEqual(served, [command for command in self.ALIGNED if bare_driver.do(command) != 0])
                 self.assert_ends(driver)
 
     def test_blocks_survive_failures_and_end_by_zero(self):

@@ -1,6 +1,8 @@
 #include "platform/glibc/contract.h"
 
 #include <errno.h>
+#include <gnu/libc-version.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "platform/environment.h"
@@ -25,6 +27,15 @@ void glibc::choose_contract() {
   if (wanted == nullptr || strcmp(wanted, "libc") != 0) return;
   quarl_libc_contract = 1;
   least_alignment = kLibcAlignment;
+}
+
+int glibc::libc_minor_version() {
+  const char* point = strchr(gnu_get_libc_version(), '.');
+  return point != nullptr ? atoi(point + 1) : 0;
+}
+
+bool glibc::aligned_alloc_takes_any() {
+  return keeps_libc_promises() && libc_minor_version() < 38;
 }
 
 }  // namespace quarl

@@ -14,6 +14,12 @@ inline constexpr size_t kLibcAlignment = alignof(max_align_t) > 8 ? 16 : 8;
 
 void choose_contract();
 
+// The second number of the running glibc's version.
+int libc_minor_version();
+
+// Before 2.38 glibc's aligned_alloc rounded an alignment that is no power of two up, as memalign does.
+bool aligned_alloc_takes_any();
+
 // A request of 0 bytes is to get a block: through the memalign hook, which makes one.
 inline bool wants_empty_block(size_t size) {
   return __builtin_expect(size == 0, 0) && quarl_libc_contract != 0;

@@ -11,6 +11,7 @@
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
 
+using quarl::glibc::aligned_alloc_takes_any;
 using quarl::glibc::bypassed;
 using quarl::glibc::inside_checker;
 using quarl::glibc::kLibcAlignment;
@@ -90,7 +91,7 @@ QUARL_EXPORT void* reallocarray(void* ptr, size_t count, size_t size) {
 }
 
 QUARL_EXPORT void* aligned_alloc(size_t alignment, size_t size) {
-  if (!power_of_two(alignment)) {
+  if (!power_of_two(alignment) && !aligned_alloc_takes_any()) {
     errno = EINVAL;
     return nullptr;
   }

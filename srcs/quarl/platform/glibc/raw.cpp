@@ -1,9 +1,7 @@
 // The raw entries over glibc: its own allocator for ordinary chunks, mappings of our own for large ones.
 #include <errno.h>
-#include <gnu/libc-version.h>
 #include <malloc.h>
 #include <pthread.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -77,8 +75,7 @@ bool wants_mapping_with(size_t alignment, size_t size) {
 
 // glibc aligns to what its compiler's largest type wants, on i686 since 2.26 only.
 uint32_t glibc_alignment() {
-  const char* minor = strchr(gnu_get_libc_version(), '.');
-  return minor != nullptr && atoi(minor + 1) >= 26 ? glibc::kLibcAlignment : 8;
+  return glibc::libc_minor_version() >= 26 ? glibc::kLibcAlignment : 8;
 }
 
 }  // namespace
