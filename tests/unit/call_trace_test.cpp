@@ -18,7 +18,7 @@ struct Walk {
 // The one who captures is the hook: the first entry leads into its caller.
 [[gnu::noinline]] void hook(Walk* walk) {
   walk->words[kMaxTrace] = 0x55AA55AA;
-  walk->count = capture_trace(walk->words, walk->max);
+  walk->count = capture_trace(this_frame(), walk->words, walk->max);
   asm volatile("" ::: "memory");
 }
 [[gnu::noinline]] void recurse(Walk* walk, int times) {

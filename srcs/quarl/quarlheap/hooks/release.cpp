@@ -37,12 +37,21 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
 }
 
 // Checks the block first.
-[[gnu::flatten, gnu::noinline]] void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
+[[gnu::always_inline]] inline void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   const ScopedLock lock;
-  BoundedBlock block;
+  const BoundedBlock block = DoubtfulBlock(p).bounded_as(HeaderLayout::for_new(flags, kOpMalloc));
   Ties ties;
-  if (!is_certain(DoubtfulBlock(p), &block, &ties)) return give_up_doubtful(flags, p, trace);
-  return give_up(flags, {p, block.offset(), ties}, trace);
+  if (__builtin_expect(!is_certain(block, &ties), 0)) return give_up_doubtful(flags, p, trace);
+  return give_up(flags, {block, ties}, trace);
+}
+
+// `nowhere`: there is nothing to be looked at.
+[[gnu::always_inline]] inline void release(const Flags& flags, HookFrame frame, void* ptr, bool nowhere) {
+  CallTrace trace;
+  if (flags.record_log()) take_trace(flags, frame, &trace);
+  if (ptr == nullptr) return count_failure(flags, kOpFree, 0, trace);
+  const Address p = address_of(ptr);
+  raw::release(nowhere || nothing_to_do(flags, p) ? ptr : give_up_block(flags, p, trace));
 }
 
 }  // namespace
@@ -50,17 +59,9 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
 [[gnu::noinline]] void free_hook(void* ptr, const void*) {
   const InsideChecker inside;
   if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::release(ptr);
-  const Address p = address_of(ptr);
-  const bool nowhere = p == 0 || leads_nowhere(p);
-  if (!nowhere) prefetch_block(p);
-  const Flags flags = enter_hook(kSlopFree);
-  CallTrace trace;
-  if (flags.record_log()) take_trace(flags, &trace);
-  if (p == 0) {
-    count_failure(flags, kOpFree, 0, trace);
-    return;
-  }
-  raw::release(nowhere || nothing_to_do(flags, p) ? ptr : give_up_block(flags, p, trace));
+  const bool nowhere = ptr == nullptr || leads_nowhere(address_of(ptr));
+  if (!nowhere) prefetch_block(address_of(ptr));
+  run_hook<release>(kSlopFree, this_frame(), ptr, nowhere);
 }
 
 }  // namespace quarl

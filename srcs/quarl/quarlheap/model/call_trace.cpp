@@ -18,7 +18,7 @@ namespace {
 
 // Every allocation comes here, so a frame costs a few comparisons and no more. Each frame lies higher than the one
 // before, which is why the lower end of the stack is looked at once.
-[[gnu::noinline]] int walk_frames(uintptr_t fp, uint32_t* buf, int max) {
+[[gnu::noinline]] int capture_trace(HookFrame fp, uint32_t* buf, int max) {
   if (__builtin_expect(max > kMaxTrace, 0)) max = complain_of_depth();
   const StackRange stack = stack_around(fp);
   const uintptr_t highest = stack.high - frame::kEnd;

@@ -14,13 +14,13 @@ struct CallTrace {
   uint32_t words[kMaxTrace];  // entry 0 is nearest to the hook; undefined from depth on
 };
 
-// The walk itself, from the frame of the hook on: at most max return addresses into buf[0 .. count); returns count.
-int walk_frames(uintptr_t hook_frame, uint32_t* buf, int max);
+// The frame of a hook, in which its trace begins.
+using HookFrame = uintptr_t;
+[[gnu::always_inline]] inline HookFrame this_frame() {
+  return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+}
 
 // Fills buf[0 .. count) with at most max return addresses, the one into the hook's caller first; returns count.
-// Inlined, because the walk begins in the frame of the caller, which must be the hook.
-[[gnu::always_inline]] inline int capture_trace(uint32_t* buf, int max) {
-  return walk_frames(reinterpret_cast<uintptr_t>(__builtin_frame_address(0)), buf, max);
-}
+int capture_trace(HookFrame frame, uint32_t* buf, int max);
 
 }  // namespace quarl

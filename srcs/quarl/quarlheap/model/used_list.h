@@ -49,16 +49,17 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
 // to follow. A link that was left behind may name p, whose memory is another's again.
 [[gnu::cold, gnu::noinline]] void replace_lost_tail(Address p) REQUIRES(hook_mutex);
 
-// Appends the block; its links were empty, and their flags stay.
-inline void link_block(SoundBlock block, Address last_byte) REQUIRES(hook_mutex) {
+// Appends the block, and writes its links with the flags of its layout.
+[[gnu::always_inline]] inline void link_block(const SoundBlock& block, Address last_byte) REQUIRES(hook_mutex) {
   const Address p = block.p();
   enter_pages(p, block.chunk_word(), last_byte);
   ++heap_block_count;
-  header::set_link(p, kSelfLink, p);
+  header::word(p, kSelfLink) = p | block.layout().self_flags();
+  header::word(p, kNextLink) = block.layout().next_flags();
+  header::word(p, kPrevLink) = block.layout().prev_flags();
   if (__builtin_expect(used_list_closed, 0)) return;
   if (__builtin_expect(!page_is_live(heap_block_tail - 4), 0)) replace_lost_tail(p);
-  header::set_link(p, kPrevLink, heap_block_tail);
-  header::set_link(p, kNextLink, 0);
+  header::word(p, kPrevLink) |= heap_block_tail;
   if (heap_block_tail != 0) header::set_link(heap_block_tail, kNextLink, p);
   heap_block_tail = p;
   if (heap_block_head == 0) heap_block_head = p;
@@ -99,7 +100,7 @@ struct Ties {
 [[gnu::cold, gnu::noinline]] void unlink_damaged(Address p) REQUIRES(hook_mutex);
 
 // `ties` are the block's; where they do not hold, the list is mended as far as it goes.
-inline void unlink_block(SoundBlock block, Ties ties) REQUIRES(hook_mutex) {
+[[gnu::always_inline]] inline void unlink_block(const SoundBlock& block, Ties ties) REQUIRES(hook_mutex) {
   const Address p = block.p();
   leave_pages(p, block.chunk_word(), block.last_byte());
   --heap_block_count;
@@ -113,7 +114,7 @@ inline void unlink_block(SoundBlock block, Ties ties) REQUIRES(hook_mutex) {
 }
 
 // The end of a block: takes it off the list and marks its header.
-inline void mark_released(SoundBlock block, Ties ties) REQUIRES(hook_mutex) {
+[[gnu::always_inline]] inline void mark_released(const SoundBlock& block, Ties ties) REQUIRES(hook_mutex) {
   unlink_block(block, ties);
   mark_freed(block.p());
 }
