@@ -33,11 +33,12 @@ class MadeBlock {
     trace.depth = shape.depth;
     for (int i = 0; i < shape.depth; ++i) trace.words[i] = 0xABC00000U + static_cast<uint32_t>(i);
     const ScopedLock lock;
-    fill_header(p, placement, shape.size, shape.op, trace);
-    number_header(p, placement.layout);
-    header::word(p, kSelfLink) = p | placement.layout.self_flags();
-    header::word(p, kNextLink) = placement.layout.next_flags();
-    header::word(p, kPrevLink) = placement.layout.prev_flags();
+    const HeaderLayout layout = HeaderLayout::for_new(shape.flags, shape.op);
+    fill_header(p, layout, shape.size, shape.op, trace, shape.align_log2);
+    number_header(p, layout);
+    header::word(p, kSelfLink) = p | layout.self_flags();
+    header::word(p, kNextLink) = layout.next_flags();
+    header::word(p, kPrevLink) = layout.prev_flags();
     last_ = sound().last_byte();
     enter_pages(p, raw - 4, last_);
   }

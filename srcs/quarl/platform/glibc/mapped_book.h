@@ -21,8 +21,9 @@ class MappedBook {
  public:
   // The chunk that begins exactly there, null when there is none.
   MappedChunk* find(Address raw) const {
-    const Leaf* leaf = __atomic_load_n(&leaves_[raw >> kLeafLog2], __ATOMIC_ACQUIRE);
+    const Leaf* leaf = __atomic_load_n(&leaves_[raw >> kLeafLog2], __ATOMIC_RELAXED);
     if (__builtin_expect(leaf == nullptr, 1)) return nullptr;
+    __atomic_thread_fence(__ATOMIC_ACQUIRE);
     const MappedChunk& entry = leaf->entries[index(raw)];
     return entry.raw == raw && raw != 0 ? const_cast<MappedChunk*>(&entry) : nullptr;
   }

@@ -17,8 +17,8 @@ bool qr_find_used_block(Address p, bool lock_held) REQUIRES(hook_mutex);
 class CheckedPointer {
  public:
   explicit CheckedPointer(Address foreign) : p_(foreign), offset_(0) {}
-  CheckedPointer(const BoundedBlock& block, Ties ties)
-      : p_(block.p()), offset_(block.offset()), layout_(block.layout()), ties_(ties) {}
+  CheckedPointer(const SoundBlock& block, Ties ties)
+      : p_(block.p()), offset_(block.p() - block.raw()), layout_(block.layout()), ties_(ties) {}
 
   bool headed() const { return offset_ != 0; }
   SoundBlock block() const { return {p_, offset_, layout_}; }  // of a headed one
@@ -35,9 +35,11 @@ class CheckedPointer {
   Ties ties_;
 };
 
-// A pointer to memory that is not there cannot be looked at: the allocator gets it as it is. No lock is needed.
+// A null pointer, or one to memory that is not there, cannot be looked at: the allocator gets it as it is. No lock is
+// needed.
 inline bool leads_nowhere(Address p) {
-  return __builtin_expect(!page_is_live(p - 4), 0) && !is_bare_block(pointer_to(p)) && !memory_exists(p - 4);
+  if (__builtin_expect(page_is_live(p - 4), 1)) return false;
+  return p == 0 || (!is_bare_block(pointer_to(p)) && !memory_exists(p - 4));
 }
 
 // The short way: whether the block, which names itself, is sound for certain. When it is not, nothing is known of it

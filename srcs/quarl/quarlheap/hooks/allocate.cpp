@@ -67,7 +67,7 @@ void* raw_memalign(uint32_t alignment, uint32_t size) {
 
 }  // namespace
 
-[[gnu::noinline]] void* malloc_hook(size_t size, const void*) {
+[[gnu::noinline, gnu::flatten]] void* malloc_hook(size_t size, const void*) {
   const InsideChecker inside;
   return run_hook<allocate>(kSlopMalloc, this_frame(), size);
 }

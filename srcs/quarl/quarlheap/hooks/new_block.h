@@ -17,6 +17,7 @@ struct NewBlock {
   const CallTrace& trace;
 
   Address user(void* raw) const { return address_of(raw) + place.offset; }
+  HeaderLayout layout() const { return HeaderLayout::for_new(flags, op); }  // of one with a header
 };
 
 // True when offset and size together pass 2^32.
@@ -29,14 +30,15 @@ void* bare_block(void* raw);
 
 // Before the lock is taken: writes what nobody else can see yet.
 [[gnu::always_inline]] inline void begin_block(const NewBlock& block, void* raw) {
-  if (block.flags.header()) fill_header(block.user(raw), block.place, block.size, block.op, block.trace);
+  if (!block.flags.header()) return;
+  fill_header(block.user(raw), block.layout(), block.size, block.op, block.trace, block.place.align_log2);
 }
 
 // Under the lock: number, list and record. Returns the user pointer.
 [[gnu::always_inline]] inline void* link_new_block(const NewBlock& block, void* raw) REQUIRES(hook_mutex) {
   const Address p = block.user(raw);
   if (!block.flags.header()) return bare_block(raw);
-  const SoundBlock made(p, block.place.offset, block.place.layout);
+  const SoundBlock made(p, block.place.offset, block.layout());
   number_header(p, made.layout());
   link_block(made, header::last_byte(p, block.size, made.layout().guard_size()));
   if (block.flags.record_log()) record_allocation(made, block.trace);

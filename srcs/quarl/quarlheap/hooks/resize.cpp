@@ -206,7 +206,7 @@ void* resize_block(Resize resize) {
 [[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void*) {
   const InsideChecker inside;
   if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::resize(ptr, size);
-  const bool nowhere = ptr == nullptr || leads_nowhere(address_of(ptr));
+  const bool nowhere = leads_nowhere(address_of(ptr));
   if (!nowhere) prefetch_block(address_of(ptr));
   return run_hook<reallocate>(kSlopMalloc | kSlopFree, this_frame(), ptr, size, nowhere);
 }

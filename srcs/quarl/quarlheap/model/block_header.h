@@ -49,6 +49,11 @@ inline Address last_byte(Address p, uint32_t size, uint32_t guard) {
 
 }  // namespace header
 
+// Whether the raw block of an ordinary chunk can lie there.
+inline bool raw_is_aligned(Address raw) {
+  return (raw & (raw_alignment - 1)) == 0;
+}
+
 // What the optional fields of a header say, 0 where one is not there.
 struct HeaderFields {
   uint32_t tid;
@@ -105,8 +110,7 @@ class BoundedBlock {
   TraceInfo info() const { return header::trace_info(p_, layout_); }
   uint32_t size() const { return header::word(p_, kUserSize); }
   ChunkWord chunk() const { return chunk_before(p_ - offset_); }
-  // Whether an ordinary chunk can lie there.
-  bool raw_is_aligned() const { return ((p_ - offset_) & (raw_alignment - 1)) == 0; }
+  bool raw_is_aligned() const { return quarl::raw_is_aligned(p_ - offset_); }
 
   // Whether the block's end, its guard where it has one, lies in memory that is there.
   bool end_exists() const {
@@ -153,12 +157,12 @@ class DoubtfulBlock {
   BoundedBlock bounded() const {
     if (!all_fields_can_be_read()) return {};
     const HeaderLayout layout = header::layout(p_);
-    return bounded_by(layout, kFieldsSize[layout.fields]);
+    return {p_, bounded_offset(layout, kFieldsSize[layout.fields]), layout};
   }
   // The same of a block that has this layout; false, too, when it has another or does not name itself.
-  [[gnu::always_inline]] BoundedBlock bounded_as(const HeaderLayout& layout) const {
-    if (!all_fields_can_be_read() || !header::is_of_layout(p_, layout)) return {};
-    return bounded_by(layout, layout.lowest_offset(0));
+  [[gnu::always_inline]] BoundedBlock bounded_as(HeaderLayout layout) const {
+    const bool has_it = all_fields_can_be_read() && header::is_of_layout(p_, layout);
+    return {p_, __builtin_expect(has_it, 1) ? bounded_offset(layout, layout.lowest_offset(0)) : 0, layout};
   }
 
   friend bool operator==(DoubtfulBlock a, DoubtfulBlock b) { return a.p_ == b.p_; }
@@ -169,18 +173,18 @@ class DoubtfulBlock {
     return __builtin_expect(page_holds(p_, kLongestFields), 1) || fields_exist(*this);
   }
 
-  // Judges a header of these fields, which can be read: `lowest` is their lowest_offset(0).
-  [[gnu::always_inline]] BoundedBlock bounded_by(const HeaderLayout& layout, uint32_t lowest) const {
+  // The way from the raw block by a header of these fields, which can be read; 0 when it cannot be. `lowest` is their
+  // lowest_offset(0).
+  [[gnu::always_inline]] uint32_t bounded_offset(HeaderLayout layout, uint32_t lowest) const {
     uint32_t alignment = least_alignment;
     if (__builtin_expect(layout.trace_info(), 1)) {
       const TraceInfo info{header::field(p_, lowest)};
-      if (info.depth() > kMaxTrace) return {};
+      if (info.depth() > kMaxTrace) return 0;
       if (layout.trace()) lowest += 4 * info.depth();
-      if (__builtin_expect(info.align_log2() != kPlainAlignLog2, 0) && !align_can_be(p_, info, &alignment)) return {};
+      if (__builtin_expect(info.align_log2() != kPlainAlignLog2, 0) && !align_can_be(p_, info, &alignment)) return 0;
     }
     const uint32_t offset = round_up(lowest, alignment);
-    if (!page_is_live(p_ - offset - 4)) return {};
-    return {p_, offset, layout};
+    return page_is_live(p_ - offset - 4) ? offset : 0;
   }
 
   // The last step of the way down is judged by the flags, which have to be there for it.
@@ -216,26 +220,26 @@ inline uint32_t offset_for(uint32_t lowest, uint32_t alignment) {
   return user_offset(lowest, alignment, least_alignment);
 }
 
-// Where a new block lies in its raw block, and what its header has.
+// Where a new block lies in its raw block.
 struct Placement {
-  HeaderLayout layout;
-  uint32_t offset;  // raw block to user pointer, 0 without a header
+  uint32_t offset;  // raw block to user pointer
+  uint32_t guard;   // bytes behind the user's
   uint32_t align_log2;
 
   uint32_t alignment() const { return 1U << align_log2; }
-  uint32_t raw_size(uint32_t user_size) const { return offset + layout.guard_size() + user_size; }
+  uint32_t raw_size(uint32_t user_size) const { return offset + guard + user_size; }
 };
 inline Placement place_block(const Flags& flags, Operation op, int depth, uint32_t align_log2 = kPlainAlignLog2) {
-  if (!flags.header()) return {{}, 0, align_log2};
+  if (!flags.header()) return {0, 0, align_log2};
   const HeaderLayout layout = HeaderLayout::for_new(flags, op);
-  return {layout, offset_for(layout.lowest_offset(static_cast<uint32_t>(depth)), 1U << align_log2), align_log2};
+  const uint32_t lowest = layout.lowest_offset(static_cast<uint32_t>(depth));
+  return {offset_for(lowest, 1U << align_log2), layout.guard_size(), align_log2};
 }
 
 // Writes the header below p and the guard behind the block, but for the links and the number: nobody knows of the block
 // until it has those, so no lock is needed.
-[[gnu::always_inline]] inline void fill_header(Address p, const Placement& place, uint32_t user_size, Operation op,
-                                               const CallTrace& trace) {
-  const HeaderLayout& layout = place.layout;
+[[gnu::always_inline]] inline void fill_header(Address p, HeaderLayout layout, uint32_t user_size, Operation op,
+                                               const CallTrace& trace, uint32_t align_log2) {
   header::word(p, kUserSize) = user_size;
   // Bytes, not a word: nothing says that the end of the user's bytes is aligned.
   if (layout.guard()) memcpy(pointer_to(p + user_size), kTailGuard, sizeof kTailGuard);
@@ -243,7 +247,7 @@ inline Placement place_block(const Flags& flags, Operation op, int depth, uint32
   if (layout.time()) header::field(p, layout.time_offset()) = static_cast<uint32_t>(clock_sec);
   if (!layout.trace_info()) return;
   const auto depth = static_cast<uint32_t>(trace.depth);  // 0 without a trace
-  header::field(p, layout.trace_info_offset()) = TraceInfo::make(depth, op, place.align_log2).word;
+  header::field(p, layout.trace_info_offset()) = TraceInfo::make(depth, op, align_log2).word;
   void* lowest = pointer_to(p - layout.trace_offset(depth));
   if (__builtin_expect(depth == kDefaultDepth, 1)) {  // as a few words, without a call
     memcpy(lowest, trace.words, 4 * kDefaultDepth);
@@ -253,7 +257,7 @@ inline Placement place_block(const Flags& flags, Operation op, int depth, uint32
 }
 
 // The next number, when the header has one.
-inline void number_header(Address p, const HeaderLayout& layout) REQUIRES(hook_mutex) {
+inline void number_header(Address p, HeaderLayout layout) REQUIRES(hook_mutex) {
   if (layout.time()) header::field(p, layout.seq_offset()) = ++last_seq_num;
 }
 

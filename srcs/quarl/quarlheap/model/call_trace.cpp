@@ -18,30 +18,31 @@ namespace {
 
 // Every allocation comes here, so a frame costs a few comparisons and no more. Each frame lies higher than the one
 // before, which is why the lower end of the stack is looked at once.
-[[gnu::noinline]] int capture_trace(HookFrame fp, uint32_t* buf, int max) {
+int capture_trace(HookFrame fp, uint32_t* buf, int max) {
   if (__builtin_expect(max > kMaxTrace, 0)) max = complain_of_depth();
   const StackRange stack = stack_around(fp);
   const uintptr_t highest = stack.high - frame::kEnd;
   if (max <= 0 || fp + static_cast<uintptr_t>(frame::kLowestWord) < stack.low || fp > highest) return 0;
   uint32_t* out = buf;
   const uint32_t* end = buf + max;
-  for (;;) {
+  uintptr_t next = fp;
+  do {
+    fp = next;
     uint32_t address = frame::return_address(fp);
     *out = address;
     if (!is_plain_code(address)) {
       const CodePage page = code_page(address);
-      if (page == CodePage::kNone) break;
-      if (page == CodePage::kRead && frame::returns_without_frame(address)) {
+      if (page == kNoCode) break;
+      const bool frameless = (page & kFrameless) != 0 && frame::returns_without_frame(address);
+      if (frameless) {
         address = frame::frameless_return_address(fp);
         if (++out == end) break;
         *out = address;
       }
-      if (is_outermost(address)) end = out + 1;
+      if (((page & kOutermost) != 0 || frameless) && is_outermost(address)) end = out + 1;
     }
-    const uintptr_t next = frame::caller_frame(fp);
-    if (++out == end || next <= fp || next > highest || next % 4 != 0) break;
-    fp = next;
-  }
+    next = frame::caller_frame(fp);
+  } while (++out != end && next > fp && next <= highest && next % 4 == 0);
   return static_cast<int>(out - buf);
 }
 

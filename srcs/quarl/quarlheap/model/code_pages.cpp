@@ -5,35 +5,30 @@
 
 namespace quarl {
 
+constinit detail::Outermost detail::outermost{};
 constinit CodePage code_pages[1U << (32 - kCodePageLog2)]{};
 
 namespace {
 
-constinit CodeRange outermost[2]{};
+constinit CodeRange ranges[2]{};
 
 constexpr uint32_t page_of(uint32_t address) {
   return address >> kCodePageLog2;
 }
 
 bool outermost_is_on(uint32_t page) {
-  for (const CodeRange& range : outermost) {
-    if (range.start < range.end && page_of(range.start) <= page && page <= page_of(range.end - 1)) return true;
+  for (const CodeRange& range : ranges) {
+    if (range.count() != 0 && page_of(range.start) <= page && page <= page_of(range.end - 1)) return true;
   }
   return false;
 }
 
 CodePage look_at(uint32_t address) {
+  const CodeKind kind = code_kind(address);
+  if (kind == CodeKind::kNone) return kNoCode;
   const uint32_t page = page_of(address);
-  switch (code_kind(address)) {
-    case CodeKind::kStartup:
-      return outermost_is_on(page) || frame::may_return_without_frame(page << kCodePageLog2) ? CodePage::kRead
-                                                                                             : CodePage::kPlain;
-    case CodeKind::kLate:
-      return outermost_is_on(page) ? CodePage::kRange : CodePage::kPlain;
-    case CodeKind::kNone:
-      break;
-  }
-  return CodePage::kNone;
+  const bool frameless = kind == CodeKind::kStartup && frame::may_return_without_frame(page << kCodePageLog2);
+  return static_cast<CodePage>(kCode | (outermost_is_on(page) ? kOutermost : 0) | (frameless ? kFrameless : 0));
 }
 
 void keep(uint32_t page, CodePage kind) {
@@ -41,8 +36,8 @@ void keep(uint32_t page, CodePage kind) {
 }
 
 void forget_outermost() {
-  for (const CodeRange& range : outermost) {
-    for (uint32_t page = page_of(range.start); page <= page_of(range.end); ++page) keep(page, CodePage::kNone);
+  for (const CodeRange& range : ranges) {
+    for (uint32_t page = page_of(range.start); page <= page_of(range.end); ++page) keep(page, kNoCode);
   }
 }
 
@@ -50,19 +45,16 @@ void forget_outermost() {
 
 void set_outermost_code(CodeRange main, CodeRange clone) {
   forget_outermost();
-  outermost[0] = main;
-  outermost[1] = clone;
+  ranges[0] = main;
+  ranges[1] = clone;
+  detail::outermost = {main.first(), main.count(), clone.first(), clone.count()};
   forget_outermost();
 }
 
-bool is_outermost(uint32_t address) {
-  return outermost[0].holds(address) || outermost[1].holds(address);
-}
-
 CodePage learn_code_page(uint32_t address) {
-  const CodePage kind = look_at(address);
-  if (kind != CodePage::kNone) keep(page_of(address), kind);
-  return kind;
+  const CodePage page = look_at(address);
+  if (page != kNoCode) keep(page_of(address), page);
+  return page;
 }
 
 }  // namespace quarl

@@ -30,6 +30,7 @@ namespace quarl {
 inline constexpr uint32_t QR_FREED_MARK = 0xD8675309;
 inline constexpr uint8_t kTailGuard[4] = {0xEB, 0xBE, 0xDA, 0xFE};
 inline constexpr uint32_t kGuardSize = sizeof kTailGuard;
+inline constexpr uint32_t kTailGuardWord = 0xFEDABEEB;  // the same, read as a word
 
 // The words that every header has, by their position from the user pointer, and the flags in the low bits of the links.
 enum HeaderWord : int { kSelfLink = -1, kNextLink = -2, kPrevLink = -3, kUserSize = -4 };
@@ -126,9 +127,10 @@ struct HeaderLayout {
 // All that a header can have.
 inline constexpr HeaderLayout kFullLayout{kTidField | kTimeField | kTraceInfoField | kTraceField | kGuardField};
 
-// Bytes from the raw block to the user pointer of a block of that alignment; `least` is the least of the process.
+// Bytes from the raw block to the user pointer of a block of that alignment; `least` is the least of the process, 8 or
+// more.
 constexpr uint32_t user_offset(uint32_t lowest, uint32_t alignment, uint32_t least) {
-  return round_up(lowest, alignment > least ? alignment : least);
+  return round_up(lowest, alignment <= 8 || alignment < least ? least : alignment);
 }
 
 // lowest_offset(0) of each layout: where a header is read, the table is quicker than the sum.

@@ -56,13 +56,13 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
   ++heap_block_count;
   header::word(p, kSelfLink) = p | block.layout().self_flags();
   header::word(p, kNextLink) = block.layout().next_flags();
-  header::word(p, kPrevLink) = block.layout().prev_flags();
-  if (__builtin_expect(used_list_closed, 0)) return;
   if (__builtin_expect(!page_is_live(heap_block_tail - 4), 0)) replace_lost_tail(p);
-  header::word(p, kPrevLink) |= heap_block_tail;
-  if (heap_block_tail != 0) header::set_link(heap_block_tail, kNextLink, p);
+  const Address tail = heap_block_tail;
+  header::word(p, kPrevLink) = tail | block.layout().prev_flags();
+  if (__builtin_expect(used_list_closed, 0)) return;
+  if (__builtin_expect(tail != 0, 1)) header::set_link(tail, kNextLink, p);
   heap_block_tail = p;
-  if (heap_block_head == 0) heap_block_head = p;
+  if (__builtin_expect(heap_block_head == 0, 0)) heap_block_head = p;
 }
 
 // The two words that name a block on the list: links of its neighbours, or the ends of the list.
@@ -120,15 +120,14 @@ struct Ties {
 }
 
 // Asks for the cache lines that the end of a block touches (its header, its guard, both neighbours), so that they come
-// side by side instead of one after the other. The word before p is there.
+// side by side instead of one after the other. The word before p is there; what p is does not matter.
 [[gnu::always_inline]] inline void prefetch_block(Address p) {
   constexpr uint32_t kTypicalHeader = 72;
-  const DoubtfulBlock block(p);
   prefetch(p - kTypicalHeader);
-  if (!page_holds(p, kFixedSize) || !block.names_itself()) return;
-  prefetch(header::link(p, kNextLink) - 12);
-  prefetch(header::link(p, kPrevLink) - 12);
-  prefetch(p + block.claimed_size());
+  if (__builtin_expect(!page_holds(p, kFixedSize), 0)) return;
+  prefetch(header::word(p, kNextLink) - 12);  // the flags change no line
+  prefetch(header::word(p, kPrevLink) - 12);
+  prefetch(p + header::word(p, kUserSize));
 }
 
 // A walk along the list: for (BlockWalk walk; walk.here(); walk.step()) walk.block();
