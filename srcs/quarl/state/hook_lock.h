@@ -27,8 +27,7 @@ enum LeftWork : uint32_t {
   kPendingEnd = 16,   // end the process, as an item asks
 };
 
-// On a cache line of its own: those who wait look at it while its owner writes to what it guards.
-class CAPABILITY("mutex") alignas(64) HookLock {
+class CAPABILITY("mutex") HookLock {
  public:
   [[gnu::always_inline]] void lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS {
     if (__builtin_expect(!take_free(), 0)) wait_and_lock();
@@ -91,7 +90,17 @@ class CAPABILITY("mutex") alignas(64) HookLock {
   void (*worker_)(uint32_t) = nullptr;
 };
 
-extern HookLock hook_mutex;
+// The words that every allocation and every release writes, beside the lock that guards them: they go from one
+// processor to the next as one cache line. Each has a name of its own where it belongs.
+struct alignas(64) HotWords {
+  HookLock lock;
+  uint32_t last_seq_num;
+  uint32_t heap_block_head, heap_block_tail, heap_block_count;
+};
+static_assert(sizeof(HotWords) == 64);
+extern HotWords hot_words;
+
+inline constexpr HookLock& hook_mutex = hot_words.lock;
 
 class SCOPED_CAPABILITY ScopedLock {
  public:

@@ -4,9 +4,6 @@
 
 namespace quarl {
 
-constinit Address heap_block_head = 0;
-constinit Address heap_block_tail = 0;
-constinit uint32_t heap_block_count = 0;
 constinit bool used_list_closed = false;
 
 void close_used_list() {

@@ -8,9 +8,11 @@
 
 namespace quarl {
 
-extern Address heap_block_head GUARDED_BY(hook_mutex);  // 0 when the list is empty
-extern Address heap_block_tail GUARDED_BY(hook_mutex);
-extern uint32_t heap_block_count GUARDED_BY(hook_mutex);  // blocks that were linked and not unlinked
+// 0 when the list is empty.
+inline constexpr Address& heap_block_head GUARDED_BY(hook_mutex) = hot_words.heap_block_head;
+inline constexpr Address& heap_block_tail GUARDED_BY(hook_mutex) = hot_words.heap_block_tail;
+// Blocks that were linked and not unlinked.
+inline constexpr uint32_t& heap_block_count GUARDED_BY(hook_mutex) = hot_words.heap_block_count;
 extern bool used_list_closed GUARDED_BY(hook_mutex);
 
 // At the end, once the hooks are gone: blocks go back to the allocator past the list from then on, and a link may lead
