@@ -102,6 +102,7 @@ bool has_wild_link(DoubtfulBlock block) {
 }
 
 void replace_lost_tail(Address p) {
+  if (heap_block_head == 0 && heap_block_tail == 0) return;
   const Address reached = last_before(heap_block_head, kNextLink, p);
   heap_block_tail = is_block(reached) && reached != p ? reached : 0;
 }
