@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr quarl::HeaderLayout kLayout{true, true, true, true, true};
+constexpr quarl::HeaderLayout kLayout = quarl::kFullLayout;
 constexpr uint32_t kSmallest = 8, kUsual = 512, kLargest = 64 * 1024;  // bytes
 constexpr uint32_t kOneLargeIn = 64;
 constexpr long kWarmUpRounds = 3;  // steps per live block before the clocks start

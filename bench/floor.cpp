@@ -33,7 +33,7 @@ void* __libc_memalign(size_t alignment, size_t size);
 namespace quarl {
 namespace {
 
-constexpr HeaderLayout kLayout{true, true, true, true, true};
+constexpr HeaderLayout kLayout = kFullLayout;
 constexpr uint32_t kAlignment = 16, kAlignmentLog2 = 4;  // what the C library promises its programs at most
 constexpr uint32_t kChunkSlack = 24;                     // bytes by which a chunk may exceed what was asked for
 constexpr int kSpins = 100;

@@ -29,7 +29,7 @@ namespace {
 
 using namespace quarl;
 
-constexpr HeaderLayout kLayout{true, true, true, true, true};
+constexpr HeaderLayout kLayout = kFullLayout;
 constexpr int kRounds = 5;
 constexpr size_t kPortion = 100 * sizeof(OpRecord);  // of the default QUARL_TRACE_BUFSIZE
 

@@ -59,15 +59,16 @@ TEST(Header, ReadsBackWhatWasWritten) {
           EXPECT_EQ(block.doubtful().bounded().offset(), block.placement.offset);
           EXPECT_EQ(block.p % (1U << log2), 0U);
           EXPECT_EQ(block.sound().size(), 33U);
-          EXPECT_EQ(layout.tid, (mask & 1) != 0);
-          EXPECT_EQ(layout.time, (mask >> 1 & 1) != 0);
-          EXPECT_EQ(layout.trace, traced);
-          EXPECT_EQ(layout.trace_info, traced || op != kOpMalloc);
-          EXPECT_EQ(layout.guard, (mask >> 3 & 1) != 0);
+          EXPECT_EQ(layout.tid(), (mask & 1) != 0);
+          EXPECT_EQ(layout.time(), (mask >> 1 & 1) != 0);
+          EXPECT_EQ(layout.trace(), traced);
+          EXPECT_EQ(layout.trace_info(), traced || op != kOpMalloc);
+          EXPECT_EQ(layout.guard(), (mask >> 3 & 1) != 0);
           const HeaderFields fields = block.sound().fields();
-          EXPECT_EQ(fields.tid, layout.tid ? static_cast<uint32_t>(current_tid()) : 0U);
-          EXPECT_EQ(fields.seq_num, layout.time ? last_seq_num : 0U);
-          EXPECT_EQ(fields.info.word, layout.trace_info ? static_cast<uint32_t>(depth) | op * 0x100U | log2 << 16 : 0U);
+          EXPECT_EQ(fields.tid, layout.tid() ? static_cast<uint32_t>(current_tid()) : 0U);
+          EXPECT_EQ(fields.seq_num, layout.time() ? last_seq_num : 0U);
+          EXPECT_EQ(fields.info.word,
+                    layout.trace_info() ? static_cast<uint32_t>(depth) | op * 0x100U | log2 << 16 : 0U);
           EXPECT_EQ(memcmp(block.sound().trace_words(), block.trace.words, static_cast<size_t>(depth) * 4), 0);
           EXPECT_EQ(memcmp(block.bytes() + 33, kTailGuard, 4) == 0, (mask >> 3 & 1) != 0);
           EXPECT_EQ(block.bytes()[32], 0xCC);
@@ -92,7 +93,7 @@ TEST(UsedList, KeepsItsOrderThroughEveryRemoval) {
       EXPECT_EQ(back, left);
       for (Address p : left) {  // flags of the links survive
         const HeaderLayout layout = DoubtfulBlock(p).claimed_layout();
-        EXPECT_TRUE(layout.time && layout.trace && layout.tid);
+        EXPECT_TRUE(layout.time() && layout.trace() && layout.tid());
       }
     }
   }

@@ -4,6 +4,7 @@
 
 #include "platform/code_map.h"
 #include "platform/stack.h"
+#include "quarlheap/model/code_pages.h"
 
 namespace quarl {
 namespace {
@@ -17,7 +18,7 @@ struct Walk {
 // The one who captures is the hook: the first entry leads into its caller.
 [[gnu::noinline]] void hook(Walk* walk) {
   walk->words[kMaxTrace] = 0x55AA55AA;
-  walk->count = capture_trace(walk->words, walk->max);
+  walk->count = capture_trace(this_frame(), walk->words, walk->max);
   asm volatile("" ::: "memory");
 }
 [[gnu::noinline]] void recurse(Walk* walk, int times) {
@@ -39,9 +40,9 @@ class CallTraceTest : public testing::Test {
   void SetUp() override {
     learn_startup_code();
     learn_main_stack();
-    main_range = clone_range = {};
+    set_outermost_code({}, {});
   }
-  void TearDown() override { main_range = clone_range = {}; }
+  void TearDown() override { set_outermost_code({}, {}); }
 };
 
 TEST_F(CallTraceTest, DepthIsBounded) {
@@ -55,21 +56,24 @@ TEST_F(CallTraceTest, DepthIsBounded) {
 }
 
 TEST_F(CallTraceTest, EndsAtTheOutermostFunction) {
-  for (CodeRange* range : {&main_range, &clone_range}) {
+  const auto as_main = [](CodeRange range) { set_outermost_code(range, {}); };
+  const auto as_clone = [](CodeRange range) { set_outermost_code({}, range); };
+  for (void (*set)(CodeRange) : {+as_main, +as_clone}) {
     Walk free_walk;
     recurse(&free_walk, 3);
     EXPECT_GT(free_walk.count, 4);
-    *range = range_around(recurse);
+    const CodeRange range = range_around(recurse);
+    set(range);
     Walk stopped;
     recurse(&stopped, 3);
     EXPECT_EQ(stopped.count, 1) << "its first return address lies in the range and is its last entry";
-    EXPECT_TRUE(range->holds(stopped.words[0]));
+    EXPECT_TRUE(range.holds(stopped.words[0]));
     // both bounds are exclusive
-    *range = {stopped.words[0], stopped.words[0] + 1};
+    set({stopped.words[0], stopped.words[0] + 1});
     Walk on_the_bound;
     recurse(&on_the_bound, 3);
     EXPECT_GT(on_the_bound.count, 1);
-    *range = {};
+    set({});
   }
 }
 

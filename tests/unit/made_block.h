@@ -33,8 +33,12 @@ class MadeBlock {
     trace.depth = shape.depth;
     for (int i = 0; i < shape.depth; ++i) trace.words[i] = 0xABC00000U + static_cast<uint32_t>(i);
     const ScopedLock lock;
-    fill_header(p, shape.flags, shape.size, shape.op, trace, shape.align_log2);
-    header::word(p, kSelfLink) |= p;
+    const HeaderLayout layout = HeaderLayout::for_new(shape.flags, shape.op);
+    fill_header(p, layout, shape.size, shape.op, trace, shape.align_log2);
+    number_header(p, layout);
+    header::word(p, kSelfLink) = p | layout.self_flags();
+    header::word(p, kNextLink) = layout.next_flags();
+    header::word(p, kPrevLink) = layout.prev_flags();
     last_ = sound().last_byte();
     enter_pages(p, raw - 4, last_);
   }

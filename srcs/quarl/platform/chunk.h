@@ -36,6 +36,11 @@ constexpr uint32_t chunk_size_for(uint32_t request) {
   return bytes > 15 ? bytes & ~ChunkWord::kLowBits : 16;
 }
 
+// The same of a request of 5 bytes or more; what wraps around is no chunk's size.
+constexpr uint32_t chunk_size_above_least(uint32_t request) {
+  return (request + 11) & ~ChunkWord::kLowBits;
+}
+
 // The chunk of such a request has at least so many bytes, a multiple of 8 above 16.
 constexpr bool chunk_reaches(uint32_t request, uint32_t chunk_size) {
   return request + 11 >= chunk_size;
@@ -46,6 +51,7 @@ constexpr uint32_t mapping_size_for(uint32_t chunk, uint32_t page) {
   return (chunk + page + 10) & ~(page - 1);
 }
 
+static_assert(chunk_size_above_least(5) == chunk_size_for(5) && chunk_size_above_least(13) == chunk_size_for(13));
 static_assert(chunk_size_for(0) == 16 && chunk_size_for(12) == 16 && chunk_size_for(13) == 24);
 static_assert(mapping_size_for(16, 4096) == 4096 && mapping_size_for(4088, 4096) == 8192);
 

@@ -5,8 +5,6 @@
 
 namespace quarl {
 
-constinit uint32_t detail::page_cache[detail::kPageSlots]{};
-
 namespace {
 
 struct Range {
@@ -69,17 +67,6 @@ bool mapped_as_code_now(uint32_t address) {
   return false;
 }
 
-CodeKind look_up(uint32_t address) {
-  if (startup_code.count == 0) return CodeKind::kLate;
-  if (startup_code.contains(address)) return CodeKind::kStartup;
-  if (!time_to_look_again()) return CodeKind::kNone;
-  const bool found = mapped_as_code_now(address);
-  const uint32_t allowed = __atomic_load_n(&misses_allowed, __ATOMIC_RELAXED);
-  const uint32_t doubled = allowed >= kMaxMisses ? kMaxMisses : allowed * 2 + 1;
-  __atomic_store_n(&misses_allowed, found ? 0 : doubled, __ATOMIC_RELAXED);
-  return found ? CodeKind::kLate : CodeKind::kNone;
-}
-
 }  // namespace
 
 void learn_startup_code() {
@@ -90,14 +77,15 @@ void learn_startup_code() {
   }
 }
 
-CodeKind code_kind_slow(uint32_t address) {
-  const CodeKind kind = look_up(address);
-  if (kind != CodeKind::kNone) {
-    const uint32_t page = address >> 12;
-    __atomic_store_n(&detail::page_cache[page % detail::kPageSlots], page << 2 | static_cast<uint32_t>(kind),
-                     __ATOMIC_RELAXED);
-  }
-  return kind;
+CodeKind code_kind(uint32_t address) {
+  if (startup_code.count == 0) return CodeKind::kLate;
+  if (startup_code.contains(address)) return CodeKind::kStartup;
+  if (!time_to_look_again()) return CodeKind::kNone;
+  const bool found = mapped_as_code_now(address);
+  const uint32_t allowed = __atomic_load_n(&misses_allowed, __ATOMIC_RELAXED);
+  const uint32_t doubled = allowed >= kMaxMisses ? kMaxMisses : allowed * 2 + 1;
+  __atomic_store_n(&misses_allowed, found ? 0 : doubled, __ATOMIC_RELAXED);
+  return found ? CodeKind::kLate : CodeKind::kNone;
 }
 
 }  // namespace quarl

@@ -15,7 +15,7 @@ struct StackRange {
 // Called once by the constructor on the main thread.
 void learn_main_stack();
 
-StackRange find_stack(uintptr_t present_frame);
+[[gnu::cold, gnu::noinline]] StackRange find_stack(uintptr_t present_frame);
 
 // The stack on which `present_frame` lies: the thread's own after a look at /proc/self/maps once per thread; on an
 // alternate signal stack that one; on a stack of unknown origin (a coroutine's) the rest of the present page.

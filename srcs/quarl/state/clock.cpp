@@ -6,7 +6,6 @@ namespace quarl {
 
 constinit int clock_sec = 0;
 constinit int clock_usec = 0;
-constinit uint32_t last_seq_num = 0;
 constinit uint32_t inherited_seq_num = 0;
 
 void read_clock() {

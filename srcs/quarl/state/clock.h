@@ -12,7 +12,7 @@ extern int clock_sec;
 extern int clock_usec;
 
 // The last sequence number given out; blocks and timed records share one numbering, which begins at 1.
-extern uint32_t last_seq_num GUARDED_BY(hook_mutex);
+inline constexpr uint32_t& last_seq_num GUARDED_BY(hook_mutex) = hot_words.last_seq_num;
 
 // The last one that a forked child found given out; 0 in a process that is none.
 extern uint32_t inherited_seq_num GUARDED_BY(hook_mutex);

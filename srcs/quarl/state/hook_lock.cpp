@@ -7,7 +7,7 @@
 
 namespace quarl {
 
-constinit HookLock hook_mutex;
+constinit HotWords hot_words{};
 
 namespace {
 

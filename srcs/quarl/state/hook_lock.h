@@ -27,17 +27,16 @@ enum LeftWork : uint32_t {
   kPendingEnd = 16,   // end the process, as an item asks
 };
 
-// On a cache line of its own: those who wait look at it while its owner writes to what it guards.
-class CAPABILITY("mutex") alignas(64) HookLock {
+class CAPABILITY("mutex") HookLock {
  public:
-  void lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS {
+  [[gnu::always_inline]] void lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS {
     if (__builtin_expect(!take_free(), 0)) wait_and_lock();
   }
   bool try_lock() TRY_ACQUIRE(true) NO_THREAD_SAFETY_ANALYSIS { return take_free(); }
-  void unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS {
+  [[gnu::always_inline]] void unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS {
     if (__builtin_expect(pending(), 0)) return finish_and_release();
     release();
-    // A request made between the look and the release found the lock taken.
+    // A request made between the look and the release found the lock taken. The release is a barrier for both.
     if (__builtin_expect(pending(), 0)) serve_late_request();
   }
   bool held_by_this_thread() const;
@@ -69,14 +68,14 @@ class CAPABILITY("mutex") alignas(64) HookLock {
 
   bool take_free() {
     uint32_t free = 0;
-    return __atomic_compare_exchange_n(&word_, &free, static_cast<uint32_t>(current_tid()), false, __ATOMIC_SEQ_CST,
+    return __atomic_compare_exchange_n(&word_, &free, static_cast<uint32_t>(current_tid()), false, __ATOMIC_ACQUIRE,
                                        __ATOMIC_RELAXED);
   }
   void release() {
     const uint32_t before = __atomic_exchange_n(&word_, 0, __ATOMIC_SEQ_CST);
     if (__builtin_expect((before & kWaiters) != 0, 0)) wake_waiter();
   }
-  bool pending() const { return __atomic_load_n(&pending_, __ATOMIC_SEQ_CST) != 0; }
+  bool pending() const { return __atomic_load_n(&pending_, __ATOMIC_RELAXED) != 0; }
   [[gnu::cold, gnu::noinline]] void wait_and_lock();
   bool spin_and_take(uint32_t taken);
   bool sleep_or_take_over(uint32_t seen);
@@ -91,7 +90,17 @@ class CAPABILITY("mutex") alignas(64) HookLock {
   void (*worker_)(uint32_t) = nullptr;
 };
 
-extern HookLock hook_mutex;
+// The words that every allocation and every release writes, beside the lock that guards them: they go from one
+// processor to the next as one cache line. Each has a name of its own where it belongs.
+struct alignas(64) HotWords {
+  HookLock lock;
+  uint32_t last_seq_num;
+  uint32_t heap_block_head, heap_block_tail, heap_block_count;
+};
+static_assert(sizeof(HotWords) == 64);
+extern HotWords hot_words;
+
+inline constexpr HookLock& hook_mutex = hot_words.lock;
 
 class SCOPED_CAPABILITY ScopedLock {
  public:

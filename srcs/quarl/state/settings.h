@@ -89,26 +89,26 @@ class Flags {
  public:
   Flags() : Flags(settings) {}
   explicit Flags(const Settings& from) : Flags(load_flags(from.cfg_flags), load_flags(from.slop_flags)) {}
-  Flags(uint32_t cfg, uint32_t slop) : cfg_(cfg), force_(in_force_of(cfg)), slop_(slop) {}
+  constexpr Flags(uint32_t cfg, uint32_t slop) : cfg_(cfg), force_(in_force_of(cfg)), slop_(slop) {}
 
   // All of the items are on and take effect: QUARL_ALL is on, and for a header item QUARL_MEM_HEAD too.
-  bool in_force(uint32_t bits) const { return (force_ & bits) == bits; }
-  bool any_in_force(uint32_t bits) const { return (force_ & bits) != 0; }
-  bool header() const { return in_force(kMemHead); }
-  bool prof() const { return in_force(kProf); }
-  bool per_thread() const { return in_force(kProf | kThread); }
-  bool record_log() const { return in_force(kOutputLog); }
-  bool guard() const { return in_force(kSlopover); }
-  bool reload_wanted() const { return in_force(kReloadRequest); }
-  bool prints_statistics() const { return in_force(kPrintProfinfo | kProf); }
-  bool check_trigger(uint32_t any_of) const { return (slop_ & any_of) != 0 && guard(); }
+  constexpr bool in_force(uint32_t bits) const { return (force_ & bits) == bits; }
+  constexpr bool any_in_force(uint32_t bits) const { return (force_ & bits) != 0; }
+  constexpr bool header() const { return in_force(kMemHead); }
+  constexpr bool prof() const { return in_force(kProf); }
+  constexpr bool per_thread() const { return in_force(kProf | kThread); }
+  constexpr bool record_log() const { return in_force(kOutputLog); }
+  constexpr bool guard() const { return in_force(kSlopover); }
+  constexpr bool reload_wanted() const { return in_force(kReloadRequest); }
+  constexpr bool prints_statistics() const { return in_force(kPrintProfinfo | kProf); }
+  constexpr bool check_trigger(uint32_t any_of) const { return (slop_ & any_of) != 0 && guard(); }
   // The bits are on, in force or not.
-  bool set(uint32_t bits) const { return (cfg_ & bits) == bits; }
+  constexpr bool set(uint32_t bits) const { return (cfg_ & bits) == bits; }
   // There is something that a hook does under the hook lock.
-  bool tracked() const { return any_in_force(kMemHead | kProf | kOutputLog); }
+  constexpr bool tracked() const { return any_in_force(kMemHead | kProf | kOutputLog); }
 
  private:
-  static uint32_t in_force_of(uint32_t cfg) {
+  static constexpr uint32_t in_force_of(uint32_t cfg) {
     if ((cfg & kAll) == 0) return 0;
     return (cfg & kMemHead) != 0 ? cfg : cfg & ~kHeaderItems;
   }

@@ -57,36 +57,64 @@ RecordPage* page_of(const TraceInfoEntry* entry) {
   return nullptr;
 }
 
-// The page that was given up last, or null.
+// Free entries, linked to each other.
+struct FreeEntries {
+  TraceInfoEntry* head = nullptr;
+  TraceInfoEntry* tail = nullptr;
+};
+
+// The page that was given up last, or null, and its entries when they are linked still.
 constinit RecordPage* spare_page GUARDED_BY(hook_mutex) = nullptr;
+constinit FreeEntries spare_entries GUARDED_BY(hook_mutex){};
 
 void drop_spare_page(const AddressRange& range) REQUIRES(hook_mutex) {
   if (spare_page != nullptr) unmap_guarded(spare_page, page_bytes(), range);
   spare_page = nullptr;
 }
 
-// The kernel's fresh memory, or the spare page: zero but for links, which are written here.
-void prepare_page(RecordPage* page) {
+// Of the kernel's fresh memory, or a spare page whose links lead anywhere: zero but for links, which are written here.
+FreeEntries link_entries(RecordPage* page) {
   page->first = reinterpret_cast<TraceInfoEntry*>(page + 1);
-  for (int i = 0; i < QR_TRACEINFO_NUM; ++i) append_to(&unuse_head, &unuse_tail, page->first + i);
-  append_to(&qr_mmap_block_head, &qr_mmap_block_tail, page);
+  FreeEntries entries;
+  for (int i = 0; i < QR_TRACEINFO_NUM; ++i) append_to(&entries.head, &entries.tail, page->first + i);
+  return entries;
 }
 
+// Takes the entries of a page off the list of free ones, where all of them are. Those of the only page are all that
+// there are: they stay linked, and are returned.
+FreeEntries take_entries_off(RecordPage* page) {
+  FreeEntries entries;
+  if (qr_mmap_block_head == page && page->next == nullptr) {
+    entries = {unuse_head, unuse_tail};
+    unuse_head = unuse_tail = nullptr;
+  } else {
+    for (int i = 0; i < QR_TRACEINFO_NUM; ++i) unlink_from(&unuse_head, &unuse_tail, page->first + i);
+  }
+  return entries;
+}
+
+// When no entry is free.
 bool add_page() REQUIRES(hook_mutex) {
   void* memory = spare_page != nullptr ? spare_page : map_guarded(page_bytes(), {});
   if (memory == MAP_FAILED) return false;
+  auto* page = static_cast<RecordPage*>(memory);
+  const bool linked = spare_page != nullptr && spare_entries.head != nullptr;
+  const FreeEntries entries = linked ? spare_entries : link_entries(page);
   spare_page = nullptr;
-  prepare_page(static_cast<RecordPage*>(memory));
+  unuse_head = entries.head;
+  unuse_tail = entries.tail;
+  append_to(&qr_mmap_block_head, &qr_mmap_block_tail, page);
   return true;
 }
 
 void remove_page(RecordPage* page) REQUIRES(hook_mutex) {
-  for (int i = 0; i < QR_TRACEINFO_NUM; ++i) unlink_from(&unuse_head, &unuse_tail, page->first + i);
+  const FreeEntries entries = take_entries_off(page);
   unlink_from(&qr_mmap_block_head, &qr_mmap_block_tail, page);
   if (spare_page != nullptr) {
     unmap_guarded(page, page_bytes(), {});
   } else {
     spare_page = page;
+    spare_entries = entries;
   }
 }
 

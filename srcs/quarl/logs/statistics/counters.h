@@ -31,26 +31,26 @@ namespace detail {
 
 // The block of the process and that of a thread have these fields under the same names.
 template <typename Block>
-void hold(Block* block, uint32_t size) {
+inline void hold(Block* block, uint32_t size) {
   block->unfree_size += size;
   if (block->unfree_size > block->unfree_peak) block->unfree_peak = block->unfree_size;
 }
 
 template <typename Block>
-void hold_file(Block* block, uint32_t size) {
+inline void hold_file(Block* block, uint32_t size) {
   block->unfree_file_size += size;
   if (block->unfree_file_size > block->unfree_file_peak) block->unfree_file_peak = block->unfree_file_size;
 }
 
 template <typename Block>
-void count(Block* block, Operation op, uint32_t size) {
+inline void count(Block* block, Operation op, uint32_t size) {
   ++block->calls[op];
   block->totals[op] += size;
 }
 
 // Does one update to both blocks.
 template <typename Update>
-void update(const Counters& counters, Update change) {
+[[gnu::always_inline]] inline void update(const Counters& counters, Update change) {
   if (counters.process != nullptr) change(counters.process);
   if (counters.thread != nullptr) change(counters.thread);
 }

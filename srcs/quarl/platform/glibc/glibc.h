@@ -44,8 +44,8 @@ struct MappedChunk;
 // Chunks that are mappings of their own, made and unmade through the public mapping entries so that their hooks count
 // them. The alignment is a power of two, or 0 for what every block has.
 bool wants_mapping(size_t request);
-void* map_chunk(size_t alignment, size_t request);
-void unmap_chunk(const MappedChunk* chunk);
+[[gnu::noinline]] void* map_chunk(size_t alignment, size_t request);
+[[gnu::cold, gnu::noinline]] void unmap_chunk(const MappedChunk* chunk);
 void* resize_chunk(const MappedChunk* chunk, size_t request);  // null: it cannot be had without a copy
 
 // The public mapping entries are being told of the mapping there; it is there, or not gone yet, already.

@@ -24,8 +24,9 @@ class MappedBook {
  public:
   // The chunk that begins exactly there, null when there is none. The word before it is there.
   const MappedChunk* find(Address raw) {
-    const Leaf* leaf = __atomic_load_n(&leaves_[raw >> kLeafLog2], __ATOMIC_ACQUIRE);
+    const Leaf* leaf = __atomic_load_n(&leaves_[raw >> kLeafLog2], __ATOMIC_RELAXED);
     if (__builtin_expect(leaf == nullptr, 1)) return nullptr;
+    __atomic_thread_fence(__ATOMIC_ACQUIRE);
     const Entry& entry = leaf->entries[index(raw)];
     if (__builtin_expect(entry.chunk.raw == raw && entry.seal == seal_of(entry.chunk), 1)) return &entry.chunk;
     return __builtin_expect(chunk_before(raw).mapped(), 0) ? restore(raw) : nullptr;

@@ -8,8 +8,7 @@ namespace quarl {
 namespace {
 
 // Alignment that the size rule allows for, 0 for a block without one.
-uint32_t recorded_alignment(const BoundedBlock& block) {
-  const TraceInfo info = block.info();
+uint32_t recorded_alignment(TraceInfo info) {
   if (!op_has_trace_info(info.operation())) return 0;
   const uint32_t log2 = info.align_log2();
   return log2 == 0 || log2 >= 32 ? 0 : 1U << log2;
@@ -26,8 +25,7 @@ uint32_t expected_mapping(uint32_t chunk, uint32_t alignment, uint32_t actual) {
 }
 
 // Whether the allocator's chunk is one that the header implies, off by no more than the allocator's own rounding.
-bool size_tolerable(const BoundedBlock& block, ChunkWord chunk, uint32_t expected) {
-  const uint32_t alignment = recorded_alignment(block);
+bool size_tolerable(ChunkWord chunk, uint32_t expected, uint32_t alignment) {
   if (chunk.mapped()) expected = expected_mapping(expected, alignment, chunk.size());
   const int32_t tolerance = alignment == 0 ? 8 : static_cast<int32_t>(alignment > 16 ? alignment : 16);
   const auto difference = static_cast<int32_t>(chunk.size() - expected);
@@ -36,10 +34,11 @@ bool size_tolerable(const BoundedBlock& block, ChunkWord chunk, uint32_t expecte
 
 }  // namespace
 
-bool chunk_tolerable(BoundedBlock block) {
-  const ChunkWord chunk = block.chunk();
-  if (!chunk.mapped() && !block.raw_is_aligned()) return false;
-  return size_tolerable(block, chunk, expected_chunk(block));
+bool chunk_tolerable(Address p, uint32_t offset, HeaderLayout layout) {
+  const ChunkWord chunk = chunk_before(p - offset);
+  if (!chunk.mapped() && !raw_is_aligned(p - offset)) return false;
+  const uint32_t expected = chunk_size_for(raw_size(p, offset, layout));
+  return size_tolerable(chunk, expected, recorded_alignment(header::trace_info(p, layout)));
 }
 
 FaultCode qr_check_block(DoubtfulBlock block) {

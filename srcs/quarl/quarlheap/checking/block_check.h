@@ -20,29 +20,33 @@ enum FaultCode : int {
 FaultCode qr_check_block(DoubtfulBlock block) REQUIRES(hook_mutex);
 
 // The rest of the check, of a block that names itself and whose links were looked at: 0, 2 or 3.
-[[gnu::always_inline]] inline FaultCode check_linked_block(BoundedBlock block);
+[[gnu::always_inline]] inline FaultCode check_linked_block(const BoundedBlock& block);
 
-// The chunk that the allocator gives for the bytes that the hook asked of it.
-inline uint32_t expected_chunk(BoundedBlock block) {
-  return chunk_size_for(block.size() + block.offset() + block.layout().guard_size());
+// The bytes that the hook asked of the allocator.
+inline uint32_t raw_size(Address p, uint32_t offset, HeaderLayout layout) {
+  return header::word(p, kUserSize) + offset + layout.guard_size();
 }
 
-// Whether a chunk that is not the expected one is off by no more than the allocator's own rounding.
-[[gnu::noinline]] bool chunk_tolerable(BoundedBlock block);
+// Whether a chunk that is not the expected one is off by no more than the allocator's own rounding. `offset` and
+// `layout` are a bounded block's.
+[[gnu::noinline]] bool chunk_tolerable(Address p, uint32_t offset, HeaderLayout layout);
 
 // Whether the header agrees with the allocator's chunk and with the memory that is there. Needs no lock.
-[[gnu::always_inline]] inline bool header_fits(BoundedBlock block) {
+[[gnu::always_inline]] inline bool header_fits(const BoundedBlock& block) {
   if (!block) return false;
   const ChunkWord chunk = block.chunk();
-  const bool usual = chunk.is_ordinary(expected_chunk(block)) && block.raw_is_aligned();
-  return (__builtin_expect(usual, 1) || chunk_tolerable(block)) && block.end_exists();
+  const uint32_t expected = chunk_size_above_least(raw_size(block.p(), block.offset(), block.layout()));
+  const bool usual = chunk.is_ordinary(expected) && block.raw_is_aligned();
+  return (__builtin_expect(usual, 1) || chunk_tolerable(block.p(), block.offset(), block.layout())) &&
+         block.end_exists();
 }
 
-inline FaultCode check_linked_block(BoundedBlock block) {
+inline FaultCode check_linked_block(const BoundedBlock& block) {
   if (!header_fits(block)) return QR_FAULT_HEAD;
-  if (!block.layout().guard) return QR_FAULT_NONE;
-  return memcmp(pointer_to(block.p() + block.size()), kTailGuard, sizeof kTailGuard) == 0 ? QR_FAULT_NONE
-                                                                                          : QR_FAULT_TAIL;
+  if (!block.layout().guard()) return QR_FAULT_NONE;
+  uint32_t behind = 0;
+  memcpy(&behind, pointer_to(block.p() + block.size()), sizeof behind);
+  return behind == kTailGuardWord ? QR_FAULT_NONE : QR_FAULT_TAIL;
 }
 
 }  // namespace quarl

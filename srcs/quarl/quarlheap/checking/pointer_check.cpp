@@ -50,16 +50,16 @@ CheckedPointer classify_pointer(Address p) {
   const DoubtfulBlock block(p);
   if (__builtin_expect(block.is_freed(), 0)) qr_check_before_release(block, true);
   if (__builtin_expect(!block.names_itself(), 0)) {
-    if (take_bare_block(pointer_to(p))) return {p, 0, {}};
+    if (take_bare_block(pointer_to(p))) return CheckedPointer(p);
     if (qr_find_used_block(p, true)) report_and_stop(block, QR_FAULT_HEAD, true);
-    return {p, 0, {}};
+    return CheckedPointer(p);
   }
   const BoundedBlock bounded = block.bounded();
   const Ties ties = bounded && !used_list_closed ? ties_of(p) : Ties{};
   if (__builtin_expect(!ties, 0)) check_links(block);
   const FaultCode code = check_linked_block(bounded);
   if (code != QR_FAULT_NONE) report_and_stop(block, code, true);
-  return {p, bounded.offset(), ties};
+  return {{p, bounded.offset(), bounded.layout()}, ties};
 }
 
 }  // namespace quarl

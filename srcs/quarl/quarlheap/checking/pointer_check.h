@@ -16,12 +16,13 @@ bool qr_find_used_block(Address p, bool lock_held) REQUIRES(hook_mutex);
 // A pointer that passed: one of our blocks, sound, or a foreign one (memory without a header of ours).
 class CheckedPointer {
  public:
-  // `offset`: from the raw block to p, 0 for a foreign pointer.
-  CheckedPointer(Address p, uint32_t offset, Ties ties) : p_(p), offset_(offset), ties_(ties) {}
+  explicit CheckedPointer(Address foreign) : p_(foreign), offset_(0) {}
+  CheckedPointer(const SoundBlock& block, Ties ties)
+      : p_(block.p()), offset_(block.p() - block.raw()), layout_(block.layout()), ties_(ties) {}
 
   bool headed() const { return offset_ != 0; }
-  SoundBlock block() const { return {p_, offset_}; }  // of a headed one
-  Ties ties() const { return ties_; }                 // on the used list
+  SoundBlock block() const { return {p_, offset_, layout_}; }  // of a headed one
+  Ties ties() const { return ties_; }                          // on the used list
   Address raw() const { return p_ - offset_; }
   ChunkWord chunk() const { return chunk_before(raw()); }
   // Bytes that a release gives back: what the user asked for, or the allocator's chunk of a foreign pointer.
@@ -29,23 +30,24 @@ class CheckedPointer {
 
  private:
   Address p_;
-  uint32_t offset_;
+  uint32_t offset_;  // from the raw block to p, 0 for a foreign pointer
+  HeaderLayout layout_;
   Ties ties_;
 };
 
-// A pointer to memory that is not there cannot be looked at: the allocator gets it as it is. No lock is needed.
+// A null pointer, or one to memory that is not there, cannot be looked at: the allocator gets it as it is. No lock is
+// needed.
 inline bool leads_nowhere(Address p) {
-  return __builtin_expect(!page_is_live(p - 4), 0) && !is_bare_block(pointer_to(p)) && !memory_exists(p - 4);
+  if (__builtin_expect(page_is_live(p - 4), 1)) return false;
+  return p == 0 || (!is_bare_block(pointer_to(p)) && !memory_exists(p - 4));
 }
 
-// The short way: whether p is a block that is sound for certain. When it is not, nothing is known of it yet.
-[[gnu::always_inline]] inline bool is_certain(DoubtfulBlock block, BoundedBlock* bounded, Ties* ties)
-    REQUIRES(hook_mutex) {
-  if (__builtin_expect(!block.names_itself(), 0)) return false;
-  *bounded = block.bounded();
-  if (__builtin_expect(!*bounded || used_list_closed, 0)) return false;
+// The short way: whether the block, which names itself, is sound for certain. When it is not, nothing is known of it
+// yet.
+[[gnu::always_inline]] inline bool is_certain(const BoundedBlock& block, Ties* ties) REQUIRES(hook_mutex) {
+  if (__builtin_expect(!block || used_list_closed, 0)) return false;
   *ties = ties_of(block.p());
-  return __builtin_expect(bool(*ties), 1) && check_linked_block(*bounded) == QR_FAULT_NONE;
+  return __builtin_expect(bool(*ties), 1) && check_linked_block(block) == QR_FAULT_NONE;
 }
 
 // The whole classification of a non-null pointer; every fault is reported and stops the thread.

@@ -11,7 +11,7 @@
 namespace quarl {
 namespace {
 
-void* fail(const Flags& flags, Operation op, uint32_t size, const CallTrace& trace) {
+[[gnu::cold, gnu::noinline]] void* fail(const Flags& flags, Operation op, uint32_t size, const CallTrace& trace) {
   count_failure(flags, op, size, trace);
   if (flags.prof()) errno = ENOMEM;
   tell_failure();
@@ -38,13 +38,9 @@ void* raw_memalign(uint32_t alignment, uint32_t size) {
   return alignment <= 8 ? raw::allocate(size) : raw::allocate_aligned(alignment, size);
 }
 
-}  // namespace
-
-[[gnu::noinline]] void* malloc_hook(size_t size, const void*) {
-  const InsideChecker inside;
-  const Flags flags = enter_hook(kSlopMalloc);
+[[gnu::always_inline]] inline void* allocate(const Flags& flags, HookFrame frame, size_t size) {
   CallTrace trace;
-  take_trace(flags, &trace);
+  take_trace(flags, frame, &trace);
   if (random_failure(flags)) return fail(flags, kOpMalloc, size, trace);
   stop_past_limits(flags, size);
   const Placement place = place_block(flags, kOpMalloc, trace.depth);
@@ -54,11 +50,9 @@ void* raw_memalign(uint32_t alignment, uint32_t size) {
   return finish_block({flags, kOpMalloc, size, place, trace}, raw);
 }
 
-[[gnu::noinline]] void* memalign_hook(size_t wanted, size_t size, const void*) {
-  const InsideChecker inside;
-  const Flags flags = enter_hook(kSlopMalloc);
+[[gnu::always_inline]] inline void* allocate_aligned(const Flags& flags, HookFrame frame, size_t wanted, size_t size) {
   CallTrace trace;
-  take_trace(flags, &trace);
+  take_trace(flags, frame, &trace);
   if (random_failure(flags)) return fail(flags, kOpMemalign, size, trace);
   stop_past_limits(flags, size);
   const uint32_t alignment = served_alignment(flags, wanted);
@@ -69,6 +63,18 @@ void* raw_memalign(uint32_t alignment, uint32_t size) {
   void* raw = raw_memalign(alignment, place.raw_size(size));
   if (raw == nullptr) return fail(flags, kOpMemalign, size, trace);
   return finish_block({flags, kOpMemalign, size, place, trace}, raw);
+}
+
+}  // namespace
+
+[[gnu::noinline, gnu::flatten]] void* malloc_hook(size_t size, const void*) {
+  const InsideChecker inside;
+  return run_hook<allocate>(kSlopMalloc, this_frame(), size);
+}
+
+[[gnu::noinline]] void* memalign_hook(size_t wanted, size_t size, const void*) {
+  const InsideChecker inside;
+  return run_hook<allocate_aligned>(kSlopMalloc, this_frame(), wanted, size);
 }
 
 }  // namespace quarl

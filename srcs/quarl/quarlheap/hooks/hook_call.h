@@ -1,6 +1,7 @@
 // The steps that the hooks share. A hook reads as a list of them.
 #pragma once
 
+#include "config/default_flags.h"
 #include "logs/statistics/statistics.h"
 #include "platform/chunk.h"
 #include "platform/thread_cache.h"
@@ -18,10 +19,22 @@ inline Flags enter_hook(uint32_t check_triggers) {
   return check_and_reload(check_triggers);
 }
 
-// Captures the call trace when QUARL_HEAD_STACKDEPTH is in force. Inlined, because a capture skips the frame of its
-// caller, which has to be the hook.
-[[gnu::always_inline]] inline void take_trace(const Flags& flags, CallTrace* trace) {
-  if (flags.in_force(kHeadStackdepth)) trace->depth = capture_trace(trace->words, settings.stack_depth);
+template <auto steps, typename... Arguments>
+[[gnu::noinline]] auto run_with_any_flags(uint32_t check_triggers, Arguments... arguments) {
+  return steps(enter_hook(check_triggers), arguments...);
+}
+
+// Carries out the steps of a hook after its first one. They are compiled twice, always inlined: for the default flags,
+// of which the compiler knows what is in force, and for any.
+template <auto steps, typename... Arguments>
+[[gnu::always_inline]] inline auto run_hook(uint32_t check_triggers, Arguments... arguments) {
+  if (__builtin_expect(as_by_default(settings, check_triggers), 1)) return steps(kDefaultFlags, arguments...);
+  return run_with_any_flags<steps>(check_triggers, arguments...);
+}
+
+// Captures the call trace when QUARL_HEAD_STACKDEPTH is in force. `frame` is the hook's: the trace begins in it.
+inline void take_trace(const Flags& flags, HookFrame frame, CallTrace* trace) {
+  if (flags.in_force(kHeadStackdepth)) trace->depth = capture_trace(frame, trace->words, settings.stack_depth);
 }
 
 // Bytes of a chunk that is a mapping of its own. The mapping hooks count them as well.

@@ -131,7 +131,7 @@ bool tracks_unmapping(const Flags& config) {
   if (!config.tracked()) return mapped;
   const KeepErrno keep;
   CallTrace trace;
-  take_trace(config, &trace);
+  take_trace(config, this_frame(), &trace);
   if (mapped == MAP_FAILED) {
     note_failed_mapping(config, is_file_mapping(flags, fd), trace);
   } else {
@@ -153,7 +153,7 @@ bool tracks_unmapping(const Flags& config) {
   unmappings.tell_result(unmapping, result == 0);
   const KeepErrno keep;
   CallTrace trace;
-  take_trace(config, &trace);
+  take_trace(config, this_frame(), &trace);
   note_unmapping(config, address_of(addr), length, unmapping, result == 0, trace);
   return result;
 }

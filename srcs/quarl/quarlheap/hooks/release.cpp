@@ -37,30 +37,39 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
 }
 
 // Checks the block first.
-[[gnu::flatten, gnu::noinline]] void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
+[[gnu::always_inline]] inline void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   const ScopedLock lock;
-  BoundedBlock block;
+  const HeaderLayout layout = HeaderLayout::for_new(flags, kOpMalloc);
+  const BoundedBlock block = DoubtfulBlock(p).bounded_as(layout);
   Ties ties;
-  if (!is_certain(DoubtfulBlock(p), &block, &ties)) return give_up_doubtful(flags, p, trace);
-  return give_up(flags, {p, block.offset(), ties}, trace);
+  if (__builtin_expect(!is_certain(block, &ties), 0)) return give_up_doubtful(flags, p, trace);
+  return give_up(flags, {{p, block.offset(), layout}, ties}, trace);
+}
+
+[[gnu::always_inline]] inline void release(const Flags& flags, HookFrame frame, void* ptr) {
+  CallTrace trace;
+  if (flags.record_log()) take_trace(flags, frame, &trace);
+  const Address p = address_of(ptr);
+  raw::release(nothing_to_do(flags, p) ? ptr : give_up_block(flags, p, trace));
+}
+
+// What is no block, and nothing that could be looked at.
+[[gnu::cold, gnu::noinline]] void release_nothing(HookFrame frame, void* ptr) {
+  const Flags flags = enter_hook(kSlopFree);
+  CallTrace trace;
+  if (flags.record_log()) take_trace(flags, frame, &trace);
+  ptr == nullptr ? count_failure(flags, kOpFree, 0, trace) : raw::release(ptr);
 }
 
 }  // namespace
 
-[[gnu::noinline]] void free_hook(void* ptr, const void*) {
+[[gnu::noinline, gnu::flatten]] void free_hook(void* ptr, const void*) {
   const InsideChecker inside;
   if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::release(ptr);
   const Address p = address_of(ptr);
-  const bool nowhere = p == 0 || leads_nowhere(p);
-  if (!nowhere) prefetch_block(p);
-  const Flags flags = enter_hook(kSlopFree);
-  CallTrace trace;
-  if (flags.record_log()) take_trace(flags, &trace);
-  if (p == 0) {
-    count_failure(flags, kOpFree, 0, trace);
-    return;
-  }
-  raw::release(nowhere || nothing_to_do(flags, p) ? ptr : give_up_block(flags, p, trace));
+  if (__builtin_expect(leads_nowhere(p), 0)) return release_nothing(this_frame(), ptr);
+  prefetch_block(p);
+  run_hook<release>(kSlopFree, this_frame(), ptr);
 }
 
 }  // namespace quarl

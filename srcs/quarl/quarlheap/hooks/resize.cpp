@@ -13,7 +13,7 @@
 namespace quarl {
 namespace {
 
-void* fail(const Flags& flags, uint32_t size, const CallTrace& trace) {
+[[gnu::cold, gnu::noinline]] void* fail(const Flags& flags, uint32_t size, const CallTrace& trace) {
   count_failure(flags, kOpRealloc, size, trace);
   tell_failure();
   return nullptr;
@@ -169,12 +169,14 @@ void count_moved_chunks(const Counters& counters, const Resize& resize, Address 
 // The second half, under the lock.
 void* make_new_block(const Resize& resize, void* raw) {
   if (!resize.flags.tracked()) return bare_block(raw);
+  const NewBlock block{resize.flags, kOpRealloc, resize.new_size, resize.place, resize.trace};
+  begin_block(block, raw);
   const ScopedLock lock;
   const Counters counters = counters_for(resize.flags);
   counters.allocated(kOpRealloc, resize.new_size);
   if (resize.old_size > resize.new_size) counters.shrunk();
   count_moved_chunks(counters, resize, address_of(raw));
-  return build_block({resize.flags, kOpRealloc, resize.new_size, resize.place, resize.trace}, address_of(raw));
+  return link_new_block(block, raw);
 }
 
 void* resize_block(Resize resize) {
@@ -186,22 +188,27 @@ void* resize_block(Resize resize) {
   return make_new_block(resize, raw);
 }
 
-}  // namespace
-
-[[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void*) {
-  const InsideChecker inside;
-  if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::resize(ptr, size);
-  const bool nowhere = ptr == nullptr || leads_nowhere(address_of(ptr));
-  if (!nowhere) prefetch_block(address_of(ptr));
-  const Flags flags = enter_hook(kSlopMalloc | kSlopFree);
+// `nowhere`: there is nothing to be looked at.
+[[gnu::always_inline]] inline void* reallocate(const Flags& flags, HookFrame frame, void* ptr, size_t size,
+                                               bool nowhere) {
   stop_past_limits(flags, size);
   CallTrace trace;
-  take_trace(flags, &trace);
+  take_trace(flags, frame, &trace);
   if (ptr == nullptr) return size == 0 ? fail(flags, size, trace) : allocate(flags, size, trace);
   if (nowhere) return raw::resize(ptr, size);
   if (size != 0) return resize_block({flags, address_of(ptr), static_cast<uint32_t>(size), trace});
   raw::release(give_up_block(flags, address_of(ptr), trace));
   return nullptr;
+}
+
+}  // namespace
+
+[[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void*) {
+  const InsideChecker inside;
+  if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::resize(ptr, size);
+  const bool nowhere = leads_nowhere(address_of(ptr));
+  if (!nowhere) prefetch_block(address_of(ptr));
+  return run_hook<reallocate>(kSlopMalloc | kSlopFree, this_frame(), ptr, size, nowhere);
 }
 
 }  // namespace quarl

@@ -24,7 +24,7 @@
 #include "quarlheap/lifecycle/filter_steps.h"
 #include "quarlheap/lifecycle/fork_handlers.h"
 #include "quarlheap/model/block_header.h"
-#include "quarlheap/model/call_trace.h"
+#include "quarlheap/model/code_pages.h"
 #include "quarlheap/upkeep/agent_line.h"
 #include "quarlheap/upkeep/effects.h"
 #include "quarlheap/upkeep/pending_work.h"
@@ -60,8 +60,7 @@ CodeRange range_of(const char* function, uint32_t bias) {
 void find_stop_ranges() {
   load_symbols(nullptr);
   const uint32_t bias = symbols_are_link_time() ? load_bias() : 0;
-  main_range = range_of("main", bias);
-  clone_range = range_of("clone", bias);
+  set_outermost_code(range_of("main", bias), range_of("clone", bias));
   unload_symbols();
 }
 

@@ -9,15 +9,18 @@
 // Nothing but the functions here and in used_list.h touches the words of a header.
 #pragma once
 
+#include <string.h>
+
 #include "platform/chunk.h"
 #include "platform/libc_hooks.h"
+#include "platform/thread_cache.h"
+#include "quarlheap/model/call_trace.h"
 #include "quarlheap/model/header_layout.h"
 #include "quarlheap/model/live_pages.h"
+#include "state/clock.h"
 #include "state/hook_lock.h"
 
 namespace quarl {
-
-struct CallTrace;
 
 namespace header {
 
@@ -31,7 +34,12 @@ inline HeaderLayout layout(Address p) {
   return HeaderLayout::of_words(word(p, kSelfLink), word(p, kNextLink), word(p, kPrevLink));
 }
 inline TraceInfo trace_info(Address p, const HeaderLayout& layout) {
-  return {layout.trace_info ? field(p, layout.trace_info_offset()) : 0};
+  return {layout.trace_info() ? field(p, layout.trace_info_offset()) : 0};
+}
+// Whether the links of a block at p have the flags of this layout, and the first of them names it.
+inline bool is_of_layout(Address p, const HeaderLayout& layout) {
+  const uint32_t others = (word(p, kNextLink) ^ layout.next_flags()) | (word(p, kPrevLink) ^ layout.prev_flags());
+  return word(p, kSelfLink) == p + layout.self_flags() && (others & kLinkFlags) == 0;
 }
 // The last byte of a block whose page is counted: the guard's. Without one the check does not notice a size that is off
 // by a little, which would name another page when the block goes.
@@ -40,6 +48,11 @@ inline Address last_byte(Address p, uint32_t size, uint32_t guard) {
 }
 
 }  // namespace header
+
+// Whether the raw block of an ordinary chunk can lie there.
+inline bool raw_is_aligned(Address raw) {
+  return (raw & (raw_alignment - 1)) == 0;
+}
 
 // What the optional fields of a header say, 0 where one is not there.
 struct HeaderFields {
@@ -51,10 +64,10 @@ struct HeaderFields {
   // `end` is the end of the header, or of a copy of it.
   static HeaderFields read(const uint32_t* end, const HeaderLayout& layout) {
     const auto field = [end](bool there, uint32_t offset) { return there ? *(end - offset / 4) : 0; };
-    return {field(layout.tid, layout.tid_offset()),
-            field(layout.time, layout.time_offset()),
-            field(layout.time, layout.seq_offset()),
-            {field(layout.trace_info, layout.trace_info_offset())}};
+    return {field(layout.tid(), layout.tid_offset()),
+            field(layout.time(), layout.time_offset()),
+            field(layout.time(), layout.seq_offset()),
+            {field(layout.trace_info(), layout.trace_info_offset())}};
   }
 };
 
@@ -62,25 +75,27 @@ struct HeaderFields {
 class SoundBlock {
  public:
   // The caller vouches for it; `offset` is the way from the raw block to p.
-  SoundBlock(Address p, uint32_t offset) : p_(p), offset_(offset) {}
+  SoundBlock(Address p, uint32_t offset, const HeaderLayout& layout) : p_(p), offset_(offset), layout_(layout) {}
+  SoundBlock(Address p, uint32_t offset) : SoundBlock(p, offset, header::layout(p)) {}
 
   Address p() const { return p_; }
   Address raw() const { return p_ - offset_; }
   Address chunk_word() const { return raw() - 4; }
-  Address last_byte() const { return header::last_byte(p_, size(), layout().guard_size()); }  // that the checker reads
+  Address last_byte() const { return header::last_byte(p_, size(), layout_.guard_size()); }  // that the checker reads
   uint32_t size() const { return header::word(p_, kUserSize); }
-  HeaderLayout layout() const { return header::layout(p_); }
+  const HeaderLayout& layout() const { return layout_; }
   HeaderFields fields() const { return HeaderFields::read(words(), layout()); }
 
   // The trace that it was allocated with.
   const uint32_t* trace_words() const { return words() - layout().trace_info_offset() / 4 - fields().info.depth(); }
-  int trace_depth() const { return layout().trace ? static_cast<int>(fields().info.depth()) : 0; }
+  int trace_depth() const { return layout().trace() ? static_cast<int>(fields().info.depth()) : 0; }
 
  private:
   const uint32_t* words() const { return static_cast<const uint32_t*>(pointer_to(p_)); }
 
   Address p_;
   uint32_t offset_;
+  HeaderLayout layout_;
 };
 
 // A block whose fields and chunk word can be read. Only DoubtfulBlock::bounded makes one that is.
@@ -91,16 +106,15 @@ class BoundedBlock {
 
   Address p() const { return p_; }
   uint32_t offset() const { return offset_; }  // from the raw block to p
-  HeaderLayout layout() const { return header::layout(p_); }
-  TraceInfo info() const { return header::trace_info(p_, layout()); }
+  const HeaderLayout& layout() const { return layout_; }
+  TraceInfo info() const { return header::trace_info(p_, layout_); }
   uint32_t size() const { return header::word(p_, kUserSize); }
   ChunkWord chunk() const { return chunk_before(p_ - offset_); }
-  // Whether an ordinary chunk can lie there.
-  bool raw_is_aligned() const { return ((p_ - offset_) & (raw_alignment - 1)) == 0; }
+  bool raw_is_aligned() const { return quarl::raw_is_aligned(p_ - offset_); }
 
   // Whether the block's end, its guard where it has one, lies in memory that is there.
   bool end_exists() const {
-    const uint32_t guard = layout().guard_size();
+    const uint32_t guard = layout_.guard_size();
     const Address last = p_ + size() + guard - 1;
     if (__builtin_expect(on_one_page(p_ - 4, last), 1)) return true;
     return guard != 0 ? page_is_live(last) && page_is_live(last - 3) : memory_exists(last);
@@ -111,10 +125,11 @@ class BoundedBlock {
 
  private:
   friend class DoubtfulBlock;
-  BoundedBlock(Address p, uint32_t offset) : p_(p), offset_(offset) {}
+  BoundedBlock(Address p, uint32_t offset, const HeaderLayout& layout) : p_(p), offset_(offset), layout_(layout) {}
 
   Address p_;
   uint32_t offset_;
+  HeaderLayout layout_;
 };
 
 // A pointer that is said to be a block.
@@ -139,35 +154,49 @@ class DoubtfulBlock {
   HeaderLayout claimed_layout() const { return header::layout(p_); }
 
   // What it claims, when that can be: false when the header is damaged for certain.
-  [[gnu::always_inline]] BoundedBlock bounded() const {
-    if (__builtin_expect(p_ % 8 != 0 || !page_is_live(p_ - 4), 0)) return {};
-    if (__builtin_expect(!page_holds(p_, kLongestFields), 0) && !fields_exist()) return {};
-    uint32_t lowest = fields_size(header::word(p_, kSelfLink), header::word(p_, kPrevLink));
-    uint32_t alignment = least_alignment;
-    if (__builtin_expect(header::word(p_, kSelfLink) & kHasTraceInfo, kHasTraceInfo)) {
-      const TraceInfo info{header::field(p_, lowest)};
-      if (info.depth() > kMaxTrace) return {};
-      if ((header::word(p_, kNextLink) & kHasTrace) != 0) lowest += 4 * info.depth();
-      if (__builtin_expect(info.align_log2() != kPlainAlignLog2, 0) && !align_can_be(info, &alignment)) return {};
-    }
-    const uint32_t offset = round_up(lowest, alignment);
-    if (!page_is_live(p_ - offset - 4)) return {};
-    return {p_, offset};
+  BoundedBlock bounded() const {
+    if (!all_fields_can_be_read()) return {};
+    const HeaderLayout layout = header::layout(p_);
+    return {p_, bounded_offset(layout, kFieldsSize[layout.fields]), layout};
+  }
+  // The same of a block that has this layout; false, too, when it has another or does not name itself.
+  [[gnu::always_inline]] BoundedBlock bounded_as(HeaderLayout layout) const {
+    const bool has_it = all_fields_can_be_read() && header::is_of_layout(p_, layout);
+    return {p_, __builtin_expect(has_it, 1) ? bounded_offset(layout, layout.lowest_offset(0)) : 0, layout};
   }
 
   friend bool operator==(DoubtfulBlock a, DoubtfulBlock b) { return a.p_ == b.p_; }
 
  private:
+  [[gnu::always_inline]] bool all_fields_can_be_read() const {
+    if (__builtin_expect(p_ % 8 != 0 || !page_is_live(p_ - 4), 0)) return false;
+    return __builtin_expect(page_holds(p_, kLongestFields), 1) || fields_exist(*this);
+  }
+
+  // The way from the raw block by a header of these fields, which can be read; 0 when it cannot be. `lowest` is their
+  // lowest_offset(0).
+  [[gnu::always_inline]] uint32_t bounded_offset(HeaderLayout layout, uint32_t lowest) const {
+    uint32_t alignment = least_alignment;
+    if (__builtin_expect(layout.trace_info(), 1)) {
+      const TraceInfo info{header::field(p_, lowest)};
+      if (info.depth() > kMaxTrace) return 0;
+      if (layout.trace()) lowest += 4 * info.depth();
+      if (__builtin_expect(info.align_log2() != kPlainAlignLog2, 0) && !align_can_be(p_, info, &alignment)) return 0;
+    }
+    const uint32_t offset = round_up(lowest, alignment);
+    return page_is_live(p_ - offset - 4) ? offset : 0;
+  }
+
   // The last step of the way down is judged by the flags, which have to be there for it.
-  [[gnu::noinline]] bool fields_exist() const {
-    return can_be_block() && page_is_live(p_ - claimed_layout().lowest_offset(0));
+  [[gnu::noinline]] static bool fields_exist(DoubtfulBlock block) {
+    return block.can_be_block() && page_is_live(block.p_ - block.claimed_layout().lowest_offset(0));
   }
 
   // A block lies at its alignment. Sets what the header of one with another than the plain is rounded to.
-  [[gnu::noinline]] bool align_can_be(TraceInfo info, uint32_t* alignment) const {
+  static bool align_can_be(Address p, TraceInfo info, uint32_t* alignment) {
     const uint32_t log2 = info.align_log2();
     if (log2 == 0) return true;
-    if (log2 < kPlainAlignLog2 || log2 >= 32 || (p_ & ((1U << log2) - 1)) != 0) return false;
+    if (log2 < kPlainAlignLog2 || log2 >= 32 || (p & ((1U << log2) - 1)) != 0) return false;
     if (1U << log2 > *alignment) *alignment = 1U << log2;
     return true;
   }
@@ -207,9 +236,30 @@ inline Placement place_block(const Flags& flags, Operation op, int depth, uint32
   return {offset_for(lowest, 1U << align_log2), layout.guard_size(), align_log2};
 }
 
-// Writes the header below p and the guard behind the block; the links are empty.
-void fill_header(Address p, const Flags& flags, uint32_t user_size, Operation op, const CallTrace& trace,
-                 uint32_t align_log2) REQUIRES(hook_mutex);
+// Writes the header below p and the guard behind the block, but for the links and the number: nobody knows of the block
+// until it has those, so no lock is needed.
+[[gnu::always_inline]] inline void fill_header(Address p, HeaderLayout layout, uint32_t user_size, Operation op,
+                                               const CallTrace& trace, uint32_t align_log2) {
+  header::word(p, kUserSize) = user_size;
+  // Bytes, not a word: nothing says that the end of the user's bytes is aligned.
+  if (layout.guard()) memcpy(pointer_to(p + user_size), kTailGuard, sizeof kTailGuard);
+  if (layout.tid()) header::field(p, layout.tid_offset()) = static_cast<uint32_t>(current_tid());
+  if (layout.time()) header::field(p, layout.time_offset()) = static_cast<uint32_t>(clock_sec);
+  if (!layout.trace_info()) return;
+  const auto depth = static_cast<uint32_t>(trace.depth);  // 0 without a trace
+  header::field(p, layout.trace_info_offset()) = TraceInfo::make(depth, op, align_log2).word;
+  void* lowest = pointer_to(p - layout.trace_offset(depth));
+  if (__builtin_expect(depth == kDefaultDepth, 1)) {  // as a few words, without a call
+    memcpy(lowest, trace.words, 4 * kDefaultDepth);
+  } else {
+    memcpy(lowest, trace.words, 4 * depth);
+  }
+}
+
+// The next number, when the header has one.
+inline void number_header(Address p, HeaderLayout layout) REQUIRES(hook_mutex) {
+  if (layout.time()) header::field(p, layout.seq_offset()) = ++last_seq_num;
+}
 
 // Marks the header of a block that is off the list, by which a second release is known for as long as the allocator
 // leaves the word alone.

@@ -41,7 +41,7 @@ void fill_known(Address p, const Words& words, OpRecord* record, RecordKind resu
 
 // Operation and depth are told of a block with a trace only.
 void fill_optional(const Words& words, HeaderLayout layout, OpRecord* record) {
-  layout.trace_info = layout.trace;
+  layout.fields = layout.trace() ? layout.fields | kTraceInfoField : layout.fields & ~kTraceInfoField;
   const HeaderFields fields = HeaderFields::read(words.end(), layout);
   record->tid = fields.tid;
   record->time = fields.time;
@@ -59,7 +59,7 @@ uint32_t entries(int depth) {
 }
 
 uint32_t trace_offset(const HeaderLayout& layout, int depth) {
-  return layout.lowest_offset(layout.trace ? entries(depth) : 0);
+  return layout.lowest_offset(layout.trace() ? entries(depth) : 0);
 }
 
 // depth words of the block, at most kMaxTrace, and zeros behind them.

@@ -14,17 +14,13 @@ struct CallTrace {
   uint32_t words[kMaxTrace];  // entry 0 is nearest to the hook; undefined from depth on
 };
 
-// Where a walk stops: a return address strictly between start and end is its last entry. 0, 0 stops nothing.
-struct CodeRange {
-  uint32_t start;
-  uint32_t end;
-  bool holds(uint32_t address) const { return start < address && address < end; }
-};
-extern CodeRange main_range;
-extern CodeRange clone_range;
+// The frame of a hook, in which its trace begins.
+using HookFrame = uintptr_t;
+[[gnu::always_inline]] inline HookFrame this_frame() {
+  return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+}
 
-// Fills buf[0 .. count) with at most max return addresses, the caller's caller first; returns count. The caller must
-// be the hook itself: its own frame is the first one that is stored.
-int capture_trace(uint32_t* buf, int max);
+// Fills buf[0 .. count) with at most max return addresses, the one into the hook's caller first; returns count.
+int capture_trace(HookFrame frame, uint32_t* buf, int max);
 
 }  // namespace quarl

@@ -30,6 +30,7 @@ namespace quarl {
 inline constexpr uint32_t QR_FREED_MARK = 0xD8675309;
 inline constexpr uint8_t kTailGuard[4] = {0xEB, 0xBE, 0xDA, 0xFE};
 inline constexpr uint32_t kGuardSize = sizeof kTailGuard;
+inline constexpr uint32_t kTailGuardWord = 0xFEDABEEB;  // the same, read as a word
 
 // The words that every header has, by their position from the user pointer, and the flags in the low bits of the links.
 enum HeaderWord : int { kSelfLink = -1, kNextLink = -2, kPrevLink = -3, kUserSize = -4 };
@@ -62,83 +63,94 @@ constexpr bool op_has_trace_info(uint32_t op) {
   return op == kOpRealloc || op == kOpMemalign;
 }
 
+// What a header can have besides the words that every one has: the flags of its links, one behind the other.
+enum HeaderField : uint32_t {
+  kTraceInfoField = kHasTraceInfo,
+  kTidField = kHasTid,
+  kTraceField = kHasTrace << 2,
+  kGuardField = kHasTailGuard << 2,
+  kTimeField = kHasTime << 4,
+};
+
 // Which optional fields a header has; their places follow from it.
 struct HeaderLayout {
-  bool tid = false;
-  bool time = false;
-  bool trace_info = false;
-  bool trace = false;
-  bool guard = false;
+  uint32_t fields = 0;
 
   // Of a block that `op` makes now.
-  static HeaderLayout for_new(const Flags& flags, Operation op) {
-    HeaderLayout layout = configured(flags);
-    layout.trace_info |= op_has_trace_info(op);
-    return layout;
+  static constexpr HeaderLayout for_new(const Flags& flags, Operation op) {
+    return {configured(flags).fields | (op_has_trace_info(op) ? kTraceInfoField : 0U)};
   }
 
   // What the configuration says that every header has.
-  static HeaderLayout configured(const Flags& flags) {
-    const bool trace = flags.in_force(kHeadStackdepth);
-    return {flags.in_force(kHeadTid), flags.in_force(kHeadTime), trace, trace, flags.guard()};
+  static constexpr HeaderLayout configured(const Flags& flags) {
+    const auto when = [&flags](ConfigBit item, uint32_t there) { return flags.in_force(item) ? there : 0; };
+    return {when(kHeadTid, kTidField) | when(kHeadTime, kTimeField) |
+            when(kHeadStackdepth, kTraceInfoField | kTraceField) | when(kSlopover, kGuardField)};
   }
 
   // Of a block with these three link words.
   static constexpr HeaderLayout of_words(uint32_t self_link, uint32_t next_link, uint32_t prev_link) {
-    return {(self_link & kHasTid) != 0, (prev_link & kHasTime) != 0, (self_link & kHasTraceInfo) != 0,
-            (next_link & kHasTrace) != 0, (next_link & kHasTailGuard) != 0};
+    return {(self_link & kLinkFlags) | (next_link & kLinkFlags) << 2 | (prev_link & kHasTime) << 4};
   }
 
+  constexpr bool tid() const { return has(kTidField); }
+  constexpr bool time() const { return has(kTimeField); }
+  constexpr bool trace_info() const { return has(kTraceInfoField); }
+  constexpr bool trace() const { return has(kTraceField); }
+  constexpr bool guard() const { return has(kGuardField); }
+
   // The flags of each link word.
-  constexpr uint32_t self_flags() const { return (trace_info ? kHasTraceInfo : 0U) | (tid ? kHasTid : 0U); }
-  constexpr uint32_t next_flags() const { return (trace ? kHasTrace : 0U) | (guard ? kHasTailGuard : 0U); }
-  constexpr uint32_t prev_flags() const { return time ? kHasTime : 0U; }
+  constexpr uint32_t self_flags() const { return fields & kLinkFlags; }
+  constexpr uint32_t next_flags() const { return fields >> 2 & kLinkFlags; }
+  constexpr uint32_t prev_flags() const { return fields >> 4; }
 
   // Bytes from the user pointer down to a field that is there.
   constexpr uint32_t tid_offset() const { return kFixedSize + 4; }
-  constexpr uint32_t seq_offset() const { return kFixedSize + (tid ? 4 : 0) + 4; }
+  constexpr uint32_t seq_offset() const { return kFixedSize + (tid() ? 4 : 0) + 4; }
   constexpr uint32_t time_offset() const { return seq_offset() + 4; }
-  constexpr uint32_t trace_info_offset() const { return kFixedSize + (tid ? 4 : 0) + (time ? 8 : 0) + 4; }
+  constexpr uint32_t trace_info_offset() const { return kFixedSize + (tid() ? 4 : 0) + (time() ? 8 : 0) + 4; }
 
   // Bytes from the user pointer down to the lowest word of a trace of so many entries.
   constexpr uint32_t trace_offset(uint32_t depth) const { return trace_info_offset() + 4 * depth; }
 
   // Bytes from the user pointer down to the lowest field of a header whose trace has so many entries, 0 without one.
   constexpr uint32_t lowest_offset(uint32_t depth) const {
-    return trace_info_offset() - (trace_info ? 0 : 4) + 4 * depth;
+    return trace_info_offset() - (trace_info() ? 0 : 4) + 4 * depth;
   }
 
-  constexpr uint32_t guard_size() const { return guard ? kGuardSize : 0; }
+  constexpr uint32_t guard_size() const { return guard() ? kGuardSize : 0; }
+
+ private:
+  constexpr bool has(HeaderField field) const { return (fields & field) != 0; }
 };
 
-// Bytes from the raw block to the user pointer of a block of that alignment; `least` is the least of the process.
+// All that a header can have.
+inline constexpr HeaderLayout kFullLayout{kTidField | kTimeField | kTraceInfoField | kTraceField | kGuardField};
+
+// Bytes from the raw block to the user pointer of a block of that alignment; `least` is the least of the process, 8 or
+// more.
 constexpr uint32_t user_offset(uint32_t lowest, uint32_t alignment, uint32_t least) {
-  return round_up(lowest, alignment > least ? alignment : least);
+  return round_up(lowest, alignment <= 8 || alignment < least ? least : alignment);
 }
 
-// lowest_offset(0) of a block with these link words, by all that it depends on: where a header is read, the table is
-// quicker than the sum.
+// lowest_offset(0) of each layout: where a header is read, the table is quicker than the sum.
 inline constexpr auto kFieldsSize = [] {
-  std::array<uint8_t, 8> sizes{};
-  for (uint32_t i = 0; i < sizes.size(); ++i) {
-    sizes[i] = static_cast<uint8_t>(HeaderLayout::of_words(i & kLinkFlags, 0, i >> 2).lowest_offset(0));
-  }
+  std::array<uint8_t, 32> sizes{};
+  for (uint32_t i = 0; i < sizes.size(); ++i) sizes[i] = static_cast<uint8_t>(HeaderLayout{i}.lowest_offset(0));
   return sizes;
 }();
-inline uint32_t fields_size(uint32_t self_link, uint32_t prev_link) {
-  return kFieldsSize[(self_link & kLinkFlags) + 4 * (prev_link & kHasTime)];
-}
 
 // The drawing, word by word.
 namespace layout_proof {
-constexpr HeaderLayout kFull{true, true, true, true, true};
+constexpr HeaderLayout kFull = kFullLayout;
+static_assert(kFull.fields == kFieldsSize.size() - 1);
 static_assert(kFixedSize == 16 && kGuardSize == 4);
 static_assert(kFull.tid_offset() == 20 && kFull.seq_offset() == 24 && kFull.time_offset() == 28);
 static_assert(kFull.trace_info_offset() == 32 && kFull.trace_offset(8) == 64 && kFull.lowest_offset(8) == 64 &&
               kFull.lowest_offset(0) == 32);
-static_assert(HeaderLayout{.tid = true}.lowest_offset(0) == 20);
-static_assert(HeaderLayout{.time = true}.seq_offset() == 20 && HeaderLayout{.time = true}.time_offset() == 24);
-static_assert(HeaderLayout{.trace_info = true}.trace_info_offset() == 20);
+static_assert(HeaderLayout{kTidField}.lowest_offset(0) == 20);
+static_assert(HeaderLayout{kTimeField}.seq_offset() == 20 && HeaderLayout{kTimeField}.time_offset() == 24);
+static_assert(HeaderLayout{kTraceInfoField}.trace_info_offset() == 20);
 static_assert(HeaderLayout{}.lowest_offset(0) == 16 && user_offset(HeaderLayout{}.lowest_offset(0), 8, 8) == 16);
 static_assert(user_offset(kFull.lowest_offset(8), 8, 8) == 64);
 static_assert(user_offset(kFull.lowest_offset(8), 64, 8) == 64);

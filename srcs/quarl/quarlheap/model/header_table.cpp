@@ -54,17 +54,17 @@ constexpr uint32_t offset(const HeaderLayout& layout, int row, uint32_t depth) {
 constexpr bool agrees(const HeaderLayout& layout) {
   constexpr uint32_t kDepth = 5;
   if (offset(layout, 3, 0) != kFixedSize) return false;
-  if (layout.tid && offset(layout, 4, 0) != layout.tid_offset()) return false;
-  if (layout.time && offset(layout, 5, 0) != layout.seq_offset()) return false;
-  if (layout.time && offset(layout, 6, 0) != layout.time_offset()) return false;
-  if (layout.trace_info && offset(layout, 7, 0) != layout.trace_info_offset()) return false;
-  return offset(layout, 8, kDepth) == layout.lowest_offset(layout.trace ? kDepth : 0);
+  if (layout.tid() && offset(layout, 4, 0) != layout.tid_offset()) return false;
+  if (layout.time() && offset(layout, 5, 0) != layout.seq_offset()) return false;
+  if (layout.time() && offset(layout, 6, 0) != layout.time_offset()) return false;
+  if (layout.trace_info() && offset(layout, 7, 0) != layout.trace_info_offset()) return false;
+  return offset(layout, 8, kDepth) == layout.lowest_offset(layout.trace() ? kDepth : 0);
 }
 
 constexpr bool agrees_everywhere() {
-  for (unsigned i = 0; i < 32; ++i) {
-    const bool info = (i & 4) != 0;
-    if (!agrees({(i & 1) != 0, (i & 2) != 0, info, info && (i & 8) != 0, (i & 16) != 0})) return false;
+  for (uint32_t fields = 0; fields < kFieldsSize.size(); ++fields) {
+    const HeaderLayout layout{fields};
+    if ((layout.trace_info() || !layout.trace()) && !agrees(layout)) return false;
   }
   return true;
 }

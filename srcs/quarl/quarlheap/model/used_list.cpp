@@ -4,9 +4,6 @@
 
 namespace quarl {
 
-constinit Address heap_block_head = 0;
-constinit Address heap_block_tail = 0;
-constinit uint32_t heap_block_count = 0;
 constinit bool used_list_closed = false;
 
 void close_used_list() {
@@ -105,6 +102,7 @@ bool has_wild_link(DoubtfulBlock block) {
 }
 
 void replace_lost_tail(Address p) {
+  if (heap_block_head == 0 && heap_block_tail == 0) return;
   const Address reached = last_before(heap_block_head, kNextLink, p);
   heap_block_tail = is_block(reached) && reached != p ? reached : 0;
 }

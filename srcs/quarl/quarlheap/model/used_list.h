@@ -8,9 +8,11 @@
 
 namespace quarl {
 
-extern Address heap_block_head GUARDED_BY(hook_mutex);  // 0 when the list is empty
-extern Address heap_block_tail GUARDED_BY(hook_mutex);
-extern uint32_t heap_block_count GUARDED_BY(hook_mutex);  // blocks that were linked and not unlinked
+// 0 when the list is empty.
+inline constexpr Address& heap_block_head GUARDED_BY(hook_mutex) = hot_words.heap_block_head;
+inline constexpr Address& heap_block_tail GUARDED_BY(hook_mutex) = hot_words.heap_block_tail;
+// Blocks that were linked and not unlinked.
+inline constexpr uint32_t& heap_block_count GUARDED_BY(hook_mutex) = hot_words.heap_block_count;
 extern bool used_list_closed GUARDED_BY(hook_mutex);
 
 // At the end, once the hooks are gone: blocks go back to the allocator past the list from then on, and a link may lead
@@ -49,19 +51,20 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
 // to follow. A link that was left behind may name p, whose memory is another's again.
 [[gnu::cold, gnu::noinline]] void replace_lost_tail(Address p) REQUIRES(hook_mutex);
 
-// Appends the block; its links were empty, and their flags stay.
-inline void link_block(SoundBlock block, Address last_byte) REQUIRES(hook_mutex) {
+// Appends the block, and writes its links with the flags of its layout.
+[[gnu::always_inline]] inline void link_block(const SoundBlock& block, Address last_byte) REQUIRES(hook_mutex) {
   const Address p = block.p();
   enter_pages(p, block.chunk_word(), last_byte);
   ++heap_block_count;
-  header::set_link(p, kSelfLink, p);
-  if (__builtin_expect(used_list_closed, 0)) return;
+  header::word(p, kSelfLink) = p | block.layout().self_flags();
+  header::word(p, kNextLink) = block.layout().next_flags();
   if (__builtin_expect(!page_is_live(heap_block_tail - 4), 0)) replace_lost_tail(p);
-  header::set_link(p, kPrevLink, heap_block_tail);
-  header::set_link(p, kNextLink, 0);
-  if (heap_block_tail != 0) header::set_link(heap_block_tail, kNextLink, p);
+  const Address tail = heap_block_tail;
+  header::word(p, kPrevLink) = tail | block.layout().prev_flags();
+  if (__builtin_expect(used_list_closed, 0)) return;
+  if (__builtin_expect(tail != 0, 1)) header::set_link(tail, kNextLink, p);
   heap_block_tail = p;
-  if (heap_block_head == 0) heap_block_head = p;
+  if (__builtin_expect(heap_block_head == 0, 0)) heap_block_head = p;
 }
 
 // The two words that name a block on the list: links of its neighbours, or the ends of the list.
@@ -99,7 +102,7 @@ struct Ties {
 [[gnu::cold, gnu::noinline]] void unlink_damaged(Address p) REQUIRES(hook_mutex);
 
 // `ties` are the block's; where they do not hold, the list is mended as far as it goes.
-inline void unlink_block(SoundBlock block, Ties ties) REQUIRES(hook_mutex) {
+[[gnu::always_inline]] inline void unlink_block(const SoundBlock& block, Ties ties) REQUIRES(hook_mutex) {
   const Address p = block.p();
   leave_pages(p, block.chunk_word(), block.last_byte());
   --heap_block_count;
@@ -113,21 +116,20 @@ inline void unlink_block(SoundBlock block, Ties ties) REQUIRES(hook_mutex) {
 }
 
 // The end of a block: takes it off the list and marks its header.
-inline void mark_released(SoundBlock block, Ties ties) REQUIRES(hook_mutex) {
+[[gnu::always_inline]] inline void mark_released(const SoundBlock& block, Ties ties) REQUIRES(hook_mutex) {
   unlink_block(block, ties);
   mark_freed(block.p());
 }
 
 // Asks for the cache lines that the end of a block touches (its header, its guard, both neighbours), so that they come
-// side by side instead of one after the other. The word before p is there.
+// side by side instead of one after the other. The word before p is there; what p is does not matter.
 [[gnu::always_inline]] inline void prefetch_block(Address p) {
   constexpr uint32_t kTypicalHeader = 72;
-  const DoubtfulBlock block(p);
   prefetch(p - kTypicalHeader);
-  if (!page_holds(p, kFixedSize) || !block.names_itself()) return;
-  prefetch(header::link(p, kNextLink) - 12);
-  prefetch(header::link(p, kPrevLink) - 12);
-  prefetch(p + block.claimed_size());
+  if (__builtin_expect(!page_holds(p, kFixedSize), 0)) return;
+  prefetch(header::word(p, kNextLink) - 12);  // the flags change no line
+  prefetch(header::word(p, kPrevLink) - 12);
+  prefetch(p + header::word(p, kUserSize));
 }
 
 // A walk along the list: for (BlockWalk walk; walk.here(); walk.step()) walk.block();

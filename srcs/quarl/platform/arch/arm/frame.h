@@ -9,6 +9,8 @@
 //   fp - 12  the caller's frame pointer
 #pragma once
 
+#include <string.h>
+
 #include <cstdint>
 
 #include "platform/address.h"
@@ -25,11 +27,23 @@ inline uintptr_t caller_frame(uintptr_t fp) {
   return word_at(fp - 12);
 }
 
-// True when the code at `address` is ldmfd sp!, {sl, pc}: the return of a routine without a frame. The address may be
-// odd (Thumb) or unaligned, so the word is taken byte by byte.
+// ldmfd sp!, {sl, pc}: the return of a routine without a frame.
+inline constexpr uint8_t kFramelessReturn[] = {0x00, 0x84, 0xBD, 0xE8};
+
+// True when it is the code at `address`, which may be odd (Thumb) or unaligned: it is taken byte by byte.
 inline bool returns_without_frame(uint32_t address) {
-  const auto* code = reinterpret_cast<const uint8_t*>(address);
-  return code[0] == 0x00 && code[1] == 0x84 && code[2] == 0xBD && code[3] == 0xE8;
+  return memcmp(pointer_to(address), kFramelessReturn, sizeof kFramelessReturn) == 0;
+}
+
+// Whether it can be anywhere on a page, the smallest of the target's: all of it, or its beginning at the end.
+inline bool may_return_without_frame(uint32_t page_start) {
+  constexpr uint32_t kPage = 4096;
+  constexpr uint32_t kLength = sizeof kFramelessReturn;
+  if (memmem(pointer_to(page_start), kPage, kFramelessReturn, kLength) != nullptr) return true;
+  for (uint32_t there = 1; there < kLength; ++there) {
+    if (memcmp(pointer_to(page_start + kPage - there), kFramelessReturn, there) == 0) return true;
+  }
+  return false;
 }
 inline uint32_t frameless_return_address(uintptr_t fp) {
   return word_at(fp + 8);

@@ -24,6 +24,9 @@ inline uintptr_t caller_frame(uintptr_t fp) {
 inline bool returns_without_frame(uint32_t) {
   return false;
 }
+inline bool may_return_without_frame(uint32_t) {
+  return false;
+}
 inline uint32_t frameless_return_address(uintptr_t) {
   return 0;
 }
