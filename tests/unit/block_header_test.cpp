@@ -80,7 +80,7 @@ TEST(UsedList, KeepsItsOrderThroughEveryRemoval) {
     std::vector<std::unique_ptr<MadeBlock>> blocks(3);
     for (auto& block : blocks) block = std::make_unique<MadeBlock>(BlockShape{});
     const ScopedLock lock;
-    for (auto& block : blocks) link_block(block->sound(), block->sound().last_byte());
+    for (auto& block : blocks) link_block(block->sound());
     std::vector<Address> left = {blocks[0]->p, blocks[1]->p, blocks[2]->p};
     for (int index : removals) {
       const SoundBlock gone = blocks[static_cast<size_t>(index)]->sound();

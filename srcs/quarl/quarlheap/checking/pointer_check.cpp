@@ -59,7 +59,7 @@ CheckedPointer classify_pointer(Address p) {
   if (__builtin_expect(!ties, 0)) check_links(block);
   const FaultCode code = check_linked_block(bounded);
   if (code != QR_FAULT_NONE) report_and_stop(block, code, true);
-  return {{p, bounded.offset(), bounded.layout()}, ties};
+  return {{p, bounded.offset(), bounded.layout(), bounded.size()}, ties};
 }
 
 }  // namespace quarl

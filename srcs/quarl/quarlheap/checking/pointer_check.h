@@ -16,22 +16,21 @@ bool qr_find_used_block(Address p, bool lock_held) REQUIRES(hook_mutex);
 // A pointer that passed: one of our blocks, sound, or a foreign one (memory without a header of ours).
 class CheckedPointer {
  public:
-  explicit CheckedPointer(Address foreign) : p_(foreign), offset_(0) {}
-  CheckedPointer(const SoundBlock& block, Ties ties)
-      : p_(block.p()), offset_(block.p() - block.raw()), layout_(block.layout()), ties_(ties) {}
+  explicit CheckedPointer(Address foreign)
+      : block_(foreign, 0, {}, chunk_before(foreign).size()), chunk_(chunk_before(foreign)) {}
+  CheckedPointer(const SoundBlock& block, Ties ties) : block_(block), chunk_(chunk_before(block.raw())), ties_(ties) {}
 
-  bool headed() const { return offset_ != 0; }
-  SoundBlock block() const { return {p_, offset_, layout_}; }  // of a headed one
-  Ties ties() const { return ties_; }                          // on the used list
-  Address raw() const { return p_ - offset_; }
-  ChunkWord chunk() const { return chunk_before(raw()); }
+  bool headed() const { return block_.offset() != 0; }
+  const SoundBlock& block() const { return block_; }  // of a headed one
+  Ties ties() const { return ties_; }                 // on the used list
+  Address raw() const { return block_.raw(); }
+  ChunkWord chunk() const { return chunk_; }
   // Bytes that a release gives back: what the user asked for, or the allocator's chunk of a foreign pointer.
-  uint32_t size() const { return headed() ? block().size() : chunk().size(); }
+  uint32_t size() const { return block_.size(); }
 
  private:
-  Address p_;
-  uint32_t offset_;  // from the raw block to p, 0 for a foreign pointer
-  HeaderLayout layout_;
+  SoundBlock block_;  // a foreign pointer is its own raw block
+  ChunkWord chunk_;
   Ties ties_;
 };
 

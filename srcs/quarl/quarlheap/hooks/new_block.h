@@ -38,9 +38,9 @@ void* bare_block(void* raw);
 [[gnu::always_inline]] inline void* link_new_block(const NewBlock& block, void* raw) REQUIRES(hook_mutex) {
   const Address p = block.user(raw);
   if (!block.flags.header()) return bare_block(raw);
-  const SoundBlock made(p, block.place.offset, block.layout());
+  const SoundBlock made(p, block.place.offset, block.layout(), block.size);
   number_header(p, made.layout());
-  link_block(made, header::last_byte(p, block.size, made.layout().guard_size()));
+  link_block(made);
   if (block.flags.record_log()) record_allocation(made, block.trace);
   return pointer_to(p);
 }

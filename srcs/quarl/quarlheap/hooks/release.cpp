@@ -43,7 +43,7 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
   const BoundedBlock block = DoubtfulBlock(p).bounded_as(layout);
   Ties ties;
   if (__builtin_expect(!is_certain(block, &ties), 0)) return give_up_doubtful(flags, p, trace);
-  return give_up(flags, {{p, block.offset(), layout}, ties}, trace);
+  return give_up(flags, {{p, block.offset(), layout, block.size()}, ties}, trace);
 }
 
 [[gnu::always_inline]] inline void release(const Flags& flags, HookFrame frame, void* ptr) {

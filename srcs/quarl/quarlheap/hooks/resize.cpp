@@ -89,7 +89,7 @@ void put_back_old_block(const Resize& resize) {
   counters_for(resize.flags).undo_release(kOpReallocRelease, resize.old_size);
   if (!resize.headed()) return keep_bare_block(pointer_to(resize.p));
   const SoundBlock block = resize.old_block();
-  link_block(block, block.last_byte());
+  link_block(block);
   if (!resize.flags.record_log()) return;
   CallTrace made_by;
   made_by.depth = block.trace_depth() < kMaxTrace ? block.trace_depth() : kMaxTrace;

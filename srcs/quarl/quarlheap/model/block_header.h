@@ -75,14 +75,16 @@ struct HeaderFields {
 class SoundBlock {
  public:
   // The caller vouches for it; `offset` is the way from the raw block to p.
-  SoundBlock(Address p, uint32_t offset, const HeaderLayout& layout) : p_(p), offset_(offset), layout_(layout) {}
-  SoundBlock(Address p, uint32_t offset) : SoundBlock(p, offset, header::layout(p)) {}
+  SoundBlock(Address p, uint32_t offset, HeaderLayout layout, uint32_t size)
+      : p_(p), offset_(offset), layout_(layout), size_(size) {}
+  SoundBlock(Address p, uint32_t offset) : SoundBlock(p, offset, header::layout(p), header::word(p, kUserSize)) {}
 
   Address p() const { return p_; }
   Address raw() const { return p_ - offset_; }
   Address chunk_word() const { return raw() - 4; }
-  Address last_byte() const { return header::last_byte(p_, size(), layout_.guard_size()); }  // that the checker reads
-  uint32_t size() const { return header::word(p_, kUserSize); }
+  Address last_byte() const { return header::last_byte(p_, size_, layout_.guard_size()); }  // that the checker reads
+  uint32_t offset() const { return offset_; }
+  uint32_t size() const { return size_; }
   const HeaderLayout& layout() const { return layout_; }
   HeaderFields fields() const { return HeaderFields::read(words(), layout()); }
 
@@ -96,6 +98,7 @@ class SoundBlock {
   Address p_;
   uint32_t offset_;
   HeaderLayout layout_;
+  uint32_t size_;
 };
 
 // A block whose fields and chunk word can be read. Only DoubtfulBlock::bounded makes one that is.
@@ -116,7 +119,7 @@ class BoundedBlock {
   bool end_exists() const {
     const uint32_t guard = layout_.guard_size();
     const Address last = p_ + size() + guard - 1;
-    if (__builtin_expect(on_one_page(p_ - 4, last), 1)) return true;
+    if (__builtin_expect(on_one_page(p_ - offset_ - 4, last), 1)) return true;
     return guard != 0 ? page_is_live(last) && page_is_live(last - 3) : memory_exists(last);
   }
 

@@ -52,9 +52,9 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
 [[gnu::cold, gnu::noinline]] void replace_lost_tail(Address p) REQUIRES(hook_mutex);
 
 // Appends the block, and writes its links with the flags of its layout.
-[[gnu::always_inline]] inline void link_block(const SoundBlock& block, Address last_byte) REQUIRES(hook_mutex) {
+[[gnu::always_inline]] inline void link_block(const SoundBlock& block) REQUIRES(hook_mutex) {
   const Address p = block.p();
-  enter_pages(p, block.chunk_word(), last_byte);
+  enter_pages(p, block.chunk_word(), block.last_byte());
   ++heap_block_count;
   header::word(p, kSelfLink) = p | block.layout().self_flags();
   header::word(p, kNextLink) = block.layout().next_flags();
