@@ -58,11 +58,11 @@ class VisibleMapping {
   int32_t depth_;
 };
 
-void tell_mapped(Address base, uint32_t size) {
+[[gnu::always_inline]] inline void tell_mapped(Address base, uint32_t size) {
   const VisibleMapping visible(base);
   (void)mmap(pointer_to(base), size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 }
-void tell_unmapped(Address base, uint32_t size) {
+[[gnu::always_inline]] inline void tell_unmapped(Address base, uint32_t size) {
   const VisibleMapping visible(base);
   munmap(pointer_to(base), size);
 }

@@ -34,7 +34,7 @@ uint32_t served_alignment(const Flags& flags, uint32_t wanted) {
   return flags.header() ? adjusted_alignment(wanted) : wanted;
 }
 
-void* raw_memalign(uint32_t alignment, uint32_t size) {
+[[gnu::always_inline]] inline void* raw_memalign(uint32_t alignment, uint32_t size) {
   return alignment <= 8 ? raw::allocate(size) : raw::allocate_aligned(alignment, size);
 }
 

@@ -19,17 +19,13 @@ inline Flags enter_hook(uint32_t check_triggers) {
   return check_and_reload(check_triggers);
 }
 
-template <auto steps, typename... Arguments>
-[[gnu::noinline]] auto run_with_any_flags(uint32_t check_triggers, Arguments... arguments) {
-  return steps(enter_hook(check_triggers), arguments...);
-}
-
-// Carries out the steps of a hook after its first one. They are compiled twice, always inlined: for the default flags,
-// of which the compiler knows what is in force, and for any.
+// Carries out the steps of a hook after its first one. They are compiled twice: for the default flags, of which the
+// compiler knows what is in force, and for any. All that leads from a hook to a raw entry is inlined: the allocator may
+// have to map a chunk, and each frame on the way would stand in the trace of the mapping for one of the application's.
 template <auto steps, typename... Arguments>
 [[gnu::always_inline]] inline auto run_hook(uint32_t check_triggers, Arguments... arguments) {
   if (__builtin_expect(as_by_default(settings, check_triggers), 1)) return steps(kDefaultFlags, arguments...);
-  return run_with_any_flags<steps>(check_triggers, arguments...);
+  return steps(enter_hook(check_triggers), arguments...);
 }
 
 // Captures the call trace when QUARL_HEAD_STACKDEPTH is in force. `frame` is the hook's: the trace begins in it.

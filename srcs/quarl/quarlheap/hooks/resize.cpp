@@ -142,7 +142,7 @@ void* move_aligned(const Resize& resize) {
 
 // Resizes the raw block and brings the user's bytes to their new offset; null when there is no memory, the old block
 // untouched. To a shorter offset the bytes move down while the room of both headers is there.
-void* resize_raw(const Resize& resize) {
+[[gnu::always_inline]] inline void* resize_raw(const Resize& resize) {
   if (resize.place.align_log2 > kPlainAlignLog2) return move_aligned(resize);
   const uint32_t final_size = resize.place.raw_size(resize.new_size);
   const bool shorter = resize.place.offset < resize.old_offset;
@@ -179,7 +179,7 @@ void* make_new_block(const Resize& resize, void* raw) {
   return link_new_block(block, raw);
 }
 
-void* resize_block(Resize resize) {
+[[gnu::always_inline]] inline void* resize_block(Resize resize) {
   take_old_block(&resize);
   place_new_block(&resize);
   if (size_wraps(resize.place, resize.new_size)) return fail_resize(resize);
