@@ -7,6 +7,7 @@
 
 #include "quarlheap/model/block_header.h"
 #include "quarlheap/model/call_trace.h"
+#include "quarlheap/model/new_header.h"
 #include "state/hook_lock.h"
 
 namespace quarl {

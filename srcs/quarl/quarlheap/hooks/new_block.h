@@ -3,6 +3,7 @@
 
 #include "quarlheap/hooks/hook_call.h"
 #include "quarlheap/model/block_header.h"
+#include "quarlheap/model/new_header.h"
 #include "quarlheap/model/operation_record.h"
 #include "quarlheap/model/used_list.h"
 

@@ -1,4 +1,5 @@
-// Reading and writing block headers. Three kinds of handle, which do not turn into each other by themselves:
+// Reading block headers; new_header.h makes them. Three kinds of handle, which do not turn into each other by
+// themselves:
 //
 //   DoubtfulBlock  a pointer that may be no block, or whose header a faulty program may have written. It tells what the
 //                  word before the pointer says, and lends nothing else that could be followed.
@@ -6,18 +7,13 @@
 //                  What they say may still be wrong.
 //   SoundBlock     a block that was just made or checked, under the lock that is still held. What it says is so.
 //
-// Nothing but the functions here and in used_list.h touches the words of a header.
+// Nothing but the functions here, there and in used_list.h touches the words of a header.
 #pragma once
-
-#include <string.h>
 
 #include "platform/chunk.h"
 #include "platform/libc_hooks.h"
-#include "platform/thread_cache.h"
-#include "quarlheap/model/call_trace.h"
 #include "quarlheap/model/header_layout.h"
 #include "quarlheap/model/live_pages.h"
-#include "state/clock.h"
 #include "state/hook_lock.h"
 
 namespace quarl {
@@ -209,59 +205,6 @@ class DoubtfulBlock {
 
 inline bool qr_is_block(Address p) {
   return DoubtfulBlock(p).names_itself();
-}
-
-// Bytes that header and guard of a new block take before rounding; 0 without QUARL_MEM_HEAD.
-inline uint32_t header_size(const Flags& flags, Operation op, int depth) {
-  if (!flags.header()) return 0;
-  const HeaderLayout layout = HeaderLayout::for_new(flags, op);
-  return layout.lowest_offset(static_cast<uint32_t>(depth)) + layout.guard_size();
-}
-
-// From the raw block to the user pointer.
-inline uint32_t offset_for(uint32_t lowest, uint32_t alignment) {
-  return user_offset(lowest, alignment, least_alignment);
-}
-
-// Where a new block lies in its raw block.
-struct Placement {
-  uint32_t offset;  // raw block to user pointer
-  uint32_t guard;   // bytes behind the user's
-  uint32_t align_log2;
-
-  uint32_t alignment() const { return 1U << align_log2; }
-  uint32_t raw_size(uint32_t user_size) const { return offset + guard + user_size; }
-};
-inline Placement place_block(const Flags& flags, Operation op, int depth, uint32_t align_log2 = kPlainAlignLog2) {
-  if (!flags.header()) return {0, 0, align_log2};
-  const HeaderLayout layout = HeaderLayout::for_new(flags, op);
-  const uint32_t lowest = layout.lowest_offset(static_cast<uint32_t>(depth));
-  return {offset_for(lowest, 1U << align_log2), layout.guard_size(), align_log2};
-}
-
-// Writes the header below p and the guard behind the block, but for the links and the number: nobody knows of the block
-// until it has those, so no lock is needed.
-[[gnu::always_inline]] inline void fill_header(Address p, HeaderLayout layout, uint32_t user_size, Operation op,
-                                               const CallTrace& trace, uint32_t align_log2) {
-  header::word(p, kUserSize) = user_size;
-  // Bytes, not a word: nothing says that the end of the user's bytes is aligned.
-  if (layout.guard()) memcpy(pointer_to(p + user_size), kTailGuard, sizeof kTailGuard);
-  if (layout.tid()) header::field(p, layout.tid_offset()) = static_cast<uint32_t>(current_tid());
-  if (layout.time()) header::field(p, layout.time_offset()) = static_cast<uint32_t>(clock_sec);
-  if (!layout.trace_info()) return;
-  const auto depth = static_cast<uint32_t>(trace.depth);  // 0 without a trace
-  header::field(p, layout.trace_info_offset()) = TraceInfo::make(depth, op, align_log2).word;
-  void* lowest = pointer_to(p - layout.trace_offset(depth));
-  if (__builtin_expect(depth == kDefaultDepth, 1)) {  // as a few words, without a call
-    memcpy(lowest, trace.words, 4 * kDefaultDepth);
-  } else {
-    memcpy(lowest, trace.words, 4 * depth);
-  }
-}
-
-// The next number, when the header has one.
-inline void number_header(Address p, HeaderLayout layout) REQUIRES(hook_mutex) {
-  if (layout.time()) header::field(p, layout.seq_offset()) = ++last_seq_num;
 }
 
 // Marks the header of a block that is off the list, by which a second release is known for as long as the allocator
