@@ -22,21 +22,27 @@ static int inside_a_block(const char* at, size_t length) {
   return 0;
 }
 
-// Nothing is written outside the heap: that would be the program's own end, not the checker's.
-static int exists(const char* at, size_t length) {
+static int is_mapped(const char* at, size_t length) {
   uintptr_t page = (uintptr_t)getpagesize();
   unsigned char resident;
-  if (at + length > (char*)sbrk(0)) return 0;
   for (uintptr_t a = (uintptr_t)at & ~(page - 1); a < (uintptr_t)at + length; a += page) {
     if (mincore((void*)a, page, &resident) != 0) return 0;
   }
   return 1;
 }
 
+// Nothing is written outside the heap: that would be the program's own end, not the checker's.
+static int exists(const char* at, size_t length) {
+  return at + length <= (char*)sbrk(0) && is_mapped(at, length);
+}
+
+// A chunk whose word was overwritten before may claim more than there is.
 static void put(char* at, const void* bytes, size_t length) {
   if (!inside_a_block(at, length)) {
     if (!exists(at, length)) return;
     story->allocator_hit = 1;
+  } else if (!is_mapped(at, length)) {
+    return;
   }
   memcpy(at, bytes, length);
 }
