@@ -25,7 +25,8 @@ inline constexpr int kTableIdMax = 32;
 // What TableHeader::id is, and how the table's file is called.
 enum TableIdKind : uint8_t {
   kBuildId = 1,  // the build id of the ELF file: "HEX.frames"; the first kTableIdMax bytes if it is longer
-  kTextId = 2,   // it has none: size and table_checksum of its code as mapped, two words: "text-HEX.frames"
+  kTextId = 2,   // it has none; two words, size in the file and table_checksum of its first executable segment:
+                 // "text-HEX.frames"
 };
 
 struct TableHeader {

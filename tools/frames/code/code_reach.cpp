@@ -1,0 +1,159 @@
+#include "frames/code/code_reach.h"
+
+#include <algorithm>
+
+#include "frames/code/table_jump.h"
+
+namespace quarl::frames {
+
+CodeReach::CodeReach(const ElfModule& module) : module_(module), map_(module) {
+  for (const FunctionStart& start : function_starts(module)) add_function(start.address, start.thumb);
+  explore();
+  fill_gaps();
+}
+
+Step CodeReach::step(uint32_t address, bool thumb, StackState& state) const {
+  CodeAt code{address, module_.bytes(address)};
+  Step step = !module_.arm() ? step_i386(code, state) : thumb ? step_thumb(code, state) : step_arm(code, state);
+  if (step.size > code.bytes.size()) step.size = 0;
+  return step;
+}
+
+void CodeReach::add_function(uint32_t address, bool thumb) {
+  if (map_.has(address, CodeMap::kFunction) || map_.has(address, CodeMap::kData)) return;
+  if (!map_.in(address) || (!thumb && module_.arm() && address % 4 != 0)) return;
+  if (map_.has(address, thumb ? CodeMap::kKnownArm : CodeMap::kKnownThumb)) return;
+  map_.add(address, CodeMap::kFunction);
+  functions_.push_back({address, thumb});
+  add_block(address, thumb);
+}
+
+void CodeReach::add_block(uint32_t address, bool thumb) {
+  if (!map_.in(address) || map_.has(address, CodeMap::kData)) return;
+  map_.add(address, CodeMap::kBlock);
+  if (!map_.has(address, CodeMap::kInstruction)) pending_.push_back({address, thumb});
+}
+
+void CodeReach::explore() {
+  while (!pending_.empty()) {
+    FunctionStart next = pending_.front();
+    pending_.pop_front();
+    walk(next);
+  }
+}
+
+// Along the instructions until one leads away for good, or into what is known already.
+void CodeReach::walk(FunctionStart from) {
+  StackState unused = StackState::at_function_start(module_.arm());
+  for (uint32_t at = from.address; map_.in(at) && !map_.has(at, CodeMap::kInstruction | CodeMap::kData);) {
+    if (at != from.address && map_.has(at, CodeMap::kInside)) break;
+    Step step = this->step(at, from.thumb, unused);
+    if (step.size == 0 || step.flow == Flow::kStop) break;
+    map_.add(at, CodeMap::kInstruction | (from.thumb ? CodeMap::kThumb : 0));
+    map_.add_range(at + 1, step.size - 1u, CodeMap::kInside);
+    follow(at, step, from.thumb);
+    bool ends = (step.flow == Flow::kJump || step.flow == Flow::kReturn) && !step.conditional;
+    if (ends) break;
+    at += step.size;
+    if (step.flow != Flow::kNext && step.flow != Flow::kCall && step.flow != Flow::kSystemCall)
+      add_block(at, from.thumb);
+  }
+}
+
+void CodeReach::follow(uint32_t address, const Step& step, bool thumb) {
+  if (step.literal) literal(*step.literal);
+  switch (step.flow) {
+    case Flow::kCall:
+      if (step.target) add_function(*step.target, step.thumb);
+      break;
+    case Flow::kBranch:
+    case Flow::kJump:
+      if (step.target)
+        add_block(*step.target, step.thumb);
+      else if (step.flow == Flow::kJump)
+        table_jump(address, thumb);
+      break;
+    default:
+      break;
+  }
+}
+
+void CodeReach::table_jump(uint32_t address, bool thumb) {
+  indirect_[address] = thumb;
+  if (!module_.arm()) return;
+  JumpTable table = jump_table({address, module_.bytes(address)}, thumb);
+  if (table.size != 0) map_.add_range(table.address, table.size, CodeMap::kData);
+  for (uint32_t target : table.targets) {
+    if (!map_.has(target, CodeMap::kBlock)) cases_.emplace(address, FunctionStart{target, thumb});
+    add_block(target, thumb);
+  }
+}
+
+// A word in the code is data, and often a pointer.
+void CodeReach::literal(uint32_t address) {
+  map_.add_range(address, 4, CodeMap::kData);
+  std::optional<uint32_t> word = module_.word(address);
+  if (word && !module_.relocatable() && (*word & 1)) add_function(*word - 1, true);
+}
+
+void CodeReach::fill_gaps() {
+  for (uint32_t at = map_.start(); at < map_.end();) {
+    if (map_.visited(at) || map_.has(at, CodeMap::kData)) {
+      ++at;
+      continue;
+    }
+    uint32_t end = at;
+    while (end < map_.end() && !map_.visited(end) && !map_.has(end, CodeMap::kData)) ++end;
+    // What was found may have reached into this gap: it is looked at again.
+    if (!fill_gap(at, end)) at = end;
+    explore();
+  }
+}
+
+bool CodeReach::saves_return(uint32_t address, bool thumb) const {
+  CodeAt code{address, module_.bytes(address)};
+  if (!thumb) {
+    uint32_t word = code.word(0);
+    return (word & 0xFFFF4000) == 0xE92D4000 || word == 0xE52DE004;
+  }
+  uint32_t half = code.half(0), next = code.half(2);
+  return (half & 0xFF00) == 0xB500 || (half == 0xE92D && (next & 0x4000)) ||
+         (half == 0xF84D && (next & 0xFF00) == 0xED00);
+}
+
+// True when a start was found in [start, end).
+bool CodeReach::fill_gap(uint32_t start, uint32_t end) {
+  uint32_t before = start;
+  while (before > map_.start() && !map_.has(before, CodeMap::kInstruction)) --before;
+  bool thumb = map_.has(start, CodeMap::kKnownThumb) ||
+               (!map_.has(start, CodeMap::kKnownArm) && map_.has(before, CodeMap::kThumb));
+  uint32_t unit = !module_.arm() ? 1 : thumb ? 2 : 4;
+  start = (start + unit - 1) / unit * unit;
+  // The last jump through a register of the function that the gap lies in.
+  uint32_t jump = before;
+  for (uint32_t steps = 0; jump > map_.start() && steps < 65536; --jump, ++steps) {
+    if (indirect_.contains(jump) || map_.has(jump, CodeMap::kFunction)) break;
+  }
+  bool in_cases = indirect_.contains(jump);
+  for (uint32_t at = start; at < end; at += unit) {
+    CodeAt code{at, module_.bytes(at)};
+    bool padding =
+        module_.arm()
+            ? (thumb ? code.half(0) == 0 || code.half(0) == 0xBF00 : code.word(0) == 0 || code.word(0) == 0xE1A00000)
+            : code.bytes.empty() || code.bytes[0] == 0x90 || code.bytes[0] == 0xCC || code.bytes[0] == 0;
+    if (padding) continue;
+    if (module_.arm() && saves_return(at, thumb)) {
+      add_function(at, thumb);
+      return true;
+    }
+    if (in_cases && at - start < 16) {
+      cases_.emplace(jump, FunctionStart{at, thumb});
+      add_block(at, thumb);
+      return map_.has(at, CodeMap::kBlock);
+    }
+    if (!module_.arm()) return false;
+  }
+  return false;
+}
+
+}  // namespace quarl::frames
