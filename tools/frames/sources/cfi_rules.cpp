@@ -89,7 +89,8 @@ bool CfiRules::canonical(Dwarf_Frame* frame, FrameRule& rule) const {
     Dwarf_Op* saved = nullptr;
     size_t saved_count = 0;
     if (arm_ || reg != kEbp || dwarf_frame_register(frame, kEbp, memory, &saved, &saved_count) != 0) return false;
-    auto at = saved_count == 1 ? register_offset(saved[0]) : std::nullopt;
+    // An expression starts with the CFA on its stack.
+    auto at = saved_count == 2 && saved[0].atom == DW_OP_call_frame_cfa ? register_offset(saved[1]) : std::nullopt;
     rule.base = kFrameEbpWord;
     return at && at->first == kEbp && at->second == 0;
   }
