@@ -104,9 +104,10 @@ void CodeReach::fill_gaps() {
     }
     uint32_t end = at;
     while (end < map_.end() && !map_.visited(end) && !map_.has(end, CodeMap::kData)) ++end;
-    // What was found may have reached into this gap: it is looked at again.
-    if (!fill_gap(at, end)) at = end;
+    uint32_t tried = fill_gap(at, end);
     explore();
+    // In front of what was found there may be more.
+    if (tried == end || !map_.visited(tried)) at = std::min(tried + 1, end);
   }
 }
 
@@ -121,8 +122,8 @@ bool CodeReach::saves_return(uint32_t address, bool thumb) const {
          (half == 0xF84D && (next & 0xFF00) == 0xED00);
 }
 
-// True when a start was found in [start, end).
-bool CodeReach::fill_gap(uint32_t start, uint32_t end) {
+// The address in [start, end) that was taken for a start, or `end`.
+uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end) {
   uint32_t before = start;
   while (before > map_.start() && !map_.has(before, CodeMap::kInstruction)) --before;
   bool thumb = map_.has(start, CodeMap::kKnownThumb) ||
@@ -144,16 +145,16 @@ bool CodeReach::fill_gap(uint32_t start, uint32_t end) {
     if (padding) continue;
     if (module_.arm() && saves_return(at, thumb)) {
       add_function(at, thumb);
-      return true;
+      return at;
     }
     if (in_cases && at - start < 16) {
       cases_.emplace(jump, FunctionStart{at, thumb});
       add_block(at, thumb);
-      return map_.has(at, CodeMap::kBlock);
+      return at;
     }
-    if (!module_.arm()) return false;
+    if (!module_.arm()) return end;
   }
-  return false;
+  return end;
 }
 
 }  // namespace quarl::frames

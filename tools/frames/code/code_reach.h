@@ -36,7 +36,7 @@ class CodeReach {
   void table_jump(uint32_t address, bool thumb);
   void literal(uint32_t address);
   void fill_gaps();
-  bool fill_gap(uint32_t start, uint32_t end);
+  uint32_t fill_gap(uint32_t start, uint32_t end);
 
   const ElfModule& module_;
   CodeMap map_;
