@@ -74,6 +74,11 @@ class StackFlow {
       leave(at, step, block, before, state);
       bool ends = (step.flow == Flow::kJump || step.flow == Flow::kReturn) && !step.conditional;
       if (ends) return;
+      if (step.flow == Flow::kReturn || step.flow == Flow::kJump) {
+        // It was not taken: everything is as it was.
+        before.conditional = state.conditional;
+        state = before;
+      }
       at += step.size;
     }
   }

@@ -152,7 +152,10 @@ uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end) {
       add_block(at, thumb);
       return at;
     }
-    if (!module_.arm()) return end;
+    if (!module_.arm()) {
+      add_function(at, false);
+      return at;
+    }
   }
   return end;
 }
