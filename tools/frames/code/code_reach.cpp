@@ -81,7 +81,8 @@ void CodeReach::follow(uint32_t address, const Step& step, bool thumb) {
 void CodeReach::table_jump(uint32_t address, bool thumb) {
   indirect_[address] = thumb;
   if (!module_.arm()) return;
-  JumpTable table = jump_table({address, module_.bytes(address)}, thumb);
+  uint32_t before = std::min(address - map_.start(), 32u);
+  JumpTable table = jump_table({address, module_.bytes(address)}, module_.bytes(address - before).first(before), thumb);
   if (table.size != 0) map_.add_range(table.address, table.size, CodeMap::kData);
   for (uint32_t target : table.targets) {
     if (!map_.has(target, CodeMap::kBlock)) cases_.emplace(address, FunctionStart{target, thumb});

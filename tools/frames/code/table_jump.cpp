@@ -7,19 +7,28 @@ namespace {
 
 constexpr uint32_t kMostCases = 4096;
 
-// tbb, tbh [pc, rm]: distances in halfwords from behind the instruction. The table ends where its first case begins.
-JumpTable thumb_table(const CodeAt& code) {
+constexpr size_t kLookBack = 24;
+
+// The number of cases: one more than what the nearest cmp in front compares the register with; 0 when there is none.
+uint32_t thumb_cases(std::span<const uint8_t> before, unsigned index) {
+  for (size_t back = 2; back <= std::min(before.size(), kLookBack); back += 2) {
+    CodeAt code{0, before.last(back)};
+    uint32_t half = code.half(0), next = code.half(2);
+    if (half == (0x2800 | index << 8 | (half & 0xFF))) return (half & 0xFF) + 1;
+    if (half == (0xF1B0 | index) && (next & 0xFF00) == 0x0F00) return (next & 0xFF) + 1;
+  }
+  return 0;
+}
+
+// tbb, tbh [pc, rm]: distances in halfwords from behind the instruction.
+JumpTable thumb_table(const CodeAt& code, std::span<const uint8_t> before) {
   JumpTable table;
   if (code.half(0) != 0xE8DF || (code.half(2) & 0xFFE0) != 0xF000) return table;
-  uint32_t width = code.half(2) & 0x10 ? 2 : 1;
+  uint32_t width = code.half(2) & 0x10 ? 2 : 1, cases = thumb_cases(before, code.half(2) & 0xF);
   table.address = code.address + 4;
-  uint32_t end = UINT32_MAX;
-  for (uint32_t at = 0; at < kMostCases * width && table.address + at < end && 4 + at + width <= code.bytes.size();
-       at += width) {
+  for (uint32_t at = 0; at < cases * width && 4 + at + width <= code.bytes.size(); at += width) {
     uint32_t distance = width == 2 ? code.half(4 + at) : code.bytes[4 + at];
-    if (distance * 2 < at + width) break;
     table.targets.push_back(table.address + distance * 2);
-    end = std::min(end, table.targets.back());
     table.size = at + width;
   }
   return table;
@@ -37,8 +46,8 @@ JumpTable arm_branches(const CodeAt& code) {
 
 }  // namespace
 
-JumpTable jump_table(const CodeAt& code, bool thumb) {
-  return thumb ? thumb_table(code) : arm_branches(code);
+JumpTable jump_table(const CodeAt& code, std::span<const uint8_t> before, bool thumb) {
+  return thumb ? thumb_table(code, before) : arm_branches(code);
 }
 
 }  // namespace quarl::frames
