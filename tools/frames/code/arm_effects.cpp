@@ -55,6 +55,7 @@ void ArmEffects::load(unsigned reg, Place place) {
   Value value = state_.load(address(place));
   write_back(place);
   set(reg, value);
+  result.pops_return = reg == kPc && place.base == kSp && !place.index_first;
 }
 
 void ArmEffects::store(unsigned reg, Place place) {
@@ -101,6 +102,7 @@ void ArmEffects::load_many(unsigned base, uint32_t registers, bool increment, bo
   for (unsigned reg = 0; reg < 16; ++reg) {
     if (registers & 1u << reg) set(reg, loaded[reg]);
   }
+  result.pops_return = base == kSp && (registers & 1u << kPc);
 }
 
 void ArmEffects::store_many(unsigned base, uint32_t registers, bool increment, bool before, bool write_back) {

@@ -9,6 +9,7 @@ struct Block {
   StackState state;
   uint32_t function;
   bool thumb;
+  bool weak;  // reached from a call in front of it alone, which perhaps does not return
   bool queued;
 };
 
@@ -37,15 +38,34 @@ class StackFlow {
  private:
   bool starts_function(uint32_t address) const { return reach_.map().has(address, CodeMap::kFunction); }
 
-  void arrive(uint32_t address, bool thumb, const StackState& state, uint32_t function) {
-    if (!reach_.map().has(address, CodeMap::kInstruction)) return;
+  unsigned stack_register() const { return module_.arm() ? StackState::kSp : StackState::kEsp; }
+
+  void arrive(uint32_t address, bool thumb, const StackState& state, uint32_t function, bool weak = false) {
+    if (!reach_.map().has(address, CodeMap::kInstruction) || reach_.map().has(address, CodeMap::kData)) return;
     if (starts_function(address) && address != function) return;
-    auto [position, added] = blocks_.try_emplace(address, Block{state, function, thumb, false});
+    auto [position, added] = blocks_.try_emplace(address, Block{state, function, thumb, weak, false});
     Block& block = position->second;
-    bool fresh = added || (address != function && block.state.join(state));
+    bool fresh = added || (address != function && meet(block, state, function, weak));
     if (!fresh || block.queued) return;
     block.queued = true;
     pending_.push_back(address);
+  }
+
+  // Where two ways do not agree about the stack and one comes from behind a call, that call does not return. Nor does
+  // code of two functions meet with different stacks, unless one was taken for a part of the other.
+  bool meet(Block& block, const StackState& state, uint32_t function, bool weak) {
+    const Value &known = block.state.reg(stack_register()), &other = state.reg(stack_register());
+    if (known != other && known.kind == Value::kFrame && other.kind == Value::kFrame) {
+      if (weak || (function != block.function && !block.weak)) return false;
+      if (block.weak) {
+        block.state = state;
+        block.function = function;
+        block.weak = false;
+        return true;
+      }
+    }
+    block.weak = block.weak && weak;
+    return block.state.join(state);
   }
 
   bool lost_return(const StackState& state) const {
@@ -57,8 +77,11 @@ class StackFlow {
   void walk(uint32_t start) {
     Block block = blocks_.at(start);
     StackState state = block.state;
-    for (uint32_t at = start; reach_.map().has(at, CodeMap::kInstruction);) {
-      if (at != start && reach_.map().has(at, CodeMap::kBlock)) return arrive(at, block.thumb, state, block.function);
+    bool behind_call = block.weak;
+    for (uint32_t at = start; reach_.map().has(at, CodeMap::kInstruction) && !reach_.map().has(at, CodeMap::kData);) {
+      if (at != start && reach_.map().has(at, CodeMap::kBlock)) {
+        return arrive(at, block.thumb, state, block.function, behind_call);
+      }
       if (lost_return(state) && reach_.saves_return(at, block.thumb)) {
         // The call before does not return: another function starts here.
         state = StackState::at_function_start(true);
@@ -71,6 +94,7 @@ class StackFlow {
         calls_[at] = {at, at + step.size, step.flow == Flow::kSystemCall, before};
         functions_[at] = block.function;
       }
+      behind_call = is_call(step);
       leave(at, step, block, before, state);
       bool ends = (step.flow == Flow::kJump || step.flow == Flow::kReturn) && !step.conditional;
       if (ends) return;
@@ -84,15 +108,18 @@ class StackFlow {
   }
 
   void leave(uint32_t at, const Step& step, const Block& block, const StackState& before, const StackState& state) {
-    if (step.flow == Flow::kReturn && !returns_well(state)) doubtful_.insert(block.function);
+    bool returns = step.flow == Flow::kReturn || step.pops_return;
+    if (returns && !returns_well(step, before, state)) doubtful_.insert(block.function);
     if (step.flow != Flow::kBranch && step.flow != Flow::kJump) return;
     if (step.target) return arrive(*step.target, step.thumb, before, block.function);
     auto [first, last] = reach_.cases().equal_range(at);
     for (; first != last; ++first) arrive(first->second.address, first->second.thumb, before, block.function);
   }
 
-  bool returns_well(const StackState& state) const {
-    return state.reg(module_.arm() ? StackState::kSp : StackState::kEsp) == frame_value(0);
+  // A stack that is not known at all tells nothing wrong.
+  bool returns_well(const Step& step, const StackState& before, const StackState& state) const {
+    if (before.reg(stack_register()).kind != Value::kFrame) return true;
+    return step.flow == Flow::kReturn && state.reg(stack_register()) == frame_value(0);
   }
 
   const ElfModule& module_;

@@ -13,8 +13,8 @@ struct JumpTable {
   std::vector<uint32_t> targets;
 };
 
-// The table of the jump at `code`, as far as it is of a known form. `before`: the code in front of it, which compares the
-// number of the case with the largest one.
+// The table of the jump at `code`, as far as it is of a known form. `before`: the code in front of it, which compares
+// the number of the case with the largest one.
 JumpTable jump_table(const CodeAt& code, std::span<const uint8_t> before, bool thumb);
 
 }  // namespace quarl::frames
