@@ -21,6 +21,7 @@ void ArmEffects::to_pc(const Value& value) {
 
 void ArmEffects::move(unsigned to, unsigned from) {
   set(to, from == kPc ? Value{} : state_.reg(from));
+  result.returns = to == kPc && from == kLr;
 }
 
 void ArmEffects::add(unsigned to, unsigned from, int32_t number) {
@@ -55,7 +56,7 @@ void ArmEffects::load(unsigned reg, Place place) {
   Value value = state_.load(address(place));
   write_back(place);
   set(reg, value);
-  result.pops_return = reg == kPc && place.base == kSp && !place.index_first;
+  result.returns = reg == kPc && place.base == kSp && !place.index_first;
 }
 
 void ArmEffects::store(unsigned reg, Place place) {
@@ -102,7 +103,7 @@ void ArmEffects::load_many(unsigned base, uint32_t registers, bool increment, bo
   for (unsigned reg = 0; reg < 16; ++reg) {
     if (registers & 1u << reg) set(reg, loaded[reg]);
   }
-  result.pops_return = base == kSp && (registers & 1u << kPc);
+  result.returns = base == kSp && (registers & 1u << kPc);
 }
 
 void ArmEffects::store_many(unsigned base, uint32_t registers, bool increment, bool before, bool write_back) {
@@ -130,6 +131,7 @@ void ArmEffects::jump(Flow flow, uint32_t target, bool thumb) {
 void ArmEffects::jump_register(unsigned reg) {
   if (reg == kPc) return jump(Flow::kJump, pc_ & ~3u, false);  // bx pc: on in ARM code
   to_pc(state_.reg(reg));
+  result.returns = reg == kLr;
 }
 
 void ArmEffects::call_register() {

@@ -108,9 +108,9 @@ class StackFlow {
   }
 
   void leave(uint32_t at, const Step& step, const Block& block, const StackState& before, const StackState& state) {
-    bool returns = step.flow == Flow::kReturn || step.pops_return;
+    bool returns = step.flow == Flow::kReturn || step.returns;
     if (returns && !returns_well(step, before, state)) doubtful_.insert(block.function);
-    if (step.flow != Flow::kBranch && step.flow != Flow::kJump) return;
+    if (returns || (step.flow != Flow::kBranch && step.flow != Flow::kJump)) return;
     if (step.target) return arrive(*step.target, step.thumb, before, block.function);
     auto [first, last] = reach_.cases().equal_range(at);
     for (; first != last; ++first) arrive(first->second.address, first->second.thumb, before, block.function);

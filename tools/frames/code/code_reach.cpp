@@ -70,7 +70,7 @@ void CodeReach::follow(uint32_t address, const Step& step, bool thumb) {
     case Flow::kJump:
       if (step.target)
         add_block(*step.target, step.thumb);
-      else if (step.flow == Flow::kJump)
+      else if (step.flow == Flow::kJump && !step.returns)
         table_jump(address, thumb);
       break;
     default:

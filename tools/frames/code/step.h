@@ -26,7 +26,7 @@ struct Step {
   Flow flow = Flow::kNext;
   bool conditional = false;         // kReturn, kJump: may also go on
   bool thumb = false;               // of the target
-  bool pops_return = false;         // ARM: loads pc from the stack, whatever that holds
+  bool returns = false;             // ARM: jumps to lr or to a word popped, as a return does, whatever that is
   std::optional<uint32_t> target;   // direct calls, branches and jumps
   std::optional<uint32_t> literal;  // the word of data in the code that it reads
   std::optional<uint32_t> slot;     // kCall, kJump: through the pointer at this address

@@ -34,6 +34,27 @@ JumpTable thumb_table(const CodeAt& code, std::span<const uint8_t> before) {
   return table;
 }
 
+// adr rd, table; ldr rm, [rd, case, lsl #2]; add rd, rm; bx rd: distances in bytes from the table, with the Thumb bit.
+JumpTable thumb_words(const CodeAt& code, std::span<const uint8_t> before) {
+  JumpTable table;
+  if ((code.half(0) & 0xFF87) != 0x4700 || before.size() < 14) return table;
+  unsigned reg = code.half(0) >> 3 & 0xF;
+  for (uint32_t back = 2; back <= 12; back += 2) {
+    CodeAt adr{code.address - back, before.last(back)};
+    CodeAt load{adr.address + 2, adr.bytes.subspan(2)};
+    if (reg > 7 || (adr.half(0) & 0xFF00) != (0xA000 | reg << 8) || load.half(0) != (0xF850 | reg)) continue;
+    table.address = ((adr.address + 4) & ~3u) + (adr.half(0) & 0xFF) * 4;
+    uint32_t cases = thumb_cases(before.first(before.size() - back), load.half(2) & 0xF);
+    uint32_t first = table.address - code.address;
+    for (uint32_t at = 0; at < cases * 4 && first + at + 4 <= code.bytes.size(); at += 4) {
+      table.targets.push_back((table.address + code.word(first + at)) & ~1u);
+      table.size = at + 4;
+    }
+    break;
+  }
+  return table;
+}
+
 // add pc, pc, rm, lsl #2: branches from 8 bytes behind the instruction.
 JumpTable arm_branches(const CodeAt& code) {
   JumpTable table;
@@ -47,7 +68,9 @@ JumpTable arm_branches(const CodeAt& code) {
 }  // namespace
 
 JumpTable jump_table(const CodeAt& code, std::span<const uint8_t> before, bool thumb) {
-  return thumb ? thumb_table(code, before) : arm_branches(code);
+  if (!thumb) return arm_branches(code);
+  JumpTable table = thumb_table(code, before);
+  return table.targets.empty() ? thumb_words(code, before) : table;
 }
 
 }  // namespace quarl::frames
