@@ -3,10 +3,12 @@
 #include <algorithm>
 
 #include "frames/code/table_jump.h"
+#include "frames/elf/pointers.h"
 
 namespace quarl::frames {
 
-CodeReach::CodeReach(const ElfModule& module) : module_(module), map_(module) {
+CodeReach::CodeReach(const ElfModule& module)
+    : module_(module), map_(module), functions_listed_(!eh_frame_functions(module).empty()) {
   for (const FunctionStart& start : function_starts(module)) add_function(start.address, start.thumb);
   explore();
   fill_gaps();
@@ -154,6 +156,7 @@ uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end) {
       return at;
     }
     if (!module_.arm()) {
+      if (functions_listed_) return end;
       add_function(at, false);
       return at;
     }

@@ -29,8 +29,8 @@ class Starts {
   // Even numbers are often no pointers at all; ARM code has been given as one when it stands at a multiple of 4 and
   // starts by saving registers.
   void perhaps_pointer(uint32_t value) {
-    if (!module_.arm()) return;
-    if (value & 1) return pointer(value);
+    if (!module_.arm() && !module_.relocatable()) return;
+    if (!module_.arm() || (value & 1)) return pointer(value);
     if (looks_like_arm(value)) starts_.push_back({value, false});
   }
 

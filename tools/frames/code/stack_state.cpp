@@ -81,11 +81,13 @@ int16_t StackState::place_of(unsigned number) const {
   return kPlaceLost;
 }
 
+// On i386 a frame register comes first: functions that take their arguments off the stack themselves make esp
+// uncertain.
 std::optional<FrameRule> StackState::rule(bool arm) const {
   FrameRule rule = {};
   rule.flags = kRuleDerived;
   const std::pair<FrameBase, unsigned> arm_bases[] = {{kFrameSp, kSp}, {kFrameR7, kR7}, {kFrameR11, kR11}};
-  const std::pair<FrameBase, unsigned> i386_bases[] = {{kFrameSp, kEsp}, {kFrameEbp, kEbp}};
+  const std::pair<FrameBase, unsigned> i386_bases[] = {{kFrameEbp, kEbp}, {kFrameSp, kEsp}};
   for (auto [base, number] : arm ? std::span<const std::pair<FrameBase, unsigned>>(arm_bases) : i386_bases) {
     if (registers_[number].kind != Value::kFrame) continue;
     rule.base = base;

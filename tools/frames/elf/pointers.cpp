@@ -1,7 +1,10 @@
 #include "frames/elf/pointers.h"
 
+#include <dwarf.h>
 #include <elf.h>
+#include <elfutils/libdw.h>
 
+#include <cstdlib>
 #include <map>
 
 namespace quarl::frames {
@@ -21,6 +24,9 @@ std::map<uint32_t, uint32_t> dynamic_entries(const ElfModule& module) {
 
 void add_relative(const ElfModule& module, std::vector<uint32_t>& words) {
   std::map<uint32_t, uint32_t> dynamic = dynamic_entries(module);
+  for (uint32_t tag : {DT_INIT, DT_FINI}) {
+    if (dynamic.contains(tag)) words.push_back(dynamic[tag]);
+  }
   if (!dynamic.contains(DT_REL) || !dynamic.contains(DT_RELSZ)) return;
   const uint32_t relative = module.arm() ? R_ARM_RELATIVE : R_386_RELATIVE;
   for (uint32_t at = 0; at + 8 <= dynamic[DT_RELSZ]; at += 8) {
@@ -40,6 +46,18 @@ void add_all_data(const ElfModule& module, std::vector<uint32_t>& words) {
   }
 }
 
+// Parts of functions that lie elsewhere, being rarely used, are listed as functions are; but their stack has grown.
+bool begins_a_function(Dwarf_CFI* cfi, uint32_t address) {
+  Dwarf_Frame* frame = nullptr;
+  if (cfi == nullptr || dwarf_cfi_addrframe(cfi, address, &frame) != 0) return true;
+  Dwarf_Op* ops = nullptr;
+  size_t count = 0;
+  bool known = dwarf_frame_cfa(frame, &ops, &count) == 0 && count == 1 && ops[0].atom == DW_OP_bregx;
+  bool at_start = known && ops[0].number == 4 && ops[0].number2 == 4;  // esp + 4
+  std::free(frame);
+  return at_start;
+}
+
 }  // namespace
 
 std::vector<uint32_t> eh_frame_functions(const ElfModule& module) {
@@ -47,9 +65,12 @@ std::vector<uint32_t> eh_frame_functions(const ElfModule& module) {
   std::vector<uint32_t> functions;
   // Version 1, a pointer of 4 bytes, a count of 4 bytes, a table of pairs of 4 bytes each, relative to its start.
   if (!header || header->bytes.size() < 12 || module.word(header->address) != 0x3B031B01u) return functions;
+  Dwarf_Addr bias = 0;
+  Dwarf_CFI* cfi = module.arm() ? nullptr : dwfl_module_eh_cfi(module.dwfl(), &bias);
   uint32_t count = module.word(header->address + 8).value_or(0);
   for (uint32_t index = 0; index < count && 12 + 8 * uint64_t{index} + 8 <= header->bytes.size(); ++index) {
-    functions.push_back(header->address + module.word(header->address + 12 + 8 * index).value_or(0));
+    uint32_t address = header->address + module.word(header->address + 12 + 8 * index).value_or(0);
+    if (begins_a_function(cfi, static_cast<uint32_t>(address - bias))) functions.push_back(address);
   }
   return functions;
 }

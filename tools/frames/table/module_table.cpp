@@ -36,6 +36,17 @@ void compare(const CallSite& call, const FrameRule& rule, bool arm, Agreement& a
   }
 }
 
+// What is derived without any symbols is what matters: files that have symbols have other sources too.
+void compare_all(const std::string& path, const Sources& sources, ModuleTable& result) {
+  ElfModule bare(path, "");
+  for (const CallSite& call : find_calls(bare)) {
+    for (const std::unique_ptr<RuleSource>& source : sources) {
+      std::optional<SourcedRule> rule = source->rule(call);
+      if (rule) compare(call, rule->rule, bare.arm(), result.agreement[static_cast<size_t>(source->source())]);
+    }
+  }
+}
+
 }  // namespace
 
 uint32_t Coverage::covered() const {
@@ -59,7 +70,6 @@ ModuleTable make_table(const std::string& path, const std::string& target_path, 
     for (const std::unique_ptr<RuleSource>& source : sources) {
       std::optional<SourcedRule> found = source->rule(call);
       auto index = static_cast<size_t>(source->source());
-      if (found && options.compare) compare(call, found->rule, module.arm(), result.agreement[index]);
       if (!found || rule) continue;
       rule = found;
       if (!call.system_call) ++result.coverage.by[index];
@@ -69,6 +79,7 @@ ModuleTable make_table(const std::string& path, const std::string& target_path, 
     table.add(std::max(last, start), rule ? &rule->rule : nullptr);
     last = call.return_address;
   }
+  if (options.compare) compare_all(path, sources, result);
   result.id = table_id(module);
   result.bytes = table.bytes(target_path);
   result.size = static_cast<uint32_t>(result.bytes.size());
