@@ -30,7 +30,7 @@ class StackFlow {
       walk(address);
     }
     for (auto& [address, call] : calls_) {
-      if (doubtful_.contains(functions_[address])) call.state.reset();
+      if (doubtful_.contains(functions_[address]) || lost_by_call(call)) call.state.reset();
     }
     return std::move(calls_);
   }
@@ -66,6 +66,13 @@ class StackFlow {
     }
     block.weak = block.weak && weak;
     return block.state.join(state);
+  }
+
+  // A call overwrites lr: what makes one without saving it is no function that was understood.
+  bool lost_by_call(const CallSite& call) const {
+    if (!module_.arm() || call.system_call) return false;
+    return call.state->reg(StackState::kLr) == Value{Value::kEntry, StackState::kLr, 0} &&
+           !call.state->saved(StackState::kLr);
   }
 
   bool lost_return(const StackState& state) const {

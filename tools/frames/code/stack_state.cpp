@@ -72,9 +72,16 @@ bool StackState::join(const StackState& other) {
   return lost || gone != 0;
 }
 
+bool StackState::saved(unsigned number) const {
+  const Value entry{Value::kEntry, static_cast<uint8_t>(number), 0};
+  return std::ranges::any_of(slots_, [&](const auto& slot) { return slot.second == entry; });
+}
+
+// Where the caller's value is. lr is about to be overwritten by the call itself: it counts only where nothing is saved.
 int16_t StackState::place_of(unsigned number) const {
   const Value entry{Value::kEntry, static_cast<uint8_t>(number), 0};
-  if (number != kReturn && registers_[number] == entry) return kPlaceUnchanged;
+  bool in_register = number != kReturn && registers_[number] == entry;
+  if (in_register && (number != kLr || !saved(kLr))) return kPlaceUnchanged;
   for (const auto& [offset, value] : slots_) {
     if (value == entry && offset < 0 && offset > kPlaceLost) return static_cast<int16_t>(offset);
   }

@@ -45,6 +45,9 @@ class StackState {
   // Keeps what both know. True when something was lost.
   bool join(const StackState& other);
 
+  // Whether the value that a register had at the function's start lies in the frame.
+  bool saved(unsigned number) const;
+
   // The rule for a call made here; nothing when too little is known.
   std::optional<FrameRule> rule(bool arm) const;
   // Whether `rule`, from another source, says the same of this place. Nothing when this state knows too little.

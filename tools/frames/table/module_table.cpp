@@ -3,6 +3,7 @@
 #include <memory>
 #include <numeric>
 
+#include "frames/code/signal_returns.h"
 #include "frames/sources/cfi_rules.h"
 #include "frames/sources/derived_rules.h"
 #include "frames/sources/exidx_rules.h"
@@ -59,26 +60,70 @@ Coverage& Coverage::operator+=(const Coverage& other) {
   return *this;
 }
 
+namespace {
+
+class TableMaker {
+ public:
+  TableMaker(const ElfModule& module, const Sources& sources, ModuleTable& result)
+      : module_(module), sources_(sources), result_(result), table_(module), last_(module.text_start()) {}
+
+  const Table& run() {
+    std::vector<SignalReturn> signals = signal_returns(module_);
+    auto signal = signals.begin();
+    for (const CallSite& call : find_calls(module_)) {
+      for (; signal != signals.end() && signal->address <= call.address; ++signal) add(*signal);
+      add(call);
+    }
+    for (; signal != signals.end(); ++signal) add(*signal);
+    return table_;
+  }
+
+ private:
+  void add(const SignalReturn& signal) {
+    FrameRule rule = {};
+    rule.base = signal.base;
+    row(signal.address - 1, signal.address, &rule);
+  }
+
+  void add(const CallSite& call) {
+    std::optional<SourcedRule> rule = best(call);
+    if (!call.system_call) ++result_.coverage.calls;
+    row(rule ? rule->start : call.address, call.return_address, rule ? &rule->rule : nullptr);
+  }
+
+  std::optional<SourcedRule> best(const CallSite& call) {
+    for (const std::unique_ptr<RuleSource>& source : sources_) {
+      std::optional<SourcedRule> rule = source->rule(call);
+      if (!rule) continue;
+      if (!call.system_call) ++result_.coverage.by[static_cast<size_t>(source->source())];
+      // A call overwrites lr: a function that has not saved it calls what does not return.
+      bool lost = module_.arm() && !call.system_call && rule->rule.return_place == kPlaceUnchanged;
+      if (lost) rule->rule = FrameRule{};
+      return rule;
+    }
+    return std::nullopt;
+  }
+
+  void row(uint32_t start, uint32_t end, const FrameRule* rule) {
+    table_.add(std::max(last_, start), rule);
+    last_ = std::max(last_, end);
+  }
+
+  const ElfModule& module_;
+  const Sources& sources_;
+  ModuleTable& result_;
+  Table table_;
+  uint32_t last_;  // end of the last call
+};
+
+}  // namespace
+
 ModuleTable make_table(const std::string& path, const std::string& target_path, const TableOptions& options) {
   ElfModule module(path, options.debug_path);
   Sources sources = sources_of(module, options);
   ModuleTable result;
-  Table table(module);
-  uint32_t last = module.text_start();
-  for (const CallSite& call : find_calls(module)) {
-    std::optional<SourcedRule> rule;
-    for (const std::unique_ptr<RuleSource>& source : sources) {
-      std::optional<SourcedRule> found = source->rule(call);
-      auto index = static_cast<size_t>(source->source());
-      if (!found || rule) continue;
-      rule = found;
-      if (!call.system_call) ++result.coverage.by[index];
-    }
-    if (!call.system_call) ++result.coverage.calls;
-    uint32_t start = rule ? std::max(last, rule->start) : call.address;
-    table.add(std::max(last, start), rule ? &rule->rule : nullptr);
-    last = call.return_address;
-  }
+  TableMaker maker(module, sources, result);
+  const Table& table = maker.run();
   if (options.compare) compare_all(path, sources, result);
   result.id = table_id(module);
   result.bytes = table.bytes(target_path);
