@@ -71,6 +71,7 @@ void add_options(CLI::App& verb, Options& options) {
     verb.add_option(name, values, help)
         ->type_name("DIR")
         ->expected(1)
+        ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   };
   many("--sysroot", options.sysroots, "Folder that looks like the target's /; may be repeated");

@@ -7,8 +7,7 @@
 
 namespace quarl::frames {
 
-CodeReach::CodeReach(const ElfModule& module)
-    : module_(module), map_(module), functions_listed_(!eh_frame_functions(module).empty()) {
+CodeReach::CodeReach(const ElfModule& module) : module_(module), map_(module) {
   for (const FunctionStart& start : function_starts(module)) add_function(start.address, start.thumb);
   explore();
   fill_gaps();
@@ -64,6 +63,7 @@ void CodeReach::walk(FunctionStart from) {
 
 void CodeReach::follow(uint32_t address, const Step& step, bool thumb) {
   if (step.literal) literal(*step.literal);
+  if (step.number && !module_.relocatable() && map_.in(*step.number)) add_function(*step.number, false);
   switch (step.flow) {
     case Flow::kCall:
       if (step.target) add_function(*step.target, step.thumb);
@@ -156,7 +156,7 @@ uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end) {
       return at;
     }
     if (!module_.arm()) {
-      if (functions_listed_) return end;
+      if (in_eh_frame(module_, at)) return end;  // a part of a function that it names
       add_function(at, false);
       return at;
     }

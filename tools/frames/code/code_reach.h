@@ -40,7 +40,6 @@ class CodeReach {
 
   const ElfModule& module_;
   CodeMap map_;
-  bool functions_listed_;  // i386: unwind information names all functions but a few of assembler
   std::vector<FunctionStart> functions_;
   std::deque<FunctionStart> pending_;
   std::unordered_multimap<uint32_t, FunctionStart> cases_;

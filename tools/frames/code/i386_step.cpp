@@ -13,6 +13,8 @@ class Execution {
 
   Step step() {
     result_.size = in_.size;
+    bool full = in_.map == 0 && (in_.opcode == 0x68 || (in_.opcode & 0xF8) == 0xB8 || in_.opcode == 0xC7);
+    if (full) result_.number = static_cast<uint32_t>(in_.immediate);
     if (in_.size == 0) {
       result_.flow = Flow::kStop;
     } else if (in_.map == 0) {

@@ -29,6 +29,7 @@ struct Step {
   bool returns = false;             // ARM: jumps to lr or to a word popped, as a return does, whatever that is
   std::optional<uint32_t> target;   // direct calls, branches and jumps
   std::optional<uint32_t> literal;  // the word of data in the code that it reads
+  std::optional<uint32_t> number;   // i386: an operand of 32 bits, perhaps a pointer
   std::optional<uint32_t> slot;     // kCall, kJump: through the pointer at this address
 };
 

@@ -46,8 +46,12 @@ void add_all_data(const ElfModule& module, std::vector<uint32_t>& words) {
   }
 }
 
+Dwarf_CFI* eh_frame(const ElfModule& module, Dwarf_Addr& bias) {
+  return module.arm() ? nullptr : dwfl_module_eh_cfi(module.dwfl(), &bias);
+}
+
 // Parts of functions that lie elsewhere, being rarely used, are listed as functions are; but their stack has grown.
-bool begins_a_function(Dwarf_CFI* cfi, uint32_t address) {
+bool begins_a_function(Dwarf_CFI* cfi, Dwarf_Addr address) {
   Dwarf_Frame* frame = nullptr;
   if (cfi == nullptr || dwarf_cfi_addrframe(cfi, address, &frame) != 0) return true;
   Dwarf_Op* ops = nullptr;
@@ -66,13 +70,22 @@ std::vector<uint32_t> eh_frame_functions(const ElfModule& module) {
   // Version 1, a pointer of 4 bytes, a count of 4 bytes, a table of pairs of 4 bytes each, relative to its start.
   if (!header || header->bytes.size() < 12 || module.word(header->address) != 0x3B031B01u) return functions;
   Dwarf_Addr bias = 0;
-  Dwarf_CFI* cfi = module.arm() ? nullptr : dwfl_module_eh_cfi(module.dwfl(), &bias);
+  Dwarf_CFI* cfi = eh_frame(module, bias);
   uint32_t count = module.word(header->address + 8).value_or(0);
   for (uint32_t index = 0; index < count && 12 + 8 * uint64_t{index} + 8 <= header->bytes.size(); ++index) {
     uint32_t address = header->address + module.word(header->address + 12 + 8 * index).value_or(0);
-    if (begins_a_function(cfi, static_cast<uint32_t>(address - bias))) functions.push_back(address);
+    if (begins_a_function(cfi, address - bias)) functions.push_back(address);
   }
   return functions;
+}
+
+bool in_eh_frame(const ElfModule& module, uint32_t address) {
+  Dwarf_Addr bias = 0;
+  Dwarf_CFI* cfi = eh_frame(module, bias);
+  Dwarf_Frame* frame = nullptr;
+  bool found = cfi != nullptr && dwarf_cfi_addrframe(cfi, address - bias, &frame) == 0;
+  std::free(frame);
+  return found;
 }
 
 std::vector<uint32_t> relocated_words(const ElfModule& module) {

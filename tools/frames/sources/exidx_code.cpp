@@ -71,8 +71,7 @@ class Machine {
 
   // What was found before would lie at a distance from another register.
   void start_from(unsigned number) {
-    if (r7_ || r11_ || return_ || number == kPc) good_ = false;
-    if (number == kSp) return;
+    if (r7_ || r11_ || return_) good_ = false;
     base_ = number == kR7 ? kFrameR7 : kFrameR11;
     distance_ = 0;
     if (number != kR7 && number != kR11) good_ = false;
