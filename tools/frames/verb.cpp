@@ -8,7 +8,7 @@
 
 #include "frames/batch/answer.h"
 #include "frames/batch/batch.h"
-#include "frames/debug_path.h"
+#include "frames/batch/debug_path.h"
 
 namespace quarl::frames {
 namespace {

@@ -85,7 +85,7 @@ class ArmInstruction {
     if (operation >= 8 && operation <= 11) return;  // tst, teq, cmp, cmn
     if (immediate) {
       int32_t number = rotated(word_);
-      if (operation == 4 || operation == 2) return effects_.add(rd(), rn(), operation == 4 ? number : -number);
+      if (operation == 4 || operation == 2) return effects_.add(rd(), rn(), operation == 4 ? number : negative(number));
       if (operation == 13) return effects_.set(rd(), constant(number));
       if (operation == 15) return effects_.set(rd(), constant(~number));
       return effects_.forget(rd());

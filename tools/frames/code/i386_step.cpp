@@ -71,7 +71,7 @@ class Execution {
   void arithmetic_immediate() {
     if (in_.reg == 7) return;
     bool moves = in_.opcode != 0x80 && !in_.operand.memory && (in_.reg == 0 || in_.reg == 5);
-    if (moves) return set_operand(operand().plus(in_.reg == 0 ? in_.immediate : -in_.immediate));
+    if (moves) return set_operand(operand().plus(in_.reg == 0 ? in_.immediate : negative(in_.immediate)));
     forget_operand(in_.opcode == 0x80 ? 1 : 4);
   }
 

@@ -98,7 +98,7 @@ std::optional<FrameRule> StackState::rule(bool arm) const {
   for (auto [base, number] : arm ? std::span<const std::pair<FrameBase, unsigned>>(arm_bases) : i386_bases) {
     if (registers_[number].kind != Value::kFrame) continue;
     rule.base = base;
-    rule.cfa = -registers_[number].offset;
+    rule.cfa = negative(registers_[number].offset);
     break;
   }
   if (rule.base == kFrameEnd) return std::nullopt;
@@ -122,7 +122,7 @@ std::optional<bool> StackState::agrees(const FrameRule& rule, bool arm) const {
     if (place == kPlaceLost || place_of(saved) == kPlaceLost) return true;
     return (place == kPlaceUnchanged ? registers_[saved] : load(frame_value(place))) == entry;
   };
-  return registers_[number] == frame_value(-rule.cfa) && holds(arm ? kLr : kReturn, rule.return_place) &&
+  return registers_[number] == frame_value(negative(rule.cfa)) && holds(arm ? kLr : kReturn, rule.return_place) &&
          holds(arm ? kR7 : kEbp, rule.frame_place) && (!arm || holds(kR11, rule.r11_place));
 }
 

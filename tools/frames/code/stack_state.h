@@ -12,6 +12,11 @@
 
 namespace quarl::frames {
 
+// The smallest number is its own.
+inline int32_t negative(int32_t number) {
+  return static_cast<int32_t>(0 - static_cast<uint32_t>(number));
+}
+
 struct Value {
   enum Kind : uint8_t { kUnknown, kEntry, kFrame, kConstant } kind = kUnknown;
   uint8_t reg = 0;     // kEntry: what this register held at the function's start

@@ -244,7 +244,7 @@ class ThumbInstruction {
     bool compares =
         bit(half_, 4) && rd() == kPc && (operation == 0 || operation == 4 || operation == 8 || operation == 13);
     if (compares) return;
-    if (operation == 8 || operation == 13) return effects_.add(rd(), rn(), operation == 8 ? number : -number);
+    if (operation == 8 || operation == 13) return effects_.add(rd(), rn(), operation == 8 ? number : negative(number));
     if (rn() == kPc && operation == 2) return effects_.set(rd(), constant(number));
     if (rn() == kPc && operation == 3) return effects_.set(rd(), constant(~number));
     effects_.forget(rd());

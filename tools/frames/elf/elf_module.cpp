@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace quarl::frames {
 
@@ -17,7 +18,6 @@ ElfModule::ElfModule(std::string path, std::string debug_path)
   try {
     open();
     read_segments();
-    read_symbols();
   } catch (...) {
     if (dwfl_ != nullptr) dwfl_end(dwfl_);
     throw;
@@ -118,7 +118,8 @@ std::optional<CodeMark::Kind> mark_kind(const char* name) {
 }  // namespace
 
 // The symbols of the file, of its split debug file and of its .gnu_debugdata, as libdwfl finds them.
-void ElfModule::read_symbols() {
+void ElfModule::read_symbols() const {
+  if (std::exchange(symbols_read_, true)) return;
   int count = dwfl_module_getsymtab(module_);
   for (int index = 0; index < count; ++index) {
     GElf_Sym symbol;
@@ -133,10 +134,20 @@ void ElfModule::read_symbols() {
     if (GELF_ST_TYPE(symbol.st_info) != STT_FUNC && GELF_ST_TYPE(symbol.st_info) != STT_GNU_IFUNC) continue;
     bool thumb = arm_ && (address & 1);
     if (thumb) address -= 1;
-    if (is_code(address)) functions_.push_back({address, static_cast<uint32_t>(symbol.st_size), thumb, name});
+    if (is_code(address)) functions_.push_back({address, thumb});
   }
   std::ranges::sort(functions_, {}, &CodeSymbol::address);
   std::ranges::stable_sort(marks_, {}, &CodeMark::address);
+}
+
+const std::vector<CodeSymbol>& ElfModule::functions() const {
+  read_symbols();
+  return functions_;
+}
+
+const std::vector<CodeMark>& ElfModule::marks() const {
+  read_symbols();
+  return marks_;
 }
 
 bool ElfModule::is_code(uint32_t address) const {

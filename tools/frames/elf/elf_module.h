@@ -34,9 +34,7 @@ struct Segment {
 
 struct CodeSymbol {
   uint32_t address;  // without the Thumb bit
-  uint32_t size;
   bool thumb;
-  std::string name;
 };
 
 // Where ARM code, Thumb code and data begin, as the symbols $a, $t and $d tell it.
@@ -79,14 +77,15 @@ class ElfModule {
   // The contents of a program header's range; empty when there is none of this type.
   std::optional<Segment> part(uint32_t type) const;
 
-  const std::vector<CodeSymbol>& functions() const { return functions_; }  // by address
-  const std::vector<CodeMark>& marks() const { return marks_; }            // by address
+  // By address. Symbols are read when they are asked for first; that takes most of the time that opening takes.
+  const std::vector<CodeSymbol>& functions() const;
+  const std::vector<CodeMark>& marks() const;
 
  private:
   void open();
   void read_segments();
   void read_code(Elf* elf);
-  void read_symbols();
+  void read_symbols() const;
 
   std::string path_, debug_path_;
   char* debug_path_pointer_;
@@ -99,8 +98,9 @@ class ElfModule {
   std::vector<std::pair<uint32_t, Segment>> parts_;  // by type of program header
   std::vector<CodeRange> code_;
   std::vector<uint8_t> build_id_;
-  std::vector<CodeSymbol> functions_;
-  std::vector<CodeMark> marks_;
+  mutable bool symbols_read_ = false;
+  mutable std::vector<CodeSymbol> functions_;
+  mutable std::vector<CodeMark> marks_;
 };
 
 }  // namespace quarl::frames

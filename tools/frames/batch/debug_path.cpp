@@ -1,4 +1,4 @@
-#include "frames/debug_path.h"
+#include "frames/batch/debug_path.h"
 
 #include <filesystem>
 
