@@ -85,7 +85,7 @@ enum FrameBase : uint8_t {
   kFrameEnd = 0,       // the trace ends here: the function has no caller, or its return address is lost
   kFrameSp = 1,        // sp + cfa
   kFrameEbp = 2,       // i386: ebp + cfa
-  kFrameEbpWord = 3,   // i386: the word at ebp + cfa (realigned frames)
+  kFrameEbpWord = 3,   // i386: the word at ebp + cfa (realigned frames); the caller's ebp is the word at ebp
   kFrameR7 = 4,        // ARM: r7 + cfa
   kFrameR11 = 5,       // ARM: r11 + cfa
   kFrameSignal = 6,    // returns through sigreturn; the frame is the kernel's, cfa and the places are 0
