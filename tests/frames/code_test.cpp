@@ -25,7 +25,7 @@ StackState behind(const Case& each) {
   bool arm = each.step != step_i386;
   StackState state = StackState::at_function_start(arm);
   for (size_t at = 0; at < each.code.size();) {
-    Step step = each.step({0x1000, std::span(each.code).subspan(at)}, state);
+    Step step = each.step({static_cast<uint32_t>(0x1000 + at), std::span(each.code).subspan(at)}, state);
     EXPECT_NE(step.size, 0) << each.what;
     if (step.size == 0) break;
     at += step.size;

@@ -138,7 +138,7 @@ uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end) {
   for (uint32_t steps = 0; jump > map_.start() && steps < 65536; --jump, ++steps) {
     if (indirect_.contains(jump) || map_.has(jump, CodeMap::kFunction)) break;
   }
-  bool in_cases = indirect_.contains(jump);
+  bool in_cases = indirect_.contains(jump) && module_.code_end(jump) == module_.code_end(start);
   for (uint32_t at = start; at < end; at += unit) {
     CodeAt code{at, module_.bytes(at)};
     bool padding =
