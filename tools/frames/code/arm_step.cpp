@@ -2,18 +2,12 @@
 #include <bit>
 
 #include "frames/code/arm_effects.h"
+#include "frames/code/bits.h"
 
 namespace quarl::frames {
 namespace {
 
 constexpr unsigned kSp = StackState::kSp, kLr = StackState::kLr, kPc = 15;
-
-uint32_t bits(uint32_t word, unsigned high, unsigned low) {
-  return word >> low & ((2u << (high - low)) - 1);
-}
-bool bit(uint32_t word, unsigned number) {
-  return word >> number & 1;
-}
 
 int32_t branch_distance(uint32_t word) {
   return static_cast<int32_t>(word << 8) >> 6;
