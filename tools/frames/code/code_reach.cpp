@@ -6,6 +6,12 @@
 #include "frames/elf/pointers.h"
 
 namespace quarl::frames {
+namespace {
+
+constexpr uint32_t kLargestFunction = 65536;
+constexpr uint32_t kAlignment = 16;  // of blocks, filled up with padding
+
+}  // namespace
 
 CodeReach::CodeReach(const ElfModule& module) : module_(module), map_(module) {
   for (const FunctionStart& start : function_starts(module)) add_function(start.address, start.thumb);
@@ -125,41 +131,50 @@ bool CodeReach::saves_return(uint32_t address, bool thumb) const {
          (half == 0xF84D && (next & 0xFF00) == 0xED00);
 }
 
+bool CodeReach::is_padding(uint32_t address, bool thumb) const {
+  CodeAt code{address, module_.bytes(address)};
+  if (!module_.arm()) return code.bytes.empty() || code.bytes[0] == 0x90 || code.bytes[0] == 0xCC || code.bytes[0] == 0;
+  return thumb ? code.half(0) == 0 || code.half(0) == 0xBF00 : code.word(0) == 0 || code.word(0) == 0xE1A00000;
+}
+
+// The last jump through a register in front of a gap, in the same function; nothing when there is none.
+std::optional<uint32_t> CodeReach::jump_before(uint32_t gap) const {
+  uint32_t farthest = std::max(map_.start(), gap - std::min(gap, kLargestFunction));
+  for (uint32_t at = gap; at > farthest; --at) {
+    if (indirect_.contains(at)) return module_.code_end(at) == module_.code_end(gap) ? std::optional(at) : std::nullopt;
+    if (map_.has(at, CodeMap::kFunction)) break;
+  }
+  return std::nullopt;
+}
+
+// The instruction set of a gap is that of the code in front of it, unless a symbol tells it.
+bool CodeReach::gap_is_thumb(uint32_t gap) const {
+  if (map_.has(gap, CodeMap::kKnownThumb | CodeMap::kKnownArm)) return map_.has(gap, CodeMap::kKnownThumb);
+  while (gap > map_.start() && !map_.has(gap, CodeMap::kInstruction)) --gap;
+  return map_.has(gap, CodeMap::kThumb);
+}
+
 // The address in [start, end) that was taken for a start, or `end`.
 uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end) {
-  uint32_t before = start;
-  while (before > map_.start() && !map_.has(before, CodeMap::kInstruction)) --before;
-  bool thumb = map_.has(start, CodeMap::kKnownThumb) ||
-               (!map_.has(start, CodeMap::kKnownArm) && map_.has(before, CodeMap::kThumb));
+  bool thumb = gap_is_thumb(start);
   uint32_t unit = !module_.arm() ? 1 : thumb ? 2 : 4;
   start = (start + unit - 1) / unit * unit;
-  // The last jump through a register of the function that the gap lies in.
-  uint32_t jump = before;
-  for (uint32_t steps = 0; jump > map_.start() && steps < 65536; --jump, ++steps) {
-    if (indirect_.contains(jump) || map_.has(jump, CodeMap::kFunction)) break;
-  }
-  bool in_cases = indirect_.contains(jump) && module_.code_end(jump) == module_.code_end(start);
+  std::optional<uint32_t> jump = jump_before(start);
   for (uint32_t at = start; at < end; at += unit) {
-    CodeAt code{at, module_.bytes(at)};
-    bool padding =
-        module_.arm()
-            ? (thumb ? code.half(0) == 0 || code.half(0) == 0xBF00 : code.word(0) == 0 || code.word(0) == 0xE1A00000)
-            : code.bytes.empty() || code.bytes[0] == 0x90 || code.bytes[0] == 0xCC || code.bytes[0] == 0;
-    if (padding) continue;
+    if (is_padding(at, thumb)) continue;
     if (module_.arm() && saves_return(at, thumb)) {
       add_function(at, thumb);
       return at;
     }
-    if (in_cases && at - start < 16) {
-      cases_.emplace(jump, FunctionStart{at, thumb});
+    if (jump && at - start < kAlignment) {
+      cases_.emplace(*jump, FunctionStart{at, thumb});
       add_block(at, thumb);
       return at;
     }
-    if (!module_.arm()) {
-      if (in_eh_frame(module_, at)) return end;  // a part of a function that it names
-      add_function(at, false);
-      return at;
-    }
+    if (module_.arm()) continue;
+    if (in_eh_frame(module_, at)) return end;  // a part of a function that it names
+    add_function(at, false);
+    return at;
   }
   return end;
 }

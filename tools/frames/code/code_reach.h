@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -37,6 +38,9 @@ class CodeReach {
   void literal(uint32_t address);
   void fill_gaps();
   uint32_t fill_gap(uint32_t start, uint32_t end);
+  bool is_padding(uint32_t address, bool thumb) const;
+  bool gap_is_thumb(uint32_t gap) const;
+  std::optional<uint32_t> jump_before(uint32_t gap) const;
 
   const ElfModule& module_;
   CodeMap map_;

@@ -65,8 +65,6 @@ void I386Execution::group_ff() {
     default:
       return set_operand(in_.operand.memory ? Value{} : operand().plus(in_.reg == 0 ? 1 : -1));
   }
-  bool plain = in_.operand.memory && !in_.operand.base && !in_.operand.index;
-  if (plain && !in_.segment) result_.slot = static_cast<uint32_t>(in_.operand.displacement);
   if (result_.flow == Flow::kCall) state_.call(false);
 }
 

@@ -30,7 +30,6 @@ struct Step {
   std::optional<uint32_t> target;   // direct calls, branches and jumps
   std::optional<uint32_t> literal;  // the word of data in the code that it reads
   std::optional<uint32_t> number;   // i386: an operand of 32 bits, perhaps a pointer
-  std::optional<uint32_t> slot;     // kCall, kJump: through the pointer at this address
 };
 
 // The code from an address on. Instructions do not lie across the end of `bytes`.
