@@ -1,6 +1,7 @@
 #include "target/loaded_files.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,6 +22,7 @@ constexpr const char* kAsk = "LD_TRACE_LOADED_OBJECTS=1";
 
 std::vector<char*> pointers(std::vector<std::string>& words) {
   std::vector<char*> list;
+  list.reserve(words.size() + 1);
   for (std::string& word : words) list.push_back(word.data());
   list.push_back(nullptr);
   return list;
@@ -57,7 +59,7 @@ std::string ask_loader(const LaunchCommand& command, const Program& program) {
   argv.erase(at + 1, argv.end());
   if (command.emulated) argv.insert(argv.begin() + 1, {"-E", kAsk});
   for (char** each = environ; *each != nullptr; ++each) environment.emplace_back(*each);
-  for (const auto& [name, value] : command.environment) environment.push_back(name + "=" + value);
+  for (const auto& [name, value] : command.environment) environment.push_back(fmt::format("{}={}", name, value));
   if (!command.emulated) environment.emplace_back(kAsk);
   return output_of(argv, environment);
 }

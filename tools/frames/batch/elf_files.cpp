@@ -49,7 +49,8 @@ void add_folder(const fs::path& folder, std::vector<ElfPath>& files) {
 fs::path find(const std::string& name, const std::vector<std::string>& sysroots) {
   if (fs::exists(name)) return name;
   for (const std::string& root : sysroots) {
-    if (fs::exists(fs::path(root + "/" + name))) return root + "/" + name;
+    fs::path below = fs::path(root) / fs::path(name).relative_path();
+    if (fs::exists(below)) return below;
   }
   throw std::runtime_error(fmt::format("{}: no such file", name));
 }
@@ -67,8 +68,8 @@ std::vector<ElfPath> elf_files(const std::vector<std::string>& names, const std:
       files.push_back({path.string(), below(path, roots), true});
   }
   std::ranges::sort(files, {}, &ElfPath::path);
-  auto same = std::ranges::unique(files, {}, &ElfPath::path);
-  files.erase(same.begin(), same.end());
+  auto same = [](const ElfPath& one, const ElfPath& other) { return one.path == other.path; };
+  files.erase(std::unique(files.begin(), files.end(), same), files.end());
   return files;
 }
 

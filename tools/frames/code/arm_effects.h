@@ -10,8 +10,7 @@ namespace quarl::frames {
 class ArmEffects {
  public:
   // `pc`: what the instruction reads as its own address.
-  ArmEffects(const CodeAt& code, uint32_t pc, bool thumb, StackState& state)
-      : code_(code), pc_(pc), thumb_(thumb), state_(state) {}
+  ArmEffects(const CodeAt& code, uint32_t pc, StackState& state) : code_(code), pc_(pc), state_(state) {}
 
   Step result;
 
@@ -48,7 +47,6 @@ class ArmEffects {
 
   const CodeAt& code_;
   uint32_t pc_;
-  bool thumb_;
   StackState& state_;
 };
 

@@ -7,7 +7,7 @@
 namespace quarl::frames {
 namespace {
 
-constexpr unsigned kSp = StackState::kSp, kLr = StackState::kLr, kPc = 15;
+constexpr unsigned kPc = 15;
 
 int32_t branch_distance(uint32_t word) {
   return static_cast<int32_t>(word << 8) >> 6;
@@ -16,7 +16,7 @@ int32_t branch_distance(uint32_t word) {
 class ArmInstruction {
  public:
   ArmInstruction(const CodeAt& code, StackState& state)
-      : word_(code.word(0)), pc_(code.address + 8), effects_(code, pc_, false, state) {}
+      : word_(code.word(0)), pc_(code.address + 8), effects_(code, pc_, state) {}
 
   Step step() {
     effects_.result.size = 4;

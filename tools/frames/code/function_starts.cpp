@@ -36,8 +36,8 @@ class Starts {
 
   std::vector<FunctionStart> take() {
     std::ranges::sort(starts_, {}, &FunctionStart::address);
-    auto same = std::ranges::unique(starts_, {}, &FunctionStart::address);
-    starts_.erase(same.begin(), same.end());
+    auto same = [](const FunctionStart& one, const FunctionStart& other) { return one.address == other.address; };
+    starts_.erase(std::unique(starts_.begin(), starts_.end(), same), starts_.end());
     return std::move(starts_);
   }
 

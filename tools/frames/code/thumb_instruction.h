@@ -10,11 +10,7 @@ namespace quarl::frames {
 class ThumbInstruction {
  public:
   ThumbInstruction(const CodeAt& code, StackState& state)
-      : half_(code.half(0)),
-        second_(code.half(2)),
-        pc_(code.address + 4),
-        state_(state),
-        effects_(code, pc_, true, state) {}
+      : half_(code.half(0)), second_(code.half(2)), pc_(code.address + 4), state_(state), effects_(code, pc_, state) {}
 
   Step step() {
     bool wide = half_ >= 0xE800;

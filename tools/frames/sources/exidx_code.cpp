@@ -48,7 +48,7 @@ class Machine {
     good_ = false;
   }
 
-  void move(int64_t by) { distance_ += by; }
+  void move(int by) { distance_ += by; }
 
   // An empty set refuses to unwind.
   void pop(unsigned registers, bool refuses) {
@@ -66,7 +66,7 @@ class Machine {
 
   void pop_low(uint8_t registers) {
     if (registers == 0 || registers > 0xF) good_ = false;
-    distance_ += 4 * std::popcount(registers);
+    move(4 * std::popcount(registers));
   }
 
   // What was found before would lie at a distance from another register.
@@ -77,12 +77,12 @@ class Machine {
     if (number != kR7 && number != kR11) good_ = false;
   }
 
-  int64_t number() {
+  int number() {
     uint32_t value = 0;
     for (unsigned shift = 0; shift < 28; shift += 7) {
       uint8_t byte = next();
       value |= (byte & 0x7Fu) << shift;
-      if (!(byte & 0x80)) return value;
+      if (!(byte & 0x80)) return static_cast<int>(value);
     }
     good_ = false;
     return 0;
