@@ -89,7 +89,7 @@ class StackFlow {
       if (at != start && reach_.map().has(at, CodeMap::kBlock)) {
         return arrive(at, block.thumb, state, block.function, behind_call);
       }
-      if (lost_return(state) && reach_.saves_return(at, block.thumb)) {
+      if (lost_return(state) && saves_return(module_, at, block.thumb)) {
         // The call before does not return: another function starts here.
         state = StackState::at_function_start(true);
         block.function = at;

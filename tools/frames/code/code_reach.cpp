@@ -102,7 +102,8 @@ void CodeReach::table_jump(uint32_t address, bool thumb) {
 void CodeReach::literal(uint32_t address) {
   map_.add_range(address, 4, CodeMap::kData);
   std::optional<uint32_t> word = module_.word(address);
-  if (word && !module_.relocatable() && (*word & 1)) add_function(*word - 1, true);
+  if (word && !module_.relocatable() && (*word & 1) && begins_by_saving(module_, *word - 1))
+    add_function(*word - 1, true);
 }
 
 void CodeReach::fill_gaps() {
@@ -118,17 +119,6 @@ void CodeReach::fill_gaps() {
     // In front of what was found there may be more.
     if (tried == end || !map_.visited(tried)) at = std::min(tried + 1, end);
   }
-}
-
-bool CodeReach::saves_return(uint32_t address, bool thumb) const {
-  CodeAt code{address, module_.bytes(address)};
-  if (!thumb) {
-    uint32_t word = code.word(0);
-    return (word & 0xFFFF4000) == 0xE92D4000 || word == 0xE52DE004;
-  }
-  uint32_t half = code.half(0), next = code.half(2);
-  return (half & 0xFF00) == 0xB500 || (half == 0xE92D && (next & 0x4000)) ||
-         (half == 0xF84D && (next & 0xFF00) == 0xED00);
 }
 
 bool CodeReach::is_padding(uint32_t address, bool thumb) const {
@@ -162,7 +152,7 @@ uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end) {
   std::optional<uint32_t> jump = jump_before(start);
   for (uint32_t at = start; at < end; at += unit) {
     if (is_padding(at, thumb)) continue;
-    if (module_.arm() && saves_return(at, thumb)) {
+    if (module_.arm() && saves_return(module_, at, thumb)) {
       add_function(at, thumb);
       return at;
     }

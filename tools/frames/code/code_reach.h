@@ -25,9 +25,6 @@ class CodeReach {
   // Blocks that no instruction names, behind a jump through a register: they belong to that jump (a table of cases).
   const std::unordered_multimap<uint32_t, FunctionStart>& cases() const { return cases_; }
 
-  // ARM: whether the instruction saves the return address, as a function does once.
-  bool saves_return(uint32_t address, bool thumb) const;
-
  private:
   void add_function(uint32_t address, bool thumb);
   void add_block(uint32_t address, bool thumb);

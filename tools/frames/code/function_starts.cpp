@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "frames/code/step.h"
 #include "frames/elf/exidx_index.h"
 #include "frames/elf/pointers.h"
 
@@ -26,11 +27,13 @@ class Starts {
     pointer(thumb * 2 >= starts_.size() ? address | 1 : address);
   }
 
+  // In a program that is not relocated any number may look like a pointer. Functions that call nothing are not missed.
   // Even numbers are often no pointers at all; ARM code has been given as one when it stands at a multiple of 4 and
   // starts by saving registers.
   void perhaps_pointer(uint32_t value) {
     if (!module_.arm() && !module_.relocatable()) return;
-    if (!module_.arm() || (value & 1)) return pointer(value);
+    bool plausible = module_.relocatable() || begins_by_saving(module_, value & ~1u);
+    if (!module_.arm() || ((value & 1) && plausible)) return pointer(value);
     if (looks_like_arm(value)) starts_.push_back({value, false});
   }
 
@@ -52,6 +55,29 @@ class Starts {
 };
 
 }  // namespace
+
+bool saves_return(const ElfModule& module, uint32_t address, bool thumb) {
+  CodeAt code{address, module.bytes(address)};
+  if (!thumb) {
+    uint32_t word = code.word(0);
+    return (word & 0xFFFF4000) == 0xE92D4000 || word == 0xE52DE004;
+  }
+  uint32_t half = code.half(0), next = code.half(2);
+  return (half & 0xFF00) == 0xB500 || (half == 0xE92D && (next & 0x4000)) ||
+         (half == 0xF84D && (next & 0xFF00) == 0xED00);
+}
+
+bool begins_by_saving(const ElfModule& module, uint32_t address) {
+  constexpr int kFirst = 8;
+  for (int count = 0; count < kFirst; ++count) {
+    if (saves_return(module, address, true)) return true;
+    uint32_t half = CodeAt{address, module.bytes(address)}.half(0);
+    bool leads_away = half == 0 || half == 0x4770 || (half & 0xF800) == 0xE000 || (half & 0xFF00) == 0xBD00;
+    if (leads_away) return false;
+    address += half >= 0xE800 ? 4 : 2;
+  }
+  return false;
+}
 
 std::vector<FunctionStart> function_starts(const ElfModule& module) {
   Starts starts(module);
