@@ -51,11 +51,12 @@ std::string output_of(std::vector<std::string> argv, std::vector<std::string> en
   return output;
 }
 
+// Loaders of other C libraries do not know the question, and would start the program.
 // The emulator, and the loader that is started by name, are told in their own ways.
 std::string ask_loader(const LaunchCommand& command, const Program& program) {
   std::vector<std::string> argv = command.argv, environment;
   auto at = std::ranges::find(argv, program.path);
-  if (at == argv.end()) return "";
+  if (at == argv.end() || !fs::path(program.elf.interpreter).filename().string().starts_with("ld-linux")) return "";
   argv.erase(at + 1, argv.end());
   if (command.emulated) argv.insert(argv.begin() + 1, {"-E", kAsk});
   for (char** each = environ; *each != nullptr; ++each) environment.emplace_back(*each);
