@@ -53,7 +53,7 @@ void CodeReach::explore() {
 void CodeReach::walk(FunctionStart from) {
   StackState unused = StackState::at_function_start(module_.arm());
   for (uint32_t at = from.address; map_.in(at) && !map_.has(at, CodeMap::kInstruction | CodeMap::kData);) {
-    if (at != from.address && map_.has(at, CodeMap::kInside)) break;
+    if (at != from.address && map_.has(at, CodeMap::kInside | CodeMap::kFunction)) break;
     Step step = this->step(at, from.thumb, unused);
     if (step.size == 0 || step.flow == Flow::kStop) break;
     map_.add(at, CodeMap::kInstruction | (from.thumb ? CodeMap::kThumb : 0));
