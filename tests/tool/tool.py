@@ -41,6 +41,7 @@ class ToolTest(unittest.TestCase):
         self.addCleanup(state.cleanup)
         self.state = os.path.realpath(state.name)
         self.environment["XDG_STATE_HOME"] = self.state
+        self.environment["XDG_CACHE_HOME"] = os.path.realpath(os.path.join(BUILD, "cache"))  # shared: tables cost time
 
     def quarl(self, *arguments, **options):
         """Runs the tool to its end; the result has returncode, stdout and stderr (text)."""

@@ -6,6 +6,7 @@
 #include <iostream>
 #include <memory>
 
+#include "frames/verb.h"
 #include "message.h"
 #include "refusal.h"
 #include "verbs/verbs.h"
@@ -32,6 +33,7 @@ std::unique_ptr<CLI::App> make_app(int& exit_status) {
   add_reload(*app, exit_status);
   add_release(*app, exit_status);
   add_config(*app, exit_status);
+  frames::add_verb(*app, exit_status);
 #ifdef QUARL_HAVE_REPORT
   report::add_verb(*app, exit_status);
 #endif

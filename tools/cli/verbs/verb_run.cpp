@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "frames/batch/cache.h"
 #include "items/config_reader.h"
 #include "items/run_config.h"
 #include "message.h"
@@ -12,6 +13,7 @@
 #include "refusal.h"
 #include "target/launch_command.h"
 #include "target/library_path.h"
+#include "target/loaded_files.h"
 #include "temporary_file.h"
 #include "verbs/verbs.h"
 
@@ -21,7 +23,7 @@ namespace {
 struct RunOptions {
   std::vector<std::string> set;
   std::string config, sysroot, library;
-  bool record = false;
+  bool record = false, no_frames = false;
   int snapshots = 0;
   RunSettings settings;
   std::vector<std::string> command;
@@ -52,6 +54,10 @@ It is DIR with --logs, else what QUARL_LOG_DIR names, else a new one below ~/.lo
 so that the program finds no strange files where it works; it is told at the end. Logs that hold no fault, no record and
 nothing unfreed are removed (QUARL_KEEP=findings), unless --keep-all is given or QUARL_KEEP has another value. Of a tree
 of processes QUARL_ONLY=NAME,NAME in the environment has only the programs of these names checked.
+
+Traces: unwind rules of the program and of the libraries that its loader names are prepared first and kept below
+~/.cache/quarl (XDG_CACHE_HOME counts) for the next time; "quarl frames --help" tells more. Removing that folder has them
+made anew, as after debug files were installed. QUARL_FRAMES=DIR in the environment names tables of one's own.
 
 Agent: with --agent it listens on 127.0.0.1, unless QUARL_AGENT_ADDRESS is set already (0.0.0.0 means all addresses of
 this machine). Whoever can connect to it steers the checker in the program.
@@ -119,6 +125,10 @@ int run(const RunOptions& options) {
   if (!config.empty()) command.environment.push_back({"QUARL_CFG_FILE", config});
   set_unless_told(command, "QUARL_CONTRACT", "libc");
   if (options.settings.agent) set_unless_told(command, "QUARL_AGENT_ADDRESS", "127.0.0.1");
+  if (!options.no_frames && std::getenv("QUARL_FRAMES") == nullptr) {
+    std::string frames = frames::cached_tables(loaded_files(command, program, sysroot), sysroot);
+    if (!frames.empty()) command.environment.push_back({"QUARL_FRAMES", frames});
+  }
   bool findings_only = keeps_findings_only(options);
   if (findings_only || options.settings.keep_all) {
     command.environment.push_back({"QUARL_KEEP", findings_only ? "findings" : "all"});
@@ -147,6 +157,7 @@ void add_options(CLI::App& run, RunOptions& options) {
   run.add_option("--snapshots", options.snapshots, "Take a detailed snapshot every N seconds")
       ->type_name("N")
       ->check(CLI::Range(1, 999999999).description(""));
+  run.add_flag("--no-frames", options.no_frames, "Follow frame pointers alone; prepare no unwind rules");
   run.add_flag("--keep-parked", options.settings.keep_parked, "Leave a thread parked after a fault");
   run.add_option("--fault-exitcode", options.settings.fault_status, "Exit status after a fault (86); 0: the program's")
       ->type_name("N")

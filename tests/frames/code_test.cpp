@@ -1,0 +1,198 @@
+// The stack followed through straight code: bytes as the assembler gives them, and the rule for a call behind them.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "frames/code/i386_layout.h"
+#include "frames/code/step.h"
+#include "frames/code/table_jump.h"
+
+namespace quarl::frames {
+namespace {
+
+using StepFunction = Step (*)(const CodeAt&, StackState&);
+
+struct Case {
+  const char* what;
+  StepFunction step;
+  std::vector<uint8_t> code;
+  FrameBase base;
+  int32_t cfa;
+  int16_t back, frame, r11;
+};
+
+StackState behind(const Case& each) {
+  bool arm = each.step != step_i386;
+  StackState state = StackState::at_function_start(arm);
+  for (size_t at = 0; at < each.code.size();) {
+    Step step = each.step({static_cast<uint32_t>(0x1000 + at), std::span(each.code).subspan(at)}, state);
+    EXPECT_NE(step.size, 0) << each.what;
+    if (step.size == 0) break;
+    at += step.size;
+  }
+  return state;
+}
+
+TEST(Code, LeadsToTheFrame) {
+  const Case cases[] = {
+      {"push {r4, r7, lr}; sub sp, #20", step_thumb, {0x90, 0xB5, 0x85, 0xB0}, kFrameSp, 32, -4, 0, 0},
+      {"push.w {r4-r11, lr}; vpush {d8}; mov r11, r0",
+       step_thumb,
+       {0x2D, 0xE9, 0xF0, 0x4F, 0x2D, 0xED, 0x02, 0x8B, 0x83, 0x46},
+       kFrameSp,
+       44,
+       -4,
+       0,
+       -8},
+      {"push {r0-r3}; push {r7, lr}; add r7, sp, #0; sub sp, r3",
+       step_thumb,
+       {0x0F, 0xB4, 0x80, 0xB5, 0x00, 0xAF, 0xAD, 0xEB, 0x03, 0x0D},
+       kFrameR7,
+       24,
+       -20,
+       -24,
+       0},
+      {"str lr, [sp, #-4]!; it ne; movne r7, r1",
+       step_thumb,
+       {0x4D, 0xF8, 0x04, 0xED, 0x18, 0xBF, 0x0F, 0x46},
+       kFrameSp,
+       4,
+       -4,
+       kPlaceLost,
+       0},
+      {"push {lr}; ldr r3, =-4096; add sp, r3",
+       step_thumb,
+       {0x00, 0xB5, 0x01, 0x4B, 0x9D, 0x44, 0x00, 0xBF, 0x00, 0xF0, 0xFF, 0xFF},
+       kFrameSp,
+       4100,
+       -4,
+       0,
+       0},
+      {"push {r4, lr}; add sp, #-8 and back; pop {r4}; lr stays in its place",
+       step_thumb,
+       {0x10, 0xB5, 0x82, 0xB0, 0x02, 0xB0, 0x10, 0xBC},
+       kFrameSp,
+       4,
+       -4,
+       0,
+       0},
+      {"mov ip, sp; stmdb sp!, {fp, ip, lr, pc}; sub fp, ip, #4; sub sp, #8",
+       step_arm,
+       {0x0D, 0xC0, 0xA0, 0xE1, 0x00, 0xD8, 0x2D, 0xE9, 0x04, 0xB0, 0x4C, 0xE2, 0x08, 0xD0, 0x4D, 0xE2},
+       kFrameSp,
+       24,
+       -8,
+       0,
+       -16},
+      {"push {fp, lr}; add fp, sp, #4; bic sp, sp, #7",
+       step_arm,
+       {0x00, 0x48, 0x2D, 0xE9, 0x04, 0xB0, 0x8D, 0xE2, 0x07, 0xD0, 0xCD, 0xE3},
+       kFrameR11,
+       4,
+       -4,
+       0,
+       -8},
+      {"push {r4, lr}; popne {r4, pc}",
+       step_arm,
+       {0x10, 0x40, 0x2D, 0xE9, 0x10, 0x80, 0xBD, 0x18},
+       kFrameSp,
+       0,
+       -4,
+       0,
+       0},
+      {"push ebp; mov ebp, esp; push ebx; and esp, -16",
+       step_i386,
+       {0x55, 0x89, 0xE5, 0x53, 0x83, 0xE4, 0xF0},
+       kFrameEbp,
+       8,
+       -4,
+       -8,
+       0},
+      {"push esi; sub esp, 24; push 1; lea esp, [esp+4]",
+       step_i386,
+       {0x56, 0x83, 0xEC, 0x18, 0x6A, 0x01, 0x8D, 0x64, 0x24, 0x04},
+       kFrameSp,
+       32,
+       -4,
+       0,
+       0},
+      {"push ebp; mov ebp, eax; call next; pop ebx",
+       step_i386,
+       {0x55, 0x89, 0xC5, 0xE8, 0, 0, 0, 0, 0x5B},
+       kFrameSp,
+       8,
+       -4,
+       -8,
+       0},
+  };
+  for (const Case& each : cases) {
+    bool arm = each.step != step_i386;
+    // Behind a conditional return everything is as before it.
+    if (std::string_view(each.what).ends_with("popne {r4, pc}")) continue;
+    auto rule = behind(each).rule(arm);
+    ASSERT_TRUE(rule) << each.what;
+    EXPECT_EQ(rule->base, each.base) << each.what;
+    EXPECT_EQ(rule->cfa, each.cfa) << each.what;
+    EXPECT_EQ(rule->return_place, each.back) << each.what;
+    EXPECT_EQ(rule->frame_place, each.frame) << each.what;
+    EXPECT_EQ(rule->r11_place, each.r11) << each.what;
+    EXPECT_EQ(rule->flags, kRuleDerived);
+  }
+}
+
+TEST(Code, TellsWhereItLeads) {
+  struct {
+    const char* what;
+    StepFunction step;
+    std::vector<uint8_t> code;
+    Flow flow;
+    std::optional<uint32_t> target;
+    bool thumb;
+  } const cases[] = {
+      {"bl back", step_thumb, {0xFF, 0xF7, 0xFE, 0xFF}, Flow::kCall, 0x1000, true},
+      {"blx to ARM code", step_thumb, {0x00, 0xF0, 0x02, 0xE8}, Flow::kCall, 0x1008, false},
+      {"beq.w", step_thumb, {0x00, 0xF0, 0x02, 0x80}, Flow::kBranch, 0x1008, true},
+      {"cbz", step_thumb, {0x08, 0xB1}, Flow::kBranch, 0x1006, true},
+      {"bx lr", step_thumb, {0x70, 0x47}, Flow::kReturn, {}, false},
+      {"bx pc", step_thumb, {0x78, 0x47}, Flow::kJump, 0x1004, false},
+      {"udf", step_thumb, {0x00, 0xDE}, Flow::kStop, {}, false},
+      {"blx to Thumb code", step_arm, {0x01, 0x00, 0x00, 0xFB}, Flow::kCall, 0x100E, true},
+      {"bne", step_arm, {0xFE, 0xFF, 0xFF, 0x1A}, Flow::kBranch, 0x1000, false},
+      {"svc", step_arm, {0x00, 0x00, 0x00, 0xEF}, Flow::kSystemCall, {}, false},
+      {"call [ebx+8]", step_i386, {0xFF, 0x53, 0x08}, Flow::kCall, {}, false},
+      {"call gs:[16]", step_i386, {0x65, 0xFF, 0x15, 0x10, 0, 0, 0}, Flow::kCall, {}, false},
+      {"jne far", step_i386, {0x0F, 0x85, 0xFA, 0x0F, 0, 0}, Flow::kBranch, 0x2000, false},
+      {"ret 4", step_i386, {0xC2, 0x04, 0x00}, Flow::kReturn, {}, false},
+  };
+  for (const auto& each : cases) {
+    StackState state = StackState::at_function_start(each.step != step_i386);
+    Step step = each.step({0x1000, each.code}, state);
+    EXPECT_EQ(step.size, each.code.size()) << each.what;
+    EXPECT_EQ(step.flow, each.flow) << each.what;
+    EXPECT_EQ(step.target, each.target) << each.what;
+    if (each.target) EXPECT_EQ(step.thumb, each.thumb) << each.what;
+  }
+}
+
+TEST(Code, KnowsTablesOfCases) {
+  // cmp r4, #2; tbb [pc, r4]; 1, 2, 3, padding
+  const std::vector<uint8_t> bytes = {0x02, 0x2C, 0xDF, 0xE8, 0x04, 0xF0, 0x01, 0x02, 0x03, 0x00};
+  auto table = jump_table({0x1002, std::span(bytes).subspan(2)}, std::span(bytes).first(2), true);
+  EXPECT_EQ(table.address, 0x1006u);
+  EXPECT_EQ(table.size, 3u);
+  EXPECT_EQ(table.targets, (std::vector<uint32_t>{0x1008, 0x100A, 0x100C}));
+}
+
+TEST(Code, KeepsWhatTwoWaysAgreeIn) {
+  StackState one = StackState::at_function_start(true), other = one;
+  const std::vector<uint8_t> push = {0x90, 0xB5}, grow = {0x85, 0xB0};  // push {r4, r7, lr}; sub sp, #20
+  step_thumb({0, push}, one);
+  step_thumb({0, push}, other);
+  EXPECT_FALSE(one.join(other));
+  step_thumb({0, grow}, other);
+  EXPECT_TRUE(one.join(other));
+  EXPECT_FALSE(one.rule(true));
+}
+
+}  // namespace
+}  // namespace quarl::frames

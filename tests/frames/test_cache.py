@@ -1,0 +1,48 @@
+"""quarl run: tables are made for the program and for what it loads, once, where the user's caches are."""
+
+import os
+import subprocess
+import unittest
+
+from tables import BUILD, DEADLINE, TOOL, Table, TablesTest
+
+PROGRAM = '#include <stdio.h>\n#include <stdlib.h>\nint main(void) { puts(getenv("QUARL_FRAMES") ?: "none"); return 0; }\n'
+
+
+class Cache(TablesTest):
+    def run_program(self, target, *options, **variables):
+        if not (BUILD / target / "libquarl.so").exists():
+            self.skipTest(f"libquarl.so for {target} is not built")
+        program = self.compiled(target, PROGRAM)
+        environment = {name: value for name, value in os.environ.items() if not name.startswith(("QUARL_", "LD_"))}
+        environment |= {"XDG_CACHE_HOME": str(self.folder / "cache"), "XDG_STATE_HOME": str(self.folder / "state"), **variables}
+        done = subprocess.run([TOOL, "run", *options, "--", program], capture_output=True, text=True, timeout=DEADLINE,
+                              env=environment, check=False, cwd=self.folder)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done.stdout.strip()
+
+    def test_tables_are_made_once(self):
+        for target in ("i686", "armhf"):
+            with self.subTest(target):
+                folder = self.folder / "cache/quarl/frames-1"
+                self.assertEqual(self.run_program(target), str(folder))
+                tables = {path: path.stat().st_mtime_ns for path in folder.iterdir()}
+                names = [os.path.basename(Table(path).path) for path in tables]
+                for name in (f"program_{target}", "libquarl.so", "libc.so.6"):
+                    self.assertIn(name, names)
+                self.assertTrue(all(Table(path).sound for path in tables))
+                self.assertEqual(self.run_program(target), str(folder))
+                self.assertEqual({path: path.stat().st_mtime_ns for path in folder.iterdir()}, tables)
+
+    def test_the_user_decides(self):
+        self.assertEqual(self.run_program("i686", "--no-frames"), "none")
+        self.assertFalse((self.folder / "cache").exists())
+        self.assertEqual(self.run_program("i686", QUARL_FRAMES="/own"), "/own")
+        self.assertFalse((self.folder / "cache").exists())
+        # Where no cache can be made the program runs all the same.
+        (self.folder / "cache").touch()
+        self.assertEqual(self.run_program("i686"), "none")
+
+
+if __name__ == "__main__":
+    unittest.main()

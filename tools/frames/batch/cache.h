@@ -1,0 +1,13 @@
+// Tables that are kept from run to run.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace quarl::frames {
+
+// Makes the tables of these files that are not in the cache yet, with the debug files of this machine and of the
+// sysroot. Files that get none are passed over. Returns the folder; empty when there can be none.
+std::string cached_tables(const std::vector<std::string>& files, const std::string& sysroot);
+
+}  // namespace quarl::frames

@@ -1,0 +1,76 @@
+#include "frames/code/table_jump.h"
+
+#include <algorithm>
+
+namespace quarl::frames {
+namespace {
+
+constexpr uint32_t kMostCases = 4096;
+
+constexpr size_t kLookBack = 24;
+
+// The number of cases: one more than what the nearest cmp in front compares the register with; 0 when there is none.
+uint32_t thumb_cases(std::span<const uint8_t> before, unsigned index) {
+  for (size_t back = 2; back <= std::min(before.size(), kLookBack); back += 2) {
+    CodeAt code{0, before.last(back)};
+    uint32_t half = code.half(0), next = code.half(2);
+    if (half == (0x2800 | index << 8 | (half & 0xFF))) return (half & 0xFF) + 1;
+    if (half == (0xF1B0 | index) && (next & 0xFF00) == 0x0F00) return (next & 0xFF) + 1;
+  }
+  return 0;
+}
+
+// tbb, tbh [pc, rm]: distances in halfwords from behind the instruction.
+JumpTable thumb_table(const CodeAt& code, std::span<const uint8_t> before) {
+  JumpTable table;
+  if (code.half(0) != 0xE8DF || (code.half(2) & 0xFFE0) != 0xF000) return table;
+  uint32_t width = code.half(2) & 0x10 ? 2 : 1, cases = thumb_cases(before, code.half(2) & 0xF);
+  table.address = code.address + 4;
+  for (uint32_t at = 0; at < cases * width && 4 + at + width <= code.bytes.size(); at += width) {
+    uint32_t distance = width == 2 ? code.half(4 + at) : code.bytes[4 + at];
+    table.targets.push_back(table.address + distance * 2);
+    table.size = at + width;
+  }
+  return table;
+}
+
+// adr rd, table; ldr rm, [rd, case, lsl #2]; add rd, rm; bx rd: distances in bytes from the table, with the Thumb bit.
+JumpTable thumb_words(const CodeAt& code, std::span<const uint8_t> before) {
+  JumpTable table;
+  if ((code.half(0) & 0xFF87) != 0x4700 || before.size() < 14) return table;
+  unsigned reg = code.half(0) >> 3 & 0xF;
+  for (uint32_t back = 2; back <= 12; back += 2) {
+    CodeAt adr{code.address - back, before.last(back)};
+    CodeAt load{adr.address + 2, adr.bytes.subspan(2)};
+    if (reg > 7 || (adr.half(0) & 0xFF00) != (0xA000 | reg << 8) || load.half(0) != (0xF850 | reg)) continue;
+    table.address = ((adr.address + 4) & ~3u) + (adr.half(0) & 0xFF) * 4;
+    uint32_t cases = thumb_cases(before.first(before.size() - back), load.half(2) & 0xF);
+    uint32_t first = table.address - code.address;
+    for (uint32_t at = 0; at < cases * 4 && first + at + 4 <= code.bytes.size(); at += 4) {
+      table.targets.push_back((table.address + code.word(first + at)) & ~1u);
+      table.size = at + 4;
+    }
+    break;
+  }
+  return table;
+}
+
+// add pc, pc, rm, lsl #2: branches from 8 bytes behind the instruction.
+JumpTable arm_branches(const CodeAt& code) {
+  JumpTable table;
+  if ((code.word(0) & 0x0FFFFFF0) != 0x008FF100) return table;
+  for (uint32_t at = 8; at < 4 * kMostCases && (code.word(at) & 0xFF000000) == 0xEA000000; at += 4) {
+    table.targets.push_back(code.address + at);
+  }
+  return table;
+}
+
+}  // namespace
+
+JumpTable jump_table(const CodeAt& code, std::span<const uint8_t> before, bool thumb) {
+  if (!thumb) return arm_branches(code);
+  JumpTable table = thumb_table(code, before);
+  return table.targets.empty() ? thumb_words(code, before) : table;
+}
+
+}  // namespace quarl::frames
