@@ -77,6 +77,10 @@ void learn_startup_code() {
   }
 }
 
+bool is_startup_code(uint32_t address) {
+  return startup_code.contains(address);
+}
+
 CodeKind code_kind(uint32_t address) {
   if (startup_code.count == 0) return CodeKind::kLate;
   if (startup_code.contains(address)) return CodeKind::kStartup;

@@ -14,6 +14,9 @@ enum class CodeKind : uint8_t {
 // Called once by the constructor. Without /proc/self/maps every address counts as late code.
 void learn_startup_code();
 
+// Mapped when the checker started.
+bool is_startup_code(uint32_t address);
+
 // Takes no lock, allocates nothing. May read /proc/self/maps: to be asked once for each page.
 CodeKind code_kind(uint32_t address);
 

@@ -45,9 +45,15 @@ bool MapsReader::next(MapsLine* line) {
   if (c != '-') return false;
   line->high = hex(&c);
   if (line->high == 0) line->high = ~uintptr_t{0};  // a 4 GiB end cut to 32 bits
-  get();
+  line->readable = get() == 'r';
   get();
   line->executable = get() == 'x';
+  get();
+  get();
+  line->offset = static_cast<uint32_t>(hex(&c));
+  const uint64_t major = hex(&c);
+  const uint64_t minor = hex(&c);
+  line->file_id = (major << 20 ^ minor) << 32 | hex(&c);  // the inode is decimal, and as good a name in hexadecimal
   line->file = false;
   while (c != '\n' && c != -1) {
     c = get();

@@ -10,8 +10,11 @@ namespace quarl {
 struct MapsLine {
   uintptr_t low;
   uintptr_t high;
+  bool readable;
   bool executable;
-  bool file;  // backed by a file
+  bool file;         // backed by a file
+  uint32_t offset;   // in that file, the low 32 bits
+  uint64_t file_id;  // of device and inode: different for different files
 };
 
 class MapsReader {

@@ -99,6 +99,16 @@ int descriptor_limit() {
   return limited ? static_cast<int>(limit.rlim_cur) : INT_MAX;
 }
 
+bool copy_memory(const void* from, void* to, size_t size) {
+  int ends[2];
+  if (call(SYS_pipe2, ends, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+  const auto wanted = static_cast<long>(size);
+  const bool copied = write(ends[1], from, size) == wanted && read(ends[0], to, size) == wanted;
+  close(ends[0]);
+  close(ends[1]);
+  return copied;
+}
+
 bool thread_name(char* out) {
   return call(SYS_prctl, PR_GET_NAME, out, 0, 0, 0) == 0;
 }

@@ -25,9 +25,10 @@ int unlink(const char* path);
 int make_directory(const char* path);                      // mode 0777 before the umask
 long read_link(const char* path, char* out, size_t size);  // no NUL behind it
 long current_directory(char* out, size_t size);
-int descriptor_limit();                 // descriptors of the program are below it
-bool thread_name(char* out);            // the calling thread's, 16 bytes with its NUL
-bool on_alternate_stack(stack_t* out);  // of signal handlers; which one it is
+int descriptor_limit();                                     // descriptors of the program are below it
+bool copy_memory(const void* from, void* to, size_t size);  // at most 4096 bytes; false when they are not all there
+bool thread_name(char* out);                                // the calling thread's, 16 bytes with its NUL
+bool on_alternate_stack(stack_t* out);                      // of signal handlers; which one it is
 
 // Writes all bytes, going on after an interruption or a short write. False with errno set when not all are out.
 bool write_all(int fd, const void* data, size_t size);

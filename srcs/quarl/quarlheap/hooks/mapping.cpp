@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <sys/mman.h>
 
+#include "frames/rules.h"
 #include "logs/mappings/mapping_records.h"
 #include "logs/mappings/unmappings.h"
 #include "logs/records/record.h"
@@ -85,6 +86,7 @@ AddressRange pages_of(const void* addr, size_t length) {
 // is no memory to go to.
 bool begin_unmapping(const void* addr, uint32_t length, Unmapping* unmapping) {
   const KeepErrno keep;
+  forget_code_in(pages_of(addr, length));
   const ScopedLock lock;
   if (!leave_to_application(pages_of(addr, length))) return false;
   *unmapping = unmappings.begin(address_of(addr), length);
@@ -108,6 +110,7 @@ void note_unmapping(const Flags& flags, uint32_t address, uint32_t length, const
 bool leave_wanted_place(const void* addr, size_t length, int flags) {
   if ((flags & MAP_FIXED) == 0) return true;
   const KeepErrno keep;
+  forget_code_in(pages_of(addr, length));
   const ScopedLock lock;
   return leave_to_application(pages_of(addr, length));
 }
@@ -129,6 +132,7 @@ bool tracks_unmapping(const Flags& config) {
     errno = ENOMEM;
   }
   if (!config.tracked()) return mapped;
+  if (mapped != MAP_FAILED) forget_code_in(pages_of(mapped, length));
   const KeepErrno keep;
   CallTrace trace;
   take_trace(config, this_frame(), &trace);

@@ -7,6 +7,7 @@
 
 #include "agent/agent.h"
 #include "config/configuration.h"
+#include "frames/rules.h"
 #include "logs/files/log_directory.h"
 #include "logs/files/log_files.h"
 #include "logs/files/log_keeping.h"
@@ -92,6 +93,7 @@ void prepare_platform() {
   set_headed_block_access({find_headed_block, forget_headed_block});
   learn_main_stack();
   learn_startup_code();
+  learn_startup_frames(is_outermost);
   hook_mutex.set_worker(do_pending_work);
   hold_texts();
   register_fork_handlers();

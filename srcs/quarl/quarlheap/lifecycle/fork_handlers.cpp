@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "agent/agent.h"
+#include "frames/rules.h"
 #include "logs/files/log_files.h"
 #include "logs/files/log_names.h"
 #include "logs/files/maps_file.h"
@@ -68,6 +69,7 @@ void after_fork_in_child() NO_THREAD_SAFETY_ANALYSIS {
   const bool whole = hook_mutex.held_for_fork() || hook_mutex.held_by_this_thread();
   const int task = current_tid();  // in the parent
   forget_thread_identity();
+  settle_frames_in_child();
   hook_mutex.reset_in_child();
   const ScopedLock lock;
   become_own_process();

@@ -4,6 +4,7 @@
 #include "platform/print.h"
 #include "platform/stack.h"
 #include "quarlheap/model/code_pages.h"
+#include "quarlheap/model/rule_trace.h"
 
 namespace quarl {
 
@@ -33,6 +34,7 @@ int capture_trace(HookFrame fp, uint32_t* buf, int max) {
     if (!is_plain_code(address)) {
       const CodePage page = code_page(address);
       if (page == kNoCode) break;
+      if ((page & kByRules) != 0) return capture_by_rules(fp, buf, max);
       const bool frameless = (page & kFrameless) != 0 && frame::returns_without_frame(address);
       if (frameless) {
         address = frame::frameless_return_address(fp);

@@ -1,6 +1,7 @@
 #include "quarlheap/model/code_pages.h"
 
 #include "frame.h"
+#include "frames/rules.h"
 #include "platform/code_map.h"
 
 namespace quarl {
@@ -24,6 +25,7 @@ bool outermost_is_on(uint32_t page) {
 }
 
 CodePage look_at(uint32_t address) {
+  if (frames_in_use && own_code.holds(address)) return kByRules;
   const CodeKind kind = code_kind(address);
   if (kind == CodeKind::kNone) return kNoCode;
   const uint32_t page = page_of(address);

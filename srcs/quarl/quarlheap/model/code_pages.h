@@ -10,6 +10,7 @@ enum CodePage : uint8_t {
   kCode = 1,       // a return address is an entry of the trace, and nothing more but for:
   kOutermost = 2,  // it may lie in outermost code
   kFrameless = 4,  // the code at it may be a return without a frame, and can be read
+  kByRules = 8,    // of this library, where QUARL_FRAMES is set: the walk goes by rules (rule_trace.h)
 };
 
 // Where a walk stops: a return address strictly between start and end is its last entry. 0, 0 stops nothing.
