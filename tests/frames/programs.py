@@ -1,4 +1,4 @@
-"""Unmodified programs of Debian's that allocate at least a few hundred times, each with work that ends by itself."""
+"""Unmodified programs of Debian's, each with work that ends by itself; most allocate some hundred times."""
 
 from dataclasses import dataclass, field
 
@@ -8,6 +8,8 @@ LUA = """local t = {} for i = 1, 800 do t[i] = string.format("%d:%s", i, ("x"):r
 table.sort(t) print(#table.concat(t, ","), pcall(string.rep)) print(require and 1)"""
 PYTHON = "import json, re; print(len(json.dumps([{str(i): i} for i in range(99)])), re.findall('a+', 'baab'))"
 SQL = "create table t(a, b); insert into t values (1, 'x'), (2, 'y'); select a, upper(b) from t order by b desc;"
+PACKAGES = "".join(f"Package: p{i}\nStatus: install ok installed\nVersion: {i}\nArchitecture: all\n"
+                   "Maintainer: m\nDescription: d\n\n" for i in range(60))
 GRAMMAR = "%token A B\n%%\ns: A s | B ;\n%%\n"
 SCANNER = "%%\n[a-z]+ { return 1; }\n[0-9]+ { return 2; }\n%%\n"
 
@@ -20,7 +22,6 @@ class Program:
     files: dict = field(default_factory=dict)
     environment: dict = field(default_factory=dict)
     slice: tuple = ()  # targets for which `make check` runs it
-    packages: dict = field(default_factory=dict)
 
 
 PROGRAMS = (
@@ -34,7 +35,8 @@ PROGRAMS = (
     Program("bison", ("-o", "a.c", "a.y"), files={"a.y": GRAMMAR}),
     Program("flex", ("-o", "a.c", "a.l"), files={"a.l": SCANNER}),
     Program("m4", ("a.m4",), files={"a.m4": "define(`f', `ifelse($1, 0, , `$1 f(decr($1))')')f(60)\n"}),
-    Program("diff3", ("a.txt", "b.txt", "a.txt"), ("i686",), {"a.txt": TEXT, "b.txt": TEXT.replace("foo", "fee")}),
+    Program("diff", ("-u", "a.txt", "b.txt"), files={"a.txt": TEXT, "b.txt": TEXT.replace("foo", "fee")}),
+    Program("dpkg-query", ("--admindir=.", "-W"), files={"status": PACKAGES}),
+    Program("cmp", ("a.txt", "a.txt"), files={"a.txt": TEXT}),
     Program("sort", ("-k5", "a.txt"), ("i686",), {"a.txt": TEXT}),
-    Program("sdiff", ("a.txt", "b.txt"), ("armhf",), {"a.txt": TEXT, "b.txt": TEXT.replace("foo", "fee")}),
 )

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Call traces of unmodified programs against gdb: how many of the first 8 frames of their first 1,000 allocations agree.
 
-tests/frames/run.py [--slice] [--target i686|armhf] [--program NAME] [--debug-dir DIR]. In one and the same process gdb
+tests/frames/run.py [--slice] [--target i686|armhf] [--program NAME] [--with-debug-files]. In one and the same process gdb
 stops at each allocation and unwinds, and the record log has the checker's trace, made by the tables of `quarl frames`.
 On armhf gdb speaks to the emulator. Exit status 1 when less than --share of a program's frames agree.
 """
@@ -63,9 +63,9 @@ def await_socket(socket, process):
         os.sched_yield()
 
 
-def run_gdb(name, commands, arguments, scratch, **variables):
+def run_gdb(commands, arguments, scratch, **variables):
     words = [word for command in (*QUIET, *commands, f"source {STOPS}") for word in ("-ex", command)]
-    subprocess.run([name, "-nx", "-batch", *words, "--args", *arguments], cwd=scratch, timeout=TIMEOUT, check=True,
+    subprocess.run(["gdb-multiarch", "-nx", "-batch", *words, "--args", *arguments], cwd=scratch, timeout=TIMEOUT, check=True,
                    stdin=subprocess.DEVNULL, capture_output=True,
                    env={**os.environ, "STOPS": str(scratch / "stops"), **variables})
 
@@ -75,15 +75,15 @@ def observe(target, program, path, scratch, debug_dirs):
     variables = {"QUARL_FRAMES": scratch / "tables", "QUARL_CONTRACT": "libc", "QUARL_CFG_FILE": scratch / "quarl.ini",
                  **program.environment}
     if target == "i686":
-        return run_gdb("gdb", native_commands(target, variables), [path, *program.arguments], scratch)
+        return run_gdb(native_commands(target, variables), [path, *program.arguments], scratch)
     socket, process = start_emulated(target, path, program.arguments, variables, scratch)
     try:
         await_socket(socket, process)
         folders = ":".join(map(str, [*library_folders(target), sysroot.library(target).parent]))
-        debug = ":".join(map(str, [sysroot.sysroot(target) / "usr/lib/debug", *debug_dirs]))
+        debug = ":".join(map(str, debug_dirs))
         commands = [f"set sysroot {sysroot.sysroot(target)}", f"set solib-search-path {folders}",
                     f"set debug-file-directory {debug}", f"file {path}", f"target remote {socket}"]
-        run_gdb("gdb-multiarch", commands, [path], scratch, STOPS_REMOTE="1")
+        run_gdb(commands, [path], scratch, STOPS_REMOTE="1")
         process.wait(TIMEOUT)
     finally:
         process.kill()
@@ -98,14 +98,15 @@ def process_id(log):
 def judge(target, program, options):
     """Prints a line about a program, and what differs; whether enough agrees."""
     path = sysroot.debian_program(target, program.name)
+    debug_dirs = [sysroot.sysroot(target) / "usr/lib/debug", *options.debug_dir]
     with tempfile.TemporaryDirectory(prefix="quarl-frames-") as folder:
         scratch = Path(folder)
         (scratch / "quarl.ini").write_text("QUARL_ALL=1\nQUARL_OUTPUT_LOG=1\nQUARL_HEAD_STACKDEPTH=8\n")
         for name, content in program.files.items():
             (scratch / name).write_text(content)
         (scratch / "tables").mkdir()
-        make_tables(target, path, scratch / "tables", options.table_debug_dir)
-        observe(target, program, path, scratch, options.debug_dir)
+        make_tables(target, path, scratch / "tables", debug_dirs if options.with_debug_files else [])
+        observe(target, program, path, scratch, debug_dirs)
         log = min(scratch.glob("*_quarlAll.log"), key=process_id)
         found = agreement.compare(scratch / "stops", log, thumb_bit=target == "armhf")
     good = found.stops > 0 and found.share >= options.share
@@ -123,8 +124,8 @@ def main():
     parser.add_argument("--program", action="append")
     parser.add_argument("--share", type=float, default=0.98, help="of the frames that has to agree")
     parser.add_argument("--causes", type=int, default=5, help="differences that are shown of a program")
-    parser.add_argument("--debug-dir", action="append", default=[], help="split debug files for gdb")
-    parser.add_argument("--table-debug-dir", action="append", default=[], help="split debug files for the tables")
+    parser.add_argument("--debug-dir", action="append", default=[], help="more split debug files")
+    parser.add_argument("--with-debug-files", action="store_true", help="tables from split debug files, too")
     options = parser.parse_args()
     bad = 0
     for program in PROGRAMS:

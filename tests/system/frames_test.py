@@ -81,7 +81,7 @@ class Frames(case.Case):
                 [trace] = traces[len("a text of just that length ----------------------------------------") + 1]
                 self.assertEqual((trace[0], trace[-1], len(trace)), ("malloc", "main", 3))
 
-    @promise("It passes the frame of a signal handler, and ends at the end of an alternate signal stack.")
+    @promise("Such a trace passes the frame of a signal handler, and ends at the end of an alternate signal stack.")
     def test_signal_frames(self):
         for victim in self.victims():
             with self.subTest(victim):

@@ -63,6 +63,7 @@ and `quarlcfg.ini` too. But for `QUARL_CFG_FILE`, which every reload looks at, t
 | `QUARL_KEEP` | `findings`: at exit the process removes its own logs that hold no fault, no record and nothing unfreed | all stay |
 | `QUARL_ONLY` | names of programs, separated by commas: of a tree of processes only these are checked. The name of the file, of the process or the one called by counts | all |
 | `QUARL_CONTRACT` | `plain` or `libc`: see above | `plain` |
+| `QUARL_FRAMES` | folder of the unwind tables that `quarl frames` makes: call traces go by their rules | frame pointers only |
 | `QUARL_AGENT_ADDRESS` | IPv4 address that the agent (`QUARL_DEMO_THREAD`) listens on; what is no address means 127.0.0.1 | all |
 
 `quarl run` sets `QUARL_LOG_DIR` to a folder of the run and `QUARL_KEEP` to `findings`, unless they are set already;
