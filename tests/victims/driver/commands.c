@@ -174,6 +174,9 @@ COMMAND(setenv) {
 COMMAND(say) {  // into the buffer of the C library
   return (Word)fputs(words[1], stdout);
 }
+COMMAND(dlsym) {  // of that library alone; a symbol found in all would keep its library loaded
+  return (Word)dlsym(P(1), words[2]);
+}
 COMMAND(dlclose) {
   return (Word)dlclose(P(1));
 }
@@ -236,14 +239,14 @@ static const struct {
 } kCommands[] = {
 #define ROW(name) \
   { #name, do_##name }
-    ROW(malloc),  ROW(calloc),     ROW(realloc),     ROW(reallocarray), ROW(memalign), ROW(aligned_alloc),
-    ROW(valloc),  ROW(pvalloc),    ROW(usable_size), ROW(free),         ROW(mmap),     ROW(posix_memalign),
-    ROW(mmap64),  ROW(munmap),     ROW(fill),        ROW(holds),        ROW(word),     ROW(set_word),
-    ROW(symbol),  ROW(check),      ROW(raise),       ROW(chdir),        ROW(open),     ROW(close),
-    ROW(limit),   ROW(exit),       ROW(leave),       ROW(exec),         ROW(spawn),    ROW(call),
-    ROW(dup2),    ROW(socket),     ROW(receive),     ROW(say),          ROW(dlopen),   ROW(dlclose),
-    ROW(cancel),  ROW(end_thread), ROW(wait),        ROW(refuse),       ROW(idle),     ROW(stack),
-    ROW(blocked), ROW(setenv),
+    ROW(malloc), ROW(calloc),  ROW(realloc),     ROW(reallocarray), ROW(memalign), ROW(aligned_alloc),
+    ROW(valloc), ROW(pvalloc), ROW(usable_size), ROW(free),         ROW(mmap),     ROW(posix_memalign),
+    ROW(mmap64), ROW(munmap),  ROW(fill),        ROW(holds),        ROW(word),     ROW(set_word),
+    ROW(symbol), ROW(check),   ROW(raise),       ROW(chdir),        ROW(open),     ROW(close),
+    ROW(limit),  ROW(exit),    ROW(leave),       ROW(exec),         ROW(spawn),    ROW(call),
+    ROW(dup2),   ROW(socket),  ROW(receive),     ROW(say),          ROW(dlopen),   ROW(dlclose),
+    ROW(dlsym),  ROW(cancel),  ROW(end_thread),  ROW(wait),         ROW(refuse),   ROW(idle),
+    ROW(stack),  ROW(blocked), ROW(setenv),
 };
 
 // Runs the commands in a child and answers its wait status and its process id.
