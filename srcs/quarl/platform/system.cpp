@@ -93,6 +93,11 @@ long current_directory(char* out, size_t size) {
   return call(SYS_getcwd, out, size);
 }
 
+bool file_sizes_limited() {
+  struct rlimit limit {};
+  return call(SYS_ugetrlimit, RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+}
+
 int descriptor_limit() {
   struct rlimit limit {};
   const bool limited = call(SYS_ugetrlimit, RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < INT_MAX;

@@ -25,6 +25,7 @@ int unlink(const char* path);
 int make_directory(const char* path);                      // mode 0777 before the umask
 long read_link(const char* path, char* out, size_t size);  // no NUL behind it
 long current_directory(char* out, size_t size);
+bool file_sizes_limited();                                  // a write beyond a limit raises SIGXFSZ
 int descriptor_limit();                                     // descriptors of the program are below it
 bool copy_memory(const void* from, void* to, size_t size);  // at most 4096 bytes; false when they are not all there
 bool thread_name(char* out);                                // the calling thread's, 16 bytes with its NUL

@@ -36,8 +36,12 @@ bool MapsFile::open_quietly() {
   return descriptor_.open(path.data(), O_RDONLY);
 }
 
+// The kernel's file has no size and tells what is mapped now. An emulator's is a copy of what was mapped when it was
+// opened: it is opened anew, but where a limit of the file size would make the emulator's own writing a deadly signal.
 bool MapsFile::is_open() {
-  return (descriptor_.fd() > 0 && descriptor_.is_ours()) || open_quietly();
+  int64_t size = 0;
+  if (descriptor_.fd() <= 0 || !descriptor_.is_ours(&size)) return open_quietly();
+  return size == 0 || sys::file_sizes_limited() || open_quietly();
 }
 
 bool MapsFile::rewind() {
