@@ -25,10 +25,10 @@ StepWord step_word(const FrameRule& rule) {
   const uint32_t cfa = static_cast<uint32_t>(rule.cfa) / sizeof(uint32_t);
   const uint32_t back = words_below(rule.return_place);
   const uint32_t saved = words_below(rule.frame_place);
-  const uint32_t saved_r11 = words_below(rule.r11_place);
   if (!kStepCfa.fits(cfa) || !kStepFrame.fits(saved)) return unpacked;
   const StepWord word = 1 | kStepBase.with(static_cast<uint32_t>(base)) | kStepFrame.with(saved) | kStepCfa.with(cfa);
   if (!frame::kHasR11) return back == 1 ? word : unpacked;
+  const uint32_t saved_r11 = words_below(rule.r11_place);
   if (back == 0 || !kStepReturn.fits(back) || !kStepR11.fits(saved_r11)) return unpacked;
   return word | kStepReturn.with(back) | kStepR11.with(saved_r11);
 }
