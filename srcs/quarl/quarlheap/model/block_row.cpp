@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include "logs/records/record.h"
 #include "platform/print.h"
 
 namespace quarl {
@@ -100,6 +101,23 @@ void fill_live_row(DoubtfulBlock block, OpRecord* record) {
   qr_fill_trace_info(block.p(), record, kKindAllocated);
   const int depth = record->stack_depth;
   copy_trace(block.p() - qr_trace_offset(block.p(), depth), depth, record);
+}
+
+// The trace of one with a large alignment, or at the beginning of a page, may lie where nobody looked.
+void fill_sound_row(const BoundedBlock& block, OpRecord* record) {
+  const SoundBlock sound(block.p(), block.offset(), block.layout(), block.size());
+  const uint32_t* trace = sound.trace_words();
+  if (!on_one_page(block.p() - 4, address_of(trace))) return fill_live_row(DoubtfulBlock(block.p()), record);
+  const HeaderFields fields = sound.fields();
+  record->tid = fields.tid;
+  record->time = fields.time;
+  record->seq_num = fields.seq_num;
+  record->operation = fields.info.operation();
+  record->result = kKindAllocated;
+  record->from_file = 0;
+  record->size = sound.size();
+  record->start_addr = sound.p();
+  set_record_trace(trace, sound.trace_depth(), record);
 }
 
 void fill_fault_row(DoubtfulBlock block, RecordKind kind, OpRecord* record) {
