@@ -99,5 +99,37 @@ TEST(UsedList, KeepsItsOrderThroughEveryRemoval) {
   }
 }
 
+bool whole_list_is_met() REQUIRES(hook_mutex) {
+  BlockWalk walk;
+  while (walk.here()) walk.step();
+  return walk.met_whole_list();
+}
+
+// What a link on the list names beside its blocks makes a search look further.
+TEST(UsedList, IsWholeWhenEveryLinkIsAnswered) {
+  std::vector<std::unique_ptr<MadeBlock>> blocks(3);
+  for (auto& block : blocks) block = std::make_unique<MadeBlock>(BlockShape{});
+  const MadeBlock elsewhere(BlockShape{});
+  const ScopedLock lock;
+  EXPECT_FALSE(whole_list_is_met());
+  for (auto& block : blocks) link_block(block->sound());
+  EXPECT_TRUE(whole_list_is_met());
+  for (auto& block : blocks)
+    for (HeaderWord link : {kSelfLink, kNextLink, kPrevLink}) {
+      const uint32_t before = header::word(block->p, link);
+      for (uint32_t flags : {0U, 3U}) {
+        header::word(block->p, link) = elsewhere.p | flags;
+        EXPECT_EQ(whole_list_is_met(), link == kSelfLink && block == blocks[0]) << "nobody follows a link to the first";
+      }
+      header::word(block->p, link) = before;
+      EXPECT_TRUE(whole_list_is_met());
+    }
+  const Address tail = heap_block_tail;
+  heap_block_tail = blocks[1]->p;
+  EXPECT_FALSE(whole_list_is_met());
+  heap_block_tail = tail;
+  for (auto& block : blocks) unlink_block(block->sound(), ties_of(block->p));
+}
+
 }  // namespace
 }  // namespace quarl

@@ -38,8 +38,11 @@ CodeRange range_around(void (*function)(Walk*, int)) {
 class CallTraceTest : public testing::Test {
  protected:
   void SetUp() override {
-    learn_startup_code();
-    learn_main_stack();
+    MapsReader maps;
+    for (MapsLine line; maps.next(&line);) {
+      learn_startup_code(line);
+      learn_main_stack(line);
+    }
     set_outermost_code({}, {});
   }
   void TearDown() override { set_outermost_code({}, {}); }

@@ -6,10 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <iterator>
 #include <string>
+
+#include "logs/files/record_buffer.h"
+#include "logs/records/record.h"
 
 namespace quarl {
 namespace {
@@ -108,6 +112,24 @@ TEST_F(LogFileTest, CutsOffWhatDoesNotFit) {
   EXPECT_EQ(file.end(), 10);
   EXPECT_TRUE(append("x").ok());
   EXPECT_EQ(content(), "abcccddd01x");
+}
+
+// Whatever a slot held before, also a damaged block's depth.
+TEST(RecordBuffer, HasZerosBehindEachTrace) {
+  RecordBuffer buffer{};
+  buffer.allocate(2 * sizeof(OpRecord));
+  uint32_t words[kMaxTrace];
+  std::fill(std::begin(words), std::end(words), 0xABCDEF01);
+  for (int depth : {8, 64, 8, 0, 63, 64, 1, 2, 9, 8, 0}) {
+    for (buffer.clear(); !buffer.full();) {
+      OpRecord* record = buffer.take_slot();
+      set_record_trace(words, depth, record);
+      EXPECT_EQ(record->stack_depth, depth);
+      EXPECT_EQ(std::count(record->trace, record->trace + kMaxTrace, words[0]), depth);
+      EXPECT_EQ(std::count(record->trace + depth, record->trace + kMaxTrace, 0), kMaxTrace - depth);
+      if (depth == kMaxTrace) record->stack_depth = 200;
+    }
+  }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "platform/code_map.h"
 
-#include "platform/maps_reader.h"
 #include "platform/system.h"
 
 namespace quarl {
@@ -69,12 +68,8 @@ bool mapped_as_code_now(uint32_t address) {
 
 }  // namespace
 
-void learn_startup_code() {
-  MapsReader maps;
-  MapsLine line;
-  while (maps.next(&line)) {
-    if (line.executable) startup_code.add(static_cast<uint32_t>(line.low), static_cast<uint32_t>(line.high));
-  }
+void learn_startup_code(const MapsLine& line) {
+  if (line.executable) startup_code.add(static_cast<uint32_t>(line.low), static_cast<uint32_t>(line.high));
 }
 
 bool is_startup_code(uint32_t address) {

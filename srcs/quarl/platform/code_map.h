@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "platform/maps_reader.h"
+
 namespace quarl {
 
 enum class CodeKind : uint8_t {
@@ -11,8 +13,8 @@ enum class CodeKind : uint8_t {
   kLate,     // loaded afterwards: known as code, never read, since it may be unloaded at any moment
 };
 
-// Called once by the constructor. Without /proc/self/maps every address counts as late code.
-void learn_startup_code();
+// Called by the constructor for each line. Without /proc/self/maps every address counts as late code.
+void learn_startup_code(const MapsLine& line);
 
 // Mapped when the checker started.
 bool is_startup_code(uint32_t address);

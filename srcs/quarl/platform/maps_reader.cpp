@@ -1,6 +1,7 @@
 #include "platform/maps_reader.h"
 
 #include <fcntl.h>
+#include <string.h>
 
 #include "platform/system.h"
 
@@ -12,14 +13,31 @@ MapsReader::~MapsReader() {
   if (fd_ >= 0) sys::close(fd_);
 }
 
-int MapsReader::get() {
-  if (used_ == filled_) {
-    const long got = fd_ >= 0 ? sys::read(fd_, buffer_, sizeof buffer_) : 0;
-    if (got <= 0) return -1;
-    used_ = 0;
-    filled_ = static_cast<size_t>(got);
-  }
+bool MapsReader::fill() {
+  const long got = fd_ >= 0 ? sys::read(fd_, buffer_, sizeof buffer_) : 0;
+  used_ = 0;
+  filled_ = got > 0 ? static_cast<size_t>(got) : 0;
+  return filled_ > 0;
+}
+
+inline int MapsReader::get() {
+  if (used_ == filled_ && !fill()) return -1;
   return static_cast<unsigned char>(buffer_[used_++]);
+}
+
+bool MapsReader::skip_line() {
+  bool slash = false;
+  while (used_ != filled_ || fill()) {
+    const char* rest = buffer_ + used_;
+    const auto* end = static_cast<const char*>(memchr(rest, '\n', filled_ - used_));
+    const size_t length = end != nullptr ? static_cast<size_t>(end - rest) : filled_ - used_;
+    slash = slash || memchr(rest, '/', length) != nullptr;
+    used_ += length;
+    if (end == nullptr) continue;
+    ++used_;
+    break;
+  }
+  return slash;
 }
 
 // The hexadecimal number that comes next; `stop` receives the character behind it.
@@ -54,12 +72,8 @@ bool MapsReader::next(MapsLine* line) {
   const uint64_t major = hex(&c);
   const uint64_t minor = hex(&c);
   line->file_id = (major << 20 ^ minor) << 32 | hex(&c);  // the inode is decimal, and as good a name in hexadecimal
-  line->file = false;
-  while (c != '\n' && c != -1) {
-    c = get();
-    if (c == '/') line->file = true;
-  }
-  return true;
+  line->file = c != '
+' && skip_line(); return true;
 }
 
 }  // namespace quarl

@@ -28,7 +28,9 @@ class MapsReader {
   bool next(MapsLine* line);
 
  private:
-  int get();  // next character, -1 at the end
+  bool fill();       // the buffer, once it is used up; false at the end
+  int get();         // next character, -1 at the end
+  bool skip_line();  // the rest of it; whether there was a slash
   uintptr_t hex(int* stop);
 
   int fd_;

@@ -3,7 +3,6 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include "platform/maps_reader.h"
 #include "platform/system.h"
 
 namespace quarl {
@@ -21,10 +20,14 @@ uintptr_t main_stack_reserve() {
   return limit.rlim_cur < kMaxMainStack ? static_cast<uintptr_t>(limit.rlim_cur) : kMaxMainStack;
 }
 
+bool holds(const MapsLine& line, uintptr_t address) {
+  return address >= line.low && address < line.high;
+}
+
 bool mapping_around(uintptr_t address, MapsLine* found) {
   MapsReader maps;
   while (maps.next(found)) {
-    if (address >= found->low && address < found->high) return true;
+    if (holds(*found, address)) return true;
   }
   return false;
 }
@@ -41,10 +44,9 @@ bool learn_thread_stack(uintptr_t present_frame) {
 
 }  // namespace
 
-void learn_main_stack() {
+void learn_main_stack(const MapsLine& mapping) {
   const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-  MapsLine mapping;
-  if (current_tid() != getpid() || !mapping_around(here, &mapping)) return;
+  if (!holds(mapping, here) || current_tid() != getpid()) return;
   const uintptr_t reserve = main_stack_reserve();
   thread_cache().stack_high = mapping.high;
   thread_cache().stack_low = mapping.high > reserve ? mapping.high - reserve : mapping.low;

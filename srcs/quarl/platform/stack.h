@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "platform/maps_reader.h"
 #include "platform/thread_cache.h"
 
 namespace quarl {
@@ -12,8 +13,8 @@ struct StackRange {
   uintptr_t high;  // all bytes of [present frame, high) are mapped
 };
 
-// Called once by the constructor on the main thread.
-void learn_main_stack();
+// Called by the constructor, for each line: that of the main thread's stack is taken, when it is that thread that asks.
+void learn_main_stack(const MapsLine& mapping);
 
 [[gnu::cold, gnu::noinline]] StackRange find_stack(uintptr_t present_frame);
 

@@ -23,8 +23,12 @@ FileResult Log::lay_out() {
   return done;
 }
 
+bool Log::has_layout() {
+  return laid_out_ || told(lay_out());
+}
+
 bool Log::ready() {
-  return is_open() && (laid_out_ || told(lay_out()));
+  return is_open() && has_layout();
 }
 
 void Log::forget() {
@@ -61,7 +65,7 @@ void Log::flush() {
   if (buffer_.count > 0) {
     if (!is_open()) {
       told(FileResult::failure(EBADF));
-    } else if (ready()) {
+    } else if (has_layout()) {
       told(file_.append_items(buffer_.records, sizeof(OpRecord), static_cast<size_t>(buffer_.count)));
     }
   }

@@ -52,6 +52,7 @@ class Log {
 
  private:
   FileResult lay_out() REQUIRES(hook_mutex);
+  bool has_layout() REQUIRES(hook_mutex);  // of an open one
   void write_header() REQUIRES(hook_mutex);
 
   LogFile file_;

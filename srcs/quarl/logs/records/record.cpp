@@ -1,7 +1,5 @@
 #include "logs/records/record.h"
 
-#include <string.h>
-
 #include "logs/files/log_files.h"
 #include "platform/thread_cache.h"
 #include "state/clock.h"
@@ -33,10 +31,9 @@ void stamp_thread(const Flags& flags, OpRecord* record) {
   record->tid = flags.in_force(kHeadTid) ? static_cast<uint32_t>(current_tid()) : 0;
 }
 
-void set_record_trace(const uint32_t* words, int depth, OpRecord* record) {
-  const auto bytes = sizeof(uint32_t) * static_cast<size_t>(depth);
-  memcpy(record->trace, words, bytes);
-  memset(record->trace + depth, 0, sizeof record->trace - bytes);
+void clear_trace_behind(int depth, int before, OpRecord* record) {
+  const int end = before < kMaxTrace ? before : kMaxTrace;
+  memset(record->trace + depth, 0, sizeof(uint32_t) * static_cast<size_t>(end > depth ? end - depth : 0));
 }
 
 void stop_recording() {

@@ -5,12 +5,6 @@
 
 namespace quarl {
 
-void Histogram::add(uint32_t size) {
-  int level = 0;
-  for (uint32_t bound = 100; level < kLevels - 1 && size >= bound; bound *= 10) ++level;
-  ++counts_[level];
-}
-
 void Histogram::print() const {
   TextBuffer<512> table;
   table.format("Prof info of unfreed memory blocks is as follows:\n");

@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include "quarlheap/model/used_list.h"
-
 namespace quarl {
 namespace {
 

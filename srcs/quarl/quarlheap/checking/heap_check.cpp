@@ -20,7 +20,7 @@ bool wanted(int number) {
 
 void qr_heap_check() {
   for (BlockWalk walk; walk.here(); walk.step()) {
-    const FaultCode code = qr_check_block(walk.block());
+    const FaultCode code = check_on_walk(walk.block());
     if (code != QR_FAULT_NONE) qr_report_fault(walk.block(), code);
     if (code == QR_FAULT_HEAD) return;
   }

@@ -27,8 +27,9 @@ namespace {
   BlockWalk walk;
   for (; walk.here(); walk.step()) {
     if (walk.block().p() == p) return true;
-    if (qr_check_block(walk.block()) == QR_FAULT_HEAD) report_and_stop(walk.block(), QR_FAULT_HEAD, lock_held);
+    if (check_on_walk(walk.block()) == QR_FAULT_HEAD) report_and_stop(walk.block(), QR_FAULT_HEAD, lock_held);
   }
+  if (walk.met_whole_list()) return is_tied(p);
   // Lost from the list by a damaged link, but still known by a neighbour; or by nobody, where blocks are.
   return is_listed(p) || (walk.broke_off() && DoubtfulBlock(p).can_be_block());
 }

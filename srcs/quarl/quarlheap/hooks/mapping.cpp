@@ -28,7 +28,6 @@ void record_mapping_event(const Flags& flags, Operation op, RecordKind kind, uin
   stamp_time(flags, &record);
   record.operation = op;
   record.result = kind;
-  record.stack_depth = static_cast<uint8_t>(trace.depth);
   record.size = size;
   record.start_addr = address;
   set_record_trace(trace.words, trace.depth, &record);
@@ -41,7 +40,6 @@ void fill_mapping_record(const Flags& flags, uint32_t address, uint32_t length, 
   stamp_time(flags, record);
   record->operation = kOpMmap;
   record->result = kKindAllocated;
-  record->stack_depth = static_cast<uint8_t>(trace.depth);
   record->from_file = file ? 1 : 0;
   record->size = length;
   record->start_addr = address;

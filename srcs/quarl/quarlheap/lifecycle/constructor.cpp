@@ -87,12 +87,21 @@ void prepare_logs() REQUIRES(hook_mutex) {
   set_up_record_pages();
 }
 
+// Of the program as it starts.
+void learn_mappings() {
+  MapsReader maps;
+  MapsLine line;
+  while (maps.next(&line)) {
+    learn_startup_code(line);
+    learn_main_stack(line);
+  }
+}
+
 void prepare_platform() {
   prepare_raw_entries();
   set_mapping_resized(note_resized_mapping);
   set_headed_block_access({find_headed_block, forget_headed_block});
-  learn_main_stack();
-  learn_startup_code();
+  learn_mappings();
   learn_startup_frames(is_outermost);
   hook_mutex.set_worker(do_pending_work);
   hold_texts();

@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include "logs/records/record.h"
 #include "platform/print.h"
 
 namespace quarl {
@@ -100,6 +101,25 @@ void fill_live_row(DoubtfulBlock block, OpRecord* record) {
   qr_fill_trace_info(block.p(), record, kKindAllocated);
   const int depth = record->stack_depth;
   copy_trace(block.p() - qr_trace_offset(block.p(), depth), depth, record);
+}
+
+// The trace of one with a large alignment, or at the beginning of a page, may lie where nobody looked; and a faulty
+// program may have written a depth since somebody did.
+void fill_sound_row(const BoundedBlock& block, OpRecord* record) {
+  const Address p = block.p();
+  const HeaderFields fields = SoundBlock(p, block.offset(), block.layout(), block.size()).fields();
+  const uint32_t depth = fields.info.depth();
+  const Address trace = p - block.layout().trace_offset(depth);
+  if (depth > kMaxTrace || !on_one_page(p - 4, trace)) return fill_live_row(DoubtfulBlock(p), record);
+  record->tid = fields.tid;
+  record->time = fields.time;
+  record->seq_num = fields.seq_num;
+  record->operation = fields.info.operation();
+  record->result = kKindAllocated;
+  record->from_file = 0;
+  record->size = block.size();
+  record->start_addr = p;
+  set_record_trace(static_cast<const uint32_t*>(pointer_to(trace)), static_cast<int>(depth), record);
 }
 
 void fill_fault_row(DoubtfulBlock block, RecordKind kind, OpRecord* record) {

@@ -20,6 +20,9 @@ uint32_t qr_trace_offset_cfg(Address p, int depth);
 // A whole record of a block that is met on a walk, live as far as anybody knows.
 void fill_live_row(DoubtfulBlock block, OpRecord* record);
 
+// The same of one that was checked and has all fields. It replaces the record before it.
+void fill_sound_row(const BoundedBlock& block, OpRecord* record);
+
 // A whole record of a damaged block, kKindSlopHead or kKindSlopTail. The record is cleared.
 void fill_fault_row(DoubtfulBlock block, RecordKind kind, OpRecord* record);
 

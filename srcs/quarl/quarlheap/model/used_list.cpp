@@ -78,13 +78,14 @@ void expect_unfinished_list() {
   unfinished = true;
 }
 
+bool is_tied(Address p) {
+  if (used_list_closed || heap_block_head == p || heap_block_tail == p) return true;
+  return DoubtfulBlock(p).can_be_block() && (header::names(header::link(p, kNextLink), kPrevLink, p) ||
+                                             header::names(header::link(p, kPrevLink), kNextLink, p));
+}
+
 bool is_listed(Address p) {
-  if (used_list_closed) return true;
-  if (heap_block_head == p || heap_block_tail == p) return true;
-  if (DoubtfulBlock(p).can_be_block() && (header::names(header::link(p, kNextLink), kPrevLink, p) ||
-                                          header::names(header::link(p, kPrevLink), kNextLink, p))) {
-    return true;
-  }
+  if (is_tied(p)) return true;
   return find_naming(heap_block_head, kNextLink, p) != 0 || find_naming(heap_block_tail, kPrevLink, p) != 0;
 }
 
@@ -141,8 +142,7 @@ bool BlockWalk::closes_circle(Address next) {
   return false;
 }
 
-void BlockWalk::step() {
-  const Address next = header::link(at_, kNextLink);
+void BlockWalk::step_doubtfully(Address next) {
   const bool ends = next == 0 || next == at_ || next == heap_block_head || closes_circle(next);
   if (!ends && met_ < heap_block_count && DoubtfulBlock(next).can_be_block()) {
     ++met_;
@@ -156,6 +156,7 @@ void BlockWalk::step() {
     }
     if (!broke_off()) --met_;
   }
+  whole_ = next == 0 && at_ == heap_block_tail && header::link(heap_block_head, kPrevLink) == 0;
   if (broke_off()) {
     tell_broken_off(at_, met_);
   } else {

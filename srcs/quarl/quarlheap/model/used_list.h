@@ -88,8 +88,11 @@ struct Ties {
   return {from_next, from_prev};
 }
 
-// Whether the list knows the block, however damaged its links are: a neighbour or an end of the list names it, or a
-// walk from either end meets it.
+// Whether an end of the list names the block, or a neighbour that the block names.
+[[gnu::cold, gnu::noinline]] bool is_tied(Address p) REQUIRES(hook_mutex);
+
+// Whether the list knows the block, however damaged its links are: it is tied to it, or a walk from either end meets
+// it.
 [[gnu::cold, gnu::noinline]] bool is_listed(Address p) REQUIRES(hook_mutex);
 
 // Whether a walk does not meet all blocks.
@@ -143,9 +146,17 @@ class BlockWalk {
   BlockWalk() REQUIRES(hook_mutex);
   bool here() const { return at_ != 0; }
   DoubtfulBlock block() const { return DoubtfulBlock(at_); }
-  void step() REQUIRES(hook_mutex);
+  [[gnu::always_inline]] void step() REQUIRES(hook_mutex) {
+    const Address next = header::link(at_, kNextLink);
+    if (__builtin_expect(!goes_on_at(next), 0)) return step_doubtfully(next);
+    ++met_;
+    at_ = next;
+  }
   // Of a walk that has ended: whether blocks are out of reach.
   bool broke_off() const REQUIRES(hook_mutex) { return met_ < heap_block_count; }
+  // The same: whether it met all blocks, each named by the one before and by the one behind it, from end to end. Their
+  // links name nothing else then.
+  bool met_whole_list() const REQUIRES(hook_mutex) { return whole_ && turns_ == 0 && !broke_off(); }
 
  private:
   // A link that its target does not answer. Two blocks name the one at which a circle is entered, so one of those links
@@ -156,12 +167,20 @@ class BlockWalk {
     uint32_t met;
   };
   bool closes_circle(Address next) REQUIRES(hook_mutex);
+  [[gnu::cold, gnu::noinline]] void step_doubtfully(Address next) REQUIRES(hook_mutex);
+
+  // Whether it is the next block for certain: it names this one, as all before it did.
+  [[gnu::always_inline]] bool goes_on_at(Address next) const REQUIRES(hook_mutex) {
+    return next % 8 == 0 && header::names(next, kPrevLink, at_) && next != at_ && next != heap_block_head &&
+           turns_ == 0 && met_ < heap_block_count;
+  }
 
   Address at_;
   uint32_t met_ = 1;
   uint32_t turns_ = 0;
-  Turn last_{};    // is met again on a circle with no other
-  Turn marked_{};  // at each power of two of turns: is met again on any other circle
+  bool whole_ = false;  // it ended at the list's end
+  Turn last_{};         // is met again on a circle with no other
+  Turn marked_{};       // at each power of two of turns: is met again on any other circle
 };
 
 }  // namespace quarl

@@ -13,10 +13,18 @@ namespace quarl {
 namespace {
 
 // A block that is a mapping of its own has a mapping record as well, which counts for both.
-void count_block(DoubtfulBlock block, Histogram* histogram) {
-  const BoundedBlock bounded = block.bounded();
-  const bool covered = QR_TRACE_MMAP == 1 && block.names_itself() && bounded && bounded.chunk().mapped();
-  if (!covered) histogram->add(block.claimed_size());
+bool covered(const BoundedBlock& block) {
+  return QR_TRACE_MMAP == 1 && block && block.chunk().mapped();
+}
+
+void count_block(DoubtfulBlock block, const BoundedBlock& sound, Histogram* histogram) {
+  const bool counted = sound ? covered(sound) : block.names_itself() && covered(block.bounded());
+  if (!counted) histogram->add(block.claimed_size());
+}
+
+// `sound`: the block, when it is known to be sound.
+void fill_row(DoubtfulBlock block, const BoundedBlock& sound, OpRecord* row) {
+  sound ? fill_sound_row(sound, row) : fill_live_row(block, row);
 }
 
 // The rows of a snapshot, and those of them that are not what a forked child found.
@@ -25,10 +33,10 @@ struct RowCount {
   uint32_t own = 0;
 };
 
-void put_live_row(DoubtfulBlock block, RowCount* rows) REQUIRES(hook_mutex) {
+void put_live_row(DoubtfulBlock block, const BoundedBlock& sound, RowCount* rows) REQUIRES(hook_mutex) {
   OpRecord* row = next_snapshot_row();
   ++rows->all;
-  if (row != nullptr) fill_live_row(block, row);
+  if (row != nullptr) fill_row(block, sound, row);
   if (row == nullptr || is_own_seq_num(row->seq_num)) ++rows->own;
   if (row != nullptr) snapshot_row_filled();
 }
@@ -37,14 +45,15 @@ void put_live_row(DoubtfulBlock block, RowCount* rows) REQUIRES(hook_mutex) {
 void write_blocks(Histogram* histogram, RowCount* rows) REQUIRES(hook_mutex) {
   for (BlockWalk walk; walk.here(); walk.step()) {
     const DoubtfulBlock block = walk.block();
-    count_block(block, histogram);
-    const FaultCode code = qr_check_block(block);
+    const BoundedBlock sound = if_sound(block);
+    count_block(block, sound, histogram);
+    const FaultCode code = sound ? QR_FAULT_NONE : qr_check_block(block);
     if (code != QR_FAULT_NONE) {
       qr_report_fault(block, code);
       ++rows->all;
       if (code == QR_FAULT_HEAD) break;
     }
-    put_live_row(block, rows);
+    put_live_row(block, sound, rows);
   }
 }
 
@@ -78,9 +87,10 @@ void print_unfreed_table() {
   uint32_t live = 0;
   for (BlockWalk walk; walk.here(); walk.step()) {
     const DoubtfulBlock block = walk.block();
-    count_block(block, &histogram);
+    const BoundedBlock sound = if_sound(block);
+    count_block(block, sound, &histogram);
     ++live;
-    if (qr_check_block(block) == QR_FAULT_HEAD) break;
+    if (!sound && qr_check_block(block) == QR_FAULT_HEAD) break;
   }
   for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) {
     histogram.add(entry->record.size);
@@ -94,9 +104,10 @@ void write_auto_snapshot_rows() {
   uint32_t rows = 0;
   for (BlockWalk walk; walk.here(); walk.step()) {
     const DoubtfulBlock block = walk.block();
-    fill_live_row(block, snapshot_chain.next_row());
+    const BoundedBlock sound = if_sound(block);
+    fill_row(block, sound, snapshot_chain.next_row());
     ++rows;
-    if (qr_check_block(block) == QR_FAULT_HEAD) break;
+    if (!sound && qr_check_block(block) == QR_FAULT_HEAD) break;
   }
   for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) {
     *snapshot_chain.next_row() = entry->record;
