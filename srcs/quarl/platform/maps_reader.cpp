@@ -72,8 +72,8 @@ bool MapsReader::next(MapsLine* line) {
   const uint64_t major = hex(&c);
   const uint64_t minor = hex(&c);
   line->file_id = (major << 20 ^ minor) << 32 | hex(&c);  // the inode is decimal, and as good a name in hexadecimal
-  line->file = c != '
-' && skip_line(); return true;
+  line->file = c != '\n' && skip_line();
+  return true;
 }
 
 }  // namespace quarl
