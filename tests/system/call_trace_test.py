@@ -33,6 +33,20 @@ class CallTrace(case.Case):
         trace = self.trace_of("deep_calls", "thread")
         self.assertEqual(trace[:5], CALLERS + ["thread_body"])
 
+    def test_mapping_of_a_large_block_leaves_room_for_its_callers(self):
+        """At most four frames of the checker's before the application's entry: eight are recorded."""
+        driver = self.driver(LOGGED)
+        large = driver.realloc(driver.malloc(200000), 5000000)
+        driver.free(large)
+        for block in (driver.calloc(1, 300000), driver.memalign(64, 300000)):
+            driver.free(block)
+        self.assert_ends(driver)
+        log = log_file.read_log(self.log_path(driver, "quarlAll"))
+        traces = [symbols.names(self.target, log, record.trace) for record in log.records if record.operation in (5, 6)]
+        entries = ["malloc", "realloc", "realloc", "free", "calloc", "memalign", "free", "free"]
+        self.assertEqual([trace[trace.index("run_commands") - 2:] for trace in traces],
+                         [[entry, f"do_{entry}", "run_commands", "main"] for entry in entries])
+
     def test_depth_cuts_the_trace(self):
         for depth, expected in ((2, CALLERS[:2]), (3, CALLERS[:3]), (64, CALLERS + ["main"]), (65, []), (0, [])):
             with self.subTest(depth):
