@@ -28,7 +28,7 @@ soak: setup ## after make check: every program of tests/programs, random damage,
 	@scripts/soak
 
 bench: setup ## what the checker costs, beside the bare program, the least that must be done, and other checkers
-	@scripts/build i686 armhf
+	@scripts/build i686 armhf host
 	@bench/run
 
 format: ## clang-format over every C and C++ file
