@@ -174,13 +174,46 @@ TEST(Code, TellsWhereItLeads) {
   }
 }
 
+// The jump is at 0x1000, the table behind it.
 TEST(Code, KnowsTablesOfCases) {
-  // cmp r4, #2; tbb [pc, r4]; 1, 2, 3, padding
-  const std::vector<uint8_t> bytes = {0x02, 0x2C, 0xDF, 0xE8, 0x04, 0xF0, 0x01, 0x02, 0x03, 0x00};
-  auto table = jump_table({0x1002, std::span(bytes).subspan(2)}, std::span(bytes).first(2), true);
-  EXPECT_EQ(table.address, 0x1006u);
-  EXPECT_EQ(table.size, 3u);
-  EXPECT_EQ(table.targets, (std::vector<uint32_t>{0x1008, 0x100A, 0x100C}));
+  const struct {
+    const char* what;
+    std::vector<uint8_t> before, code;
+    uint32_t address, size;
+    std::vector<uint32_t> targets;
+  } cases[] = {
+      {"cmp r4, #2; tbb [pc, r4]; 1, 2, 3, padding",
+       {0x02, 0x2C},
+       {0xDF, 0xE8, 0x04, 0xF0, 1, 2, 3, 0},
+       0x1004,
+       3,
+       {0x1006, 0x1008, 0x100A}},
+      {"cmp r2, #1; bhi; adr r3; ldr r2, [r3, r2, lsl #2]; add r3, r2; bx r3; nop",
+       {0x01, 0x2A, 0x00, 0xD8, 0x02, 0xA3, 0x53, 0xF8, 0x22, 0x20, 0x13, 0x44},
+       {0x18, 0x47, 0x00, 0xBF, 0x0D, 0, 0, 0, 0x11, 0, 0, 0},
+       0x1004,
+       8,
+       {0x1010, 0x1014}},
+      {"cmp r6, #1; bhi.w; adr lr; ldr r6, [lr, r6, lsl #2]; add lr, r6; bx lr; nop",
+       {0x01, 0x2E, 0x00, 0xF2, 0xF2, 0x80, 0x0F, 0xF2, 0x0C, 0x0E, 0x5E, 0xF8, 0x26, 0x60, 0xB6, 0x44},
+       {0x70, 0x47, 0x00, 0xBF, 0x0D, 0, 0, 0, 0xF5, 0xFF, 0xFF, 0xFF},
+       0x1004,
+       8,
+       {0x1010, 0x0FF8}},
+      {"cmp r2, #1; bhi; adr lr; ldr pc, [lr, r2, lsl #2]",
+       {0x01, 0x2A, 0xE6, 0xD8, 0x0F, 0xF2, 0x04, 0x0E},
+       {0x5E, 0xF8, 0x22, 0xF0, 0x49, 0x10, 0, 0, 0x3F, 0x10, 0, 0},
+       0x1004,
+       8,
+       {0x1048, 0x103E}},
+      {"cmp r1, #1; bx lr behind a load that is no case", {0x01, 0x29, 0x52, 0xF8, 0x21, 0x00}, {0x70, 0x47}, 0, 0, {}},
+  };
+  for (const auto& each : cases) {
+    JumpTable table = jump_table({0x1000, each.code}, each.before, true);
+    EXPECT_EQ(table.address, each.address) << each.what;
+    EXPECT_EQ(table.size, each.size) << each.what;
+    EXPECT_EQ(table.targets, each.targets) << each.what;
+  }
 }
 
 TEST(Code, KeepsWhatTwoWaysAgreeIn) {

@@ -23,6 +23,8 @@ Step CodeReach::step(uint32_t address, bool thumb, StackState& state) const {
   CodeAt code{address, module_.bytes(address)};
   Step step = !module_.arm() ? step_i386(code, state) : thumb ? step_thumb(code, state) : step_arm(code, state);
   if (step.size > code.bytes.size()) step.size = 0;
+  // lr may hold the place of a case as well.
+  if (step.flow == Flow::kJump && indirect_.contains(address)) step.returns = false;
   return step;
 }
 
@@ -78,19 +80,23 @@ void CodeReach::follow(uint32_t address, const Step& step, bool thumb) {
     case Flow::kJump:
       if (step.target)
         add_block(*step.target, step.thumb);
-      else if (step.flow == Flow::kJump && !step.returns)
-        table_jump(address, thumb);
+      else if (step.flow == Flow::kJump)
+        table_jump(address, thumb, step.returns);
       break;
     default:
       break;
   }
 }
 
-void CodeReach::table_jump(uint32_t address, bool thumb) {
+// What looks like a return is one, unless a table of cases says otherwise.
+void CodeReach::table_jump(uint32_t address, bool thumb, bool looks_like_return) {
+  JumpTable table;
+  if (module_.arm()) {
+    uint32_t before = std::min(address - map_.start(), 32u);
+    table = jump_table({address, module_.bytes(address)}, module_.bytes(address - before).first(before), thumb);
+  }
+  if (looks_like_return && table.targets.empty()) return;
   indirect_[address] = thumb;
-  if (!module_.arm()) return;
-  uint32_t before = std::min(address - map_.start(), 32u);
-  JumpTable table = jump_table({address, module_.bytes(address)}, module_.bytes(address - before).first(before), thumb);
   if (table.size != 0) map_.add_range(table.address, table.size, CodeMap::kData);
   for (uint32_t target : table.targets) {
     if (!map_.has(target, CodeMap::kBlock)) cases_.emplace(address, FunctionStart{target, thumb});

@@ -31,7 +31,7 @@ class CodeReach {
   void explore();
   void walk(FunctionStart from);
   void follow(uint32_t address, const Step& step, bool thumb);
-  void table_jump(uint32_t address, bool thumb);
+  void table_jump(uint32_t address, bool thumb, bool looks_like_return);
   void literal(uint32_t address);
   void fill_gaps();
   uint32_t fill_gap(uint32_t start, uint32_t end);

@@ -8,6 +8,7 @@ namespace {
 constexpr uint32_t kMostCases = 4096;
 
 constexpr size_t kLookBack = 24;
+constexpr size_t kLongestJump = 12;  // bytes from the adr of a table to the jump
 
 // The number of cases: one more than what the nearest cmp in front compares the register with; 0 when there is none.
 uint32_t thumb_cases(std::span<const uint8_t> before, unsigned index) {
@@ -34,25 +35,48 @@ JumpTable thumb_table(const CodeAt& code, std::span<const uint8_t> before) {
   return table;
 }
 
-// adr rd, table; ldr rm, [rd, case, lsl #2]; add rd, rm; bx rd: distances in bytes from the table, with the Thumb bit.
-JumpTable thumb_words(const CodeAt& code, std::span<const uint8_t> before) {
+struct NamedTable {
+  unsigned reg;  // that is given its address
+  uint32_t address;
+  uint32_t width;  // of the instruction
+};
+
+// adr, of one width or the other.
+std::optional<NamedTable> table_named(const CodeAt& adr) {
+  uint32_t half = adr.half(0), next = adr.half(2), base = (adr.address + 4) & ~3u;
+  if ((half & 0xF800) == 0xA000) return NamedTable{half >> 8 & 7, base + (half & 0xFF) * 4, 2};
+  if ((half & 0xFBFF) != 0xF20F || (next & 0x8000)) return std::nullopt;
+  return NamedTable{next >> 8 & 0xF, base + ((half & 0x400) << 1 | (next & 0x7000) >> 4 | (next & 0xFF)), 4};
+}
+
+// The words of the table that a jump goes by: adr rd, table in front of it, and ldr rm, [rd, case, lsl #2] behind that,
+// which may be the jump itself.
+JumpTable words_by(const CodeAt& code, std::span<const uint8_t> before, unsigned reg, bool absolute) {
   JumpTable table;
-  if ((code.half(0) & 0xFF87) != 0x4700 || before.size() < 14) return table;
-  unsigned reg = code.half(0) >> 3 & 0xF;
-  for (uint32_t back = 2; back <= 12; back += 2) {
-    CodeAt adr{code.address - back, before.last(back)};
-    CodeAt load{adr.address + 2, adr.bytes.subspan(2)};
-    if (reg > 7 || (adr.half(0) & 0xFF00) != (0xA000 | reg << 8) || load.half(0) != (0xF850 | reg)) continue;
-    table.address = ((adr.address + 4) & ~3u) + (adr.half(0) & 0xFF) * 4;
+  for (uint32_t back = 2; back <= std::min(before.size(), kLongestJump); back += 2) {
+    std::span<const uint8_t> behind = before.last(back);
+    std::optional<NamedTable> named = table_named({code.address - back, behind});
+    if (!named || named->reg != reg || named->width > back) continue;
+    CodeAt load = back == named->width ? code : CodeAt{0, behind.subspan(named->width)};
+    if (load.half(0) != (0xF850 | reg) || (load.half(2) & 0x0FF0) != 0x0020) continue;
     uint32_t cases = thumb_cases(before.first(before.size() - back), load.half(2) & 0xF);
-    uint32_t first = table.address - code.address;
+    uint32_t first = named->address - code.address, origin = absolute ? 0 : named->address;
     for (uint32_t at = 0; at < cases * 4 && first + at + 4 <= code.bytes.size(); at += 4) {
-      table.targets.push_back((table.address + code.word(first + at)) & ~1u);
+      table.targets.push_back((origin + code.word(first + at)) & ~1u);
       table.size = at + 4;
     }
+    table.address = named->address;
     break;
   }
   return table;
+}
+
+// add rd, rm; bx rd: distances in bytes from the table, with the Thumb bit. ldr pc, [rd, case, lsl #2]: addresses.
+JumpTable thumb_words(const CodeAt& code, std::span<const uint8_t> before) {
+  uint32_t half = code.half(0);
+  if ((half & 0xFF87) == 0x4700) return words_by(code, before, half >> 3 & 0xF, false);
+  bool loads = (half & 0xFFF0) == 0xF850 && (code.half(2) & 0xFFF0) == 0xF020;
+  return loads ? words_by(code, before, half & 0xF, true) : JumpTable{};
 }
 
 // add pc, pc, rm, lsl #2: branches from 8 bytes behind the instruction.
