@@ -206,10 +206,30 @@ TEST(Code, KnowsTablesOfCases) {
        0x1004,
        8,
        {0x1048, 0x103E}},
+      {"cmp r0, #1; cmp.w r0, #274; tbh [pc, r0], of which not all is there",
+       {0x01, 0x28, 0xB0, 0xF5, 0x89, 0x7F},
+       {0xDF, 0xE8, 0x10, 0xF0, 3, 0, 4, 0, 5, 0},
+       0x1004,
+       6,
+       {0x100A, 0x100C, 0x100E}},
+      {"cmp r2, #9; cmp r2, r6, which is 1; tbh [pc, r2]",
+       {0x09, 0x2A, 0xB2, 0x42},
+       {0xDF, 0xE8, 0x12, 0xF0, 2, 0, 3, 0},
+       0x1004,
+       4,
+       {0x1008, 0x100A}},
+      {"cmp r2, #9; cmp r2, r7, which is not known; tbh [pc, r2]",
+       {0x09, 0x2A, 0xBA, 0x42},
+       {0xDF, 0xE8, 0x12, 0xF0, 2, 0, 3, 0},
+       0,
+       0,
+       {}},
       {"cmp r1, #1; bx lr behind a load that is no case", {0x01, 0x29, 0x52, 0xF8, 0x21, 0x00}, {0x70, 0x47}, 0, 0, {}},
   };
+  StackState state = StackState::at_function_start(true);
+  state.set(6, constant(1));
   for (const auto& each : cases) {
-    JumpTable table = jump_table({0x1000, each.code}, each.before, true);
+    JumpTable table = jump_table({0x1000, each.code}, each.before, true, state);
     EXPECT_EQ(table.address, each.address) << each.what;
     EXPECT_EQ(table.size, each.size) << each.what;
     EXPECT_EQ(table.targets, each.targets) << each.what;

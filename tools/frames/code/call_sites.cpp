@@ -89,7 +89,7 @@ class StackFlow {
       if (at != start && reach_.map().has(at, CodeMap::kBlock)) {
         return arrive(at, block.thumb, state, block.function, behind_call);
       }
-      if (lost_return(state) && saves_return(module_, at, block.thumb)) {
+      if (lost_return(state) && saves_on_entry(module_, at, block.thumb)) {
         // The call before does not return: another function starts here.
         state = StackState::at_function_start(true);
         block.function = at;
@@ -123,10 +123,13 @@ class StackFlow {
     for (; first != last; ++first) arrive(first->second.address, first->second.thumb, before, block.function);
   }
 
-  // A stack that is not known at all tells nothing wrong.
+  // A stack that is not known at all tells nothing wrong. Nor does bx lr with what a call left there: that call does
+  // not return, and another function follows it.
   bool returns_well(const Step& step, const StackState& before, const StackState& state) const {
-    if (before.reg(stack_register()).kind != Value::kFrame) return true;
-    return step.flow == Flow::kReturn && state.reg(stack_register()) == frame_value(0);
+    const Value &stack = before.reg(stack_register()), &behind = state.reg(stack_register());
+    if (stack.kind != Value::kFrame) return true;
+    if (before.reg(StackState::kLr).kind == Value::kBehindCall && stack == behind) return true;
+    return step.flow == Flow::kReturn && behind == frame_value(0);
   }
 
   const ElfModule& module_;

@@ -24,7 +24,7 @@ Step CodeReach::step(uint32_t address, bool thumb, StackState& state) const {
   Step step = !module_.arm() ? step_i386(code, state) : thumb ? step_thumb(code, state) : step_arm(code, state);
   if (step.size > code.bytes.size()) step.size = 0;
   // lr may hold the place of a case as well.
-  if (step.flow == Flow::kJump && indirect_.contains(address)) step.returns = false;
+  if (step.flow == Flow::kJump && by_table_.contains(address)) step.returns = false;
   return step;
 }
 
@@ -53,14 +53,14 @@ void CodeReach::explore() {
 
 // Along the instructions until one leads away for good, or into what is known already.
 void CodeReach::walk(FunctionStart from) {
-  StackState unused = StackState::at_function_start(module_.arm());
+  StackState state = StackState::at_function_start(module_.arm());
   for (uint32_t at = from.address; map_.in(at) && !map_.has(at, CodeMap::kInstruction | CodeMap::kData);) {
     if (at != from.address && map_.has(at, CodeMap::kInside | CodeMap::kFunction)) break;
-    Step step = this->step(at, from.thumb, unused);
+    Step step = this->step(at, from.thumb, state);
     if (step.size == 0 || step.flow == Flow::kStop) break;
     map_.add(at, CodeMap::kInstruction | (from.thumb ? CodeMap::kThumb : 0));
     map_.add_range(at + 1, step.size - 1u, CodeMap::kInside);
-    follow(at, step, from.thumb);
+    follow(at, step, from.thumb, state);
     bool ends = (step.flow == Flow::kJump || step.flow == Flow::kReturn) && !step.conditional;
     if (ends) break;
     at += step.size;
@@ -69,7 +69,7 @@ void CodeReach::walk(FunctionStart from) {
   }
 }
 
-void CodeReach::follow(uint32_t address, const Step& step, bool thumb) {
+void CodeReach::follow(uint32_t address, const Step& step, bool thumb, const StackState& state) {
   if (step.literal) literal(*step.literal);
   if (step.number && !module_.relocatable() && map_.in(*step.number)) add_function(*step.number, false);
   switch (step.flow) {
@@ -81,7 +81,7 @@ void CodeReach::follow(uint32_t address, const Step& step, bool thumb) {
       if (step.target)
         add_block(*step.target, step.thumb);
       else if (step.flow == Flow::kJump)
-        table_jump(address, thumb, step.returns);
+        table_jump(address, thumb, step.returns, state);
       break;
     default:
       break;
@@ -89,14 +89,16 @@ void CodeReach::follow(uint32_t address, const Step& step, bool thumb) {
 }
 
 // What looks like a return is one, unless a table of cases says otherwise.
-void CodeReach::table_jump(uint32_t address, bool thumb, bool looks_like_return) {
+void CodeReach::table_jump(uint32_t address, bool thumb, bool looks_like_return, const StackState& state) {
   JumpTable table;
   if (module_.arm()) {
     uint32_t before = std::min(address - map_.start(), 32u);
-    table = jump_table({address, module_.bytes(address)}, module_.bytes(address - before).first(before), thumb);
+    table = jump_table({address, module_.bytes(address)}, module_.bytes(address - before).first(before), thumb, state);
   }
-  if (looks_like_return && table.targets.empty()) return;
-  indirect_[address] = thumb;
+  if (!table.targets.empty())
+    by_table_.insert(address);
+  else if (!looks_like_return)
+    unknown_jumps_.insert(address);
   if (table.size != 0) map_.add_range(table.address, table.size, CodeMap::kData);
   for (uint32_t target : table.targets) {
     if (!map_.has(target, CodeMap::kBlock)) cases_.emplace(address, FunctionStart{target, thumb});
@@ -133,11 +135,12 @@ bool CodeReach::is_padding(uint32_t address, bool thumb) const {
   return thumb ? code.half(0) == 0 || code.half(0) == 0xBF00 : code.word(0) == 0 || code.word(0) == 0xE1A00000;
 }
 
-// The last jump through a register in front of a gap, in the same function; nothing when there is none.
+// The last jump in front of a gap, in the same function, that leads to nobody knows where; nothing when there is none.
 std::optional<uint32_t> CodeReach::jump_before(uint32_t gap) const {
   uint32_t farthest = std::max(map_.start(), gap - std::min(gap, kLargestFunction));
   for (uint32_t at = gap; at > farthest; --at) {
-    if (indirect_.contains(at)) return module_.code_end(at) == module_.code_end(gap) ? std::optional(at) : std::nullopt;
+    if (unknown_jumps_.contains(at))
+      return module_.code_end(at) == module_.code_end(gap) ? std::optional(at) : std::nullopt;
     if (map_.has(at, CodeMap::kFunction)) break;
   }
   return std::nullopt;
@@ -158,7 +161,7 @@ uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end) {
   std::optional<uint32_t> jump = jump_before(start);
   for (uint32_t at = start; at < end; at += unit) {
     if (is_padding(at, thumb)) continue;
-    if (module_.arm() && saves_return(module_, at, thumb)) {
+    if (module_.arm() && saves_on_entry(module_, at, thumb)) {
       add_function(at, thumb);
       return at;
     }

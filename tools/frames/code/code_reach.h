@@ -6,6 +6,7 @@
 #include <deque>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "frames/code/code_map.h"
@@ -30,8 +31,8 @@ class CodeReach {
   void add_block(uint32_t address, bool thumb);
   void explore();
   void walk(FunctionStart from);
-  void follow(uint32_t address, const Step& step, bool thumb);
-  void table_jump(uint32_t address, bool thumb, bool looks_like_return);
+  void follow(uint32_t address, const Step& step, bool thumb, const StackState& state);
+  void table_jump(uint32_t address, bool thumb, bool looks_like_return, const StackState& state);
   void literal(uint32_t address);
   void fill_gaps();
   uint32_t fill_gap(uint32_t start, uint32_t end);
@@ -44,7 +45,8 @@ class CodeReach {
   std::vector<FunctionStart> functions_;
   std::deque<FunctionStart> pending_;
   std::unordered_multimap<uint32_t, FunctionStart> cases_;
-  std::unordered_map<uint32_t, bool> indirect_;  // jumps through a register, by address: whether of Thumb code
+  std::unordered_set<uint32_t> by_table_;       // jumps through a register whose cases are all known
+  std::unordered_set<uint32_t> unknown_jumps_;  // those of which nothing is known
 };
 
 }  // namespace quarl::frames

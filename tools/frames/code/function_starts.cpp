@@ -67,6 +67,12 @@ bool saves_return(const ElfModule& module, uint32_t address, bool thumb) {
          (half == 0xF84D && (next & 0xFF00) == 0xED00);
 }
 
+bool saves_on_entry(const ElfModule& module, uint32_t address, bool thumb) {
+  CodeAt code{address, module.bytes(address)};
+  bool arguments = thumb ? (code.half(0) & 0xFFF8) == 0xB408 : (code.word(0) & 0xFFFFFFF8) == 0xE92D0008;
+  return arguments || saves_return(module, address, thumb);
+}
+
 bool begins_by_saving(const ElfModule& module, uint32_t address) {
   constexpr int kFirst = 8;
   for (int count = 0; count < kFirst; ++count) {

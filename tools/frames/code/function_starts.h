@@ -16,6 +16,9 @@ struct FunctionStart {
 // ARM: whether the instruction saves the return address, as a function does once.
 bool saves_return(const ElfModule& module, uint32_t address, bool thumb);
 
+// ARM: whether it saves that, or those of r0 to r3 that may hold arguments of unknown number, which comes first.
+bool saves_on_entry(const ElfModule& module, uint32_t address, bool thumb);
+
 // Whether this is Thumb code that saves the return address within its first instructions.
 bool begins_by_saving(const ElfModule& module, uint32_t address);
 

@@ -54,7 +54,8 @@ Value StackState::pop() {
 
 void StackState::call(bool arm) {
   if (arm) {
-    for (unsigned number : {0u, 1u, 2u, 3u, 12u, kLr}) registers_[number] = {};
+    for (unsigned number : {0u, 1u, 2u, 3u, 12u}) registers_[number] = {};
+    registers_[kLr] = {Value::kBehindCall};
   } else {
     for (unsigned number : {0u, 1u, 2u}) registers_[number] = {};
   }

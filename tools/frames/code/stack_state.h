@@ -18,7 +18,13 @@ inline int32_t negative(int32_t number) {
 }
 
 struct Value {
-  enum Kind : uint8_t { kUnknown, kEntry, kFrame, kConstant } kind = kUnknown;
+  enum Kind : uint8_t {
+    kUnknown,
+    kEntry,
+    kFrame,
+    kConstant,
+    kBehindCall
+  } kind = kUnknown;   // the last: lr as a call left it
   uint8_t reg = 0;     // kEntry: what this register held at the function's start
   int32_t offset = 0;  // kFrame: CFA + offset; kConstant: the number
 

@@ -14,7 +14,7 @@ struct JumpTable {
 };
 
 // The table of the jump at `code`, as far as it is of a known form. `before`: the code in front of it, which compares
-// the number of the case with the largest one.
-JumpTable jump_table(const CodeAt& code, std::span<const uint8_t> before, bool thumb);
+// the number of the case with the largest one, in `state` when that is in a register.
+JumpTable jump_table(const CodeAt& code, std::span<const uint8_t> before, bool thumb, const StackState& state);
 
 }  // namespace quarl::frames

@@ -1,6 +1,4 @@
 // Thumb instructions of 32 bits.
-#include <bit>
-
 #include "frames/code/bits.h"
 #include "frames/code/thumb_instruction.h"
 
@@ -8,23 +6,6 @@ namespace quarl::frames {
 namespace {
 
 constexpr unsigned kPc = 15;
-
-// The immediate operands of data processing: a byte repeated, or one moved.
-int32_t expanded(uint32_t coded) {
-  uint32_t byte = coded & 0xFF;
-  switch (coded >> 8 & 0xF) {
-    case 0:
-      return static_cast<int32_t>(byte);
-    case 1:
-      return static_cast<int32_t>(byte | byte << 16);
-    case 2:
-      return static_cast<int32_t>(byte << 8 | byte << 24);
-    case 3:
-      return static_cast<int32_t>(byte * 0x01010101u);
-    default:
-      return static_cast<int32_t>(std::rotr(byte | 0x80, static_cast<int>(coded >> 7)));
-  }
-}
 
 }  // namespace
 
@@ -91,7 +72,7 @@ void ThumbInstruction::wide_shifted() {
 
 void ThumbInstruction::modified_immediate() {
   unsigned operation = bits(half_, 8, 5);
-  int32_t number = expanded(bit(half_, 10) << 11 | bits(second_, 14, 12) << 8 | (second_ & 0xFF));
+  int32_t number = thumb_immediate(half_, second_);
   bool compares =
       bit(half_, 4) && rd() == kPc && (operation == 0 || operation == 4 || operation == 8 || operation == 13);
   if (compares) return;
