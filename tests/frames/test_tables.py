@@ -2,6 +2,7 @@
 
 import os
 import random
+import re
 import shutil
 import subprocess
 import unittest
@@ -21,6 +22,22 @@ __attribute__((noinline)) int cases(int which) {
   switch (which) { case 0: free(leaf(1)); return 5; case 1: free(stacked(9)); return 7; case 2: return which * abs(which);
     case 3: free(variadic(1, 4)); return 9; case 4: free(leaf(77)); return 11; default: return 1; } }
 int main(int count, char** words) { free(stacked(count * 100)); return cases(count) + (words == 0); }
+"""
+
+
+# A jump by way of lr, behind its cases a leaf; a call that does not return, behind it a leaf; a variadic function.
+UNNAMED = r"""
+__asm__(".syntax unified\n.thumb\n.thumb_func\n.global cases\n"
+        "cases: push {r4, lr}\ncmp r0, #1\nbhi 3f\nadr.w lr, 1f\nldr.w r1, [lr, r0, lsl #2]\nadd lr, r1\nbx lr\n"
+        ".p2align 2\n1: .word 2f - 1b + 1, 3f - 1b + 1\n"
+        "2: add r0, #1\ncase_call: bl cases\n3: pop {r4, pc}\n"
+        "ldr r0, [r0]\nbx lr\n"
+        "push {r3, r4, r5, lr}\nlast_call: bl cases\n"
+        "ldr r0, [r0, #8]\nbx lr\n"
+        "push {r1, r2, r3}\nldr r1, [r0]\npush {r4, lr}\nsub sp, #4\nvariadic_call: bl cases\n"
+        "add sp, #4\npop.w {r4, lr}\nadd sp, #12\nbx lr\n");
+int cases(int);
+int main(int argc, char** argv) { return cases(argc); }
 """
 
 
@@ -65,6 +82,15 @@ class Tables(TablesTest):
                     self.assertEqual(stripped["by"]["debug_frame"], 0)
                     # Frames of main and _start are realigned on i386, which is not followed.
                     self.assertLessEqual(stripped["calls"] - stripped["covered"], 2 if target == "armhf" else 5)
+
+    def test_functions_are_told_from_each_other_without_symbols(self):
+        program = self.compiled("armhf", UNNAMED, "-mthumb")
+        names = subprocess.run([COMPILERS["armhf"] + "nm", program], check=True, capture_output=True, text=True).stdout
+        at = {name: int(address, 16) & ~1 for address, _, name in re.findall(r"^(\w+) (\w) (\w+_call)$", names, re.M)}
+        subprocess.run([COMPILERS["armhf"] + "strip", program], check=True)
+        table = self.table_of(self.answer(program)["files"][0])
+        self.assertEqual({name: table.rule(address + 4) for name, address in at.items()},
+                         {"case_call": ("sp", 8, -4), "last_call": ("sp", 16, -4), "variadic_call": ("sp", 24, -16)})
 
     def test_debug_information_is_found_by_build_id_and_by_link(self):
         prefix = COMPILERS["armhf"]
