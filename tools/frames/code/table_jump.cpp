@@ -30,7 +30,7 @@ uint32_t thumb_cases(std::span<const uint8_t> before, unsigned index, const Stac
   for (size_t back = 2; back <= std::min(before.size(), kLookBack); back += 2) {
     CodeAt code{0, before.last(back)};
     uint32_t half = code.half(0), next = code.half(2);
-    if (half == (0x2800 | index << 8 | (half & 0xFF))) return (half & 0xFF) + 1;
+    if (index < 8 && (half & 0xFF00) == (0x2800 | index << 8)) return (half & 0xFF) + 1;
     if ((half & 0xFBFF) == (0xF1B0 | index) && (next & 0x8F00) == 0x0F00) {
       return cases_up_to(constant(thumb_immediate(half, next)));
     }
@@ -76,7 +76,7 @@ JumpTable words_by(const CodeAt& code, std::span<const uint8_t> before, const St
   for (uint32_t back = 2; back <= std::min(before.size(), kLongestJump); back += 2) {
     std::span<const uint8_t> behind = before.last(back);
     std::optional<NamedTable> named = table_named({code.address - back, behind});
-    if (!named || named->reg != reg || named->width > back) continue;
+    if (!named || named->reg != reg || named->width > back || named->address <= code.address) continue;
     CodeAt load = back == named->width ? code : CodeAt{0, behind.subspan(named->width)};
     if (load.half(0) != (0xF850 | reg) || (load.half(2) & 0x0FF0) != 0x0020) continue;
     uint32_t cases = thumb_cases(before.first(before.size() - back), load.half(2) & 0xF, state);
