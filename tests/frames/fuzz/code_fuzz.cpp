@@ -29,7 +29,7 @@ void follow(std::span<const uint8_t> bytes, Step (*step)(const CodeAt&, StackSta
     Step made = step(code, state);
     require(made.size <= 15);
     if (arm && made.flow == Flow::kJump && !made.target) {
-      require(jump_table(code, bytes.first(at), thumb).targets.size() <= 4096);
+      require(jump_table(code, bytes.first(at), thumb, state).targets.size() <= 4096);
     }
     if (made.size == 0) break;
     check_rule(state, arm);
