@@ -141,6 +141,18 @@ class StackFlow {
   std::unordered_set<uint32_t> doubtful_;
 };
 
+// Calls in code that is known, but on no way that a state was carried along.
+void add_unreached(const ElfModule& module, const CodeReach& reach, std::map<uint32_t, CallSite>& calls) {
+  const CodeMap& map = reach.map();
+  StackState unused = StackState::at_function_start(module.arm());
+  for (uint32_t at = map.start(); at < map.end(); ++at) {
+    if (!map.has(at, CodeMap::kInstruction) || map.has(at, CodeMap::kData)) continue;
+    Step step = reach.step(at, map.has(at, CodeMap::kThumb), unused);
+    bool system_call = step.flow == Flow::kSystemCall;
+    if (system_call || step.flow == Flow::kCall) calls.try_emplace(at, CallSite{at, at + step.size, system_call, {}});
+  }
+}
+
 // Calls in code that nothing leads to, straight from the end of what is known.
 void sweep(const ElfModule& module, const CodeReach& reach, std::map<uint32_t, CallSite>& calls) {
   const CodeMap& map = reach.map();
@@ -173,6 +185,7 @@ void sweep(const ElfModule& module, const CodeReach& reach, std::map<uint32_t, C
 std::vector<CallSite> find_calls(const ElfModule& module) {
   CodeReach reach(module);
   std::map<uint32_t, CallSite> calls = StackFlow(module, reach).run();
+  add_unreached(module, reach, calls);
   sweep(module, reach, calls);
   std::vector<CallSite> sites;
   sites.reserve(calls.size());
