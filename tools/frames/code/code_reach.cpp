@@ -88,6 +88,11 @@ void CodeReach::follow(uint32_t address, const Step& step, bool thumb, const Sta
   }
 }
 
+// ARM code goes to its cases by what it loads into pc or adds to it; bx is for other functions.
+bool CodeReach::arm_tail_call(uint32_t address, bool thumb) const {
+  return module_.arm() && !thumb && (module_.word(address).value_or(0) & 0x0FFFFFF0) == 0x012FFF10;
+}
+
 // What looks like a return is one, unless a table of cases says otherwise.
 void CodeReach::table_jump(uint32_t address, bool thumb, bool looks_like_return, const StackState& state) {
   JumpTable table;
@@ -97,7 +102,7 @@ void CodeReach::table_jump(uint32_t address, bool thumb, bool looks_like_return,
   }
   if (!table.targets.empty())
     by_table_.insert(address);
-  else if (!looks_like_return)
+  else if (!looks_like_return && !arm_tail_call(address, thumb))
     unknown_jumps_.insert(address);
   if (table.size != 0) map_.add_range(table.address, table.size, CodeMap::kData);
   for (uint32_t target : table.targets) {
@@ -153,9 +158,16 @@ bool CodeReach::gap_is_thumb(uint32_t gap) const {
   return map_.has(gap, CodeMap::kThumb);
 }
 
-// The address in [start, end) that was taken for a start, or `end`.
+// The address in [start, end) that was taken for a start, or `end`. Behind what little ARM code there is, Thumb code
+// may follow.
 uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end) {
   bool thumb = gap_is_thumb(start);
+  uint32_t tried = fill_gap(start, end, thumb);
+  bool perhaps_thumb = module_.arm() && !thumb && !map_.has(start, CodeMap::kKnownArm);
+  return tried == end && perhaps_thumb ? fill_gap(start, end, true) : tried;
+}
+
+uint32_t CodeReach::fill_gap(uint32_t start, uint32_t end, bool thumb) {
   uint32_t unit = !module_.arm() ? 1 : thumb ? 2 : 4;
   start = (start + unit - 1) / unit * unit;
   std::optional<uint32_t> jump = jump_before(start);

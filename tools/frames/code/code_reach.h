@@ -35,7 +35,9 @@ class CodeReach {
   void table_jump(uint32_t address, bool thumb, bool looks_like_return, const StackState& state);
   void literal(uint32_t address);
   void fill_gaps();
+  bool arm_tail_call(uint32_t address, bool thumb) const;
   uint32_t fill_gap(uint32_t start, uint32_t end);
+  uint32_t fill_gap(uint32_t start, uint32_t end, bool thumb);
   bool is_padding(uint32_t address, bool thumb) const;
   bool gap_is_thumb(uint32_t gap) const;
   std::optional<uint32_t> jump_before(uint32_t gap) const;
