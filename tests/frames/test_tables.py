@@ -25,7 +25,8 @@ int main(int count, char** words) { free(stacked(count * 100)); return cases(cou
 """
 
 
-# A jump by way of lr, behind its cases a leaf; a call that does not return, behind it a leaf; a variadic function.
+# A jump by way of lr, behind its cases a leaf; a call that does not return, behind it a leaf; a variadic function;
+# ARM code that goes on elsewhere, behind it Thumb code.
 UNNAMED = r"""
 __asm__(".syntax unified\n.thumb\n.thumb_func\n.global cases\n"
         "cases: push {r4, lr}\ncmp r0, #1\nbhi 3f\nadr.w lr, 1f\nldr.w r1, [lr, r0, lsl #2]\nadd lr, r1\nbx lr\n"
@@ -35,9 +36,11 @@ __asm__(".syntax unified\n.thumb\n.thumb_func\n.global cases\n"
         "push {r3, r4, r5, lr}\nlast_call: bl cases\n"
         "ldr r0, [r0, #8]\nbx lr\n"
         "push {r1, r2, r3}\nldr r1, [r0]\npush {r4, lr}\nsub sp, #4\nvariadic_call: bl cases\n"
-        "add sp, #4\npop.w {r4, lr}\nadd sp, #12\nbx lr\n");
-int cases(int);
-int main(int argc, char** argv) { return cases(argc); }
+        "add sp, #4\npop.w {r4, lr}\nadd sp, #12\nbx lr\n"
+        ".p2align 2\n.arm\n.global other\n.type other, %function\nother: add r0, r0, #1\nbx r3\n"
+        ".thumb\nldr r0, [r0]\npush {r4, lr}\nthumb_call: bl cases\npop {r4, pc}\n");
+int cases(int), other(int);
+int main(int argc, char** argv) { return cases(argc) + other(argc); }
 """
 
 
@@ -90,7 +93,8 @@ class Tables(TablesTest):
         subprocess.run([COMPILERS["armhf"] + "strip", program], check=True)
         table = self.table_of(self.answer(program)["files"][0])
         self.assertEqual({name: table.rule(address + 4) for name, address in at.items()},
-                         {"case_call": ("sp", 8, -4), "last_call": ("sp", 16, -4), "variadic_call": ("sp", 24, -16)})
+                         {"case_call": ("sp", 8, -4), "last_call": ("sp", 16, -4), "variadic_call": ("sp", 24, -16),
+                          "thumb_call": ("sp", 8, -4)})
 
     def test_debug_information_is_found_by_build_id_and_by_link(self):
         prefix = COMPILERS["armhf"]
