@@ -8,6 +8,7 @@
 #include "platform/checked_programs.h"
 #include "platform/glibc/loaded_symbols.h"
 #include "platform/glibc/page_set.h"
+#include "platform/glibc/program_break.h"
 #include "platform/print.h"
 
 namespace quarl::glibc {
@@ -17,6 +18,7 @@ namespace {
 LibcAllocator found{};
 LibcAllocator behind{};
 constinit PageSet our_pages;
+constinit bool others_in_front = false;
 
 constexpr Bypassed kAll{true, true, true, true, true, true, true};
 
@@ -52,6 +54,7 @@ void look_in_front() {
   if (!resize.ours) memcpy(&realloc_in_front, &resize.address, sizeof resize.address);
   bypassed = {};
   if (release_ours && resize.ours) return;
+  others_in_front = true;
   bypassed = {first_function("malloc").ours,         first_function("calloc").ours,
               first_function("memalign").ours,       first_function("aligned_alloc").ours,
               first_function("posix_memalign").ours, first_function("valloc").ours,
@@ -70,7 +73,8 @@ void look_past_us() {
   bypassed = kAll;
 }
 
-// While somebody stands behind us, each block of the C library's passes here, and its pages are remembered.
+// While there is somebody else, each block of the C library's passes here: its pages are remembered, and nobody moves
+// the program break meanwhile.
 
 void* remember(void* block) {
   if (block == nullptr) return nullptr;
@@ -80,20 +84,26 @@ void* remember(void* block) {
 }
 
 void* allocate_noted(size_t size) {
+  const BreakLock lock;
   return remember(found.allocate(size));
 }
 void* resize_noted(void* block, size_t size) {
   if (block != nullptr && on_foreign_page(address_of(block))) return behind.resize(block, size);
+  const BreakLock lock;
   return remember(found.resize(block, size));
 }
 void* allocate_aligned_noted(size_t alignment, size_t size) {
+  const BreakLock lock;
   return remember(found.allocate_aligned(alignment, size));
 }
 void* allocate_cleared_noted(size_t count, size_t size) {
+  const BreakLock lock;
   return remember(found.allocate_cleared(count, size));
 }
 void release_by_page(void* block) {
-  (block != nullptr && on_foreign_page(address_of(block)) ? behind : found).release(block);
+  if (others_behind && block != nullptr && on_foreign_page(address_of(block))) return behind.release(block);
+  const BreakLock lock;
+  found.release(block);
 }
 size_t usable_size_by_page(void* block) {
   return (on_foreign_page(address_of(block)) ? behind : found).usable_size(block);
@@ -113,7 +123,7 @@ void look_behind_us() {
 
 void publish() {
   LibcAllocator table = found;
-  if (others_behind) {
+  if (others_behind || others_in_front) {
     table.allocate = allocate_noted;
     table.release = release_by_page;
     table.resize = resize_noted;

@@ -8,6 +8,7 @@
 #include "platform/checked_programs.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/loaded_symbols.h"
+#include "platform/glibc/program_break.h"
 
 extern "C" {
 void _IO_list_lock() __attribute__((weak));
@@ -49,6 +50,7 @@ void after_in_parent() {
 void after_in_child() {
   if (streams_held) _IO_list_resetlock();
   streams_held = false;
+  glibc::reset_break_lock();
   if (steps.in_child != nullptr) steps.in_child();
 }
 
