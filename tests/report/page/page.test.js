@@ -145,11 +145,14 @@ test("the charts follow the width of the window", options, async () => {
   const { page } = await open();
   const width = (selector) => page.evaluate((chart) => document.querySelector(chart).getBoundingClientRect().width, selector);
   for (const [chart, box] of [["#flame svg", "#flame"], ["#plot .uplot", "#plot"]]) {
-    await page.setViewportSize({ width: 1280, height: 900 });
+    const resize = async (pixels) => {
+      await page.setViewportSize({ width: pixels, height: 900 });
+      await page.waitForFunction(([inner, outer]) =>
+        document.querySelector(inner)?.getBoundingClientRect().width === document.querySelector(outer).clientWidth, [chart, box]);
+    };
+    await resize(1280);
     const wide = await width(chart);
-    await page.setViewportSize({ width: 500, height: 900 });
-    await page.waitForFunction(([inner, outer]) =>
-      document.querySelector(inner)?.getBoundingClientRect().width === document.querySelector(outer).clientWidth, [chart, box]);
+    await resize(500);
     assert.ok((await width(chart)) < wide && (await width(box)) < 500, chart);
   }
   await page.close();
