@@ -40,8 +40,8 @@ uint64_t way_to(const char* name) {
 // Entries that go on to the next definition of their name. Who stands between the C library and us and asks it for its
 // own would be led around in a circle.
 bool goes_on(const char* name) {
-  static constexpr const char* kNames[] = {"dlopen",  "dlmopen",          "dlsym", "dlvsym", "prctl",
-                                           "syscall", "__register_atfork"};
+  static constexpr const char* kNames[] = {"dlopen",  "dlmopen",           "dlsym", "dlvsym", "prctl",
+                                           "syscall", "__register_atfork", "sbrk",  "__sbrk", "brk"};
   for (const char* each : kNames) {
     if (strcmp(name, each) == 0) return true;
   }

@@ -43,21 +43,25 @@ using quarl::glibc::next_of;
 
 extern "C" {
 
-// Others may define the one by the other.
+// Others may define the one by the other. The next one is looked for before the lock is taken: that takes the loader's,
+// which a thread that loads a library holds while it allocates.
 QUARL_EXPORT void* sbrk(intptr_t bytes) noexcept {
   static constinit void* next = nullptr;
+  const auto go_on = next_of<void* (*)(intptr_t)>("sbrk", &next);
   const BreakLock lock;
-  return next_of<void* (*)(intptr_t)>("sbrk", &next)(bytes);
+  return go_on(bytes);
 }
 QUARL_EXPORT void* __sbrk(intptr_t bytes) {
   static constinit void* next = nullptr;
+  const auto go_on = next_of<void* (*)(intptr_t)>("__sbrk", &next);
   const BreakLock lock;
-  return next_of<void* (*)(intptr_t)>("__sbrk", &next)(bytes);
+  return go_on(bytes);
 }
 QUARL_EXPORT int brk(void* end) noexcept {
   static constinit void* next = nullptr;
+  const auto go_on = next_of<int (*)(void*)>("brk", &next);
   const BreakLock lock;
-  return next_of<int (*)(void*)>("brk", &next)(end);
+  return go_on(end);
 }
 
 }  // extern "C"
