@@ -33,10 +33,19 @@ def library_folders(target):
     return [tree / folder / sysroot.TRIPLET[target] for folder in ("lib", "usr/lib")]
 
 
+def is_library(path):
+    """Not a link of a whole system's files to an absolute path, which is another file here, nor a linker's script."""
+    if path.is_symlink() and path.readlink().is_absolute():
+        return False
+    with path.open("rb") as file:
+        return file.read(4) == b"\x7fELF"
+
+
 def make_tables(target, program, folder, debug_dirs):
     """Tables for a program, the libraries that it may load, and the loader that this machine starts it with."""
     loader = [Path("/lib/ld-linux.so.2")] if target == "i686" else []
-    names = [program, *loader, *(path for place in library_folders(target) for path in place.glob("*.so*"))]
+    libraries = (path for place in library_folders(target) for path in place.glob("*.so*"))
+    names = [program, *loader, *(path for path in libraries if is_library(path))]
     options = [word for place in debug_dirs for word in ("--debug-dir", place)]
     subprocess.run([QUARL, "frames", *sorted({path.resolve() for path in names}), "-o", folder, *options], check=True,
                    stdout=subprocess.DEVNULL)

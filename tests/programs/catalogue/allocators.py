@@ -19,7 +19,8 @@ swipl -q a.pl || echo $?
 """),
     Program("jemalloc", ("nghttp2-server", "nghttp2-proxy", "nghttp2-client"), files=TEXT, ignore=("out*", "*.pem"), work=r"""
 nghttpd --no-tls -d /work 8081 >out 2>&1 & server=$!
+await sh -c 'nghttp http://127.0.0.1:8081/text | cmp -s - text'
 nghttpx -f '127.0.0.1,8080;no-tls' -b '127.0.0.1,8081;;proto=h2' --workers 2 --accesslog-file=/dev/null --errorlog-file=out2 2>out3 & proxy=$!
-await sh -c 'nghttp http://127.0.0.1:8080/text | cmp - text'; for i in $(seq 8); do nghttp http://127.0.0.1:8080/text | cmp - text; done; h2load -n 60 -c 4 -m 4 http://127.0.0.1:8080/text | grep -c '60 succeeded'; kill -QUIT $proxy; wait $proxy || echo $?; kill $server; wait $server || echo $?
+await sh -c 'nghttp http://127.0.0.1:8080/text | cmp -s - text'; for i in $(seq 8); do nghttp http://127.0.0.1:8080/text | cmp - text; done; h2load -n 60 -c 4 -m 4 http://127.0.0.1:8080/text | grep -c '60 succeeded'; kill -QUIT $proxy; wait $proxy || echo $?; kill $server; wait $server || echo $?
 """),
 )
