@@ -3,6 +3,7 @@
 import os
 import shutil
 import signal
+import subprocess
 import threading
 import unittest
 
@@ -137,6 +138,18 @@ class BorrowedRights(case.Case):
         self.work = self.directory / "work"
         self.work.mkdir()
 
+    def damaged_tables(self):
+        """A folder of tables for what the program loads; whoever looks there says that they are damaged."""
+        quarl = self.target.build.parent / "host" / "quarl"
+        if not quarl.exists():
+            self.skipTest("quarl for the desk is not built")
+        tables = self.directory / "tables"
+        subprocess.run([quarl, "frames", self.program, self.directory / "libquarl.so", "-o", tables], check=True,
+                       stdout=subprocess.DEVNULL)
+        for table in tables.iterdir():
+            table.write_bytes(table.read_bytes()[:-4])
+        return tables
+
     def run_program(self, before=lambda: None, **environment):
         process = self._started(Process(self.target, self.program, directory=self.work, preload=False,
                                         environment=environment, before_start=before))
@@ -158,6 +171,17 @@ class BorrowedRights(case.Case):
                 link(victim, self.work / f"program_{os.getpid()}_quarl.log")
             process, status = self.run_program(lay_trap)
             self.assertEqual((status, victim.read_text()), (0, "precious"))
+
+    @promise("A set-user-id program believes neither the environment nor the current directory: no configuration is read "
+             "there, and no log is created through a link or over a file.")
+    def test_tables_that_the_environment_names_are_not_read(self):
+        tables = self.damaged_tables()
+        process, status = self.run_program(QUARL_FRAMES=str(tables))
+        self.assertEqual((status, process.out, process.err), (0, "", ""))
+        os.chmod(self.program, 0o755)  # with its own rights the same program believes it
+        process, status = self.run_program(QUARL_FRAMES=str(tables))
+        self.assertEqual((status, sorted(process.err.splitlines())), (0, sorted(
+            f"unwind table {table} is damaged, it is not used" for table in tables.iterdir())))
 
 
 if __name__ == "__main__":

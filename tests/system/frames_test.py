@@ -93,6 +93,23 @@ class Frames(case.Case):
                 self.assertEqual(elsewhere[:3], ["malloc", "allocate", "handler"])
                 self.assertNotIn("interrupted", elsewhere)
 
+    @promise("Such a trace passes the frame of a signal handler, and ends at the end of an alternate signal stack.")
+    def test_signals_in_code_of_the_kernel(self):
+        """The vdso where i386 has it, instruction by instruction; ARM's helpers; a system call that is begun again."""
+        self.make_tables("kernel_code")
+        traces = self.traces_of("kernel_code")
+        inside = traces[2001]
+        passed = [trace for trace in inside if trace[-2:] == ["interrupted", "main"]]
+        for trace in inside:
+            self.assertEqual(trace[:3], ["malloc", "allocate", "step"])
+        if self.target.emulated:
+            self.assertEqual([len(passed), len(inside)], [5, 5])
+        else:  # ends in the first and last instructions of a function of the vdso, where its frame pointer is not its own
+            self.assertGreater(len(inside), 40)
+            self.assertGreater(len(passed), 0.8 * len(inside))
+        [again] = traces[2002]
+        self.assertEqual((again[:3], again[-2:]), (["malloc", "allocate", "begin_again"], ["waiting", "main"]))
+
     @promise("Rules die with their library: another one at its addresses has its own from its first call on.")
     def test_rules_die_with_their_library(self):
         libraries = [self.target.build / "victims" / f"libreopened_{room}.so" for room in (16, 400)]

@@ -35,6 +35,7 @@ inline KnownCode known_code(uint32_t /*pc*/, const uint8_t* code) {
   if (is(0x58, 0xB8, 0x77, 0, 0, 0, 0xCD, 0x80)) return KnownCode::kSignalReturn;  // pop eax; mov eax, 119; int 0x80
   if (is(0xB8, 0xAD, 0, 0, 0, 0xCD, 0x80)) return KnownCode::kRtSignalReturn;      // mov eax, 173; int 0x80
   if (is(0x5D, 0x5A, 0x59, 0xC3)) return KnownCode::kSystemCall;                   // pop ebp; pop edx; pop ecx; ret
+  if (is(0xCD, 0x80, 0x5D, 0x5A, 0x59, 0xC3)) return KnownCode::kSystemCall;       // to be begun again behind a handler
   return KnownCode::kNone;
 }
 
