@@ -146,6 +146,28 @@ class Frames(case.Case):
             f"unwind table {table} is damaged, it is not used" for table in self.tables.iterdir()))
         self.assertEqual(process.out, "")
 
+    @promise("With `QUARL_FRAMES` a trace goes by the rules of the tables in that folder, and by the frame pointer where "
+             "there is no rule.")
+    def test_tables_that_are_made_anew_take_nothing_from_a_process(self):
+        """The old ones stay as they are for whoever has them mapped."""
+        self.make_tables("driver")
+        def inodes():
+            return {path.name: path.stat().st_ino for path in self.tables.iterdir()}
+        first = inodes()
+        driver = self.driver(LOGGED, environment=self.environment())
+        driver.malloc(100)
+        self.make_tables("driver")
+        self.assertEqual(first.keys(), inodes().keys())
+        self.assertEqual(set(first.values()) & set(inodes().values()), set())
+        mapped = Path(f"/proc/{driver.pid}/maps").read_text().split()
+        self.assertEqual({inode for inode in map(str, first.values()) if inode not in mapped}, set())
+        driver.do("calloc 1 200")  # by rows that no walk has touched
+        driver.do("memalign 64 300")
+        self.assert_ends(driver)
+        traces = self.traces(driver, "driver")
+        for size in (100, 200, 300):
+            self.assertEqual([trace[-1] for trace in traces[size]], ["main"])
+
 
 if __name__ == "__main__":
     case.main()
