@@ -1,17 +1,13 @@
 #include "frames/rules.h"
 
-#include <link.h>
 #include <string.h>
-#include <sys/auxv.h>
 
+#include "frames/loader.h"
 #include "frames/modules.h"
 #include "frames/table_files.h"
 #include "platform/code_map.h"
 #include "platform/system.h"
 #include "unwind.h"
-
-// Of the loader, for debuggers; not every loader has it.
-#pragma weak _r_debug
 
 namespace quarl {
 
@@ -34,7 +30,7 @@ using Predicate = bool (*)(uint32_t address);
 constinit Predicate ends_trace = nullptr;
 constinit ModuleList startup{};  // what the process began with; its tables may be taken away, and nothing else changes
 
-// Raised by each walk that begins in the loader. What was looked up before counts no more.
+// Raised by each walk that begins in a loader at work. What was looked up before counts no more.
 constinit uint32_t generation = 0;
 
 void raise_generation() {
@@ -166,11 +162,9 @@ AddressRange code_around(const void* address) {
   return module != nullptr ? code_of(*module) : AddressRange{0, 0};
 }
 
-// The loader's link-time addresses begin at 0. What the kernel says of it is wrong where it was started as the program.
-AddressRange find_loader() {
-  const uint32_t base = &_r_debug != nullptr ? _r_debug.r_ldbase : static_cast<uint32_t>(getauxval(AT_BASE));
+AddressRange code_of_loader() {
   for (const Module& module : startup) {
-    if (module.bias == base) return code_of(module);
+    if (module.bias == loader_bias()) return code_of(module);
   }
   return {0, 0};
 }
@@ -182,12 +176,12 @@ void learn_startup_frames(bool (*is_outermost)(uint32_t address)) {
   ends_trace = is_outermost;
   learn_modules(copy_present, nullptr, &startup);
   own_code = code_around(reinterpret_cast<const void*>(look_up_step));
-  loader_code = find_loader();
+  loader_code = code_of_loader();
   frames_in_use = true;
 }
 
 void note_loader_at_work() {
-  raise_generation();
+  if (loader_may_be_loading()) raise_generation();
 }
 
 // A live library is in nobody's way: where something else comes to lie, it has gone.

@@ -23,8 +23,8 @@ void learn_startup_frames(bool (*is_outermost)(uint32_t address));
 extern bool frames_in_use;
 extern AddressRange own_code;  // this library's
 
-// A walk that begins in the loader's code: it may be loading something, or have unloaded it. What is known of libraries
-// that came after the start is looked up anew then.
+// A walk that begins in the loader's code: it may be loading something, or only making room for a thread's variables.
+// What is known of libraries that came after the start is looked up anew when it is loading.
 //
 // Between mapping a library's code and running any of it the loader allocates, through the public entries; so no code
 // runs at an address for which an unloaded library's rules are still believed. Other code that takes the place of a
