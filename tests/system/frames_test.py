@@ -1,7 +1,9 @@
 """Call traces by the rules of tables (QUARL_FRAMES): of code without frame pointers, as distributions ship it."""
 
+import os
 import subprocess
 import unittest
+import unittest.mock
 from pathlib import Path
 
 import case
@@ -132,6 +134,25 @@ class Frames(case.Case):
             self.assertEqual({address >> 12 for address in trace[1:3]}, {place >> 12})
             names = [symbols.function_of(self.target, log, address) for address in trace[3:]]
             self.assertEqual((names[0], names[-1]), ("do_call", "main"))
+
+    def test_threads_make_nobody_look_for_libraries(self):
+        """The loader makes room for their variables, and has loaded nothing: /proc/self/maps tells nothing new."""
+        if not self.target.emulated:
+            self.skipTest("the emulator tells the system calls")
+        library = self.target.build / "victims" / "libreopened_16.so"
+        self.make_tables("driver", library.name)
+        looks = []
+        with unittest.mock.patch.dict(os.environ, QEMU_STRACE="1"):
+            for environment in ({}, self.environment()):
+                driver = self.driver(LOGGED, environment=environment)
+                handle = int(driver.dlopen(library))
+                place = driver.do(f"dlsym {handle:#x} reopened_allocation")
+                for _ in range(12):
+                    driver.spawn().do(f"call {place:#x}")
+                self.assertEqual(driver.finish(), 0)
+                looks.append(driver.err.count('"/proc/self/maps"'))
+        self.assertGreater(looks[0], 12)  # for their stacks
+        self.assertLess(looks[1], looks[0] + 4)
 
     @promise("A damaged table is not used, and one line on standard error says so.")
     def test_damaged_tables_are_refused(self):
