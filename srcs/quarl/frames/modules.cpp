@@ -2,6 +2,7 @@
 
 #include "frames/table_files.h"
 #include "platform/maps_reader.h"
+#include "unwind.h"
 
 namespace quarl {
 
@@ -36,7 +37,7 @@ constexpr uint32_t kPage = 4096;
 
 void add_object(uint32_t base, MemoryCopier copy, bool stays, ModuleList* list) {
   LoadedObject object;
-  if (!object.read(base, copy)) return;
+  if (!object.read(base, frame::kElfMachine, copy)) return;
   if (object.id_size == 0 && stays) object.identify_by_text();
   const uint32_t low = object.text_low & ~(kPage - 1);
   list->add({low, round_up(object.text_high, kPage), object.bias, table_of(object)});

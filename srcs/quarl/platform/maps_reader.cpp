@@ -7,7 +7,8 @@
 
 namespace quarl {
 
-MapsReader::MapsReader() : fd_(sys::open("/proc/self/maps", O_RDONLY)) {}
+MapsReader::MapsReader(char* path, size_t size)
+    : fd_(sys::open("/proc/self/maps", O_RDONLY)), path_(path), path_size_(size) {}
 
 MapsReader::~MapsReader() {
   if (fd_ >= 0) sys::close(fd_);
@@ -31,13 +32,23 @@ bool MapsReader::skip_line() {
     const char* rest = buffer_ + used_;
     const auto* end = static_cast<const char*>(memchr(rest, '\n', filled_ - used_));
     const size_t length = end != nullptr ? static_cast<size_t>(end - rest) : filled_ - used_;
-    slash = slash || memchr(rest, '/', length) != nullptr;
+    const auto* first = slash ? rest : static_cast<const char*>(memchr(rest, '/', length));
+    slash = first != nullptr;
+    if (slash && path_ != nullptr) keep_path(first, length - static_cast<size_t>(first - rest));
     used_ += length;
     if (end == nullptr) continue;
     ++used_;
     break;
   }
   return slash;
+}
+
+void MapsReader::keep_path(const char* part, size_t length) {
+  const size_t room = path_size_ - 1 - path_used_;
+  if (length > room) length = room;
+  memcpy(path_ + path_used_, part, length);
+  path_used_ += length;
+  path_[path_used_] = '\0';
 }
 
 // The hexadecimal number that comes next; `stop` receives the character behind it.
@@ -72,6 +83,8 @@ bool MapsReader::next(MapsLine* line) {
   const uint64_t major = hex(&c);
   const uint64_t minor = hex(&c);
   line->file_id = (major << 20 ^ minor) << 32 | hex(&c);  // the inode is decimal, and as good a name in hexadecimal
+  path_used_ = 0;
+  if (path_ != nullptr) path_[0] = '\0';
   line->file = c != '\n' && skip_line();
   return true;
 }

@@ -19,7 +19,9 @@ struct MapsLine {
 
 class MapsReader {
  public:
-  MapsReader();
+  MapsReader() : MapsReader(nullptr, 0) {}
+  // Each line's path, as the kernel writes it, goes to path[0, size), ended by a NUL; "" where there is none.
+  MapsReader(char* path, size_t size);
   ~MapsReader();
   MapsReader(const MapsReader&) = delete;
   MapsReader& operator=(const MapsReader&) = delete;
@@ -31,9 +33,13 @@ class MapsReader {
   bool fill();       // the buffer, once it is used up; false at the end
   int get();         // next character, -1 at the end
   bool skip_line();  // the rest of it; whether there was a slash
+  void keep_path(const char* part, size_t length);
   uintptr_t hex(int* stop);
 
   int fd_;
+  char* path_;
+  size_t path_size_;
+  size_t path_used_ = 0;
   size_t used_ = 0;
   size_t filled_ = 0;
   char buffer_[1024];

@@ -53,6 +53,17 @@ bool write_quietly(int fd, const void* data, size_t size) {
   return quietly([=] { return write_all(fd, data, size); });
 }
 
+long write_once_quietly(int fd, const void* data, size_t size) {
+  long written = -1;
+  quietly([&] {
+    do {
+      written = write(fd, data, size);
+    } while (written < 0 && errno == EINTR);
+    return written >= 0;
+  });
+  return written;
+}
+
 bool truncate(int fd, int64_t size) {
   return quietly([=] { return ftruncate64(fd, size) == 0; });
 }

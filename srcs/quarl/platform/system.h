@@ -37,6 +37,9 @@ bool write_all(int fd, const void* data, size_t size);
 // The same, raising neither SIGPIPE (no reader) nor SIGXFSZ (file size limit): errno alone tells.
 bool write_quietly(int fd, const void* data, size_t size);
 
+// As quietly, by one write: how many bytes are out, -1 with errno.
+long write_once_quietly(int fd, const void* data, size_t size);
+
 // Cuts a file or makes it longer, as quietly.
 bool truncate(int fd, int64_t size);
 

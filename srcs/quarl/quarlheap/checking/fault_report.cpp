@@ -1,7 +1,9 @@
 #include "quarlheap/checking/fault_report.h"
 
 #include "logs/records/fault_log.h"
+#include "quarlheap/checking/fault_event.h"
 #include "quarlheap/model/block_row.h"
+#include "quarlheap/model/operation_name.h"
 #include "state/clock.h"
 #include "state/held_text.h"
 
@@ -16,21 +18,6 @@ constexpr Overrun kHeadOverrun = {
     "######  slop over occurs at front of a memory block whose detail info is as follows:", "memory slop over at head"};
 constexpr Overrun kTailOverrun = {"###### slop over occurs at tail of a memory block whose detail info is as follows:",
                                   "memory slop over at tail"};
-
-const char* operation_name(uint8_t operation) {
-  switch (operation) {
-    case kOpMalloc:
-      return "malloc";
-    case kOpRealloc:
-      return "realloc";
-    case kOpCalloc:
-      return "calloc";
-    case kOpMemalign:
-      return "memalign";
-    default:
-      return "unknown operation";
-  }
-}
 
 // A full trace takes 64 lines of 16 characters beside about 300 characters of details.
 using Report = TextBuffer<2048>;
@@ -49,15 +36,21 @@ void describe(const OpRecord& record, const char* result, Report* report) {
   }
 }
 
-void report_overrun(DoubtfulBlock block, bool at_head) REQUIRES(hook_mutex) {
-  const Overrun& overrun = at_head ? kHeadOverrun : kTailOverrun;
+// Not inlined: the text is off the stack before the event is told.
+[[gnu::noinline]] void print_overrun(const Overrun& overrun, const OpRecord& record) REQUIRES(hook_mutex) {
   Report report;
   report.format("%s\n", overrun.title);
+  describe(record, overrun.result, &report);
+  write_at_once(report);
+}
+
+void report_overrun(DoubtfulBlock block, FaultCode code) REQUIRES(hook_mutex) {
+  const bool at_head = code == QR_FAULT_HEAD;
   OpRecord record;
   fill_fault_row(block, at_head ? kKindSlopHead : kKindSlopTail, &record);
   log_fault(record);
-  describe(record, overrun.result, &report);
-  write_at_once(report);
+  print_overrun(at_head ? kHeadOverrun : kTailOverrun, record);
+  tell_fault(block, code, &record);
 }
 
 }  // namespace
@@ -70,7 +63,7 @@ void qr_report_fault(DoubtfulBlock block, int code) {
       break;
     case QR_FAULT_HEAD:
     case QR_FAULT_TAIL:
-      return report_overrun(block, code == QR_FAULT_HEAD);
+      return report_overrun(block, static_cast<FaultCode>(code));
     case QR_FAULT_INVALID:
       text.format("memory invalid!\n");
       break;
@@ -78,6 +71,7 @@ void qr_report_fault(DoubtfulBlock block, int code) {
       text.format("other fault!\n");
   }
   write_at_once(text);
+  if (code == QR_FAULT_DOUBLE_FREE) tell_fault(block, QR_FAULT_DOUBLE_FREE, nullptr);
 }
 
 }  // namespace quarl

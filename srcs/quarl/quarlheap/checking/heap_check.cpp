@@ -3,6 +3,7 @@
 #include "config/item_setters.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
+#include "quarlheap/checking/fault_event.h"
 #include "quarlheap/checking/fault_report.h"
 #include "quarlheap/model/used_list.h"
 #include "state/process.h"
@@ -45,5 +46,6 @@ extern "C" QUARL_EXPORT void quarl_check_mem(void) {
   }
   const InsideChecker inside;  // a handler that interrupts the check may allocate
   const ScopedLock lock;
+  const FoundBy call(FoundBy::kCalledCheck);
   qr_heap_check();
 }

@@ -2,6 +2,7 @@
 
 #include "platform/libc_hooks.h"
 #include "platform/thread_cache.h"
+#include "quarlheap/checking/fault_event.h"
 #include "quarlheap/checking/fault_report.h"
 #include "quarlheap/checking/fault_stop.h"
 #include "quarlheap/model/used_list.h"
@@ -9,9 +10,11 @@
 namespace quarl {
 namespace {
 
-[[noreturn, gnu::cold, gnu::noinline]] void report_and_stop(DoubtfulBlock block, FaultCode code, bool lock_held)
-    REQUIRES(hook_mutex) {
+// `search`: the block is not the one that the call is about.
+[[noreturn, gnu::cold, gnu::noinline]] void report_and_stop(DoubtfulBlock block, FaultCode code, bool lock_held,
+                                                            bool search = false) REQUIRES(hook_mutex) {
   expect_release();
+  expect_fault_that_stops(search);
   qr_report_fault(block, code);
   qr_fault_stop(current_tid(), lock_held);
 }
@@ -27,7 +30,7 @@ namespace {
   BlockWalk walk;
   for (; walk.here(); walk.step()) {
     if (walk.block().p() == p) return true;
-    if (check_on_walk(walk.block()) == QR_FAULT_HEAD) report_and_stop(walk.block(), QR_FAULT_HEAD, lock_held);
+    if (check_on_walk(walk.block()) == QR_FAULT_HEAD) report_and_stop(walk.block(), QR_FAULT_HEAD, lock_held, true);
   }
   if (walk.met_whole_list()) return is_tied(p);
   // Lost from the list by a damaged link, but still known by a neighbour; or by nobody, where blocks are.

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "platform/system.h"
+#include "quarlheap/checking/fault_event.h"
 #include "quarlheap/checking/heap_check.h"
 #include "quarlheap/upkeep/reload.h"
 #include "state/process.h"
@@ -16,6 +17,7 @@ namespace quarl {
   if (hooks_installed == 0) return Flags();  // the process has ended the checker meanwhile
   if (Flags().reload_wanted()) reload();
   if (hook_mutex.ends_at_release()) return Flags();
+  const FoundBy call(FoundBy::kCalledCheck);
   if (Flags().check_trigger(check_triggers)) qr_heap_check();
   return Flags();
 }

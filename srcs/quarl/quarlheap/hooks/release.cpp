@@ -1,4 +1,5 @@
 // The free hook.
+#include "quarlheap/checking/fault_event.h"
 #include "quarlheap/checking/pointer_check.h"
 #include "quarlheap/hooks/hook_call.h"
 #include "quarlheap/hooks/hook_table.h"
@@ -33,6 +34,7 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
 
 [[gnu::cold, gnu::noinline]] void* give_up_doubtful(const Flags& flags, Address p, const CallTrace& trace)
     REQUIRES(hook_mutex) {
+  const FoundBy release(FoundBy::kRelease);
   return give_up(flags, classify_pointer(p), trace);
 }
 

@@ -27,8 +27,10 @@
 #include "quarlheap/model/block_header.h"
 #include "quarlheap/model/code_pages.h"
 #include "quarlheap/upkeep/agent_line.h"
+#include "quarlheap/upkeep/configuration_event.h"
 #include "quarlheap/upkeep/effects.h"
 #include "quarlheap/upkeep/pending_work.h"
+#include "state/events/event.h"
 #include "state/held_text.h"
 #include "state/process.h"
 #include "symbols/symbol_table.h"
@@ -117,8 +119,10 @@ void prepare_platform() {
   prepare_platform();
   const ScopedLock lock;
   identify_process();
+  settle_events(describe_configuration);
   find_stop_ranges();
   if (load_configuration(carry_out) != 0) apply_defaults_without_file(carry_out);
+  tell_configuration();
   if (hook_mutex.ends_at_release()) return;
   prepare_logs();
   open_log_files();

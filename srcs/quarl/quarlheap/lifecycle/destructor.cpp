@@ -14,6 +14,7 @@
 #include "quarlheap/lifecycle/exit_lock.h"
 #include "quarlheap/model/used_list.h"
 #include "quarlheap/upkeep/dump.h"
+#include "quarlheap/upkeep/end_event.h"
 #include "quarlheap/upkeep/interval_timer.h"
 
 namespace quarl {
@@ -37,6 +38,7 @@ void close_log_files() REQUIRES(hook_mutex) {
     if (lock.interrupted_a_hook()) expect_unfinished_list();
     const bool may_call = !confined();  // behind a filter all is written already, and the kernel cleans up
     if (may_call) run_exit_dump();
+    if (may_call) tell_exit(0);
     if (may_call) release_all_record_pages();
     restore_hooks();
     close_used_list();

@@ -9,6 +9,7 @@
 #include "platform/system.h"
 #include "quarlheap/lifecycle/exit_lock.h"
 #include "quarlheap/upkeep/dump.h"
+#include "quarlheap/upkeep/end_event.h"
 #include "quarlheap/upkeep/interval_timer.h"
 #include "state/process.h"
 #include "state/settings.h"
@@ -23,6 +24,7 @@ void write_all_there_is() REQUIRES(hook_mutex) {
   pause_interval_timer();
   run_exit_dump();
   remove_logs_that_say_nothing();
+  tell_confined();
   clear_flag(settings.cfg_flags, kReloadRequest);
 }
 

@@ -13,10 +13,12 @@
 #include "platform/libc_hooks.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
+#include "quarlheap/checking/fault_event.h"
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/left_unmappings.h"
 #include "quarlheap/upkeep/interval_timer.h"
 #include "state/clock.h"
+#include "state/events/event.h"
 #include "state/process.h"
 
 namespace quarl {
@@ -43,6 +45,7 @@ void leave_parent_logs() REQUIRES(hook_mutex) {
 
 void become_own_process() REQUIRES(hook_mutex) {
   forked_child = true;
+  forget_faults_found();
   inherited_seq_num = last_seq_num;
   forget_interval_timer();
   settings.snap_interval = 0;
@@ -71,6 +74,7 @@ void after_fork_in_child() NO_THREAD_SAFETY_ANALYSIS {
   forget_thread_identity();
   settle_frames_in_child();
   hook_mutex.reset_in_child();
+  leave_parent_events();
   const ScopedLock lock;
   become_own_process();
   if (whole) {

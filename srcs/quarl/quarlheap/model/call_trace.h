@@ -20,6 +20,9 @@ using HookFrame = uintptr_t;
   return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
 }
 
+// The frame of the hook, or of another function that the application calls, that led to `frame` in this library.
+HookFrame hook_frame_of(HookFrame frame);
+
 // Fills buf[0 .. count) with at most max return addresses, the one into the hook's caller first; returns count.
 int capture_trace(HookFrame frame, uint32_t* buf, int max);
 

@@ -102,6 +102,21 @@ bool has_wild_link(DoubtfulBlock block) {
   return wild(header::link(block.p(), kNextLink)) || wild(header::link(block.p(), kPrevLink));
 }
 
+bool link_is_wrong(Address p, HeaderWord link) {
+  const HeaderWord back = link == kNextLink ? kPrevLink : kNextLink;
+  return !belongs_elsewhere(p, link, back, link == kNextLink ? heap_block_tail : heap_block_head);
+}
+
+bool find_right_link(Address p, HeaderWord link, uint32_t* word) {
+  const bool forth = link == kNextLink;
+  const Address end = forth ? heap_block_tail : heap_block_head;
+  const Address named = end == p ? 0 : find_naming(end, forth ? kPrevLink : kNextLink, p);
+  if (named == 0 && end != p) return false;
+  const HeaderLayout layout = HeaderLayout::configured(Flags());
+  *word = named | (forth ? layout.next_flags() : layout.prev_flags());
+  return true;
+}
+
 void replace_lost_tail(Address p) {
   if (heap_block_head == 0 && heap_block_tail == 0) return;
   const Address reached = last_before(heap_block_head, kNextLink, p);

@@ -101,6 +101,11 @@ struct Ties {
 // Whether a link of the block leads to where no block can be. 0, the block itself and the head end a walk.
 [[gnu::noinline]] bool has_wild_link(DoubtfulBlock block) REQUIRES(hook_mutex);
 
+// Whether a link of a block that can be one is not answered by what it names, nor by the list's end. And what it should
+// be, by who names the block from beyond; false when nobody does.
+[[gnu::cold, gnu::noinline]] bool link_is_wrong(Address p, HeaderWord link) REQUIRES(hook_mutex);
+[[gnu::cold, gnu::noinline]] bool find_right_link(Address p, HeaderWord link, uint32_t* word) REQUIRES(hook_mutex);
+
 // Takes a block off the list whose links are damaged, and mends its neighbours' links as far as others tell of them.
 [[gnu::cold, gnu::noinline]] void unlink_damaged(Address p) REQUIRES(hook_mutex);
 

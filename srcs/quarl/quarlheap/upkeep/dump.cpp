@@ -5,6 +5,7 @@
 #include "logs/statistics/statistics.h"
 #include "platform/confinement.h"
 #include "platform/print.h"
+#include "quarlheap/checking/fault_event.h"
 #include "quarlheap/checking/heap_check.h"
 #include "quarlheap/upkeep/auto_snapshot.h"
 #include "quarlheap/upkeep/unfreed.h"
@@ -54,6 +55,7 @@ void run_signal_dump() {
 
 void run_exit_dump() {
   const Flags flags;
+  const FoundBy exit(FoundBy::kExit);
   take_final_snapshot();
   reopen_snapshot_log();
   if (flags.prints_statistics()) print_statistics();
