@@ -9,6 +9,7 @@
 #include "frames/verb.h"
 #include "message.h"
 #include "refusal.h"
+#include "story/verb.h"
 #include "verbs/verbs.h"
 
 #ifdef QUARL_HAVE_REPORT
@@ -37,6 +38,7 @@ std::unique_ptr<CLI::App> make_app(int& exit_status) {
 #ifdef QUARL_HAVE_REPORT
   report::add_verb(*app, exit_status);
 #endif
+  story::add_verb(*app, exit_status);
   add_completion(*app, exit_status);
   add_man(*app, exit_status);
   return app;

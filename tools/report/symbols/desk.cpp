@@ -20,6 +20,27 @@ SymbolFile* Desk::find(const std::string& target_path, const std::vector<Mapping
   return nullptr;
 }
 
+// Debug information that was split off stands in for a file that the desk does not have.
+SymbolFile* Desk::find_build(const std::string& target_path, const std::string& build_id) {
+  std::vector<std::string> paths = candidates(target_path);
+  if (build_id.size() > 2) {
+    std::string split = "/.build-id/" + build_id.substr(0, 2) + "/" + build_id.substr(2) + ".debug";
+    for (const std::string& directory : options_.debug_dirs) paths.push_back(directory + split);
+    for (const std::string& root : options_.sysroots) paths.push_back(root + "/usr/lib/debug" + split);
+    paths.push_back("/usr/lib/debug" + split);
+  }
+  std::vector<std::string> others;
+  for (const std::string& path : paths) {
+    SymbolFile* file = open(path);
+    if (file == nullptr) continue;
+    if (file->build_id() == build_id) return file;
+    others.push_back(path);
+  }
+  if (!others.empty())
+    warn(fmt::format("{} is another build than the {} that ran: its names are not used", others[0], target_path));
+  return nullptr;
+}
+
 void Desk::warn(const std::string& sentence) {
   if (std::find(warnings_.begin(), warnings_.end(), sentence) == warnings_.end()) warnings_.push_back(sentence);
 }

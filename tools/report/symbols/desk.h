@@ -22,6 +22,8 @@ class Desk {
 
   // The file mapped at `mappings` from `target_path`, null when the desk has none that fits. Opened once.
   SymbolFile* find(const std::string& target_path, const std::vector<Mapping>& mappings);
+  // The file of `target_path` with that build id ("" when it has none), null when the desk has no such build.
+  SymbolFile* find_build(const std::string& target_path, const std::string& build_id);
   // One sentence for each file that was refused, or does not go with the log in all.
   const std::vector<std::string>& warnings() const { return warnings_; }
   void warn(const std::string& sentence);  // once each

@@ -15,14 +15,14 @@ constexpr std::array<std::string_view, 22> kEntries = {
     "__libc_calloc",  "__libc_realloc", "__libc_memalign", "__malloc",     "__calloc", "__realloc",
     "__mmap",         "free",           "cfree",           "munmap"};
 
+}  // namespace
+
 bool is_allocation_entry(const Frame& frame) {
   if (base_name(frame.module).starts_with("libquarl")) return true;
   if (frame.nearest) return false;
   return std::find(kEntries.begin(), kEntries.end(), frame.function) != kEntries.end() ||
          frame.function.starts_with("operator new") || frame.function.starts_with("operator delete");
 }
-
-}  // namespace
 
 const Frames& Symbolizer::frames(uint32_t address) {
   auto [position, added] = cache_.try_emplace(address);

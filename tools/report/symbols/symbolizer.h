@@ -9,6 +9,9 @@
 
 namespace quarl::report {
 
+// A frame of the checker or of an allocation entry (malloc, operator new and the like).
+bool is_allocation_entry(const Frame& frame);
+
 class Symbolizer {
  public:
   // `desk` must outlive the symbolizer. `sample` are return addresses of the process: a file of the desk in which many
