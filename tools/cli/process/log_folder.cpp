@@ -1,19 +1,20 @@
 #include "process/log_folder.h"
 
+#include <fcntl.h>
 #include <fmt/chrono.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <vector>
 
 #include "logs/format.h"
-#include "message.h"
 #include "refusal.h"
 
 namespace quarl {
@@ -70,20 +71,34 @@ LogFolder::LogFolder(const std::string& given, const std::string& program) {
   path_ = fs::absolute(folder).lexically_normal().string();
 }
 
-void LogFolder::finish(bool findings_only, pid_t spared) const {
+LogFolder::~LogFolder() {
+  std::error_code error;
+  fs::remove(path_, error);
+}
+
+std::string LogFolder::make_file(const std::string& name, const std::string& extension) const {
+  for (int number = 1;; ++number) {
+    std::string path = fmt::format("{}/{}{}.{}", path_, name, number == 1 ? "" : fmt::format("-{}", number), extension);
+    int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (file < 0 && errno != EEXIST) refuse("cannot make {}: {}", path, std::strerror(errno));
+    if (file < 0) continue;
+    close(file);
+    return path;
+  }
+}
+
+std::vector<std::string> LogFolder::logs(bool findings_only, pid_t spared) const {
   std::vector<std::string> logs;
   std::error_code error;
   for (fs::directory_iterator entry(path_, error), end; !error && entry != end; entry.increment(error)) {
-    pid_t pid = process_of_log(entry->path().filename());
-    if (pid != 0) logs.push_back(entry->path());
+    if (process_of_log(entry->path().filename()) != 0) logs.push_back(entry->path());
   }
   std::erase_if(logs, [&](const std::string& log) {
     pid_t pid = process_of_log(fs::path(log).filename());
     return findings_only && pid != spared && !lives(pid) && says_nothing(log) && fs::remove(log, error);
   });
-  if (logs.size() == 1) say("log: {}", logs.front());
-  if (logs.size() > 1) say("{} logs: {}", logs.size(), path_);
-  if (logs.empty()) fs::remove(path_, error);  // stays when something else lies there
+  std::sort(logs.begin(), logs.end());
+  return logs;
 }
 
 }  // namespace quarl

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 namespace quarl {
 
@@ -14,11 +15,19 @@ class LogFolder {
   // be.
   LogFolder(const std::string& given, const std::string& program);
 
+  ~LogFolder();  // removes it when nothing is in it
+  LogFolder(const LogFolder&) = delete;
+  LogFolder& operator=(const LogFolder&) = delete;
+
   const std::string& path() const { return path_; }
 
-  // The run is over: says where its logs are. With findings_only, those of processes that ended without writing what
-  // they held (by exec, _exit or a signal) and that have no record are removed first, but for that of `spared`.
-  void finish(bool findings_only, pid_t spared) const;
+  // Makes an empty file there that no other run has: NAME.EXTENSION, or NAME-2.EXTENSION and so on. Its path; a Refusal
+  // when it cannot be made.
+  std::string make_file(const std::string& name, const std::string& extension) const;
+
+  // Paths of the logs that are there. With findings_only, those of processes that ended without writing what they held
+  // (by exec, _exit or a signal) and that have no record are removed first, but for that of `spared`.
+  std::vector<std::string> logs(bool findings_only, pid_t spared) const;
 
  private:
   std::string path_;

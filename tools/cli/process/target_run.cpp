@@ -20,8 +20,12 @@ namespace quarl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::milliseconds kLookPeriod(100);
-constexpr int kMaxLookShare = 50;  // looking takes at most one part in so many of the time
+using std::chrono::milliseconds;
+constexpr milliseconds kLookPeriod(100);
+constexpr milliseconds kHurry(2);         // between looks for a thread that is about to be stopped
+constexpr milliseconds kPatience(1000);   // for what becomes of a stopped thread
+constexpr milliseconds kStragglers(300);  // for processes that end with the program
+constexpr int kMaxLookShare = 50;         // looking takes at most one part in so many of the time
 
 // What the program may be told from outside. Not SIGTSTP: the terminal stops both at once.
 sigset_t handled_signals() {
@@ -37,7 +41,8 @@ sigset_t handled_signals() {
 
 }  // namespace
 
-TargetRun::TargetRun(const RunSettings& settings) : settings_(settings), tap_(OutputTap::open(settings.direct)) {}
+TargetRun::TargetRun(const RunSettings& settings, RunEvents& events)
+    : settings_(settings), events_(events), stopped_(events, settings.keep_parked, settings.raw) {}
 
 TargetRun::~TargetRun() {
   if (signals_ >= 0) close(signals_);
@@ -46,8 +51,8 @@ TargetRun::~TargetRun() {
 int TargetRun::run(const LaunchCommand& command) {
   start(command);
   wait_for_end();
-  tap_->finish();
-  tell_agent_port();
+  wait_for_stragglers();
+  events_.tell_waiting(milliseconds(0));
   return exit_status();
 }
 
@@ -65,11 +70,9 @@ void TargetRun::start(const LaunchCommand& command) {
   bool failed = read(failure[0], &error, sizeof error) == sizeof error;
   close(failure[0]);
   if (failed) refuse("cannot start {}: {}", command.argv[0], std::strerror(error));
-  tap_->start();
 }
 
 void TargetRun::become_program(const LaunchCommand& command, int failure) {
-  tap_->attach_child();
   for (const auto& [name, value] : command.environment) setenv(name.c_str(), value.c_str(), 1);
   std::vector<char*> argv;
   for (const std::string& argument : command.argv) argv.push_back(const_cast<char*>(argument.c_str()));
@@ -82,17 +85,44 @@ void TargetRun::become_program(const LaunchCommand& command, int failure) {
 }
 
 void TargetRun::wait_for_end() {
-  std::chrono::milliseconds period = kLookPeriod;
+  auto next_look = Clock::now();
   while (!ended_) {
-    struct pollfd source = {signals_, POLLIN, 0};
-    poll(&source, 1, static_cast<int>(period.count()));
+    if (Clock::now() >= next_look) {
+      auto begin = Clock::now();
+      look();
+      next_look = Clock::now() + std::max<Clock::duration>(kLookPeriod, (Clock::now() - begin) * kMaxLookShare);
+    }
+    wait_until(hurry_ ? std::min(next_look, Clock::now() + kHurry) : next_look);
     take_signals();
-    if (ended_) break;
-    auto begin = Clock::now();
-    look();
-    auto cost = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
-    period = std::max(kLookPeriod, cost * kMaxLookShare);
+    follow();
   }
+}
+
+// For a signal, or for events.
+void TargetRun::wait_until(Clock::time_point time) {
+  auto left = std::chrono::ceil<milliseconds>(time - Clock::now());
+  struct pollfd sources[] = {{signals_, POLLIN, 0}, {events_.watch(), POLLIN, 0}};
+  poll(sources, std::size(sources), static_cast<int>(std::max(left, milliseconds(0)).count()));
+}
+
+// Of a pipeline, say, all but the last process end by themselves a moment later.
+void TargetRun::wait_for_stragglers() {
+  auto end = Clock::now() + kStragglers;
+  follow();
+  while (!survivors().empty() && Clock::now() < end) {
+    wait_until(std::min(end, Clock::now() + kHurry));
+    take_signals();
+    follow();
+  }
+}
+
+std::vector<const story::Process*> TargetRun::survivors() const {
+  std::vector<const story::Process*> living;
+  for (const story::Process& process : events_.processes().all()) {
+    const bool over = process.ending || process.replaced || process.pid == pid_;
+    if (!over && runs_under_checker(process.pid)) living.push_back(&process);
+  }
+  return living;
 }
 
 void TargetRun::take_signals() {
@@ -108,57 +138,38 @@ void TargetRun::take_signals() {
 
 // What the terminal sends, and what the program sends to its own process group, has reached the program by itself.
 void TargetRun::forward(const signalfd_siginfo& signal) {
-  if (signal.ssi_signo == SIGWINCH) tap_->resize();
   if (ended_ || signal.ssi_code > 0) return;
   std::vector<pid_t> tree = process_tree(pid_);
   if (std::find(tree.begin(), tree.end(), static_cast<pid_t>(signal.ssi_pid)) != tree.end()) return;
   kill(pid_, machine_signal(static_cast<int>(signal.ssi_signo), emulated_));
 }
 
-void TargetRun::look() {
-  tap_->look();
+void TargetRun::follow() {
+  events_.read();
+  hurry_ = stopped_.look_where_told();
+  events_.tell_waiting(kPatience);
   tell_agent_port();
-  std::vector<pid_t> tree = process_tree(pid_);
-  for (pid_t pid : tree) look_at_process(pid);
-  end_lonely_agents();
 }
 
-void TargetRun::look_at_process(pid_t pid) {
-  for (const ParkedThread& thread : find_parked(pid)) {
-    if (!parked_.insert({pid, thread.tid}).second) continue;
-    std::string name = thread_name(pid, thread.tid);
-    if (settings_.keep_parked) {
-      say("thread {} ({}) of process {} is parked after a fault; end it with: quarl release {} {}", thread.tid, name,
-          pid, pid, thread.tid);
-    } else {
-      release(thread);
-      say("thread {} ({}) of process {} was parked after a fault and is released to end", thread.tid, name, pid);
-    }
+void TargetRun::look() {
+  for (pid_t pid : process_tree(pid_)) {
+    stopped_.look(pid);
+    unchecked_.look(pid);
   }
-}
-
-// When the last thread of a program was parked and released, its agent would keep the process for ever; and the agent
-// takes no signal that could be handled.
-void TargetRun::end_lonely_agents() {
-  for (const auto& [pid, tid] : parked_) {
-    if (thread_lives(pid, tid) || !only_agent_left(pid)) continue;
-    say("nothing but the agent is left of process {}; it is ended", pid);
-    kill(pid, SIGKILL);
-  }
+  stopped_.end_lonely_agents();
 }
 
 void TargetRun::tell_agent_port() {
-  int port = tap_->agent_port();
-  if (!settings_.agent || port == told_port_) return;
-  told_port_ = port;
-  say("the agent listens at port {}", port);
+  if (!settings_.agent) return;
+  for (const story::Process& process : events_.processes().all()) {
+    if (process.agent_port != 0 && told_ports_.insert(process.agent_port).second)
+      say("the agent listens at port {}", process.agent_port);
+  }
 }
 
 int TargetRun::exit_status() const {
-  int faults = tap_->faults();
-  int parked = static_cast<int>(parked_.size());
-  if (faults > 0 || parked > 0) say("fault reports: {}, parked threads: {}", faults, parked);
-  if ((faults > 0 || parked > 0) && settings_.fault_status != 0) return settings_.fault_status;
+  const bool faulty = events_.teller().faults() > 0 || stopped_.count() > 0;
+  if (faulty && settings_.fault_status != 0) return settings_.fault_status;
   return WIFSIGNALED(wait_status_) ? 128 + WTERMSIG(wait_status_) : WEXITSTATUS(wait_status_);
 }
 

@@ -4,21 +4,20 @@
 #include <sys/signalfd.h>
 #include <sys/wait.h>
 
-#include <memory>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "process/output_tap.h"
-#include "process/parked_threads.h"
+#include "process/run_events.h"
+#include "process/stopped_threads.h"
+#include "process/unchecked_programs.h"
 #include "target/launch_command.h"
 
 namespace quarl {
 
 struct RunSettings {
   bool keep_parked = false;  // parked threads are told, but not released
-  bool direct = false;       // standard output is not read along
+  bool raw = false;          // no stories: the library's own texts are shown
   bool agent = false;        // tell the port that the agent announces
   int fault_status = 86;     // exit status after a fault; 0 keeps the program's own
   bool keep_all = false;     // logs that say nothing stay as well
@@ -27,38 +26,45 @@ struct RunSettings {
 
 class TargetRun {
  public:
-  explicit TargetRun(const RunSettings& settings);
+  TargetRun(const RunSettings& settings, RunEvents& events);
   ~TargetRun();
 
   // Starts the program, waits for its end and returns the exit status: the program's own, 128 + N when signal N ended
   // it, or the fault status. A Refusal when the program cannot be started.
   int run(const LaunchCommand& command);
 
+  pid_t pid() const { return pid_; }
   // The process that a signal has ended; 0 when it was none.
   pid_t killed() const { return WIFSIGNALED(wait_status_) ? pid_ : 0; }
+  // Checked processes of the run that are still there.
+  std::vector<const story::Process*> survivors() const;
+  const UncheckedPrograms& unchecked() const { return unchecked_; }
 
  private:
   void start(const LaunchCommand& command);
   [[noreturn]] void become_program(const LaunchCommand& command, int failure);
   void wait_for_end();
+  void wait_for_stragglers();
+  void wait_until(std::chrono::steady_clock::time_point time);
   void take_signals();
   void forward(const signalfd_siginfo& signal);
-  void look();  // for parked threads, new processes and messages
-  void look_at_process(pid_t pid);
-  void end_lonely_agents();
+  void follow();  // the events, and what they ask for
+  void look();    // at the processes: what no event has told
   void tell_agent_port();
   int exit_status() const;
 
   RunSettings settings_;
-  std::unique_ptr<OutputTap> tap_;
+  RunEvents& events_;
+  StoppedThreads stopped_;
+  UncheckedPrograms unchecked_;
   sigset_t own_mask_;  // the signal mask that the program gets
   int signals_ = -1;
   pid_t pid_ = 0;
   bool emulated_ = false;
   bool ended_ = false;
+  bool hurry_ = false;  // a thread is about to wait for its release
   int wait_status_ = 0;
-  int told_port_ = 0;
-  std::set<std::pair<pid_t, pid_t>> parked_;  // told already
+  std::set<int> told_ports_;
 };
 
 }  // namespace quarl

@@ -39,6 +39,7 @@ std::string words_of(const CLI::App& app) {
   for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; }))
     words += verb->get_name() + " ";
   for (const CLI::Option* option : app.get_options()) {
+    if (option->get_group().empty()) continue;  // left out of the help as well
     for (const std::string& name : option->get_lnames()) words += "--" + name + " ";
   }
   return words;

@@ -27,6 +27,7 @@ std::string as_it_stands(const std::string& text) {
 std::string options_of(const CLI::App& app) {
   std::string text;
   for (const CLI::Option* option : app.get_options()) {
+    if (option->get_group().empty()) continue;  // left out of the help as well
     std::string name = option->get_name(option->get_positional(), true);
     std::string type = option->get_type_size() > 0 && !option->get_positional() ? " " + option->get_type_name() : "";
     text += fmt::format(".TP\n.B {}\n{}\n", escape(name + type), escape(option->get_description()));

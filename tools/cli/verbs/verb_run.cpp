@@ -1,20 +1,21 @@
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 
 #include "frames/batch/cache.h"
 #include "items/config_reader.h"
 #include "items/run_config.h"
 #include "message.h"
-#include "process/log_folder.h"
-#include "process/target_run.h"
+#include "process/run_end.h"
 #include "refusal.h"
 #include "target/launch_command.h"
 #include "target/library_path.h"
 #include "target/loaded_files.h"
-#include "temporary_file.h"
 #include "verbs/verbs.h"
 
 namespace quarl {
@@ -23,37 +24,44 @@ namespace {
 struct RunOptions {
   std::vector<std::string> set;
   std::string config, sysroot, library;
-  bool record = false, no_frames = false;
+  bool record = false, no_frames = false, direct = false;
   int snapshots = 0;
   RunSettings settings;
   std::vector<std::string> command;
 };
 
 constexpr const char* kFooter =
-    R"(Configuration: without --config the program reads what it would read anyway, the file named by QUARL_CFG_FILE or
-quarlcfg.ini in the current directory. Items from the command line are written to a temporary file together with that
-file's lines, in an order in which all of them act; --set goes before the short names, and both before the file.
+    R"(Stories: the checker tells each fault in a line of the file events.jsonl beside the logs, and the tool tells it at once on
+standard error: where the block was allocated, who met the fault, and which bytes are wrong. "quarl story" tells the same
+from the file later. What the library prints itself, reports as well as the tables of QUARL_PRINT_PROFINFO, is shown
+with --raw instead of the stories. The program's own input and output are not touched.
+A parked thread is released to end, which the kernel tells as well when no event does. Of a fault that several checks
+meet the story is told once. 32-bit programs that PROGRAM starts are checked, too; others are named at the end.
+
+Configuration: without --config the program reads what it would read anyway, the file named by QUARL_CFG_FILE or
+quarlcfg.ini in the current directory. Items from the command line are written to a file beside the logs together with
+that file's lines, in an order in which all of them act; --set goes before the short names, and both before the file. It
+is removed at the end, unless processes of the run are still there.
 
 Libraries: libquarl.so is chosen by PROGRAM's ELF header. i686 programs run natively, or with --sysroot by the loader
 of that folder (their logs are named after the loader then); ARM programs run through qemu-arm, by default with
 /usr/arm-linux-gnueabihf or -gnueabi as the sysroot. A PROGRAM without "/" is looked up in PATH, first below --sysroot.
 
 Contract: QUARL_CONTRACT=libc is set for the program unless the variable is set already: a request of 0 bytes gets a
-block, blocks are aligned and failures tell ENOMEM as glibc's programs expect; that a log could not be written is told
-on standard error, once in a process. QUARL_CONTRACT=plain passes on what the checker's hooks answer, as a C library with
-such hooks does.
-
-Faults: a parked thread is found by what the kernel says of it. Reports are found in what the program prints: a file is
-passed through and read on the side, a pipe is replaced by a pipe, a terminal by a pseudo-terminal, and what comes out
-is passed on unchanged. --direct passes the descriptor itself; then only parked threads count as faults and the agent's
-port is not told, as when the program sends its standard output elsewhere. 32-bit programs that PROGRAM starts are
-checked, too; of 64-bit ones the loader says on standard error that it cannot.
+block, blocks are aligned and failures tell ENOMEM as glibc's programs expect. QUARL_CONTRACT=plain passes on what the
+checker's hooks answer, as a C library with such hooks does.
 
 Logs: those of the program and of all processes that it starts are written to one folder and named NAME_PID_quarl*.log.
 It is DIR with --logs, else what QUARL_LOG_DIR names, else a new one below ~/.local/state/quarl (XDG_STATE_HOME counts),
-so that the program finds no strange files where it works; it is told at the end. Logs that hold no fault, no record and
+so that the program finds no strange files where it works; the last line tells. Logs that hold no fault, no record and
 nothing unfreed are removed (QUARL_KEEP=findings), unless --keep-all is given or QUARL_KEEP has another value. Of a tree
 of processes QUARL_ONLY=NAME,NAME in the environment has only the programs of these names checked.
+
+Signals: those that the tool gets are passed on. One that ends the program has it write its logs first
+(QUARL_END_SIGNALS=1); of a crash the story tells where, and which block the address lies in or next to.
+
+Environment: QUARL_EVENTS, QUARL_MESSAGES=none and QUARL_END_SIGNALS=1 are set unless they are set already. A file of
+your own in QUARL_EVENTS is followed; where it is a FIFO or a terminal, no stories are told.
 
 Traces: unwind rules of the program and of the libraries that its loader names are prepared first and kept below
 ~/.cache/quarl (XDG_CACHE_HOME counts) for the next time; "quarl frames --help" tells more. Removing that folder has them
@@ -89,19 +97,35 @@ std::string config_file(const std::string& given) {
   return access(path.c_str(), R_OK) == 0 ? path : "";
 }
 
-// The file that the program is to read: a temporary one when items come from the command line.
-std::string prepare_config(const RunOptions& options, TemporaryFile& temporary) {
+// The file that the program is to read: one in the folder when items come from the command line, or when the file is a
+// pipe, which is read up then.
+std::string prepare_config(const RunOptions& options, const LogFolder& folder, RunFiles& files) {
   std::vector<Assignment> items = short_names(options);
   for (const Assignment& item : parse_assignments(options.set)) items.push_back(item);
   std::string path = config_file(options.config);
   std::string bytes = path.empty() ? "" : slurp(path);
   if (items.empty()) warn_of_config(bytes, path);
-  // A pipe is read up by now.
   if (items.empty() && (path.empty() || std::filesystem::is_regular_file(path))) {
     return path.empty() ? "" : std::filesystem::absolute(path).string();
   }
-  temporary.write(items.empty() ? bytes : compose_config(bytes, path, items));
-  return temporary.path();
+  if (!items.empty()) bytes = compose_config(bytes, path, items);
+  files.config = folder.make_file("quarlcfg", "ini");
+  std::ofstream file(files.config, std::ios::binary);
+  if (!(file << bytes).flush()) refuse("cannot write {}: {}", files.config, std::strerror(errno));
+  return files.config;
+}
+
+bool is_set(const char* variable) {
+  const char* value = std::getenv(variable);
+  return value != nullptr && *value != '\0';
+}
+
+// The file to follow; "" when the user has given one that cannot be.
+std::string prepare_events(const LogFolder& folder, RunFiles& files) {
+  if (!is_set("QUARL_EVENTS")) return files.events = folder.make_file("events", "jsonl");
+  std::filesystem::path path = std::filesystem::absolute(std::getenv("QUARL_EVENTS"));
+  if (!std::filesystem::exists(path)) std::ofstream(path, std::ios::app);
+  return std::filesystem::is_regular_file(path) ? path.string() : "";
 }
 
 // For the program, when the variable is not set already.
@@ -114,31 +138,49 @@ bool keeps_findings_only(const RunOptions& options) {
   return !options.settings.keep_all && (kept == nullptr || std::string_view(kept) == "findings");
 }
 
+void set_environment(LaunchCommand& command, const RunOptions& options, bool findings_only) {
+  set_unless_told(command, "QUARL_CONTRACT", "libc");
+  set_unless_told(command, "QUARL_END_SIGNALS", "1");
+  if (!options.settings.raw) set_unless_told(command, "QUARL_MESSAGES", "none");
+  if (options.settings.agent) set_unless_told(command, "QUARL_AGENT_ADDRESS", "127.0.0.1");
+  if (findings_only || options.settings.keep_all)
+    command.environment.push_back({"QUARL_KEEP", findings_only ? "findings" : "all"});
+}
+
+int follow_run(RunOptions options, LaunchCommand command, const LogFolder& folder, const std::string& sysroot) {
+  RunFiles files;
+  std::string config = prepare_config(options, folder, files);
+  if (!config.empty()) command.environment.push_back({"QUARL_CFG_FILE", config});
+  std::string events = prepare_events(folder, files);
+  if (events.empty()) {
+    say("QUARL_EVENTS names no file: its reader is told, and here only which threads are stopped");
+    options.settings.raw = true;
+  } else {
+    command.environment.push_back({"QUARL_EVENTS", events});
+  }
+  const bool findings_only = keeps_findings_only(options);
+  set_environment(command, options, findings_only);
+  command.environment.push_back({"QUARL_LOG_DIR", folder.path()});
+  RunEvents followed(events.empty() ? "/dev/null" : events, sysroot, options.settings.raw);
+  TargetRun target(options.settings, followed);
+  int status = target.run(command);
+  tell_end(target, followed, folder, files, findings_only);
+  return status;
+}
+
 int run(const RunOptions& options) {
+  if (options.direct) say("--direct does nothing any more: the program's descriptors are never touched");
   Program program = find_program(options.command[0], options.sysroot);
   std::string sysroot = options.sysroot.empty() ? default_sysroot(program.elf.target) : options.sysroot;
   std::string library = find_library(program.elf.target, options.library);
   std::vector<std::string> arguments(options.command.begin() + 1, options.command.end());
   LaunchCommand command = make_launch_command(program, arguments, library, sysroot);
-  TemporaryFile temporary;
-  std::string config = prepare_config(options, temporary);
-  if (!config.empty()) command.environment.push_back({"QUARL_CFG_FILE", config});
-  set_unless_told(command, "QUARL_CONTRACT", "libc");
-  if (options.settings.agent) set_unless_told(command, "QUARL_AGENT_ADDRESS", "127.0.0.1");
   if (!options.no_frames && std::getenv("QUARL_FRAMES") == nullptr) {
     std::string frames = frames::cached_tables(loaded_files(command, program, sysroot), sysroot);
     if (!frames.empty()) command.environment.push_back({"QUARL_FRAMES", frames});
   }
-  bool findings_only = keeps_findings_only(options);
-  if (findings_only || options.settings.keep_all) {
-    command.environment.push_back({"QUARL_KEEP", findings_only ? "findings" : "all"});
-  }
-  LogFolder logs(options.settings.logs, program.path);
-  command.environment.push_back({"QUARL_LOG_DIR", logs.path()});
-  TargetRun target(options.settings);
-  int status = target.run(command);
-  logs.finish(findings_only, target.killed());
-  return status;
+  LogFolder folder(options.settings.logs, program.path);
+  return follow_run(options, std::move(command), folder, sysroot);
 }
 
 void add_options(CLI::App& run, RunOptions& options) {
@@ -162,7 +204,8 @@ void add_options(CLI::App& run, RunOptions& options) {
   run.add_option("--fault-exitcode", options.settings.fault_status, "Exit status after a fault (86); 0: the program's")
       ->type_name("N")
       ->check(CLI::Range(0, 255).description(""));
-  run.add_flag("--direct", options.settings.direct, "Pass standard output itself; count only parked threads as faults");
+  run.add_flag("--raw", options.settings.raw, "Show what the library prints instead of stories");
+  run.add_flag("--direct", options.direct, "Does nothing; it is there for scripts that give it")->group("");
   run.add_option("PROGRAM", options.command, "Program and its arguments")->required()->type_name("ARGS...");
 }
 

@@ -12,11 +12,43 @@ std::optional<pid_t> task(const Fields& fields, const char* key) {
   return static_cast<pid_t>(*number);
 }
 
+// The escape \uD8xx begins a pair that stands for one character.
+bool is_high_surrogate(std::string_view escape) {
+  constexpr std::string_view kHigh = "89abAB";
+  return escape.size() >= 6 && escape[1] == 'u' && (escape[2] | 0x20) == 'd' && kHigh.find(escape[3]) != kHigh.npos;
+}
+
+// \udc80 to \udcff alone.
+bool is_raw_byte(std::string_view escape) {
+  constexpr std::string_view kUpper = "89abcdefABCDEF";
+  return escape.size() >= 6 && escape[1] == 'u' && (escape[2] | 0x20) == 'd' && (escape[3] | 0x20) == 'c' &&
+         kUpper.find(escape[4]) != kUpper.npos;
+}
+
+// A byte of a path that is no UTF-8 is escaped as half a pair, which the reader of JSON refuses: it stands as a
+// character of the private range instead (Fields::text() makes the byte of it).
+std::string with_private_bytes(std::string_view line) {
+  std::string text(line);
+  for (size_t at = text.find('\\'); at != std::string::npos && at + 1 < text.size(); at = text.find('\\', at)) {
+    std::string_view escape = std::string_view(text).substr(at, 6);
+    if (is_high_surrogate(escape)) {
+      at += 12;
+    } else if (is_raw_byte(escape)) {
+      text.replace(at + 2, 2, "f7");
+      at += 6;
+    } else {
+      at += 2;
+    }
+    if (at > text.size()) break;
+  }
+  return text;
+}
+
 }  // namespace
 
 std::optional<Event> Event::parse(std::string_view line) {
   Event event;
-  event.object_ = Json::parse(line.begin(), line.end(), nullptr, false);
+  event.object_ = Json::parse(with_private_bytes(line), nullptr, false);
   if (!event.object_.is_object()) return std::nullopt;
   Fields fields = event.fields();
   auto pid = task(fields, "pid");

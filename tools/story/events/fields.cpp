@@ -12,6 +12,16 @@ bool read_hexadecimal(std::string_view text, Number& number) {
   return error == std::errc() && end == text.data() + text.size() && !text.empty();
 }
 
+// U+F780 to U+F7FF stand for the bytes 80 to ff: EF 9E 80 to EF 9F BF.
+std::string with_raw_bytes(std::string text) {
+  for (size_t at = text.find('\xef'); at != std::string::npos && at + 2 < text.size(); at = text.find('\xef', at + 1)) {
+    const auto middle = static_cast<unsigned char>(text[at + 1]), last = static_cast<unsigned char>(text[at + 2]);
+    if (middle == 0x9e || middle == 0x9f)
+      text.replace(at, 3, 1, static_cast<char>((middle & 1) << 6 | 0x80 | (last & 0x3f)));
+  }
+  return text;
+}
+
 std::optional<TraceFrame> frame_of(const Json& pair) {
   if (!pair.is_array() || pair.size() != 2 || !pair[1].is_number_unsigned()) return std::nullopt;
   TraceFrame frame{std::nullopt, pair[1].get<uint64_t>()};
@@ -28,7 +38,7 @@ const Json* Fields::find(const char* key) const {
 
 std::string Fields::text(const char* key) const {
   const Json* value = find(key);
-  return value != nullptr && value->is_string() ? value->get<std::string>() : "";
+  return value != nullptr && value->is_string() ? with_raw_bytes(value->get<std::string>()) : "";
 }
 
 std::optional<uint64_t> Fields::number(const char* key) const {

@@ -19,7 +19,7 @@ struct Module {
   std::string build_id;  // hexadecimal; empty when there is none
 };
 
-// A process's last line.
+// What a process holds when it says its last.
 struct Ending {
   std::optional<uint64_t> blocks, bytes;  // live at that moment
   int signal = 0;                         // that ended it; 0 for none
@@ -36,6 +36,7 @@ struct Process {
   std::set<FaultKey> faults;
   std::set<pid_t> parked;         // threads that were stopped and have not ended
   std::vector<std::string> logs;  // paths, each once
+  int snapshots = 0;              // that it has written
   int agent_port = 0;             // 0 when it does not listen
   std::optional<Ending> ending;
   bool replaced = false;  // another program has the process id by now, by exec

@@ -62,9 +62,10 @@ Process& Processes::take(const Event& event) {
     process.parked.erase(thread);
   } else if (kind == "log" || kind == "snapshot") {
     add_log(process, fields.text("path"));
+    process.snapshots += kind == "snapshot" ? 1 : 0;
   } else if (kind == "agent") {
     process.agent_port = static_cast<int>(fields.number("port").value_or(0) & 0xffff);
-  } else if (kind == "exit") {
+  } else if (kind == "exit" || kind == "confined") {
     process.ending = ending_of(fields);
   }
   return process;

@@ -15,21 +15,27 @@ std::string styled(const std::string& text, fmt::text_style style, bool colours)
   return colours && !text.empty() ? fmt::format(style, "{}", text) : text;
 }
 
-bool is_control(std::string_view text, size_t at) {
-  auto byte = static_cast<unsigned char>(text[at]);
-  if (byte < 0x20 || byte == 0x7f) return true;
-  // U+0080 to U+009F: C2 80 to C2 9F.
-  return byte == 0xc2 && at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) < 0xa0;
+// Bytes of the character at the front of the text; 0 when it is no UTF-8, or a control character.
+size_t printable_length(std::string_view text) {
+  auto byte = [&](size_t at) { return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U; };
+  const unsigned first = byte(0);
+  if (first < 0x80) return first >= 0x20 && first != 0x7f ? 1 : 0;
+  const size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+  if (first < 0xc2 || first > 0xf4 || (first == 0xc2 && byte(1) < 0xa0)) return 0;
+  for (size_t at = 1; at < length; ++at) {
+    if ((byte(at) & 0xc0) != 0x80) return 0;
+  }
+  return length;
 }
 
 }  // namespace
 
 std::string printable(std::string_view text) {
   std::string safe;
-  for (size_t at = 0; at < text.size(); ++at) {
-    bool control = is_control(text, at);
-    if (control && static_cast<unsigned char>(text[at]) == 0xc2) ++at;
-    safe += control ? '?' : text[at];
+  while (!text.empty()) {
+    const size_t length = printable_length(text);
+    safe += length == 0 ? "?" : text.substr(0, length);
+    text.remove_prefix(std::max<size_t>(length, 1));
   }
   return safe;
 }

@@ -5,7 +5,7 @@
 
 namespace quarl::story {
 
-// Control characters, which could steer a terminal, as "?".
+// With "?" for control characters, which could steer a terminal, and for what is no UTF-8.
 std::string printable(std::string_view text);
 
 // "1 byte", "12 bytes".

@@ -58,7 +58,10 @@ void Teller::tell_kind(Process& process, const Event& event) {
     waiting_.push_back({event.pid(), event.tid(), limit_page(process, event, places_), Clock::now()});
   } else if (kind == "ended") {
     settle(event.pid(), static_cast<pid_t>(event.fields().number("thread").value_or(0)), Fate::kEnded);
+  } else if (kind == "confined") {
+    tell({process.name(), "sets itself a filter of system calls: from now on nothing can be told of it"});
   } else if (kind == "trouble") {
+    troubles_ += 1;
     tell(trouble_page(process, event));
   } else if (kind == "snapshot") {
     tell_snapshot(process, event);
@@ -88,7 +91,8 @@ void Teller::tell_snapshot(const Process& process, const Event& event) {
                                     fields.text("path"))});
 }
 
-void Teller::settle(pid_t pid, pid_t tid, Fate fate, const std::string& remark) {
+bool Teller::settle(pid_t pid, pid_t tid, Fate fate, const std::string& remark) {
+  bool any = false;
   for (auto story = waiting_.begin(); story != waiting_.end();) {
     if (story->pid != pid || story->tid != tid) {
       ++story;
@@ -97,7 +101,9 @@ void Teller::settle(pid_t pid, pid_t tid, Fate fate, const std::string& remark) 
     story->page.remark(remark.empty() ? fate_text(fate) : remark);
     tell(story->page);
     story = waiting_.erase(story);
+    any = true;
   }
+  return any;
 }
 
 void Teller::settle_process(pid_t pid) {

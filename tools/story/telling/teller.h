@@ -24,14 +24,15 @@ class Teller {
   void take(const Event& event);
 
   // Stories of stopped threads wait for what becomes of the thread. Which is known of one, or is not to be waited for
-  // any longer: of one thread, or of all that have waited at least so long.
-  void settle(pid_t pid, pid_t tid, Fate fate, const std::string& remark = "");
+  // any longer: of one thread, or of all that have waited at least so long. False when the thread has none.
+  bool settle(pid_t pid, pid_t tid, Fate fate, const std::string& remark = "");
   void settle_older_than(std::chrono::milliseconds age);
 
   const Processes& processes() const { return processes_; }
   int faults() const { return faults_; }    // stories of faults
   int reports() const { return reports_; }  // of the same faults, by all checks
   int crashes() const { return crashes_; }
+  int troubles() const { return troubles_; }
 
  private:
   struct Waiting {
@@ -50,7 +51,7 @@ class Teller {
   bool colours_;
   Say say_;
   std::list<Waiting> waiting_;
-  int faults_ = 0, reports_ = 0, crashes_ = 0;
+  int faults_ = 0, reports_ = 0, crashes_ = 0, troubles_ = 0;
 };
 
 }  // namespace quarl::story

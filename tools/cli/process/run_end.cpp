@@ -1,0 +1,86 @@
+#include "process/run_end.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "message.h"
+#include "story/telling/summary.h"
+
+namespace quarl {
+namespace {
+
+namespace fs = std::filesystem;
+using story::printable;
+
+void tell_survivors(const TargetRun& run, const RunEvents& events) {
+  for (const story::Process* process : run.survivors()) {
+    say("{} runs on; what becomes of it is told by: quarl story {}", printable(process->name()),
+        printable(events.path()));
+  }
+}
+
+// QUARL_ONLY leaves programs out on purpose.
+void tell_unchecked(const TargetRun& run, const RunEvents& events) {
+  const story::Process* main = events.processes().find(run.pid());
+  if ((main == nullptr || !main->loaded) && std::getenv("QUARL_ONLY") == nullptr) {
+    say("libquarl.so was not loaded into process {}: nothing of it was checked. The loader leaves it out where a "
+        "program "
+        "changes its user or has file capabilities; run a copy of the program",
+        run.pid());
+  }
+  std::string list = run.unchecked().list();
+  if (!list.empty()) say("not checked: {}", printable(list));
+}
+
+// Logs in the folder, and those that a program wrote elsewhere.
+std::vector<std::string> all_logs(const RunEvents& events, std::vector<std::string> logs) {
+  std::error_code error;
+  for (const story::Process& process : events.processes().all()) {
+    for (const std::string& log : process.logs) {
+      bool known = std::find(logs.begin(), logs.end(), log) != logs.end();
+      if (!known && log.starts_with('/') && fs::exists(log, error)) logs.push_back(log);
+    }
+  }
+  return logs;
+}
+
+std::string whereabouts(const RunEvents& events, const LogFolder& folder, const std::vector<std::string>& logs,
+                        pid_t main) {
+  std::string text;
+  if (logs.size() > 1) text += fmt::format("; {} logs in {}", logs.size(), folder.path());
+  std::string question = story::next_question(logs, main);
+  if (question.empty() && events.teller().faults() > 0) question = "story " + events.path();
+  return question.empty() ? text : text + "; more: quarl " + question;
+}
+
+bool found_anything(const RunEvents& events) {
+  const story::Teller& teller = events.teller();
+  return teller.faults() + teller.crashes() + teller.troubles() > 0;
+}
+
+}  // namespace
+
+RunFiles::~RunFiles() {
+  for (const std::string& path : {events, config}) {
+    if (!path.empty()) unlink(path.c_str());
+  }
+}
+
+void tell_end(const TargetRun& run, const RunEvents& events, const LogFolder& folder, RunFiles& files,
+              bool findings_only) {
+  const bool runs_on = !run.survivors().empty();
+  tell_survivors(run, events);
+  tell_unchecked(run, events);
+  std::string complaint = events.complaint();
+  if (!complaint.empty()) say("{}", printable(complaint));
+  std::vector<std::string> logs = folder.logs(findings_only, run.killed());
+  if (runs_on || !logs.empty() || found_anything(events) || !findings_only) files.events.clear();
+  if (runs_on) files.config.clear();
+  std::vector<std::string> all = all_logs(events, std::move(logs));
+  say("{}{}", story::summary(events.teller(), events.processes().find(run.pid())),
+      printable(whereabouts(events, folder, all, run.pid())));
+}
+
+}  // namespace quarl
