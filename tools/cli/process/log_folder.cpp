@@ -66,14 +66,14 @@ pid_t process_of_log(const std::string& file_name) {
 LogFolder::LogFolder(const std::string& given, const std::string& program) {
   fs::path folder = choose(given, program);
   std::error_code error;
-  fs::create_directories(folder, error);
+  made_ = fs::create_directories(folder, error);
   if (!fs::is_directory(folder)) refuse("cannot make the folder {} for logs: {}", folder.string(), error.message());
   path_ = fs::absolute(folder).lexically_normal().string();
 }
 
 LogFolder::~LogFolder() {
   std::error_code error;
-  fs::remove(path_, error);
+  if (made_) fs::remove(path_, error);
 }
 
 std::string LogFolder::make_file(const std::string& name, const std::string& extension) const {

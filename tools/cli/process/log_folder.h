@@ -15,7 +15,7 @@ class LogFolder {
   // be.
   LogFolder(const std::string& given, const std::string& program);
 
-  ~LogFolder();  // removes it when nothing is in it
+  ~LogFolder();  // removes it when it was made here and nothing is in it
   LogFolder(const LogFolder&) = delete;
   LogFolder& operator=(const LogFolder&) = delete;
 
@@ -31,6 +31,7 @@ class LogFolder {
 
  private:
   std::string path_;
+  bool made_;
 };
 
 // The process id in NAME_PID_quarlAll.log, NAME_PID_quarl.log or NAME_PID_quarl_autosnap.log; 0 for another name.

@@ -22,9 +22,13 @@ void tell_survivors(const TargetRun& run, const RunEvents& events) {
 }
 
 // QUARL_ONLY leaves programs out on purpose.
-void tell_unchecked(const TargetRun& run, const RunEvents& events) {
+bool was_left_out(const TargetRun& run, const RunEvents& events) {
   const story::Process* main = events.processes().find(run.pid());
-  if ((main == nullptr || !main->loaded) && std::getenv("QUARL_ONLY") == nullptr) {
+  return events.path() != "/dev/null" && main == nullptr && std::getenv("QUARL_ONLY") == nullptr;
+}
+
+void tell_unchecked(const TargetRun& run, const RunEvents& events) {
+  if (was_left_out(run, events)) {
     say("libquarl.so was not loaded into process {}: nothing of it was checked. The loader leaves it out where a "
         "program "
         "changes its user or has file capabilities; run a copy of the program",

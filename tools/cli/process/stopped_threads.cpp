@@ -40,8 +40,8 @@ void StoppedThreads::handle(const ParkedThread& thread) {
   if (!keep_ && dump_comes(thread)) return;
   known_.insert({pid, tid});
   std::string name = thread_name(pid, tid);
-  if (!keep_) release(thread);
   events_.read();  // its story was written before it was stopped
+  if (!keep_) release(thread);
   const bool told = (keep_ ? events_.thread_kept(pid, tid) : events_.thread_ended(pid, tid)) && !tell_all_;
   if (told) return;
   if (keep_) {
