@@ -1,5 +1,6 @@
 #include "agent/agent.h"
 
+#include <errno.h>
 #include <pthread.h>
 #include <signal.h>
 #include <string.h>
@@ -11,6 +12,7 @@
 #include "agent/packet.h"
 #include "platform/print.h"
 #include "platform/process_end.h"
+#include "state/events/event.h"
 #include "state/own_memory.h"
 #include "state/settings.h"
 
@@ -32,13 +34,19 @@ constinit OwnDescriptor connection;
 constinit LineHandler take_line = nullptr;
 constinit sigset_t mask_of_program{};
 
+void tell_port(int port) {
+  const Event event("agent");
+  if (event) event.line().number("port", static_cast<uint32_t>(port));
+}
+
 bool listen_on(int* port) {
   if (listener.take(open_listener(port))) {
     srv_desc = listener.fd();
     print(kStdout, "Waiting for connect at port [ %d ]\n", *port);
+    tell_port(*port);
     return true;
   }
-  print(kStdout, "%s: open socket failed\n", kThreadName);
+  print_failure(kStdout, {"agent", nullptr, errno}, "%s: open socket failed\n", kThreadName);
   return false;
 }
 
@@ -47,7 +55,7 @@ bool accept_client() {
     srv_socket_desc = connection.fd();
     return true;
   }
-  print(kStdout, "%s: accept connect failed\n", kThreadName);
+  print_failure(kStdout, {"agent", nullptr, errno}, "%s: accept connect failed\n", kThreadName);
   return false;
 }
 
@@ -85,7 +93,7 @@ void* run_agent(void*) {
   prctl(PR_SET_NAME, kThreadName);
   recv_buffer = static_cast<char*>(own_memory(kPacketSize));
   if (recv_buffer == nullptr) {
-    print(kStdout, "malloc recv_buffer faild\n");
+    print_failure(kStdout, {"agent", nullptr, errno}, "malloc recv_buffer faild\n");
   } else {
     serve(kFirstPort);
     release_own_memory(recv_buffer);
@@ -112,7 +120,7 @@ void start_agent(LineHandler handler) {
   sigset_t all;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &mask_of_program);
-  if (!create_thread()) print(kStdout, "Create thread fail!\n");
+  if (!create_thread()) print_failure(kStdout, {"agent", nullptr, errno}, "Create thread fail!\n");
   pthread_sigmask(SIG_SETMASK, &mask_of_program, nullptr);
 }
 

@@ -19,10 +19,10 @@ constexpr useconds_t kRetryPause = 10;  // microseconds
 // and taken for something else counts as closed.
 bool may_receive_again(const OwnDescriptor& connection) {
   if (errno == EINTR) {
-    print(kStdout, "recvfrom is interrupted\n");
+    print_failure(kStdout, {"agent", nullptr, errno}, "recvfrom is interrupted\n");
     return true;
   }
-  print(kStdout, "get packet error %s\n", error_text(errno));
+  print_failure(kStdout, {"agent", nullptr, errno}, "get packet error %s\n", error_text(errno));
   if (errno == EBADF || !connection.is_ours()) return false;
   usleep(kRetryPause);
   return true;
@@ -55,7 +55,7 @@ long receive(const OwnDescriptor& connection, char* buffer) {
 int receive_packet(const OwnDescriptor& connection, char* buffer) {
   memset(buffer, 0, kPacketSize);
   if (!wait_for_socket(connection.fd())) {
-    print(kStdout, "%s failed... %s\n", "tam_get_tcp_packet", error_text(errno));
+    print_failure(kStdout, {"agent", nullptr, errno}, "%s failed... %s\n", "tam_get_tcp_packet", error_text(errno));
     return -1;
   }
   for (;;) {

@@ -29,7 +29,7 @@ int moved_up(int fd) {
 
 int tcp_socket() {
   const int fd = moved_up(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (fd < 0) print(kStdout, "Can't open socket\n");
+  if (fd < 0) print_failure(kStdout, {"agent", nullptr, errno}, "Can't open socket\n");
   return fd;
 }
 
@@ -76,7 +76,7 @@ constexpr KeepAliveOption kKeepAlive[] = {
 bool keep_alive(int fd) {
   for (const KeepAliveOption& each : kKeepAlive) {
     if (set_option(fd, each.level, each.option, each.value)) continue;
-    print(kStdout, "%s", each.failure);
+    print_failure(kStdout, {"agent", nullptr, errno}, "%s", each.failure);
     return false;
   }
   return true;
@@ -98,12 +98,12 @@ int open_listener(int* port) {
     set_option(fd, SOL_SOCKET, SO_REUSEADDR, 1);
     if (bind_to(fd, *port) && listen(fd, kBacklog) == 0) return fd;
     if (errno != EADDRINUSE) {
-      print(kStdout, "Can't bind address, errno %d, %s\n", errno, error_text(errno));
+      print_failure(kStdout, {"agent", nullptr, errno}, "Can't bind address, errno %d, %s\n", errno, error_text(errno));
       return close_and_fail(fd);
     }
     *port = find_usable_port();
     if (*port < 0) {
-      print(kStdout, "target agent get a usable port faild\n");
+      print_failure(kStdout, {"agent", nullptr, errno}, "target agent get a usable port faild\n");
       return close_and_fail(fd);
     }
     renew(fd);
@@ -116,7 +116,7 @@ int find_usable_port() {
   struct sockaddr_in address {};
   socklen_t size = sizeof address;
   if (!bind_to(fd, 0) || getsockname(fd, reinterpret_cast<struct sockaddr*>(&address), &size) != 0) {
-    print(kStdout, "Can't bind address\n");
+    print_failure(kStdout, {"agent", nullptr, errno}, "Can't bind address\n");
     return close_and_fail(fd);
   }
   close(fd);
@@ -144,7 +144,7 @@ int accept_connection(const OwnDescriptor& listener) {
     fd = accept_from(listener, &peer);
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) {
-    print(kStdout, "Access failed, %s\n", error_text(errno));
+    print_failure(kStdout, {"agent", nullptr, errno}, "Access failed, %s\n", error_text(errno));
     return -1;
   }
   if (!keep_alive(fd)) return close_and_fail(fd);

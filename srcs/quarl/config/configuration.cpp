@@ -27,7 +27,7 @@ const char* configuration_path() {
 void tell_bad_line(const Line& line) {
   const char* text = line.error_text != nullptr ? line.error_text : line.key;
   const bool unsupported = line.error == LineError::kKeyTooLong || line.error == LineError::kValueLength;
-  print(kStderr, unsupported ? "Item %s is not support\n" : "Err item %s\n", text);
+  print_failure(kStderr, {"configuration"}, unsupported ? "Item %s is not support\n" : "Err item %s\n", text);
 }
 
 bool apply_default(const ItemRow& row, EffectHandler carry_out) REQUIRES(hook_mutex) {
@@ -43,7 +43,9 @@ int apply_line(const char* text, EffectHandler carry_out) {
   if (hook_mutex.ends_at_release()) return -1;
   const Applied applied = items.apply(text);
   if (applied.outcome == Applied::kBadLine) tell_bad_line(applied.line);
-  if (applied.outcome == Applied::kUnknown) print(kStderr, "Item %s is not support\n", applied.line.key);
+  if (applied.outcome == Applied::kUnknown) {
+    print_failure(kStderr, {"configuration"}, "Item %s is not support\n", applied.line.key);
+  }
   if (applied.outcome == Applied::kSet) carry_out(applied.effect);
   return applied.names_item() ? 0 : -1;
 }

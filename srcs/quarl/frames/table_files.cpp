@@ -51,9 +51,9 @@ bool is_table_of(const LoadedObject& object, const void* data, size_t size, cons
   FrameTable table;
   const FrameTable::Answer answer = table.check(data, size, frame::kElfMachine);
   if (answer == FrameTable::kOtherVersion) {
-    print(kStderr, "unwind table %s is of another version, it is not used\n", path);
+    print_failure(kStderr, {"frames", path}, "unwind table %s is of another version, it is not used\n", path);
   } else if (answer != FrameTable::kSound || !table.is_for(object.id_kind, object.id, object.id_size)) {
-    print(kStderr, "unwind table %s is damaged, it is not used\n", path);
+    print_failure(kStderr, {"frames", path}, "unwind table %s is damaged, it is not used\n", path);
   } else {
     tables[table_count] = table;
     return true;

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "platform/confinement.h"
+#include "platform/environment.h"
 #include "platform/libc_hooks.h"
 #include "platform/system.h"
 
@@ -15,6 +16,11 @@ struct Text::Conversion {
   int longs = 0;
   unsigned base = 10;
 };
+
+Text& Text::cut_line_end() {
+  if (size_ > 0 && data_[size_ - 1] == '\n') --size_;
+  return *this;
+}
 
 void Text::terminate() {
   if (size_ == capacity_) --size_;
@@ -109,8 +115,13 @@ Text& Text::format(const char* pattern, ...) {
 
 namespace {
 
+constexpr int kNowhere = -1;
+constinit int destination = 0;  // of all messages; 0: each has its own
+
 // Behind a filter of system calls only faults are told, and for them it is worth a try.
 void write_to_descriptor(int fd, const char* data, size_t size) {
+  if (destination == kNowhere) return;
+  if (destination != 0) fd = destination;
   const KeepErrno keep;
   if (confined()) {
     sys::write_regardless(fd, data, size);
@@ -123,18 +134,43 @@ void write_to_descriptor(int fd, const char* data, size_t size) {
 
 constinit MessageWriter message_writer = write_to_descriptor;
 constinit MessageKeeper message_keeper = nullptr;
+constinit TroubleListener trouble_listener = nullptr;
 
 void write_message(int fd, const Text& text) {
   if (message_keeper != nullptr && message_keeper(fd, text)) return;
   message_writer(fd, text.data(), text.size());
 }
 
+void settle_messages() {
+  const char* wanted = environment("QUARL_MESSAGES");
+  if (wanted == nullptr) return;
+  if (strcmp(wanted, "stdout") == 0) {
+    destination = kStdout;
+  } else if (strcmp(wanted, "stderr") == 0) {
+    destination = kStderr;
+  } else if (strcmp(wanted, "none") == 0) {
+    destination = kNowhere;
+  } else {
+    print(kStderr, "QUARL_MESSAGES is stdout, stderr or none, not %s\n", wanted);
+  }
+}
+
 namespace {
 
-void print_list(int fd, const char* pattern, va_list args) {
-  TextBuffer<640> text;
+using Message = TextBuffer<640>;
+
+[[gnu::noinline]] void print_list(int fd, const char* pattern, va_list args) {
+  Message text;
   text.format_list(pattern, args);
   write_message(fd, text);
+}
+
+[[gnu::noinline]] void tell_listener(Trouble trouble, const char* pattern, va_list args) {
+  if (trouble_listener == nullptr) return;
+  Message text;
+  text.format_list(pattern, args).cut_line_end().terminate();
+  trouble.text = text.data();
+  trouble_listener(trouble);
 }
 
 }  // namespace
@@ -143,6 +179,14 @@ void print(int fd, const char* pattern, ...) {
   va_list args;
   va_start(args, pattern);
   print_list(fd, pattern, args);
+  va_end(args);
+}
+
+void print_failure(int fd, Trouble trouble, const char* pattern, ...) {
+  va_list args;
+  va_start(args, pattern);
+  print_list(fd, pattern, args);
+  tell_listener(trouble, pattern, args);
   va_end(args);
 }
 
@@ -160,14 +204,14 @@ bool standard_error_is_connection() {
 
 }  // namespace
 
-void print_trouble(bool* told, const char* pattern, ...) {
+void print_trouble(bool* told, Trouble trouble, const char* pattern, ...) {
   if (confined()) return;
   const bool quiet = keeps_libc_promises();
-  if (quiet && standard_error_is_connection()) return;
-  if (quiet && __atomic_exchange_n(told, true, __ATOMIC_RELAXED)) return;
   va_list args;
   va_start(args, pattern);
-  print_list(quiet ? kStderr : kStdout, pattern, args);
+  tell_listener(trouble, pattern, args);
+  const bool silent = quiet && (standard_error_is_connection() || __atomic_exchange_n(told, true, __ATOMIC_RELAXED));
+  if (!silent) print_list(quiet ? kStderr : kStdout, pattern, args);
   va_end(args);
 }
 

@@ -19,6 +19,7 @@ class Text {
   Text& format_list(const char* pattern, va_list args);
   const char* data() const { return data_; }
   size_t size() const { return size_; }
+  Text& cut_line_end();
   void terminate();  // puts a NUL behind the text, cutting a last character when it is full
 
  private:
@@ -57,9 +58,28 @@ void write_message(int fd, const Text& text);
 // Messages of at most 640 characters; longer ones are built in a TextBuffer of their own.
 [[gnu::format(printf, 2, 3)]] void print(int fd, const char* pattern, ...);
 
+// What the checker could not do, and why, besides what it prints about it.
+struct Trouble {
+  const char* what;            // the part of the checker
+  const char* path = nullptr;  // the file that it is about
+  int error = 0;               // an errno
+  const char* text = nullptr;  // as printed
+};
+
+// Hears of every trouble; null: nobody does.
+using TroubleListener = void (*)(const Trouble& trouble);
+extern TroubleListener trouble_listener;
+
+// A message that tells of trouble.
+[[gnu::format(printf, 3, 4)]] void print_failure(int fd, Trouble trouble, const char* pattern, ...);
+
 // What goes wrong with the checker's own files and timer: on standard output. Where that is the program's
 // (libc_hooks.h), on standard error, and only the first time in the process, of which `told` keeps account (a forked
 // child goes on with its parent's); nowhere when that is a connection of the program's.
-[[gnu::format(printf, 2, 3)]] void print_trouble(bool* told, const char* pattern, ...);
+[[gnu::format(printf, 3, 4)]] void print_trouble(bool* told, Trouble trouble, const char* pattern, ...);
+
+// Reads QUARL_MESSAGES, which says where all messages go: "stdout", "stderr" or "none". Once, by the constructor; what
+// is printed before goes where it always does.
+void settle_messages();
 
 }  // namespace quarl

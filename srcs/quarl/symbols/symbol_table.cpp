@@ -1,5 +1,6 @@
 #include "symbols/symbol_table.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -46,11 +47,11 @@ bool open_own_program(struct stat64* info) {
   elf_file.fd = sys::open(path.data(), O_RDONLY);
   if (elf_file.fd < 0) {
     elf_file.fd = -1;
-    print_trouble(&told, "%s:%d : cannot open appver;\n", QUARL_PLACE);
+    print_trouble(&told, {"symbols", nullptr, errno}, "%s:%d : cannot open appver;\n", QUARL_PLACE);
     return false;
   }
   if (sys::stat_fd(elf_file.fd, info)) return true;
-  print_trouble(&told, "%s:%d: cannot fstat appver;\n", QUARL_PLACE);
+  print_trouble(&told, {"symbols", nullptr, errno}, "%s:%d: cannot fstat appver;\n", QUARL_PLACE);
   return false;
 }
 
@@ -63,7 +64,7 @@ bool open_file(const char* path, struct stat64* info) {
     return false;
   }
   if (sys::stat_fd(elf_file.fd, info)) return true;
-  print_trouble(&told, "%s:%d: cannot fstat %s;\n", QUARL_PLACE, path);
+  print_trouble(&told, {"symbols", nullptr, errno}, "%s:%d: cannot fstat %s;\n", QUARL_PLACE, path);
   close_file();
   return open_own_program(info);
 }
@@ -72,12 +73,12 @@ bool map_file(const struct stat64& info) {
   elf_file.size = static_cast<size_t>(info.st_size);
   void* base = mmap(nullptr, elf_file.size, PROT_READ, MAP_PRIVATE, elf_file.fd, 0);
   if (base == MAP_FAILED) {
-    print_trouble(&told, "%s:%d: mmap failed;\n", QUARL_PLACE);
+    print_trouble(&told, {"symbols", nullptr, errno}, "%s:%d: mmap failed;\n", QUARL_PLACE);
     return false;
   }
   elf_file.base = base;
   if (elf_file.image.parse(base, elf_file.size)) return true;
-  print_trouble(&told, "%s:%d: unsupported file type;\n", QUARL_PLACE);
+  print_trouble(&told, {"symbols", nullptr, errno}, "%s:%d: unsupported file type;\n", QUARL_PLACE);
   unmap_file();
   return false;
 }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "logs/files/log_event.h"
 #include "logs/files/sections.h"
 #include "platform/system.h"
 #include "state/clock.h"
@@ -9,7 +10,9 @@
 namespace quarl {
 
 void Log::create(const char* name) {
-  if (told(file_.create(name))) lay_out().unchecked();
+  if (!told(file_.create(name))) return;
+  tell_log(kind_, file_.path());
+  lay_out().unchecked();
 }
 
 FileResult Log::lay_out() {

@@ -11,8 +11,9 @@ namespace quarl {
 
 class Log {
  public:
-  // Two logs of which one is in use at a time may share image and buffer.
-  constexpr Log(LogHeader& header, RecordBuffer& buffer) : header_(header), buffer_(buffer) {}
+  // Two logs of which one is in use at a time may share image and buffer. `kind`: what events call it.
+  constexpr Log(const char* kind, LogHeader& header, RecordBuffer& buffer)
+      : kind_(kind), header_(header), buffer_(buffer) {}
 
   // The layout without records. Only a failure to make the file is told: one that had no room for the layout is told by
   // the first write behind it.
@@ -26,6 +27,7 @@ class Log {
   void reopen(const char* name) REQUIRES(hook_mutex);
   bool is_open() REQUIRES(hook_mutex) { return file_.is_open(); }
   bool created() const REQUIRES(hook_mutex) { return file_.created(); }
+  const char* path() const REQUIRES(hook_mutex) { return file_.path(); }
   void close() REQUIRES(hook_mutex) { file_.close(); }
   void remove() REQUIRES(hook_mutex) { file_.remove(); }
   void forget() REQUIRES(hook_mutex);
@@ -55,6 +57,7 @@ class Log {
   bool has_layout() REQUIRES(hook_mutex);  // of an open one
   void write_header() REQUIRES(hook_mutex);
 
+  const char* const kind_;
   LogFile file_;
   bool laid_out_ = true;  // false: the disk had no room for the layout, and the file is empty
   bool findings_ = false;

@@ -18,8 +18,10 @@ constexpr int kOnlyNew = O_EXCL | O_NOFOLLOW;
 
 bool told(FileResult result) {
   static bool told_before = false;
-  if (!result.ok()) print_trouble(&told_before, "write log file failed,and error is %s\n", error_text(result.error()));
-  return result.ok();
+  if (result.ok()) return true;
+  print_trouble(&told_before, {"log", nullptr, result.error()}, "write log file failed,and error is %s\n",
+                error_text(result.error()));
+  return false;
 }
 
 // The path that it got at the first call.

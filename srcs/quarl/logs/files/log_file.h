@@ -16,8 +16,9 @@ class LogFile {
  public:
   // The file is found again where it was created, also after the application has changed directory.
   FileResult create(const char* name);
-  bool exists(const char* name);        // readable, at the place where create would make it or has made it
-  FileResult reopen(const char* name);  // not truncated
+  const char* path() const { return path_; }  // "" before it is placed
+  bool exists(const char* name);              // readable, at the place where create would make it or has made it
+  FileResult reopen(const char* name);        // not truncated
   void close();
   void remove();  // what this process has created, unless another file has its name by now
   void forget();  // in a forked child: closes the child's descriptor and starts anew

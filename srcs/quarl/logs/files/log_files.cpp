@@ -11,8 +11,8 @@ namespace quarl {
 
 constinit LogHeader log_header{};
 constinit RecordBuffer primary_buffer{};
-constinit Log record_log(log_header, primary_buffer);
-constinit Log snapshot_log(log_header, primary_buffer);
+constinit Log record_log("record", log_header, primary_buffer);
+constinit Log snapshot_log("snapshot", log_header, primary_buffer);
 
 namespace {
 
@@ -26,7 +26,10 @@ bool may_create(Log& log, const char* name) REQUIRES(hook_mutex) {
 bool logs_are_possible() {
   static bool refused = false;
   if (layout_fits(0)) return true;
-  if (!refused) print(kStderr, "QUARL_MAPS_SIZE %d is too large, no log is written.\n", settings.maps_size_kb);
+  if (!refused) {
+    print_failure(kStderr, {"configuration"}, "QUARL_MAPS_SIZE %d is too large, no log is written.\n",
+                  settings.maps_size_kb);
+  }
   refused = true;
   primary_buffer.shut();
   return false;

@@ -1,5 +1,6 @@
 #include "logs/files/maps_file.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -26,7 +27,7 @@ void MapsFile::open() {
   Path path;
   name_maps(&path);
   static bool told_before = false;
-  print_trouble(&told_before, "Open proc maps file %s failed\n", path.data());
+  print_trouble(&told_before, {"maps", path.data(), errno}, "Open proc maps file %s failed\n", path.data());
 }
 
 bool MapsFile::open_quietly() {

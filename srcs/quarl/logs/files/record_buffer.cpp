@@ -18,7 +18,7 @@ void RecordBuffer::allocate(uint32_t bytes) {
   records = static_cast<OpRecord*>(own_memory(held * sizeof(OpRecord)));
   capacity = records != nullptr ? static_cast<int16_t>(held) : int16_t{0};
   count = cleared = 0;
-  if (records == nullptr) print(kStderr, "No memory to buf.\n");
+  if (records == nullptr) print_failure(kStderr, {"memory"}, "No memory to buf.\n");
 }
 
 void RecordBuffer::clear_slot() {

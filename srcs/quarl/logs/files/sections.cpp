@@ -93,7 +93,7 @@ void fill_maps_section(LogFile& file, const LogHeader& header) {
     copy_maps_text(file, header.maps_offset);
   } else {
     static bool told_before = false;
-    print_trouble(&told_before, "Seek the maps file failed.\n");
+    print_trouble(&told_before, {"maps", nullptr, errno}, "Seek the maps file failed.\n");
   }
 }
 
@@ -101,7 +101,7 @@ void refresh_maps_section(LogFile& file, const LogHeader& header) {
   if (!maps_file.is_open()) return;
   if (!maps_file.rewind()) {
     static bool told_before = false;
-    print_trouble(&told_before, "read maps file failed,and error is %s\n", error_text(errno));
+    print_trouble(&told_before, {"maps", nullptr, errno}, "read maps file failed,and error is %s\n", error_text(errno));
     return;
   }
   const uint64_t copied = copy_maps_text(file, header.maps_offset);

@@ -165,7 +165,7 @@ void set_up_record_pages() {
 
 TraceInfoEntry* take_mapping_entry() {
   if (!mapping_index.make_room() || (unuse_head == nullptr && !add_page())) {
-    print(kStderr, "Get memory for mmap info failed and will unable to record mmap info since.\n");
+    print_failure(kStderr, {"memory"}, "Get memory for mmap info failed and will unable to record mmap info since.\n");
     return nullptr;
   }
   TraceInfoEntry* entry = unuse_head;

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "logs/files/log_event.h"
 #include "logs/files/log_files.h"
 #include "logs/files/log_names.h"
 #include "logs/files/sections.h"
@@ -24,9 +25,12 @@ void SnapshotChain::build_header() {
 bool SnapshotChain::ensure_open() {
   if (file_.is_open()) return true;
   last_ = kNone;
-  if (file_.create(autosnap_log_name).ok()) return true;
+  if (file_.create(autosnap_log_name).ok()) {
+    tell_log("auto", file_.path());
+    return true;
+  }
   static bool told_before = false;
-  print_trouble(&told_before, "Create auto snap file failed!\n");
+  print_trouble(&told_before, {"log", autosnap_log_name, errno}, "Create auto snap file failed!\n");
   return false;
 }
 

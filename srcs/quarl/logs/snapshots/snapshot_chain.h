@@ -19,6 +19,8 @@ class SnapshotChain {
   // then is cut off again, and the chain lacks its number.
   bool begin(int number) REQUIRES(hook_mutex);
   void end() REQUIRES(hook_mutex);
+  bool ended_whole() const REQUIRES(hook_mutex) { return complete_; }  // it is in the chain
+  const char* path() const REQUIRES(hook_mutex) { return file_.path(); }
 
   // Rows for the snapshot just begun: none can be written without memory for a buffer.
   bool begin_rows() REQUIRES(hook_mutex);

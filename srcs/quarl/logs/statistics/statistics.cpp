@@ -54,7 +54,7 @@ bool make_thread_table() {
   ThreadProf*& cached = thread_cache().prof;
   if (cached == nullptr) cached = find_thread_entry(static_cast<uint32_t>(current_tid()));
   if (cached != &no_entry) return cached;
-  if (!confined()) print(kStderr, "Exceed max thread num\n");
+  if (!confined()) print_failure(kStderr, {"threads"}, "Exceed max thread num\n");
   return nullptr;
 }
 

@@ -9,8 +9,10 @@ inline constexpr int kReleaseSignal = 60;
 // signal at once, and its default action would end the whole process.
 void expect_release();
 
+enum class StopReason : unsigned char { kFault, kHeapLimit, kStackLimit };
+
 // Parks the calling thread until it is sent signal 60, then ends it; the rest of the process runs on. `lock_held`:
 // the caller holds hook_mutex, which is released first.
-[[noreturn]] void qr_fault_stop(int task_id, bool lock_held);
+[[noreturn]] void qr_fault_stop(int task_id, bool lock_held, StopReason reason = StopReason::kFault);
 
 }  // namespace quarl

@@ -5,6 +5,8 @@
 #include "logs/statistics/statistics.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/checking/fault_stop.h"
+#include "quarlheap/model/call_trace.h"
+#include "state/events/event.h"
 #include "state/process.h"
 
 extern "C" {
@@ -35,6 +37,29 @@ long draw_in_child() {
   return static_cast<long>(drawn >> 1);
 }
 
+// What is held of it, and what the request would add to it.
+struct Limit {
+  const char* kind;
+  StopReason reason;
+  uint32_t most;
+  uint32_t held;
+};
+
+void tell_limit(const Limit& limit, uint32_t size) {
+  if (!events_wanted()) return;
+  uint32_t trace[kMaxTrace];
+  const int depth = capture_trace(hook_frame_of(this_frame()), trace, kMaxTrace);
+  const Event event("limit");
+  if (!event) return;
+  event.line().text("kind", limit.kind).number("limit", limit.most).number("held", limit.held).number("request", size);
+  event.trace("trace", trace, depth);
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] void stop_at(const Limit& limit, uint32_t size) {
+  tell_limit(limit, size);
+  qr_fault_stop(current_tid(), false, limit.reason);
+}
+
 }  // namespace
 
 bool draw_failure() {
@@ -44,9 +69,11 @@ bool draw_failure() {
 
 void check_limits(const Flags& flags, uint32_t size) {
   if (!flags.prof() || thread_cache().ending) return;
-  const bool heap = flags.in_force(kHeapLimit) && past(held_bytes(), size, heap_limit);
+  const uint32_t held = held_bytes();
+  const bool heap = flags.in_force(kHeapLimit) && past(held, size, heap_limit);
+  if (heap) stop_at({"heap", StopReason::kHeapLimit, heap_limit, held}, size);
   const bool stack = flags.in_force(kStackLimit) && past(stack_use, size, stack_limit);
-  if (heap || stack) qr_fault_stop(current_tid(), false);
+  if (stack) stop_at({"stack", StopReason::kStackLimit, stack_limit, stack_use}, size);
 }
 
 }  // namespace quarl

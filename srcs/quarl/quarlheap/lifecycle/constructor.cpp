@@ -119,7 +119,8 @@ void prepare_platform() {
   prepare_platform();
   const ScopedLock lock;
   identify_process();
-  settle_events(describe_configuration);
+  settle_messages();
+  settle_events();
   find_stop_ranges();
   if (load_configuration(carry_out) != 0) apply_defaults_without_file(carry_out);
   tell_configuration();

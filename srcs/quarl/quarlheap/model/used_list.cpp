@@ -20,8 +20,9 @@ constinit bool unfinished GUARDED_BY(hook_mutex) = false;
 void tell_broken_off(Address at, uint32_t met) REQUIRES(hook_mutex) {
   if (told_at == at || unfinished) return;
   told_at = at;
-  print(kStderr, "quarl: the list of live blocks breaks off at 0x%lx: %u of %u blocks are out of reach\n",
-        static_cast<unsigned long>(at), heap_block_count - met, heap_block_count);
+  print_failure(kStderr, {"list"},
+                "quarl: the list of live blocks breaks off at 0x%lx: %u of %u blocks are out of reach\n",
+                static_cast<unsigned long>(at), heap_block_count - met, heap_block_count);
 }
 
 bool is_block(Address p) {

@@ -13,8 +13,11 @@ constinit int snap_count GUARDED_BY(hook_mutex) = 0;
 void take_snapshot() REQUIRES(hook_mutex) {
   ++snap_count;
   if (!snapshot_chain.begin(snap_count)) return;
-  if (settings.snap_detail == 1) write_auto_snapshot_rows();
+  LiveMemory live;
+  const bool detailed = settings.snap_detail == 1;
+  if (detailed) write_auto_snapshot_rows(&live);
   snapshot_chain.end();
+  if (snapshot_chain.ended_whole()) tell_snapshot("auto", snapshot_chain.path(), detailed ? &live : nullptr);
 }
 
 }  // namespace

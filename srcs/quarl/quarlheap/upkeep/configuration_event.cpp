@@ -6,15 +6,18 @@
 namespace quarl {
 namespace {
 
-// Items beside a bit, or besides it, by the number that they set.
+// Items by the number that they set; 0 of those that are off.
 void put_numbers(JsonLine& line) {
-  line.number("QUARL_HEAD_STACKDEPTH", static_cast<uint32_t>(settings.stack_depth));
-  line.number("QUARL_MAPS_SIZE", static_cast<uint32_t>(settings.maps_size_kb));
-  line.number("QUARL_TRACE_BUFSIZE", settings.trace_buf_size);
-  line.number("QUARL_SNAP_INTERVAL", static_cast<uint32_t>(settings.snap_interval));
-  line.number("QUARL_SNAP_DETAIL", static_cast<uint32_t>(settings.snap_detail));
-  line.number("QUARL_TIMER_SIG", static_cast<uint32_t>(qr_sig_num));
-  line.number("QUARL_MMAP", static_cast<uint32_t>(QR_TRACE_MMAP));
+  const auto put = [&line](const char* key, int64_t value) {
+    if (value > 0) line.number(key, static_cast<uint64_t>(value));
+  };
+  put("QUARL_HEAD_STACKDEPTH", Flags().set(kHeadStackdepth) ? settings.stack_depth : 0);
+  put("QUARL_MMAP", QR_TRACE_MMAP);
+  put("QUARL_MAPS_SIZE", settings.maps_size_kb);
+  put("QUARL_TRACE_BUFSIZE", settings.trace_buf_size);
+  put("QUARL_TIMER_SIG", qr_sig_num);
+  put("QUARL_SNAP_INTERVAL", settings.snap_interval);
+  put("QUARL_SNAP_DETAIL", settings.snap_detail);
 }
 
 }  // namespace
@@ -31,7 +34,7 @@ void describe_configuration(JsonLine& line) {
 }
 
 void tell_configuration() {
-  if (tell_loaded()) return;
+  if (tell_loaded(describe_configuration)) return;
   const Event event("items");
   if (event) describe_configuration(event.line());
 }

@@ -22,8 +22,8 @@ void refresh_sections(const Flags& flags, bool with_statistics) REQUIRES(hook_mu
   if (with_statistics) log->refresh_statistics();
 }
 
-void snapshot_if_in_use(const Flags& flags) REQUIRES(hook_mutex) {
-  if (log_in_use(flags) == &snapshot_log && snapshot_log.ready()) write_snapshot();
+void snapshot_if_in_use(const Flags& flags, const char* kind) REQUIRES(hook_mutex) {
+  if (log_in_use(flags) == &snapshot_log && snapshot_log.ready()) write_snapshot(kind);
 }
 
 void tell_where(const Flags& flags) REQUIRES(hook_mutex) {
@@ -48,7 +48,7 @@ void run_signal_dump() {
     flush_to_record_log();
     qr_heap_check();
   }
-  snapshot_if_in_use(flags);
+  snapshot_if_in_use(flags, "dump");
   snapshot_log.close();
   tell_where(flags);
 }
@@ -62,7 +62,7 @@ void run_exit_dump() {
   refresh_sections(flags, flags.prof());
   if (flags.record_log()) flush_to_record_log();
   if (flags.check_trigger(kSlopExit)) qr_heap_check();
-  snapshot_if_in_use(flags);
+  snapshot_if_in_use(flags, "exit");
   if (flags.record_log()) print_unfreed_table();
 }
 

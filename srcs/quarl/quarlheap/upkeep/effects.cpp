@@ -31,7 +31,7 @@ void keep_threads() {
 
 void refuse_threads() {
   make_thread_table();
-  print(kStdout, "Can not set thread type.For the PROF function is not set.\n");
+  print_failure(kStdout, {"configuration"}, "Can not set thread type.For the PROF function is not set.\n");
 }
 
 void trace_mappings(int on) {
@@ -48,7 +48,8 @@ bool is_to_stay_ignored(int number) {
 // A forked child has no timer, and its parent's configuration file must not end it.
 void refuse_snapshots() {
   if (forked_child) return;
-  print(kStdout, "Get time function is invalid, can not get snapshot info of memory automatically!\n");
+  print_failure(kStdout, {"timer"},
+                "Get time function is invalid, can not get snapshot info of memory automatically!\n");
   hook_mutex.assert_held();
   hook_mutex.leave_for_release(kPendingEnd);
 }

@@ -1,5 +1,6 @@
 #include "quarlheap/upkeep/interval_timer.h"
 
+#include <errno.h>
 #include <signal.h>
 #include <time.h>
 
@@ -52,7 +53,7 @@ void install_handler() {
 
 void give_up() {
   static bool told_before = false;
-  print_trouble(&told_before, "Create timer failed,quarlheap can't get system time!\n");
+  print_trouble(&told_before, {"timer", nullptr, errno}, "Create timer failed,quarlheap can't get system time!\n");
   settings.timer_clock_on = 0;
 }
 

@@ -1,5 +1,6 @@
 #include "quarlheap/upkeep/unfreed.h"
 
+#include "logs/files/log_files.h"
 #include "logs/mappings/mapping_records.h"
 #include "logs/snapshots/histogram.h"
 #include "logs/snapshots/snapshot.h"
@@ -31,9 +32,11 @@ void fill_row(DoubtfulBlock block, const BoundedBlock& sound, OpRecord* row) {
 struct RowCount {
   uint32_t all = 0;
   uint32_t own = 0;
+  LiveMemory live;
 };
 
 void put_live_row(DoubtfulBlock block, const BoundedBlock& sound, RowCount* rows) REQUIRES(hook_mutex) {
+  rows->live.add_block(block.claimed_size());
   OpRecord* row = next_snapshot_row();
   ++rows->all;
   if (row != nullptr) fill_row(block, sound, row);
@@ -61,6 +64,7 @@ void write_mappings(Histogram* histogram, RowCount* rows) REQUIRES(hook_mutex) {
   for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) {
     histogram->add(entry->record.size);
     ++rows->all;
+    ++rows->live.mappings;
     if (is_own_seq_num(entry->record.seq_num)) ++rows->own;
     OpRecord* row = next_snapshot_row();
     if (row == nullptr) continue;
@@ -71,13 +75,14 @@ void write_mappings(Histogram* histogram, RowCount* rows) REQUIRES(hook_mutex) {
 
 }  // namespace
 
-void write_snapshot() {
+void write_snapshot(const char* kind) {
   Histogram histogram;
   begin_snapshot();
   RowCount rows;
   write_blocks(&histogram, &rows);
   write_mappings(&histogram, &rows);
   end_snapshot(rows.all, rows.own);
+  tell_snapshot(kind, snapshot_log.path(), &rows.live);
   histogram.print_if_wanted(rows.all);
 }
 
@@ -99,7 +104,7 @@ void print_unfreed_table() {
   histogram.print_if_wanted(live);
 }
 
-void write_auto_snapshot_rows() {
+void write_auto_snapshot_rows(LiveMemory* live) {
   if (!snapshot_chain.begin_rows()) return;
   uint32_t rows = 0;
   for (BlockWalk walk; walk.here(); walk.step()) {
@@ -108,10 +113,12 @@ void write_auto_snapshot_rows() {
     fill_row(block, sound, snapshot_chain.next_row());
     ++rows;
     if (!sound && qr_check_block(block) == QR_FAULT_HEAD) break;
+    live->add_block(block.claimed_size());
   }
   for (TraceInfoEntry* entry = useed_head; entry != nullptr; entry = entry->next) {
     *snapshot_chain.next_row() = entry->record;
     ++rows;
+    ++live->mappings;
   }
   snapshot_chain.end_rows(rows);
 }

@@ -1,5 +1,6 @@
 #include "state/events/event.h"
 
+#include <errno.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include "state/events/event_file.h"
 #include "state/events/event_lock.h"
 #include "state/events/event_modules.h"
+#include "state/events/trouble_event.h"
 
 namespace quarl {
 
@@ -28,7 +30,6 @@ constinit bool whole GUARDED_BY(event_lock) = false;  // nothing that the line r
 constinit bool loaded_told GUARDED_BY(event_lock) = false;
 constinit int process GUARDED_BY(event_lock) = 0;  // whose modules are known
 constinit int parent GUARDED_BY(event_lock) = 0;   // that it was forked from
-using Describer = void (*)(JsonLine& line);
 constinit Describer describe_configuration = nullptr;
 
 constinit uint32_t dropped = 0;                              // since the last line that was written
@@ -138,19 +139,25 @@ void Event::trace(const char* key, const uint32_t* addresses, int count) const N
   event_line.close();
 }
 
-void settle_events(void (*describe)(JsonLine& line)) NO_THREAD_SAFETY_ANALYSIS {
-  const char* path = environment("QUARL_EVENTS");
-  if (path == nullptr || *path == '\0') return;
-  describe_configuration = describe;
-  process = getpid();
-  file.settle(path);
-  detail::events_on = true;
+// A FIFO that nobody reads yet (ENXIO) is none of it.
+void tell_unopened(const char* path) {
+  print(kStderr, "QUARL_EVENTS %s: %s\n", path, error_text(errno));
 }
 
-bool tell_loaded() NO_THREAD_SAFETY_ANALYSIS {
+void settle_events() NO_THREAD_SAFETY_ANALYSIS {
+  const char* path = environment("QUARL_EVENTS");
+  if (path == nullptr || *path == '\0') return;
+  process = getpid();
+  if (!file.settle(path) && errno != ENXIO) tell_unopened(path);
+  detail::events_on = true;
+  trouble_listener = tell_trouble;
+}
+
+bool tell_loaded(Describer describe) NO_THREAD_SAFETY_ANALYSIS {
   const KeepErrno keep;
   const HeldSignals held(events_wanted());
   if (!events_wanted() || !event_lock.take()) return true;
+  describe_configuration = describe;
   become(getpid());
   const bool before = loaded_told;
   if (!before && !send_loaded()) drop();

@@ -49,12 +49,13 @@ class Event {
   bool ready_ = false;
 };
 
-// Called once by the constructor: reads QUARL_EVENTS. `describe` adds to the line of a `loaded` event what it is to
-// tell of the configuration; it runs under the lock of events. When it is called the first time, all is to be known.
-void settle_events(void (*describe)(JsonLine& line));
+// Called once by the constructor: reads QUARL_EVENTS.
+void settle_events();
 
-// The process begins to be checked: tells `loaded`. False when it was told already.
-bool tell_loaded();
+// The process is configured: tells `loaded`, of which `describe` adds what it is to say about that, then and in forked
+// children; it runs under the lock of events. False when `loaded` was told already, without it.
+using Describer = void (*)(JsonLine& line);
+bool tell_loaded(Describer describe);
 
 // In a forked child, on its only thread: it tells its own `loaded` before its first event.
 void leave_parent_events();
