@@ -4,6 +4,8 @@
 // layer over a C library without them). The build chooses one. What the word before a raw block means is chunk.h.
 #pragma once
 
+#include <signal.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -70,6 +72,18 @@ struct ForkSteps {
   void (*in_child)();
 };
 void set_fork_steps(const ForkSteps& steps);
+
+// A handler of the checker's that stands in for the default action of some signals. To the program it is the default
+// action, where it asks what is set and where it sets SIG_DFL: `put` has the handler installed in its place then, where
+// it is wanted. A C library with hooks of its own shows what is installed.
+struct StandIn {
+  void (*handler)(int, siginfo_t*, void*);
+  void (*put)(int number);
+};
+void set_stand_in(const StandIn& stand_in);
+
+// sigaction of the C library, past the stand-in.
+int set_signal_action(int number, const struct sigaction* wanted, struct sigaction* before);
 
 // `told` hears of a mapping of the allocator's own whose size changed in its place: the mapping hooks see its making
 // and its end only. Called on the thread that resizes, with nothing held.

@@ -136,6 +136,30 @@ constinit MessageWriter message_writer = write_to_descriptor;
 constinit MessageKeeper message_keeper = nullptr;
 constinit TroubleListener trouble_listener = nullptr;
 
+namespace {
+
+constinit bool nobody_reads[kStderr + 1] = {};
+
+// As much as a pipe takes at once when it takes anything.
+void write_where_there_is_room(int fd, const char* data, size_t size) {
+  constexpr size_t kPiece = 4096;
+  constexpr int kPatience = 1000;  // milliseconds
+  bool& given_up = nobody_reads[fd <= kStderr ? fd : kStderr];
+  while (size > 0 && !given_up) {
+    const size_t piece = size < kPiece ? size : kPiece;
+    given_up = !sys::wait_writable(fd, kPatience);
+    if (!given_up) write_to_descriptor(fd, data, piece);
+    data += piece;
+    size -= piece;
+  }
+}
+
+}  // namespace
+
+void write_messages_without_waiting() {
+  message_writer = write_where_there_is_room;
+}
+
 void write_message(int fd, const Text& text) {
   if (message_keeper != nullptr && message_keeper(fd, text)) return;
   message_writer(fd, text.data(), text.size());
@@ -203,6 +227,11 @@ bool standard_error_is_connection() {
 }
 
 }  // namespace
+
+void write_to_standard_error(const Text& text) {
+  if (keeps_libc_promises() && standard_error_is_connection()) return;
+  message_writer(kStderr, text.data(), text.size());
+}
 
 void print_trouble(bool* told, Trouble trouble, const char* pattern, ...) {
   if (confined()) return;

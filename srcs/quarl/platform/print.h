@@ -55,6 +55,14 @@ extern MessageKeeper message_keeper;
 
 void write_message(int fd, const Text& text);
 
+// From now on no message waits longer than a second for whoever reads it, and what nobody reads is lost: the process
+// ends.
+void write_messages_without_waiting();
+
+// What the checker says of its own accord on standard error, at once: nowhere when that is a connection of the
+// program's.
+void write_to_standard_error(const Text& text);
+
 // Messages of at most 640 characters; longer ones are built in a TextBuffer of their own.
 [[gnu::format(printf, 2, 3)]] void print(int fd, const char* pattern, ...);
 

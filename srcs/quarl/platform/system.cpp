@@ -67,6 +67,24 @@ bool wait_readable(int fd, int milliseconds) {
   return ready != 0;
 }
 
+bool wait_writable(int fd, int milliseconds) {
+  struct pollfd wanted {
+    fd, POLLOUT, 0
+  };
+  return call(SYS_poll, &wanted, 1, milliseconds) != 0;
+}
+
+void nap(int milliseconds) {
+  call(SYS_poll, nullptr, 0, milliseconds);
+}
+
+void send_to_this_thread(int number, siginfo_t* info) {
+  const long process = getpid();
+  const long thread = system_call(SYS_gettid);
+  if (info != nullptr && system_call(SYS_rt_tgsigqueueinfo, process, thread, number, info) == 0) return;
+  system_call(SYS_tgkill, process, thread, number);
+}
+
 bool stat_fd(int fd, struct stat64* out) {
   const OwnCall own;
   return !own.refused() && fstat64(fd, out) == 0;

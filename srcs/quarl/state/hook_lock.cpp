@@ -1,5 +1,6 @@
 #include "state/hook_lock.h"
 
+#include "platform/late_signal.h"
 #include "platform/process_end.h"
 #include "platform/system.h"
 #include "spin.h"
@@ -46,6 +47,19 @@ bool HookLock::spin_and_take(uint32_t taken) {
   return false;
 }
 
+// Does not sleep on the word: whoever has the lock may be stopped for ever.
+bool HookLock::lock_within(int milliseconds) NO_THREAD_SAFETY_ANALYSIS {
+  const KeepErrno keep;
+  const auto taken = static_cast<uint32_t>(current_tid());
+  for (; milliseconds >= 0; --milliseconds) {
+    if (spin_and_take(taken)) return true;
+    const uint32_t seen = __atomic_load_n(&word_, __ATOMIC_RELAXED);
+    if (held_for_fork() && swap_word(&word_, seen, taken | (seen & kWaiters))) return true;
+    sys::nap(1);
+  }
+  return false;
+}
+
 // True when the hold of a fork was taken over: by a thread that has waited for long, or by the forking one itself.
 bool HookLock::sleep_or_take_over(uint32_t seen) {
   if ((seen & kForkHold) == 0) {
@@ -86,7 +100,7 @@ uint32_t HookLock::run_pending() {
   for (;;) {
     const uint32_t work = __atomic_exchange_n(&pending_, 0, __ATOMIC_SEQ_CST);
     if (work == 0) return left;
-    left |= work & (kPendingTexts | kPendingEnd);
+    left |= work & (kPendingTexts | kPendingEnd | kPendingSignal);
     if (worker_ != nullptr) worker_(work);
   }
 }
@@ -97,6 +111,7 @@ void HookLock::finish_and_release() NO_THREAD_SAFETY_ANALYSIS {
   HeldText* texts = take_held_texts();
   release();
   write_held_texts(texts);
+  if ((left & kPendingSignal) != 0) let_signal_come();
   if ((left & kPendingEnd) != 0) end_process();
   if (pending()) serve_late_request();
 }

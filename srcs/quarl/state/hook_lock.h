@@ -23,8 +23,9 @@ enum PendingWork : uint32_t {
 
 // What the lock's owner leaves for the moment after its release.
 enum LeftWork : uint32_t {
-  kPendingTexts = 8,  // write the texts that were held back
-  kPendingEnd = 16,   // end the process, as an item asks
+  kPendingTexts = 8,    // write the texts that were held back
+  kPendingEnd = 16,     // end the process, as an item asks
+  kPendingSignal = 32,  // let a signal come that was put off
 };
 
 class CAPABILITY("mutex") HookLock {
@@ -39,6 +40,8 @@ class CAPABILITY("mutex") HookLock {
     // A request made between the look and the release found the lock taken. The release is a barrier for both.
     if (__builtin_expect(pending(), 0)) serve_late_request();
   }
+  // For a thread that has to go on all the same. True when it got the lock within that time.
+  bool lock_within(int milliseconds) TRY_ACQUIRE(true);
   bool held_by_this_thread() const;
   void assert_held() const ASSERT_CAPABILITY(this) {}
 

@@ -40,8 +40,9 @@ uint64_t way_to(const char* name) {
 // Entries that go on to the next definition of their name. Who stands between the C library and us and asks it for its
 // own would be led around in a circle.
 bool goes_on(const char* name) {
-  static constexpr const char* kNames[] = {"dlopen",  "dlmopen",           "dlsym", "dlvsym", "prctl",
-                                           "syscall", "__register_atfork", "sbrk",  "__sbrk", "brk"};
+  static constexpr const char* kNames[] = {
+      "dlopen", "dlmopen",   "dlsym",  "dlvsym",     "prctl",   "syscall",     "__register_atfork", "sbrk",  "__sbrk",
+      "brk",    "sigaction", "signal", "bsd_signal", "ssignal", "sysv_signal", "__sysv_signal",     "sigset"};
   for (const char* each : kNames) {
     if (strcmp(name, each) == 0) return true;
   }

@@ -23,6 +23,11 @@ void set_fork_steps(const ForkSteps& steps) {
 // A filter of system calls is not noticed.
 void set_filter_steps(const FilterSteps&) {}
 
+void set_stand_in(const StandIn&) {}
+int set_signal_action(int number, const struct sigaction* wanted, struct sigaction* before) {
+  return sigaction(number, wanted, before);
+}
+
 // The C library's chunks do not change in place, and nobody stands between it and the checker.
 void set_mapping_resized(void (*)(void*, size_t, size_t)) {}
 constinit bool other_allocators = false;

@@ -22,6 +22,7 @@
 #include "quarlheap/checking/block_check.h"
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/mapping_resize.h"
+#include "quarlheap/lifecycle/end_signals.h"
 #include "quarlheap/lifecycle/filter_steps.h"
 #include "quarlheap/lifecycle/fork_handlers.h"
 #include "quarlheap/model/block_header.h"
@@ -109,6 +110,7 @@ void prepare_platform() {
   hold_texts();
   register_fork_handlers();
   register_filter_steps();
+  register_end_signals();
 }
 
 // The C library may call it again: it does nothing once the hooks are installed.
@@ -130,6 +132,7 @@ void prepare_platform() {
   start_agent(take_agent_line);
   install_hooks(start);
   settle_hooks();
+  install_end_signals();
 }
 
 }  // namespace

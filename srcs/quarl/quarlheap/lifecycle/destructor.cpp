@@ -1,16 +1,11 @@
 // Shut-down: on the thread that exits the process, which may hold hook_mutex (a signal handler that interrupted a hook
 // called exit).
-#include "logs/files/log_files.h"
-#include "logs/files/log_keeping.h"
-#include "logs/files/maps_file.h"
 #include "logs/mappings/mapping_records.h"
-#include "logs/records/record.h"
-#include "logs/snapshots/snapshot_chain.h"
 #include "platform/checked_programs.h"
 #include "platform/confinement.h"
 #include "platform/system.h"
 #include "platform/thread_cache.h"
-#include "quarlheap/hooks/hook_table.h"
+#include "quarlheap/lifecycle/checker_end.h"
 #include "quarlheap/lifecycle/exit_lock.h"
 #include "quarlheap/model/used_list.h"
 #include "quarlheap/upkeep/dump.h"
@@ -20,12 +15,13 @@
 namespace quarl {
 namespace {
 
-void close_log_files() REQUIRES(hook_mutex) {
-  record_log.close();
-  maps_file.close();
-  snapshot_log.close();
-  snapshot_chain.close();
-  stop_recording();
+void write_and_end() REQUIRES(hook_mutex) {
+  const bool may_call = !confined();  // behind a filter all is written already, and the kernel cleans up
+  if (may_call) run_exit_dump();
+  if (may_call) tell_exit(0);
+  if (may_call) release_all_record_pages();
+  end_checker();
+  if (may_call) delete_interval_timer();
 }
 
 [[gnu::destructor]] void stop() {
@@ -36,15 +32,7 @@ void close_log_files() REQUIRES(hook_mutex) {
     const ExitLock lock;
     hook_mutex.assert_held();
     if (lock.interrupted_a_hook()) expect_unfinished_list();
-    const bool may_call = !confined();  // behind a filter all is written already, and the kernel cleans up
-    if (may_call) run_exit_dump();
-    if (may_call) tell_exit(0);
-    if (may_call) release_all_record_pages();
-    restore_hooks();
-    close_used_list();
-    close_log_files();
-    remove_logs_that_say_nothing();
-    if (may_call) delete_interval_timer();
+    if (!checker_has_ended()) write_and_end();
   }
   // Called from inside a hook or not, this thread is through with the checker: what it releases from here on goes back
   // to the allocator.

@@ -7,6 +7,7 @@
 #include "platform/confinement.h"
 #include "platform/libc_hooks.h"
 #include "platform/system.h"
+#include "quarlheap/lifecycle/end_signals.h"
 #include "quarlheap/lifecycle/exit_lock.h"
 #include "quarlheap/upkeep/dump.h"
 #include "quarlheap/upkeep/end_event.h"
@@ -20,6 +21,7 @@ namespace {
 constinit int snap_interval GUARDED_BY(hook_mutex) = 0;  // as it was before
 
 void write_all_there_is() REQUIRES(hook_mutex) {
+  withdraw_end_signals();
   snap_interval = settings.snap_interval;
   pause_interval_timer();
   run_exit_dump();
@@ -32,6 +34,7 @@ void go_on() REQUIRES(hook_mutex) {
   settings.snap_interval = snap_interval;
   open_log_files();
   resume_interval_timer();
+  install_end_signals();
 }
 
 // A child past fork (vfork, a raw clone) may have its parent's memory for its own, and is about to exec.
