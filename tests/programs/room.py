@@ -62,6 +62,8 @@ def checker_environment(setting, checker, logs):
         environment["QUARL_CFG_FILE"] = f"{checker}/quarlcfg.ini"
     if setting.contract:
         environment["QUARL_CONTRACT"] = setting.contract
+    if setting.ends:
+        environment["QUARL_END_SIGNALS"] = "1"
     return environment if setting.checked else {}
 
 

@@ -12,6 +12,7 @@ class Setting:
     small: bool = False
     room: bool = False  # every process of the work is checked, in a room of its own where the target has rooms
     contract: str = ""
+    ends: bool = False  # by signals are told and logged (QUARL_END_SIGNALS)
     log: str = ""  # end of the names of the logs that every checked process leaves
     reconcile: object = None
 
@@ -36,6 +37,8 @@ SETTINGS = {
     "contract-record": Setting(RECORD_ANEW, small=True, room=True, contract="libc", log="_quarlAll.log", reconcile=logs.unreadable),
     "contract-snapshots": Setting(SNAPSHOTS, small=True, room=True, contract="libc", log="_quarl_autosnap.log",
                                   reconcile=logs.unreadable),
+    "ends": Setting(contract="libc", ends=True, log="_quarl.log", reconcile=logs.unreadable),
+    "contract-ends": Setting(contract="libc", room=True, ends=True, log="_quarl.log", reconcile=logs.unreadable),
     "room": Setting(room=True),
     "bare": Setting(room=True, checked=False),  # beside the other bare run: shows that the work itself does not differ
 }

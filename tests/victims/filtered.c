@@ -1,6 +1,6 @@
 // Sets itself a filter of system calls, behind which only those are left that its own work needs.
 //
-// filtered prctl|syscall|by-number|every-thread|strict|strict-syscall|refused sound|thread|fork|overrun|dumped
+// filtered prctl|syscall|by-number|every-thread|strict|strict-syscall|refused sound|thread|fork|overrun|dumped|crash
 #define _GNU_SOURCE
 #include <errno.h>
 #include <linux/filter.h>
@@ -91,6 +91,8 @@ static void act(const char* action) {
     char* block = malloc(10);
     block[10] = 0;
     free(block);
+  } else if (strcmp(action, "crash") == 0) {
+    *(volatile char*)strtoul("0", NULL, 0) = 1;
   } else if (strcmp(action, "thread") == 0) {
     pthread_t thread;
     if (pthread_create(&thread, NULL, work, NULL) != 0 || pthread_join(thread, NULL) != 0) _exit(72);
