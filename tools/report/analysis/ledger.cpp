@@ -2,10 +2,12 @@
 
 #include <algorithm>
 
+#include "report/analysis/large_blocks.h"
+
 namespace quarl::report {
 namespace {
 
-// No allocator makes a mapping of its own for a block smaller than this.
+// No allocator makes a mapping of its own for a block smaller than this, unless it is aligned.
 constexpr uint32_t kMinCarriedBlock = 4096;
 // Records whose blocks and traces are looked up together.
 constexpr size_t kGroup = 32;
@@ -60,6 +62,7 @@ void Ledger::apply_other(const OpRecord& record) {
     case kKindReleased:
       return release(record);
     case kKindFailed:
+      last_number_ = std::max(last_number_, record.seq_num);
       ++totals_[record.operation].calls;
       ++totals_[record.operation].failed;
       return;
@@ -69,12 +72,29 @@ void Ledger::apply_other(const OpRecord& record) {
 }
 
 void Ledger::count(const OpRecord& record) {
-  ++totals_[record.operation].calls;
-  totals_[record.operation].bytes += record.size;
+  bool maps_file = record.from_file != 0 && record.operation == kOpMmap;
+  count(maps_file ? int{kOpMmapFile} : int{record.operation}, record.size);
+}
+
+void Ledger::count(int operation, uint32_t bytes) {
+  ++totals_[operation].calls;
+  totals_[operation].bytes += bytes;
+}
+
+// The number of a block that a failed resize has put back is its old one: nothing was allocated, and what was taken for
+// its release was none.
+bool Ledger::note_restored(const OpRecord& record) {
+  restored_ = in_order_ && record.seq_num != 0 && record.seq_num <= last_number_;
+  last_number_ = std::max(last_number_, record.seq_num);
+  if (!restored_) return false;
+  --totals_[kOpReallocRelease].calls;
+  totals_[kOpReallocRelease].bytes -= record.size;
+  return true;
 }
 
 void Ledger::allocate(const OpRecord& record, TraceId trace) {
-  count(record);
+  if (!note_restored(record)) count(record);
+  if (record.operation == kOpChunkMap) return;
   ++held_.entries;
   is_mapping(record.operation) ? allocate_mapping(record, trace) : allocate_block(record, trace);
 }
@@ -91,7 +111,6 @@ void Ledger::allocate_mapping(const OpRecord& record, TraceId trace) {
 }
 
 void Ledger::allocate_block(const OpRecord& record, TraceId trace) {
-  if (record.size >= kMinCarriedBlock && !mappings_.empty()) mark_carrier(record.start_addr);
   LiveEntry& block = blocks_.at(record.start_addr);
   if (block.address != 0) {
     held_.bytes -= block.size;
@@ -99,21 +118,24 @@ void Ledger::allocate_block(const OpRecord& record, TraceId trace) {
     ++lost_releases_;
   }
   block.fill(record, trace);
+  if (record.size >= kMinCarriedBlock && !mappings_.empty()) mark_carrier(block);
   hold(record.size);
 }
 
 // The block's bytes would be counted twice, once as the mapping that carries it.
-void Ledger::mark_carrier(uint32_t address) {
-  LiveMapping* mapping = mappings_.containing(address);
-  if (mapping == nullptr || mapping->carries_block) return;
+void Ledger::mark_carrier(const LiveEntry& block) {
+  LiveMapping* mapping = mappings_.containing(block.address);
+  if (mapping == nullptr || mapping->carries_block || !fits_mapping(Extent(mapping->entry), Extent(block))) return;
   mapping->carries_block = true;
   held_.bytes -= mapping->entry.size;
   --held_.entries;
 }
 
 void Ledger::release(const OpRecord& record) {
-  count(record);
+  last_number_ = std::max(last_number_, record.seq_num);
   if (record.operation == kOpMunmap || record.operation == kOpMunmapFile) return release_mapping(record);
+  count(record);
+  if (record.operation == kOpChunkUnmap) return;
   const LiveEntry* block = blocks_.remove(record.start_addr);
   if (block == nullptr) {
     ++unknown_releases_;
@@ -125,7 +147,9 @@ void Ledger::release(const OpRecord& record) {
 
 void Ledger::release_mapping(const OpRecord& record) {
   auto mapping = mappings_.remove(record.start_addr, record.size);
-  if (!mapping || mapping->carries_block) return;
+  if (!mapping) return count(kOpMunmap, record.size);
+  if (mapping->carries_block) return count(kOpChunkUnmap, record.size);
+  count(mapping->entry.from_file ? kOpMunmapFile : kOpMunmap, mapping->entry.size);  // all of it, whatever was named
   (mapping->entry.from_file ? held_.file_bytes : held_.bytes) -= mapping->entry.size;
   --held_.entries;
 }
@@ -138,7 +162,7 @@ void Ledger::add_fault(const OpRecord& record) {
 // In a snapshot the mappings come after the blocks that they carry.
 void Ledger::finish() {
   blocks_.for_each([&](const LiveEntry& block) {
-    if (block.size >= kMinCarriedBlock && !mappings_.empty()) mark_carrier(block.address);
+    if (!in_order_ && !mappings_.empty()) mark_carrier(block);
   });
   faults_.find_neighbours(blocks_);
 }

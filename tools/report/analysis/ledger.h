@@ -13,7 +13,7 @@
 namespace quarl::report {
 
 struct Held {
-  uint64_t bytes = 0;  // heap blocks and anonymous mappings, without the mappings that carry one large block
+  uint64_t bytes = 0;  // heap blocks and anonymous mappings, without those that the allocator made for large blocks
   uint64_t file_bytes = 0;
   uint64_t entries = 0;  // blocks and mappings of both kinds
   uint64_t peak = 0;     // of bytes
@@ -31,7 +31,7 @@ class Ledger {
   // snapshot, all of one moment.
   explicit Ledger(bool in_order) : in_order_(in_order) {}
 
-  // Takes records in their order; `observer`, if there is one, sees each after the ledger has taken it.
+  // Takes records in their order, those of a record log as OrderedRecords gives them; `observer`, if there is one, sees each after the ledger has taken it.
   using Observer = std::function<void(const OpRecord&, const Ledger&)>;
   void apply(std::span<const OpRecord> records, const Observer& observer = nullptr);
   // A fault record found outside the snapshot's own records.
@@ -43,6 +43,8 @@ class Ledger {
   const OperationTotals& totals(int operation) const { return totals_[operation]; }
   const TraceTable& traces() const { return traces_; }
   const FaultList& faults() const { return faults_; }
+  // The last record told of a block that is held again, because its resize failed.
+  bool restored() const { return restored_; }
   uint64_t unknown_releases() const { return unknown_releases_; }  // of heap blocks whose allocation is not in the log
   uint64_t lost_releases() const { return lost_releases_; }  // addresses given out twice without a release between
 
@@ -60,12 +62,14 @@ class Ledger {
   void look_up(std::span<const OpRecord> records, uint64_t* hashes) const;
   void apply_other(const OpRecord& record);
   void count(const OpRecord& record);
+  void count(int operation, uint32_t bytes);
+  bool note_restored(const OpRecord& record);
   void allocate(const OpRecord& record, TraceId trace);
   void allocate_mapping(const OpRecord& record, TraceId trace);
   void allocate_block(const OpRecord& record, TraceId trace);
   void release(const OpRecord& record);
   void release_mapping(const OpRecord& record);
-  void mark_carrier(uint32_t address);
+  void mark_carrier(const LiveEntry& block);
   void hold(uint64_t bytes);
 
   bool in_order_;
@@ -75,6 +79,8 @@ class Ledger {
   FaultList faults_;
   Held held_;
   OperationTotals totals_[kOpCount];
+  uint32_t last_number_ = 0;  // the highest of a record
+  bool restored_ = false;
   uint64_t unknown_releases_ = 0;
   uint64_t lost_releases_ = 0;
 };

@@ -42,12 +42,16 @@ uint32_t RecordPass::first_time() {
   return times_.first;
 }
 
+std::span<const OpRecord> RecordPass::next() {
+  return has_order(log_) ? ordered_.next() : stream_.next();
+}
+
 void RecordPass::go_on(bool to_first_time) {
   if (ended_) return;
   Progress progress(log_.file().path(), stream_.total());
   Ledger::Observer observer = observers();
   while (!to_first_time || times_.first == 0) {
-    auto batch = stream_.next();
+    auto batch = next();
     if (batch.empty()) return finish();
     times_.add(batch);
     if (has_order(log_)) sequence_.add(batch);

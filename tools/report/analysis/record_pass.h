@@ -4,9 +4,9 @@
 #include <optional>
 
 #include "report/analysis/ledger.h"
+#include "report/analysis/ordered_records.h"
 #include "report/analysis/thread_tally.h"
 #include "report/analysis/timeline.h"
-#include "report/reading/record_stream.h"
 
 namespace quarl::report {
 
@@ -56,6 +56,7 @@ class RecordPass {
   };
   RecordPass& whole();
   uint32_t first_time();
+  std::span<const OpRecord> next();
   void go_on(bool to_first_time);
   void finish();
   void add_uncounted_faults();
@@ -65,6 +66,7 @@ class RecordPass {
   const Log& log_;
   const Snapshot& snapshot_;
   RecordStream stream_;
+  OrderedRecords ordered_{stream_};  // of a record log
   Ledger ledger_;
   Times times_;
   Sequence sequence_;

@@ -27,7 +27,7 @@ bool is_sound(const OpRecord& record) {
 RecordStream::RecordStream(const Log& log, uint64_t offset, uint64_t count)
     : log_(log), offset_(offset), total_(count), batch_(std::min<uint64_t>(kBatch, count)) {}
 
-std::span<const OpRecord> RecordStream::next() {
+std::span<OpRecord> RecordStream::next() {
   for (std::span<OpRecord> batch = read(); !batch.empty(); batch = read()) {
     if (auto sound = without_damaged(batch); !sound.empty()) return sound;
   }

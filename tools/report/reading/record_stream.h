@@ -15,9 +15,9 @@ class RecordStream {
   RecordStream(const Log& log, const Snapshot& snapshot)
       : RecordStream(log, snapshot.header.records_offset, snapshot.records) {}
 
-  // The next batch, empty at the end; valid until the next call. Numbers are in this machine's byte order and
+  // The next batch, empty at the end; the caller's until the next call. Numbers are in this machine's byte order and
   // stack_depth is in [0, kMaxTrace]; a record whose operation, kind or depth cannot be is left out and counted.
-  std::span<const OpRecord> next();
+  std::span<OpRecord> next();
 
   uint64_t total() const { return total_; }
   uint64_t done() const { return done_; }        // records read so far, damaged ones included
