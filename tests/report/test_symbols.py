@@ -58,10 +58,15 @@ class Elf:
         return f"{start:08x}-{end:08x} r-xp {offset & ~0xFFF:08x} 00:00 1    {target_path}\n"
 
 
+def built():
+    """The sample program of each target that there is a compiler for."""
+    found = [Elf(PROGRAMS / f"leaky_{target}", prefix) for target, prefix in TARGETS.items()]
+    return [elf for elf in found if elf.path.exists() and shutil.which(f"{elf.prefix}objcopy")]
+
+
 class Symbols(ReportTest):
     def each_target(self):
-        found = [Elf(PROGRAMS / f"leaky_{target}", prefix) for target, prefix in TARGETS.items()]
-        return [elf for elf in found if elf.path.exists() and shutil.which(f"{elf.prefix}objcopy")]
+        return built()
 
     def setUp(self):
         super().setUp()

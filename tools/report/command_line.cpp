@@ -108,6 +108,12 @@ void add_reading_options(CLI::App& command, Options& options) {
       ->check(existing_directory())
       ->allow_extra_args(false);
   command
+      .add_option(
+          "--events", options.desk.events,
+          "The process's events: what was unloaded, and which builds ran (default: events.jsonl beside the log)")
+      ->type_name("FILE")
+      ->check(CLI::Validator(CLI::ExistingFile).description(""));
+  command
       .add_option("--map", options.desk.renames, "Look for target files under FROM in TO instead; can be given again")
       ->type_name("FROM=TO")
       ->check(check_rename)

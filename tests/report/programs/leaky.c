@@ -4,6 +4,7 @@
 //   leak_inlined   2 blocks of 77 bytes, from a function that is inlined into its caller
 //   leak_large     1 block of 300000 bytes, which the allocator serves by a mapping of its own
 //   leak_mapping   1 anonymous mapping of 8192 bytes
+//   leak_both      2 blocks of 33 bytes, asked for in two ways in one line
 //   leak_in_thread 4 blocks of 50 bytes, asked for by a second thread
 #include <pthread.h>
 #include <signal.h>
@@ -54,6 +55,10 @@ APART void leak_mapping(void) {
   keep(mmap(NULL, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 }
 
+APART void leak_both(void) {
+  keep(malloc(33)), keep(calloc(3, 11));
+}
+
 APART void* leak_in_thread(void* unused) {
   for (int index = 0; index < 4; ++index) keep(malloc(50));
   return unused;
@@ -88,6 +93,7 @@ int main(int count, char** arguments) {
   call_inlined();
   leak_large();
   leak_mapping();
+  leak_both();
   pthread_t thread;
   pthread_create(&thread, NULL, leak_in_thread, NULL);
   pthread_join(thread, NULL);

@@ -14,6 +14,14 @@ std::string trace_key(const Frames& frames) {
   return key;
 }
 
+// One line of source may ask in several ways.
+void note_entry(Frames& site, const Frames& other) {
+  if (site.empty() || site.front().entry == other.front().entry) return;
+  constexpr std::string_view kOthers = " and others";
+  std::string& entry = site.front().entry;
+  if (!entry.ends_with(kOthers)) entry += kOthers;
+}
+
 std::string or_else(std::string text, const char* otherwise) {
   return text.empty() ? otherwise : text;
 }
@@ -78,6 +86,8 @@ Site& SiteTable::site_of(const LiveEntry& entry, const Frames& frames) {
     site.key = key;
     site.name = grouping_ == Grouping::kTrace ? site_name(frames) : key;
     if (grouping_ == Grouping::kTrace) site.frames = frames;
+  } else {
+    note_entry(sites_[position->second].frames, frames);
   }
   if (by_trace) by_trace_[entry.trace] = position->second;
   return sites_[position->second];

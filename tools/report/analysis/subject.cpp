@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "report/symbols/address_sample.h"
-
 namespace quarl::report {
 
 Subject::Subject(std::shared_ptr<const Log> log, const Snapshot& snapshot, Desk& desk, const Suppressions& suppressions,
@@ -16,7 +14,7 @@ const ProfInfo& Subject::statistics() {
 }
 
 Symbolizer& Subject::symbolizer() {
-  if (!symbolizer_) symbolizer_.emplace(log_->maps(snapshot_), desk_, sample_addresses(*log_, snapshot_));
+  if (!symbolizer_) symbolizer_.emplace(*log_, snapshot_, desk_);
   return *symbolizer_;
 }
 

@@ -153,6 +153,7 @@ Json frames_json(const Frames& frames) {
                    {"inlined", frame.inlined}};
     if (frame.function_offset != 0) object["function_offset"] = frame.function_offset;
     object["text"] = describe(frame);
+    if (!frame.entry.empty()) object["entry"] = frame.entry;
     array.push_back(std::move(object));
   }
   return array;

@@ -101,9 +101,8 @@ void SqliteImport::add(const std::string& path, std::optional<LogKind> kind, std
 void SqliteImport::add_snapshots(const Log& log, int64_t process) {
   std::unique_ptr<Symbolizer> symbolizer;
   for (const Snapshot& snapshot : log.snapshots()) {
-    Maps maps = log.maps(snapshot);
-    if (!symbolizer || !(symbolizer->maps() == maps)) {
-      symbolizer = std::make_unique<Symbolizer>(std::move(maps), desk_, sample_addresses(log, snapshot));
+    if (!symbolizer || !(symbolizer->maps() == log.maps(snapshot))) {
+      symbolizer = std::make_unique<Symbolizer>(log, snapshot, desk_);
     }
     int64_t id = add_snapshot(log, snapshot, process);
     add_records(log, snapshot, *symbolizer, id);

@@ -29,6 +29,7 @@ std::string sizes(const Site& site) {
 
 void write_frames(Output& output, const Frames& frames) {
   size_t number = 0;
+  if (!frames.empty() && !frames.front().entry.empty()) output.print("    in  {}\n", frames.front().entry);
   for (const Frame& frame : frames)
     output.print("    #{:<2} {}{}\n", number++, describe(frame, output.names()), frame.inlined ? " [inlined]" : "");
 }

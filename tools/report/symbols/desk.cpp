@@ -9,13 +9,19 @@ namespace quarl::report {
 
 Desk::Desk(DeskOptions options) : options_(std::move(options)) {}
 
-SymbolFile* Desk::find(const std::string& target_path, const std::vector<Mapping>& mappings) {
+SymbolFile* Desk::find(const std::string& target_path, const std::vector<Mapping>& mappings,
+                       const std::string& build_id) {
   for (const std::string& path : candidates(target_path)) {
     SymbolFile* file = open(path);
     if (file == nullptr) continue;
-    std::string why = file->mismatch(mappings);
-    if (why.empty()) return file;
-    warn(fmt::format("{} is not the {} of the log: {}.", path, target_path, why));
+    const bool other = !build_id.empty() && file->build_id() != build_id;
+    std::string why = other ? "" : file->mismatch(mappings);
+    if (!other && why.empty()) return file;
+    if (other) {
+      warn_of_other_build(path, target_path);
+    } else {
+      warn(fmt::format("{} is not the {} of the log: {}.", path, target_path, why));
+    }
   }
   return nullptr;
 }
@@ -36,9 +42,17 @@ SymbolFile* Desk::find_build(const std::string& target_path, const std::string& 
     if (file->build_id() == build_id) return file;
     others.push_back(path);
   }
-  if (!others.empty())
-    warn(fmt::format("{} is another build than the {} that ran: its names are not used", others[0], target_path));
+  if (!others.empty()) warn_of_other_build(others[0], target_path);
   return nullptr;
+}
+
+void Desk::warn_of_other_build(const std::string& path, const std::string& target_path) {
+  warn(fmt::format("{} is another build than the {} that ran: its names are not used", path, target_path));
+}
+
+std::string Desk::events_of(const std::string& log_path) const {
+  if (!options_.events.empty()) return options_.events;
+  return (std::filesystem::path(log_path).parent_path() / "events.jsonl").string();
 }
 
 void Desk::warn(const std::string& sentence) {

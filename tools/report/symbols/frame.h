@@ -17,6 +17,7 @@ struct Frame {
   std::string file;              // source file, empty without line information
   int line = 0;
   bool inlined = false;  // inlined into the frame that follows
+  std::string entry;     // of the first of a trace: the function of the allocator's that it called, when that is known
 };
 
 using Frames = std::vector<Frame>;

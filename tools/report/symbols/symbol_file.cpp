@@ -131,6 +131,15 @@ std::optional<uint64_t> SymbolFile::address_of(uint64_t offset) const {
   return std::nullopt;
 }
 
+std::optional<uint64_t> SymbolFile::offset_of(uint64_t address) const {
+  for (const Segment& segment : segments_) {
+    if (address >= segment.address && address - segment.address < segment.size && segment.executable) {
+      return address - segment.address + segment.offset;
+    }
+  }
+  return std::nullopt;
+}
+
 bool SymbolFile::call_ends_at(uint64_t offset, bool thumb) const {
   if (!has_code_) return true;
   GElf_Addr bias;

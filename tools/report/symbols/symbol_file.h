@@ -31,6 +31,8 @@ class SymbolFile {
   bool is_arm() const { return arm_; }
   // The address in the file's own numbering of what lies at `offset` in the file.
   std::optional<uint64_t> address_of(uint64_t offset) const;
+  // The other way round.
+  std::optional<uint64_t> offset_of(uint64_t address) const;
   // Whether a call ends at `offset` in the file, in Thumb code or not; also where that cannot be told: the code is not
   // in this file, but in the one that it was split from.
   bool call_ends_at(uint64_t offset, bool thumb) const;
