@@ -16,7 +16,8 @@ SHAPES = {  # of victims/rules.c, by the size of the block
     1001: ["malloc", "allocate"],
     1002: ["malloc", "allocate", "large_frame"],
     1003: ["malloc", "allocate", "moving_frame"],
-    1004: ["malloc", "allocate", "moving_frame", "moving_below_moving", "aligned_frame"],
+    1004: ["malloc", "allocate", "moving_frame", "moving_below_moving", "aligned_frame",
+           "moving_above_aligned"],
     1006: ["malloc", "allocate", "never_returns", "behind"],
     1007: ["malloc", "never_returns", "behind"],
 }

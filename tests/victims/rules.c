@@ -45,6 +45,14 @@ SHAPE void aligned_frame(size_t size) {
   USED(room);
 }
 
+// The caller's frame register is saved below the realigned stack pointer.
+SHAPE void moving_above_aligned(size_t size) {
+  char room[few * 40];
+  memset(room, few, 40);
+  aligned_frame(size);
+  USED(room);
+}
+
 static int compare(const void* one, const void* other) {
   allocate(1005);
   return *(const int*)one - *(const int*)other;
@@ -92,7 +100,7 @@ int main(void) {
   allocate(1001);
   large_frame(1002);
   moving_frame(1003);
-  aligned_frame(1004);
+  moving_above_aligned(1004);
   below_the_library();
   signals();
   kept = strdup("a text of just that length ----------------------------------------");

@@ -17,6 +17,11 @@ inline bool restore(int16_t place, uint32_t cfa, uint32_t room, uint32_t* value)
   return true;
 }
 
+// Whether a word of the stack lies there.
+inline bool lies_between(uint32_t place, uint32_t sp, uint32_t high) {
+  return place % 4 == 0 && place >= sp && place <= high - 4;
+}
+
 // The CFA, 0 when it cannot be had.
 inline uint32_t frame_address(const FrameRule& rule, const Registers& in, uint32_t high) {
   const auto offset = static_cast<uint32_t>(rule.cfa);
@@ -24,8 +29,14 @@ inline uint32_t frame_address(const FrameRule& rule, const Registers& in, uint32
   if (rule.base == (frame::kHasR11 ? kFrameR7 : kFrameEbp)) return in.frame + offset;
   if (frame::kHasR11) return rule.base == kFrameR11 ? in.r11 + offset : 0;
   const uint32_t place = in.frame + offset;
-  const bool there = rule.base == kFrameEbpWord && place % 4 == 0 && place >= in.sp && place <= high - 4;
-  return there ? word_at(place) : 0;
+  return rule.base == kFrameEbpWord && lies_between(place, in.sp, high) ? word_at(place) : 0;
+}
+
+// The caller's ebp of a realigned frame, which is nowhere at a distance from the CFA.
+inline bool restore_realigned(Registers* in, uint32_t high) {
+  if (!lies_between(in->frame, in->sp, high)) return false;
+  in->frame = word_at(in->frame);
+  return true;
 }
 
 // False: the trace ends. `high` ends the stack; sp is a multiple of 4 and not above it.
@@ -36,7 +47,10 @@ inline bool leave_by_table(const FrameRule& rule, Registers* in, uint32_t high) 
   const bool leaf = frame::kHasR11 && rule.return_place == kPlaceUnchanged;
   if (room == 0 && !leaf) return false;
   uint32_t pc = in->link;
-  if (!restore(rule.return_place, cfa, room, &pc) || !restore(rule.frame_place, cfa, room, &in->frame)) return false;
+  if (!restore(rule.return_place, cfa, room, &pc)) return false;
+  const bool realigned = !frame::kHasR11 && rule.base == kFrameEbpWord;
+  const bool restored = realigned ? restore_realigned(in, high) : restore(rule.frame_place, cfa, room, &in->frame);
+  if (!restored) return false;
   if (frame::kHasR11 && !restore(rule.r11_place, cfa, room, &in->r11)) return false;
   in->pc = pc;
   in->sp = cfa;

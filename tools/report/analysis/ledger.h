@@ -31,7 +31,8 @@ class Ledger {
   // snapshot, all of one moment.
   explicit Ledger(bool in_order) : in_order_(in_order) {}
 
-  // Takes records in their order, those of a record log as OrderedRecords gives them; `observer`, if there is one, sees each after the ledger has taken it.
+  // Takes records in their order, those of a record log as OrderedRecords gives them; `observer`, if there is one, sees
+  // each after the ledger has taken it.
   using Observer = std::function<void(const OpRecord&, const Ledger&)>;
   void apply(std::span<const OpRecord> records, const Observer& observer = nullptr);
   // A fault record found outside the snapshot's own records.
