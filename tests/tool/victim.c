@@ -13,17 +13,24 @@ static void* volatile kept;
 static void free_twice(void) {
   void* block = malloc(40);
   free(block);
-  free(block);
+  free(block);  // again
 }
 
 static void* free_twice_in_thread(void* unused) {
-  free_twice();
+  free_twice();  // thread
   return unused;
 }
 
 static void overrun(size_t size) {
   char* block = malloc(size);
   memset(block, 'x', size + 1);
+  kept = block;
+}
+
+// The word below a block.
+static void underrun(void) {
+  int* block = malloc(40);
+  block[-1] = 42;
   kept = block;
 }
 
@@ -107,11 +114,14 @@ static void show_contract(void) {
 }
 
 static void act(const char* what) {
-  if (!strcmp(what, "double")) free_twice();
+  if (!strcmp(what, "double")) free_twice();  // act
   if (!strcmp(what, "thread")) in_thread();
   if (!strcmp(what, "child")) in_child();
   if (!strcmp(what, "tail")) overrun(20);
+  if (!strcmp(what, "head")) underrun();  // act
   if (!strcmp(what, "free")) free(kept);
+  if (!strcmp(what, "print"))
+    printf("###### slop over occurs at tail of a memory block whose detail info is as follows:\n");
   if (!strcmp(what, "abort")) abort();
   if (!strcmp(what, "leave")) _exit(7);
   if (!strcmp(what, "serve")) serve();

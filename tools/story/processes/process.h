@@ -39,7 +39,8 @@ struct Process {
   int snapshots = 0;              // that it has written
   int agent_port = 0;             // 0 when it does not listen
   std::optional<Ending> ending;
-  bool replaced = false;  // another program has the process id by now, by exec
+  std::optional<Ending> snapshot;  // the last one
+  bool replaced = false;           // another program has the process id by now, by exec
 
   // "planted[6696]"
   std::string name() const;

@@ -63,6 +63,7 @@ Process& Processes::take(const Event& event) {
   } else if (kind == "log" || kind == "snapshot") {
     add_log(process, fields.text("path"));
     process.snapshots += kind == "snapshot" ? 1 : 0;
+    if (kind == "snapshot") process.snapshot = ending_of(fields);
   } else if (kind == "agent") {
     process.agent_port = static_cast<int>(fields.number("port").value_or(0) & 0xffff);
   } else if (kind == "exit" || kind == "confined") {

@@ -16,19 +16,29 @@ using report::Frames;
 Place place_of(const Frame& frame) {
   if (frame.module.empty()) return {fmt::format("0x{:08x}", frame.offset), ""};
   std::string offset = fmt::format("{}+0x{:x}", report::base_name(frame.module), frame.offset);
-  if (frame.function.empty()) return {offset, ""};
+  if (frame.function.empty() || frame.nearest) return {offset, ""};
   std::string name = report::short_name(report::name_of(frame));
   return {name, frame.file.empty() ? offset : report::source_of(frame)};
 }
 
-void cut_behind_main(Frames& frames) {
+bool starts_threads(const Frame& frame) {
+  std::string module = report::base_name(frame.module);
+  const bool of_library = module.starts_with("libc.so") || module.starts_with("libpthread");
+  return of_library &&
+         (frame.nearest || frame.function == "start_thread" || frame.function.find("clone") != std::string::npos);
+}
+
+// What called main(), or a thread's first function, says nothing of the program.
+void cut_behind_start(Frames& frames) {
   auto is_main = [](const Frame& frame) { return frame.function == "main" && !frame.nearest; };
   auto main = std::find_if(frames.begin(), frames.end(), is_main);
   if (main != frames.end()) frames.erase(main + 1, frames.end());
+  if (std::all_of(frames.begin(), frames.end(), starts_threads)) return;
+  while (starts_threads(frames.back())) frames.pop_back();
 }
 
 Places places_of(Frames frames) {
-  cut_behind_main(frames);
+  cut_behind_start(frames);
   Places places;
   for (const Frame& frame : frames) places.push_back(place_of(frame));
   return places;

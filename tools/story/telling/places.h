@@ -17,7 +17,7 @@ class PlaceFinder {
   explicit PlaceFinder(report::DeskOptions options) : desk_(std::move(options)) {}
 
   // Of a trace of return addresses, inlined calls first. The frames of the checker and of the allocation entries at its
-  // front are left out unless nothing else is there, and what called main() in any case.
+  // front are left out unless nothing else is there; so is what called main() or started the thread.
   Places calls(const Process& process, const Trace& trace);
   // Of an instruction that was interrupted there, and of the calls that led to it.
   Places crash(const Process& process, const std::optional<TraceFrame>& instruction, const Trace& trace);

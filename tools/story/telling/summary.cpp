@@ -19,13 +19,19 @@ std::string held_text(uint64_t blocks, uint64_t bytes) {
   return fmt::format("{} in {}", counted(bytes, "byte"), counted(blocks, "block"));
 }
 
+bool is_known(const std::optional<Ending>& held) {
+  return held && held->blocks && held->bytes;
+}
+
 // A program that is interrupted holds what it was working with.
 std::string kept_text(const Process* process) {
-  if (process == nullptr || !process->ending || !process->ending->blocks) return "what was kept is not known";
-  const Ending& ending = *process->ending;
-  if (*ending.blocks == 0) return "everything was given back";
-  std::string held = held_text(*ending.blocks, ending.bytes.value_or(0));
-  return held + (ending.signal == 0 ? " never given back" : " held when a signal ended it");
+  const bool ended = process != nullptr && is_known(process->ending);
+  if (!ended && (process == nullptr || !is_known(process->snapshot))) return "what was kept is not known";
+  const Ending& held = ended ? *process->ending : *process->snapshot;
+  std::string text = held_text(*held.blocks, *held.bytes);
+  if (!ended) return text + " held when it was last looked at";
+  if (held.signal != 0) return text + " held when a signal ended it";
+  return *held.blocks == 0 ? "everything was given back" : text + " never given back";
 }
 
 std::string others_text(const Processes& processes, const Process* main) {
