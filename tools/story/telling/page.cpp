@@ -65,7 +65,8 @@ std::string Page::text(bool colours) const {
   std::string text = fmt::format("quarl: {}: {}\n", printable(who_), styled(printable(head_), loud, colours));
   size_t width = name_width();
   for (const Line& line : lines_) {
-    std::string label = line.label.empty() ? "" : fmt::format("{:<{}}", line.label, kLabelWidth);
+    const size_t width_of_label = line.label.empty() || line.text.empty() ? 0 : kLabelWidth;
+    std::string label = fmt::format("{:<{}}", line.label, width_of_label);
     text += fmt::format("  {}{}\n", styled(label, fmt::emphasis::bold, colours), line.text);
     for (const Place& place : line.calls) {
       std::string name = place.where.empty() ? place.name : fmt::format("{:<{}}   ", place.name, width);
