@@ -120,13 +120,31 @@ void add_reading_options(CLI::App& command, Options& options) {
       ->allow_extra_args(false);
 }
 
-void add_site_options(CLI::App& command, Options& options) {
+void add_selection_options(CLI::App& command, Selection& selection) {
+  add_number(command, "--thread", selection.thread, "Only what this thread asked for (kernel task id)");
+  add_number(command, "--min-size", selection.min_size, "Only blocks of at least this many bytes");
+  add_number(command, "--max-size", selection.max_size, "Only blocks of at most this many bytes");
+  add_number(command, "--min-age", selection.min_age,
+             "Only what was allocated this many seconds before the moment of the answer, or earlier");
+  add_number(command, "--max-age", selection.max_age,
+             "Only what was allocated this many seconds before the moment of the answer, or later");
+  command
+      .add_option("--module", selection.module,
+                  "Only what a matching program or library asked for: * any characters, ^ and $ the ends")
+      ->type_name("PATTERN");
+}
+
+void add_grouping_options(CLI::App& command, Options& options) {
   if (command.get_name() != "report")
     add_choice(command, "--by", options.grouping, kGroupings, "What to group by (default trace)");
   command
       .add_option("--top", options.top,
                   "How many sites to give (default 20 in text, 10 in a summary; all in other formats)")
       ->type_name("N");
+}
+
+void add_site_options(CLI::App& command, Options& options) {
+  add_grouping_options(command, options);
   command
       .add_option("--suppress", options.suppressions,
                   "Leave out known leaks: lines leak:PATTERN, matched against function, file and module")
@@ -141,7 +159,6 @@ void add_site_options(CLI::App& command, Options& options) {
 
 void add_event_options(CLI::App& command, EventFilter& filter) {
   static const std::map<std::string, int> kOperations = operations();
-  add_number(command, "--thread", filter.thread, "Of this kernel task id");
   auto operation = [&filter](const std::string& name) { filter.operations.push_back(kOperations.at(name)); };
   command.add_option_function<std::string>("--op", operation, "Of this operation; can be given again")
       ->check(CLI::IsMember(kOperations).description(""))
@@ -153,8 +170,6 @@ void add_event_options(CLI::App& command, EventFilter& filter) {
       ->type_name(names(kResults));
   add_number(command, "--since", filter.since, "From this time on, seconds since the epoch");
   add_number(command, "--until", filter.until, "Up to this time, seconds since the epoch");
-  add_number(command, "--min-size", filter.min_size, "Of at least this many bytes");
-  add_number(command, "--max-size", filter.max_size, "Of at most this many bytes");
   add_number(command, "--address", filter.address, "Whose block holds this address (0x... for hexadecimal)");
   command
       .add_option("--function", filter.function,

@@ -10,7 +10,11 @@ namespace quarl::report {
 void add_format_options(CLI::App& command, Options& options, const std::vector<Format>& formats);
 // Where the log's files and symbols are.
 void add_reading_options(CLI::App& command, Options& options);
-// Grouping, suppression and judgement of sites.
+// Which blocks and mappings the answer is about.
+void add_selection_options(CLI::App& command, Selection& selection);
+// Grouping of sites, and how many.
+void add_grouping_options(CLI::App& command, Options& options);
+// These, and suppression and judgement of sites.
 void add_site_options(CLI::App& command, Options& options);
 void add_event_options(CLI::App& command, EventFilter& filter);
 

@@ -30,6 +30,18 @@ const std::vector<Verb>& verbs() {
        {kText, kJson, kCsv, kFolded, kPprof},
        1,
        report_leaks},
+      {"peak",
+       "What was live at the highest point of a run",
+       "quarl report peak app_101_quarlAll.log",
+       {kText, kJson, kCsv, kFolded},
+       1,
+       report_peak},
+      {"at",
+       "What was live at a moment of a run",
+       "quarl report at +90 app_101_quarlAll.log\n  quarl report at 12345 app_101_quarlAll.log",
+       {kText, kJson, kCsv, kFolded},
+       1,
+       report_moment},
       {"diff",
        "What grew between two logs, or two snapshots of one",
        "quarl report diff app_101_quarl_autosnap.log@1 app_101_quarl_autosnap.log@9",
@@ -78,11 +90,13 @@ int guarded(Run run, const Options& options) {
 void add_common(CLI::App& command, Options& options, const std::vector<Format>& formats) {
   add_format_options(command, options, formats);
   add_reading_options(command, options);
+  add_selection_options(command, options.selection);
 }
 
 void add_own_options(CLI::App& command, Options& options, const std::string& name) {
   if (name == "leaks" || name == "diff") add_site_options(command, options);
-  if (name == "leaks")
+  if (name == "peak" || name == "at") add_grouping_options(command, options);
+  if (name == "leaks" || name == "peak" || name == "at")
     command.add_flag("--tree", options.tree, "Show callers above callees, with the bytes below each");
   if (name == "events") add_event_options(command, options.events);
 }
@@ -90,6 +104,13 @@ void add_own_options(CLI::App& command, Options& options, const std::string& nam
 void add_subverb(CLI::App& report, const std::shared_ptr<Options>& options, const Verb& verb, int& exit_status) {
   CLI::App* command = report.add_subcommand(verb.name, verb.help);
   command->footer(fmt::format("Example:\n  {}", verb.example));
+  if (verb.name == std::string("at")) {
+    command
+        ->add_option("MOMENT", options->moment,
+                     "Number of a record, +SECONDS since the first, @SECONDS since the epoch, or \"YYYY-MM-DD "
+                     "HH:MM:SS\" (UTC)")
+        ->required();
+  }
   std::string what = verb.files == 2 ? "The earlier and the later log; FILE@N means snapshot N"
                                      : "The log; FILE@N means its snapshot N";
   command->add_option("FILE", options->files, what)->required()->expected(static_cast<int>(verb.files));

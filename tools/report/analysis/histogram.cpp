@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 namespace quarl::report {
-namespace {
-
-Histogram empty_levels() {
+Histogram empty_histogram() {
   Histogram levels;
   uint64_t bound = 0;
   for (Level& level : levels) {
@@ -17,16 +15,10 @@ Histogram empty_levels() {
   return levels;
 }
 
-}  // namespace
-
-Histogram build_histogram(const Ledger& ledger) {
-  Histogram levels = empty_levels();
-  ledger.for_each_held([&](const LiveEntry& entry) {
-    size_t index = 0;
-    while (entry.size > levels[index].to) ++index;
-    levels[index].usage += {entry.size, 1};
-  });
-  return levels;
+void count(Histogram& levels, uint32_t size) {
+  size_t index = 0;
+  while (size > levels[index].to) ++index;
+  levels[index].usage += {size, 1};
 }
 
 std::string name_of(const Level& level) {

@@ -1,9 +1,9 @@
-// How many held blocks and mappings fall into each of the five size levels that the library prints at exit.
+// How many held and selected blocks and mappings fall into each of the five size levels that the library prints at
+// exit.
 #pragma once
 
 #include <array>
 
-#include "report/analysis/ledger.h"
 #include "report/analysis/site.h"
 
 namespace quarl::report {
@@ -16,7 +16,15 @@ struct Level {
 
 using Histogram = std::array<Level, 5>;
 
-Histogram build_histogram(const Ledger& ledger);
+Histogram empty_histogram();
+void count(Histogram& levels, uint32_t size);
+
+// Of what `owner`, a ledger or a subject, has to show.
+Histogram build_histogram(auto& owner) {
+  Histogram levels = empty_histogram();
+  owner.for_each_held([&](const LiveEntry& entry) { count(levels, entry.size); });
+  return levels;
+}
 
 // "100 - 999", "100000 or more".
 std::string name_of(const Level& level);

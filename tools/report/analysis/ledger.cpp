@@ -19,6 +19,15 @@ void Ledger::hold(uint64_t bytes) {
   held_.peak = std::max(held_.peak, held_.bytes);
 }
 
+void Ledger::tell_came(LiveEntry& entry, const OpRecord& by) {
+  entry.born = taken_;
+  for (HeldWatcher* watcher : watchers_) watcher->came(entry, by);
+}
+
+void Ledger::tell_went(const LiveEntry& entry, Going how, const OpRecord& by) const {
+  for (HeldWatcher* watcher : watchers_) watcher->went(entry, how, by);
+}
+
 void Ledger::apply(std::span<const OpRecord> records, const Observer& observer) {
   for (; records.size() > kGroup; records = records.subspan(kGroup)) apply_group(records.first(kGroup), observer);
   apply_group(records, observer);
@@ -34,6 +43,8 @@ void Ledger::apply_group(std::span<const OpRecord> records, const Observer& obse
     } else {
       apply_other(record);
     }
+    for (HeldWatcher* watcher : watchers_) watcher->passed(record, *this);
+    ++taken_;
     if (observer) observer(record, *this);
   }
 }
@@ -102,7 +113,8 @@ void Ledger::allocate(const OpRecord& record, TraceId trace) {
 void Ledger::allocate_mapping(const OpRecord& record, TraceId trace) {
   LiveEntry entry;
   entry.fill(record, trace);
-  mappings_.insert(entry);
+  LiveMapping& mapping = mappings_.insert(entry);
+  tell_came(mapping.entry, record);
   if (entry.from_file) {
     held_.file_bytes += entry.size;
   } else {
@@ -113,12 +125,14 @@ void Ledger::allocate_mapping(const OpRecord& record, TraceId trace) {
 void Ledger::allocate_block(const OpRecord& record, TraceId trace) {
   LiveEntry& block = blocks_.at(record.start_addr);
   if (block.address != 0) {
+    tell_went(block, Going::kLost, record);
     held_.bytes -= block.size;
     --held_.entries;
     ++lost_releases_;
   }
   block.fill(record, trace);
   if (record.size >= kMinCarriedBlock && !mappings_.empty()) mark_carrier(block);
+  tell_came(block, record);
   hold(record.size);
 }
 
@@ -127,6 +141,7 @@ void Ledger::mark_carrier(const LiveEntry& block) {
   LiveMapping* mapping = mappings_.containing(block.address);
   if (mapping == nullptr || mapping->carries_block || !fits_mapping(Extent(mapping->entry), Extent(block))) return;
   mapping->carries_block = true;
+  tell_went(mapping->entry, Going::kCarried, {});
   held_.bytes -= mapping->entry.size;
   --held_.entries;
 }
@@ -141,6 +156,7 @@ void Ledger::release(const OpRecord& record) {
     ++unknown_releases_;
     return;
   }
+  tell_went(*block, Going::kReleased, record);
   held_.bytes -= block->size;
   --held_.entries;
 }
@@ -150,6 +166,7 @@ void Ledger::release_mapping(const OpRecord& record) {
   if (!mapping) return count(kOpMunmap, record.size);
   if (mapping->carries_block) return count(kOpChunkUnmap, record.size);
   count(mapping->entry.from_file ? kOpMunmapFile : kOpMunmap, mapping->entry.size);  // all of it, whatever was named
+  tell_went(mapping->entry, Going::kReleased, record);
   (mapping->entry.from_file ? held_.file_bytes : held_.bytes) -= mapping->entry.size;
   --held_.entries;
 }

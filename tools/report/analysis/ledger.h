@@ -6,6 +6,7 @@
 #include <span>
 
 #include "report/analysis/fault_list.h"
+#include "report/analysis/held_watcher.h"
 #include "report/analysis/live_blocks.h"
 #include "report/analysis/live_mappings.h"
 #include "report/analysis/trace_table.h"
@@ -35,12 +36,15 @@ class Ledger {
   // each after the ledger has taken it.
   using Observer = std::function<void(const OpRecord&, const Ledger&)>;
   void apply(std::span<const OpRecord> records, const Observer& observer = nullptr);
+  // Is told of every change from now on.
+  void watch(HeldWatcher& watcher) { watchers_.push_back(&watcher); }
   // A fault record found outside the snapshot's own records.
   void add_fault(const OpRecord& record);
   // To be called after the last record.
   void finish();
 
   const Held& held() const { return held_; }
+  uint32_t taken() const { return taken_; }  // records; while a watcher is told, those before the one that made it so
   const OperationTotals& totals(int operation) const { return totals_[operation]; }
   const TraceTable& traces() const { return traces_; }
   const FaultList& faults() const { return faults_; }
@@ -72,8 +76,12 @@ class Ledger {
   void release_mapping(const OpRecord& record);
   void mark_carrier(const LiveEntry& block);
   void hold(uint64_t bytes);
+  void tell_came(LiveEntry& entry, const OpRecord& by);
+  void tell_went(const LiveEntry& entry, Going how, const OpRecord& by) const;
 
   bool in_order_;
+  std::vector<HeldWatcher*> watchers_;
+  uint32_t taken_ = 0;  // records
   TraceTable traces_;
   LiveBlocks blocks_;
   LiveMappings mappings_;

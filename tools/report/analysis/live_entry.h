@@ -13,6 +13,7 @@ struct LiveEntry {
   uint32_t tid;       // 0 when not recorded
   uint32_t time;      // seconds since the epoch, 0 when not recorded
   uint32_t sequence;  // 0 when not recorded
+  uint32_t born;      // records that the ledger had taken before that of its allocation
   uint8_t operation;  // Operation
   bool from_file;
 

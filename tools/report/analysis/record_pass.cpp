@@ -32,6 +32,12 @@ uint32_t RecordPass::covered_seconds() {
   return snapshot_.header.time > first && first != 0 ? snapshot_.header.time - first : 0;
 }
 
+uint32_t RecordPass::now() {
+  const bool to_the_end = !moment_.number && !moment_.time;
+  if (to_the_end && snapshot_.header.time != 0) return snapshot_.header.time;
+  return whole().times_.largest;
+}
+
 RecordPass& RecordPass::whole() {
   go_on(false);
   return *this;
@@ -52,12 +58,27 @@ void RecordPass::go_on(bool to_first_time) {
   Ledger::Observer observer = observers();
   while (!to_first_time || times_.first == 0) {
     auto batch = next();
-    if (batch.empty()) return finish();
+    const bool last = cut(batch);
     times_.add(batch);
     if (has_order(log_)) sequence_.add(batch);
     ledger_.apply(batch, observer);
     progress.update(stream_.done());
+    if (last) return finish();
   }
+}
+
+bool RecordPass::is_past(const OpRecord& record) const {
+  return (moment_.number && record.seq_num > *moment_.number) || (moment_.time && record.time > *moment_.time);
+}
+
+// Leaves what is not past the moment; true when nothing more is to be read.
+bool RecordPass::cut(std::span<const OpRecord>& batch) const {
+  if (batch.empty()) return true;
+  if (!moment_.number && !moment_.time) return false;
+  auto past = std::find_if(batch.begin(), batch.end(), [this](const OpRecord& record) { return is_past(record); });
+  if (past == batch.end()) return false;
+  batch = batch.first(static_cast<size_t>(past - batch.begin()));
+  return true;
 }
 
 Ledger::Observer RecordPass::observers() {

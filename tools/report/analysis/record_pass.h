@@ -16,6 +16,12 @@ struct Wanted {
   bool threads = false;
 };
 
+// Up to where a record log is read: to its end, or as far as the record of that number, or of that time.
+struct Moment {
+  std::optional<uint32_t> number;
+  std::optional<uint32_t> time;  // seconds since the epoch
+};
+
 class RecordPass {
  public:
   // Reads no record yet. `log`, which `snapshot` lies in, must outlive the pass. `observer`, if there is one, sees each
@@ -24,10 +30,18 @@ class RecordPass {
   RecordPass(const RecordPass&) = delete;
   RecordPass& operator=(const RecordPass&) = delete;
 
-  // These go on to the end.
+  // Both before anything is asked. The watcher must outlive the reading.
+  void watch(HeldWatcher& watcher) { ledger_.watch(watcher); }
+  void read_until(const Moment& moment) { moment_ = moment; }
+
+  // These go on to the end, or to the moment.
   const Ledger& ledger() { return whole().ledger_; }
   uint64_t records() { return whole().stream_.done(); }  // read, damaged ones included
   uint64_t damaged() { return whole().stream_.damaged(); }
+  // The moment of its end: of the last write, or of the latest record read; seconds since the epoch, 0 when unknown.
+  uint32_t now();
+  // Of the first record that has one, 0 when none has; the reading goes no further than that.
+  uint32_t first_time();
   // Of a record log: numbers that were given out between its records and have none, and the first of all.
   uint64_t missing() { return whole().sequence_.missing; }
   uint32_t first_number() { return whole().sequence_.first; }
@@ -55,8 +69,9 @@ class RecordPass {
     void add(std::span<const OpRecord> records);
   };
   RecordPass& whole();
-  uint32_t first_time();
   std::span<const OpRecord> next();
+  bool is_past(const OpRecord& record) const;
+  bool cut(std::span<const OpRecord>& batch) const;
   void go_on(bool to_first_time);
   void finish();
   void add_uncounted_faults();
@@ -71,6 +86,7 @@ class RecordPass {
   Times times_;
   Sequence sequence_;
   bool ended_ = false;
+  Moment moment_;
   std::optional<ThreadTallies> table_;
   std::optional<ThreadCount> thread_count_;
   std::optional<RecordTimeline> timeline_;

@@ -8,7 +8,7 @@ std::string site_name(const Frames& frames) {
   return frames.empty() ? kNoTrace : describe(frames.front());
 }
 
-void Site::add(const LiveEntry& entry) {
+void SiteSum::add(const LiveEntry& entry) {
   usage += {entry.size, 1};
   smallest = std::min(smallest, entry.size);
   largest = std::max(largest, entry.size);
@@ -20,7 +20,19 @@ void Site::add(const LiveEntry& entry) {
   (entry.from_file ? file_mappings : is_mapping(entry) ? mappings : heap) = true;
 }
 
-std::string Site::kind() const {
+void SiteSum::add(const SiteSum& sum) {
+  usage += sum.usage;
+  smallest = std::min(smallest, sum.smallest);
+  largest = std::max(largest, sum.largest);
+  if (sum.oldest != 0) oldest = oldest == 0 ? sum.oldest : std::min(oldest, sum.oldest);
+  newest = std::max(newest, sum.newest);
+  tids.insert(sum.tids.begin(), sum.tids.end());
+  heap |= sum.heap;
+  mappings |= sum.mappings;
+  file_mappings |= sum.file_mappings;
+}
+
+std::string SiteSum::kind() const {
   std::string text;
   auto append = [&](bool held, const char* name) {
     if (held) text += (text.empty() ? "" : "+") + std::string(name);

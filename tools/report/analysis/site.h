@@ -1,4 +1,5 @@
-// Held blocks and mappings that belong together, most often because one place in the program asked for them.
+// Blocks and mappings that belong together, most often because one place in the program asked for them: what is held of
+// them, or all that there ever were.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +19,11 @@ struct Usage {
     count += other.count;
     return *this;
   }
+  Usage& operator-=(const Usage& other) {
+    bytes -= other.bytes;
+    count -= other.count;
+    return *this;
+  }
 };
 
 // Text for a block without a call trace.
@@ -26,10 +32,7 @@ inline constexpr char kNoTrace[] = "(no call trace recorded)";
 // The place in the program that a trace begins at, for the reader.
 std::string site_name(const Frames& frames);
 
-struct Site {
-  std::string key;   // equal for the same place in two logs
-  std::string name;  // for the reader
-  Frames frames;     // of the call trace, innermost first; empty when sites are grouped by something else
+struct SiteSum {
   Usage usage;
   uint32_t smallest = UINT32_MAX;  // bytes of the smallest and the largest
   uint32_t largest = 0;
@@ -41,8 +44,15 @@ struct Site {
   bool file_mappings = false;
 
   void add(const LiveEntry& entry);
+  void add(const SiteSum& sum);
   // "heap", "mapping", "file mapping" or several with "+" between.
   std::string kind() const;
+};
+
+struct Site : SiteSum {
+  std::string key;   // equal for the same place in two logs
+  std::string name;  // for the reader
+  Frames frames;     // of the call trace, innermost first; empty when sites are grouped by something else
 };
 
 }  // namespace quarl::report

@@ -41,45 +41,48 @@ std::string name_in(Grouping grouping, const Frame& frame) {
 
 }  // namespace
 
-SiteTable::SiteTable(const Ledger& ledger, Symbolizer& symbolizer, Grouping grouping, const Suppressions& suppressions)
-    : ledger_(ledger),
-      symbolizer_(symbolizer),
-      grouping_(grouping),
-      suppressions_(suppressions),
-      places_(ledger.traces().size()) {
-  ledger.for_each_held([&](const LiveEntry& entry) { add(entry); });
-  places_.clear();
-  sort();
+bool groups_by_trace(Grouping grouping) {
+  return grouping != Grouping::kThread && grouping != Grouping::kSize;
 }
 
 SiteTable::TracePlace& SiteTable::place_of(TraceId trace) {
+  if (trace >= places_.size()) places_.resize(traces_.size());
   TracePlace& place = places_[trace];
   if (place.known) return place;
   place.known = true;
-  place.frames = symbolizer_.trace(ledger_.traces().addresses(trace));
+  place.frames = symbolizer_.trace(traces_.addresses(trace));
   place.hidden = !suppressions_.empty() && suppressions_.hides(place.frames);
   return place;
 }
 
 void SiteTable::add(const LiveEntry& entry) {
-  TracePlace& place = place_of(entry.trace);
-  (place.hidden ? suppressed_ : total_) += {entry.size, 1};
-  if (!place.hidden) site_of(entry, place.frames).add(entry);
+  add_part(entry.trace, entry.tid, entry.size, {entry.size, 1}, entry);
 }
 
-std::string SiteTable::key_of(const LiveEntry& entry, const Frames& frames) const {
-  if (grouping_ == Grouping::kThread) return entry.tid == 0 ? "(thread not recorded)" : fmt::format("{}", entry.tid);
-  if (grouping_ == Grouping::kSize) return fmt::format("{} bytes", entry.size);
+void SiteTable::add(TraceId trace, uint32_t tid, uint32_t size, const SiteSum& sum) {
+  add_part(trace, tid, size, sum.usage, sum);
+}
+
+template <typename Part>
+void SiteTable::add_part(TraceId trace, uint32_t tid, uint32_t size, const Usage& usage, const Part& part) {
+  TracePlace& place = place_of(trace);
+  (place.hidden ? suppressed_ : total_) += usage;
+  if (!place.hidden) site_of(trace, tid, size, place.frames).add(part);
+}
+
+std::string SiteTable::key_of(uint32_t tid, uint32_t size, const Frames& frames) const {
+  if (grouping_ == Grouping::kThread) return tid == 0 ? "(thread not recorded)" : fmt::format("{}", tid);
+  if (grouping_ == Grouping::kSize) return fmt::format("{} bytes", size);
   if (frames.empty()) return kNoTrace;
   return grouping_ == Grouping::kTrace ? trace_key(frames) : name_in(grouping_, frames.front());
 }
 
-Site& SiteTable::site_of(const LiveEntry& entry, const Frames& frames) {
-  bool by_trace = grouping_ != Grouping::kThread && grouping_ != Grouping::kSize;
+Site& SiteTable::site_of(TraceId trace, uint32_t tid, uint32_t size, const Frames& frames) {
+  bool by_trace = groups_by_trace(grouping_);
   if (by_trace) {
-    if (auto known = by_trace_.find(entry.trace); known != by_trace_.end()) return sites_[known->second];
+    if (auto known = by_trace_.find(trace); known != by_trace_.end()) return sites_[known->second];
   }
-  std::string key = key_of(entry, frames);
+  std::string key = key_of(tid, size, frames);
   auto [position, added] = by_key_.try_emplace(key, sites_.size());
   if (added) {
     Site& site = sites_.emplace_back();
@@ -89,11 +92,12 @@ Site& SiteTable::site_of(const LiveEntry& entry, const Frames& frames) {
   } else {
     note_entry(sites_[position->second].frames, frames);
   }
-  if (by_trace) by_trace_[entry.trace] = position->second;
+  if (by_trace) by_trace_[trace] = position->second;
   return sites_[position->second];
 }
 
-void SiteTable::sort() {
+void SiteTable::finish() {
+  places_.clear();
   std::sort(sites_.begin(), sites_.end(), [](const Site& a, const Site& b) {
     return a.usage.bytes != b.usage.bytes ? a.usage.bytes > b.usage.bytes : a.key < b.key;
   });

@@ -1,10 +1,9 @@
-// Everything that is held, grouped.
+// Blocks and mappings, grouped.
 #pragma once
 
 #include <unordered_map>
 #include <vector>
 
-#include "report/analysis/ledger.h"
 #include "report/analysis/site.h"
 #include "report/analysis/suppressions.h"
 #include "report/symbols/symbolizer.h"
@@ -13,14 +12,26 @@ namespace quarl::report {
 
 enum class Grouping { kTrace, kFunction, kFile, kModule, kThread, kSize };
 
+// True for the groupings that depend on the trace alone.
+bool groups_by_trace(Grouping grouping);
+
 class SiteTable {
  public:
-  SiteTable(const Ledger& ledger, Symbolizer& symbolizer, Grouping grouping, const Suppressions& suppressions);
+  // The others must outlive the table.
+  SiteTable(const TraceTable& traces, Symbolizer& symbolizer, Grouping grouping, const Suppressions& suppressions)
+      : traces_(traces), symbolizer_(symbolizer), grouping_(grouping), suppressions_(suppressions) {}
+
+  void add(const LiveEntry& entry);
+  // What was summed up already: all of it of that trace, or, with groups_by_trace() false, of that thread or size.
+  void add(TraceId trace, uint32_t tid, uint32_t size, const SiteSum& sum);
+  // To be called after the last of these.
+  void finish();
 
   // Most bytes first.
   const std::vector<Site>& sites() const { return sites_; }
   const Usage& total() const { return total_; }
   const Usage& suppressed() const { return suppressed_; }
+  Grouping grouping() const { return grouping_; }
 
  private:
   struct TracePlace {
@@ -29,12 +40,12 @@ class SiteTable {
     Frames frames;
   };
   TracePlace& place_of(TraceId trace);
-  void add(const LiveEntry& entry);
-  std::string key_of(const LiveEntry& entry, const Frames& frames) const;
-  Site& site_of(const LiveEntry& entry, const Frames& frames);
-  void sort();
+  template <typename Part>
+  void add_part(TraceId trace, uint32_t tid, uint32_t size, const Usage& usage, const Part& part);
+  std::string key_of(uint32_t tid, uint32_t size, const Frames& frames) const;
+  Site& site_of(TraceId trace, uint32_t tid, uint32_t size, const Frames& frames);
 
-  const Ledger& ledger_;
+  const TraceTable& traces_;
   Symbolizer& symbolizer_;
   Grouping grouping_;
   const Suppressions& suppressions_;

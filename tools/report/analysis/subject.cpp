@@ -5,8 +5,13 @@
 namespace quarl::report {
 
 Subject::Subject(std::shared_ptr<const Log> log, const Snapshot& snapshot, Desk& desk, const Suppressions& suppressions,
-                 Wanted wanted)
-    : log_(std::move(log)), snapshot_(snapshot), desk_(desk), suppressions_(suppressions), wanted_(wanted) {}
+                 const Selection& selection, Wanted wanted)
+    : log_(std::move(log)),
+      snapshot_(snapshot),
+      desk_(desk),
+      suppressions_(suppressions),
+      selection_(selection),
+      wanted_(wanted) {}
 
 const ProfInfo& Subject::statistics() {
   if (!statistics_) statistics_ = log_->statistics(snapshot_);
@@ -26,7 +31,30 @@ RecordPass& Subject::pass() {
 const SiteTable& Subject::sites(Grouping grouping) {
   auto known = sites_.find(grouping);
   if (known != sites_.end()) return known->second;
-  return sites_.try_emplace(grouping, ledger(), symbolizer(), grouping, suppressions_).first->second;
+  SiteTable& sites =
+      sites_.try_emplace(grouping, ledger().traces(), symbolizer(), grouping, suppressions_).first->second;
+  for_each_held([&](const LiveEntry& entry) { sites.add(entry); });
+  sites.finish();
+  return sites;
+}
+
+SiteTable Subject::table(Grouping grouping, const std::function<void(SiteTable&)>& fill) {
+  static const Suppressions kNone;
+  SiteTable table(ledger().traces(), symbolizer(), grouping, kNone);
+  fill(table);
+  table.finish();
+  return table;
+}
+
+Chooser& Subject::chooser() {
+  if (!chooser_) chooser_.emplace(selection_, symbolizer(), selection_.asks_for_age() ? pass().now() : 0);
+  return *chooser_;
+}
+
+void Subject::for_each_held(const std::function<void(const LiveEntry&)>& visit) {
+  ledger().for_each_held([&](const LiveEntry& entry) {
+    if (chooser().takes(entry, ledger().traces())) visit(entry);
+  });
 }
 
 Timeline Subject::timeline(const Visit& visit, Subject* known) {
@@ -46,7 +74,7 @@ void Subject::for_each_snapshot(Subject* known, const Visit& visit) {
     } else if (known != nullptr && &snapshot == &known->snapshot_) {
       visit(*known);
     } else {
-      Subject passing(log_, snapshot, desk_, suppressions_);
+      Subject passing(log_, snapshot, desk_, suppressions_, selection_);
       visit(passing);
     }
   }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "report/analysis/record_pass.h"
+#include "report/analysis/selection.h"
 #include "report/analysis/site_table.h"
 #include "report/analysis/statistics.h"
 #include "report/symbols/symbolizer.h"
@@ -19,7 +20,7 @@ class Subject {
   // `snapshot` lies in `log`; the others must outlive the subject. Nothing is read before it is asked for, and then
   // once.
   Subject(std::shared_ptr<const Log> log, const Snapshot& snapshot, Desk& desk, const Suppressions& suppressions,
-          Wanted wanted = {});
+          const Selection& selection, Wanted wanted = {});
 
   const Log& log() const { return *log_; }
   const Snapshot& snapshot() const { return snapshot_; }
@@ -27,8 +28,15 @@ class Subject {
   Symbolizer& symbolizer();
   RecordPass& pass();
   const Ledger& ledger() { return pass().ledger(); }
-  // What is held, without what is suppressed: the only place where sites are made.
+  // The selection, put at the moment up to which the log is read.
+  Chooser& chooser();
+  Chooser chooser_at(uint32_t now) { return {selection_, symbolizer(), now}; }
+  // Visits what is held and selected.
+  void for_each_held(const std::function<void(const LiveEntry&)>& visit);
+  // What is held and selected, without what is suppressed.
   const SiteTable& sites(Grouping grouping = Grouping::kTrace);
+  // Of whatever `fill` adds to it, with nothing suppressed.
+  SiteTable table(Grouping grouping, const std::function<void(SiteTable&)>& fill);
 
   using Visit = std::function<void(Subject&)>;
   // The timeline of the whole log. `visit`, if there is one, sees the subject of every snapshot while it is there;
@@ -48,10 +56,12 @@ class Subject {
   const Snapshot& snapshot_;
   Desk& desk_;
   const Suppressions& suppressions_;
+  const Selection& selection_;
   Wanted wanted_;
   std::optional<ProfInfo> statistics_;
   std::optional<Symbolizer> symbolizer_;
   std::optional<RecordPass> pass_;
+  std::optional<Chooser> chooser_;
   std::map<Grouping, SiteTable> sites_;
 };
 

@@ -65,13 +65,13 @@ void add_summary(Json& document, Subject& subject, size_t top) {
   const Held& held = subject.ledger().held();
   document["recorded"] = {
       {"bytes", held.bytes}, {"peak", held.peak}, {"file_bytes", held.file_bytes}, {"count", held.entries}};
-  document["histogram"] = to_json(histogram_rows(build_histogram(subject.ledger())));
+  document["histogram"] = to_json(histogram_rows(build_histogram(subject)));
   document["faults"] = subject.ledger().faults().count();
-  add_sites(document, subject.sites(), top);
+  add_sites(document, subject.sites(), top, "unfreed");
 }
 
-void add_sites(Json& document, const SiteTable& sites, size_t top) {
-  document["unfreed"] = usage_json(sites.total());
+void add_sites(Json& document, const SiteTable& sites, size_t top, const char* member) {
+  document[member] = usage_json(sites.total());
   document["suppressed"] = usage_json(sites.suppressed());
   document["site_count"] = sites.sites().size();
   Json array = Json::array();

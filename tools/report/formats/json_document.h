@@ -12,7 +12,8 @@ inline constexpr int kJsonVersion = 1;
 Json json_head(const char* verb, Subject& subject, const Desk& desk);
 Json log_json(Subject& subject);
 void add_summary(Json& document, Subject& subject, size_t top);
-void add_sites(Json& document, const SiteTable& sites, size_t top);
+// `member` is what all of them add up to.
+void add_sites(Json& document, const SiteTable& sites, size_t top, const char* member);
 Json tree_json(const CallNode& root);
 Json changes_json(const std::vector<SiteDifference>& changes, size_t top);
 Json faults_json(Subject& subject);

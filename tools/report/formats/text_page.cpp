@@ -38,9 +38,9 @@ void write_remainder(Output& output, size_t shown, size_t all) {
   if (all > shown) output.print("  ... {} more (--top {} shows all)\n", grouped(all - shown), all);
 }
 
-Usage of_kind(const Ledger& ledger, bool mapping, bool file) {
+Usage of_kind(Subject& subject, bool mapping, bool file) {
   Usage usage;
-  ledger.for_each_held([&](const LiveEntry& entry) {
+  subject.for_each_held([&](const LiveEntry& entry) {
     if (is_mapping(entry) != mapping || entry.from_file != file) return;
     usage += {entry.size, 1};
   });
@@ -71,9 +71,9 @@ void write_held(Output& output, Subject& subject) {
                             grouped(subject.ledger().held().peak)));
   }
   write_field(output, "Unfreed", in_blocks(sites.total()));
-  write_field(output, "  heap", in_blocks(of_kind(subject.ledger(), false, false)));
-  write_field(output, "  mappings", in_blocks(of_kind(subject.ledger(), true, false)));
-  write_field(output, "  files", in_blocks(of_kind(subject.ledger(), true, true)));
+  write_field(output, "  heap", in_blocks(of_kind(subject, false, false)));
+  write_field(output, "  mappings", in_blocks(of_kind(subject, true, false)));
+  write_field(output, "  files", in_blocks(of_kind(subject, true, true)));
   if (sites.suppressed().count != 0) write_field(output, "Suppressed", in_blocks(sites.suppressed()));
 }
 
@@ -125,7 +125,7 @@ void write_summary(Output& output, Subject& subject, size_t top) {
   write_statistics(output, subject);
   write_held(output, subject);
   output.print("\n{}\n", output.bold("Unfreed by size"));
-  write_text(output, histogram_rows(build_histogram(subject.ledger())));
+  write_text(output, histogram_rows(build_histogram(subject)));
   output.print("\n");
   write_field(output, "Faults", grouped(subject.ledger().faults().count()));
   const std::vector<Site>& sites = subject.sites().sites();
@@ -134,8 +134,8 @@ void write_summary(Output& output, Subject& subject, size_t top) {
   write_text(output, without_column(site_rows(sites, std::min(top, kTopOfSummary)), "source"));
 }
 
-void write_sites(Output& output, const SiteTable& sites, size_t top) {
-  output.print("{} unfreed\n", output.bold(in_blocks(sites.total())));
+void write_sites(Output& output, const SiteTable& sites, size_t top, const std::string& state) {
+  output.print("{} {}\n", output.bold(in_blocks(sites.total())), state);
   if (sites.suppressed().count != 0) output.print("{} suppressed\n", in_blocks(sites.suppressed()));
   size_t shown = 0;
   for (const Site& site : sites.sites()) {

@@ -9,7 +9,8 @@ namespace quarl::report {
 void write_heading(Output& output, Subject& subject);
 void write_summary(Output& output, Subject& subject, size_t top);
 // One paragraph a site, with its frames when it has any.
-void write_sites(Output& output, const SiteTable& sites, size_t top);
+// `state`: what they all are, "unfreed".
+void write_sites(Output& output, const SiteTable& sites, size_t top, const std::string& state);
 void write_tree(Output& output, const CallNode& root);
 void write_changes(Output& output, const std::vector<SiteDifference>& changes, size_t top);
 void write_faults(Output& output, Subject& subject);

@@ -43,7 +43,7 @@ Subject Answer::open(const std::string& argument, Wanted wanted) {
   auto [path, number] = parse_argument(argument);
   std::shared_ptr<const Log>& log = logs_[path];
   if (!log) log = std::make_shared<const Log>(path, options_.kind);
-  return Subject(log, choose(*log, number), desk_, suppressions_, wanted);
+  return Subject(log, choose(*log, number), desk_, suppressions_, options_.selection, wanted);
 }
 
 int Answer::finish(Subject& subject) {

@@ -20,9 +20,8 @@ bool holds_address(const OpRecord& record, const std::optional<uint32_t>& addres
 bool wanted_by_head(const EventFilter& filter, const OpRecord& record) {
   bool operation = filter.operations.empty() || std::find(filter.operations.begin(), filter.operations.end(),
                                                           record.operation) != filter.operations.end();
-  return operation && (!filter.thread || record.tid == *filter.thread) &&
-         (!filter.result || record.result == *filter.result) && in_range(record.time, filter.since, filter.until) &&
-         in_range(record.size, filter.min_size, filter.max_size) && holds_address(record, filter.address);
+  return operation && (!filter.result || record.result == *filter.result) &&
+         in_range(record.time, filter.since, filter.until) && holds_address(record, filter.address);
 }
 
 bool calls_function(const Frames& frames, const std::string& pattern) {
@@ -92,10 +91,12 @@ uint64_t write_matching(Answer& answer, Subject& subject, EventWriter& writer) {
   RecordStream stream(subject.log(), subject.snapshot());
   Progress progress(subject.label(), stream.total());
   uint64_t written = 0;
+  Chooser& chooser = subject.chooser();
   for (auto batch = stream.next(); !batch.empty() && written < filter.limit; batch = stream.next()) {
     for (const OpRecord& record : batch) {
       if (written == filter.limit) break;
       if (!wanted_by_head(filter, record)) continue;
+      if (!chooser.takes(record.tid, record.size, record.time, trace_of(record))) continue;
       Frames frames = subject.symbolizer().trace(trace_of(record));
       if (!calls_function(frames, filter.function)) continue;
       writer.write(record, frames);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "report/analysis/selection.h"
 #include "report/analysis/site_table.h"
 #include "report/formats/output.h"
 #include "report/reading/log.h"
@@ -16,13 +17,11 @@ enum class Format { kText, kJson, kCsv, kFolded, kPprof, kHtml, kSqlite };
 
 // Which records `events` shows. An absent value filters nothing.
 struct EventFilter {
-  std::optional<uint32_t> thread;
   std::vector<int> operations;
   std::optional<int> result;
-  std::optional<uint32_t> since, until;        // seconds since the epoch, both included
-  std::optional<uint32_t> min_size, max_size;  // bytes, both included
-  std::optional<uint32_t> address;             // any byte of the block
-  std::string function;                        // a pattern, see pattern_matches()
+  std::optional<uint32_t> since, until;  // seconds since the epoch, both included
+  std::optional<uint32_t> address;       // any byte of the block
+  std::string function;                  // a pattern, see pattern_matches()
   uint64_t limit = UINT64_MAX;
 };
 
@@ -38,8 +37,10 @@ struct Options {
   Names names = Names::kShort;
   Grouping grouping = Grouping::kTrace;
   bool tree = false;
+  std::string moment;  // of `at`
   size_t top = 20;
   bool top_given = false;
+  Selection selection;
   EventFilter events;
 };
 

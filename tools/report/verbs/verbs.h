@@ -13,5 +13,7 @@ int report_timeline(const Options& options);
 int report_threads(const Options& options);
 int report_events(const Options& options);
 int report_faults(const Options& options);
+int report_peak(const Options& options);
+int report_moment(const Options& options);
 
 }  // namespace quarl::report
