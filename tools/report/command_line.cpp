@@ -13,6 +13,8 @@ const std::map<std::string, Format> kFormats = {
 const std::map<std::string, Grouping> kGroupings = {{"trace", Grouping::kTrace},   {"function", Grouping::kFunction},
                                                     {"file", Grouping::kFile},     {"module", Grouping::kModule},
                                                     {"thread", Grouping::kThread}, {"size", Grouping::kSize}};
+const std::map<std::string, Order> kOrders = {{"bytes", Order::kBytes}, {"count", Order::kCount}};
+constexpr uint32_t kMaxWithin = 100000;  // remembered for each thread
 const std::map<std::string, ColorChoice> kColors = {
     {"auto", ColorChoice::kAuto}, {"always", ColorChoice::kAlways}, {"never", ColorChoice::kNever}};
 const std::map<std::string, Names> kNames = {{"short", Names::kShort}, {"whole", Names::kWhole}};
@@ -141,6 +143,19 @@ void add_grouping_options(CLI::App& command, Options& options) {
       .add_option("--top", options.top,
                   "How many sites to give (default 20 in text, 10 in a summary; all in other formats)")
       ->type_name("N");
+}
+
+void add_order_option(CLI::App& command, Options& options) {
+  add_choice(command, "--sort", options.order, kOrders, "Which sites come first (default bytes)");
+}
+
+void add_within_option(CLI::App& command, Options& options) {
+  command
+      .add_option(
+          "--within", options.within,
+          "Count blocks that went within so many operations of their thread (default: before its next allocation)")
+      ->type_name("N")
+      ->check(CLI::Range(1u, kMaxWithin).description(""));
 }
 
 void add_site_options(CLI::App& command, Options& options) {

@@ -14,7 +14,11 @@ void add_reading_options(CLI::App& command, Options& options);
 void add_selection_options(CLI::App& command, Selection& selection);
 // Grouping of sites, and how many.
 void add_grouping_options(CLI::App& command, Options& options);
-// These, and suppression and judgement of sites.
+// Which sites come first.
+void add_order_option(CLI::App& command, Options& options);
+// How soon a block must go to be temporary.
+void add_within_option(CLI::App& command, Options& options);
+// Grouping, suppression and judgement of sites.
 void add_site_options(CLI::App& command, Options& options);
 void add_event_options(CLI::App& command, EventFilter& filter);
 

@@ -42,6 +42,18 @@ const std::vector<Verb>& verbs() {
        {kText, kJson, kCsv, kFolded},
        1,
        report_moment},
+      {"hot",
+       "Where most bytes, or most blocks, were ever allocated",
+       "quarl report hot --sort count app_101_quarlAll.log",
+       {kText, kJson, kCsv, kFolded},
+       1,
+       report_hot},
+      {"temporary",
+       "Blocks that were released as soon as they were allocated",
+       "quarl report temporary --within 10 app_101_quarlAll.log",
+       {kText, kJson, kCsv, kFolded},
+       1,
+       report_temporary},
       {"diff",
        "What grew between two logs, or two snapshots of one",
        "quarl report diff app_101_quarl_autosnap.log@1 app_101_quarl_autosnap.log@9",
@@ -95,8 +107,12 @@ void add_common(CLI::App& command, Options& options, const std::vector<Format>& 
 
 void add_own_options(CLI::App& command, Options& options, const std::string& name) {
   if (name == "leaks" || name == "diff") add_site_options(command, options);
-  if (name == "peak" || name == "at") add_grouping_options(command, options);
-  if (name == "leaks" || name == "peak" || name == "at")
+  const bool moments = name == "peak" || name == "at";
+  const bool turnover = name == "hot" || name == "temporary";
+  if (moments || turnover) add_grouping_options(command, options);
+  if (moments || turnover) add_order_option(command, options);
+  if (name == "temporary") add_within_option(command, options);
+  if (name == "leaks" || moments || turnover)
     command.add_flag("--tree", options.tree, "Show callers above callees, with the bytes below each");
   if (name == "events") add_event_options(command, options.events);
 }

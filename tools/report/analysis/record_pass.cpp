@@ -7,6 +7,8 @@
 namespace quarl::report {
 namespace {
 
+constexpr uint64_t kLastRecords = 1000;
+
 bool has_order(const Log& log) {
   return log.kind() == LogKind::kRecords;
 }
@@ -33,9 +35,18 @@ uint32_t RecordPass::covered_seconds() {
 }
 
 uint32_t RecordPass::now() {
-  const bool to_the_end = !moment_.number && !moment_.time;
-  if (to_the_end && snapshot_.header.time != 0) return snapshot_.header.time;
-  return whole().times_.largest;
+  if (moment_.number || moment_.time) return whole().times_.largest;
+  return snapshot_.header.time != 0 ? snapshot_.header.time : last_time();
+}
+
+// The clock of the records goes on, so that the last of them have the latest time.
+uint32_t RecordPass::last_time() const {
+  const uint64_t count = std::min<uint64_t>(snapshot_.records, kLastRecords);
+  const uint64_t first = snapshot_.header.records_offset + (snapshot_.records - count) * sizeof(OpRecord);
+  RecordStream stream(log_, first, count);
+  Times times;
+  for (auto batch = stream.next(); !batch.empty(); batch = stream.next()) times.add(batch);
+  return times.largest;
 }
 
 RecordPass& RecordPass::whole() {

@@ -33,12 +33,15 @@ class RecordPass {
   // Both before anything is asked. The watcher must outlive the reading.
   void watch(HeldWatcher& watcher) { ledger_.watch(watcher); }
   void read_until(const Moment& moment) { moment_ = moment; }
+  // The ledger as it is now: for watchers, which are told while it is filled.
+  const Ledger& filling() const { return ledger_; }
 
   // These go on to the end, or to the moment.
   const Ledger& ledger() { return whole().ledger_; }
   uint64_t records() { return whole().stream_.done(); }  // read, damaged ones included
   uint64_t damaged() { return whole().stream_.damaged(); }
-  // The moment of its end: of the last write, or of the latest record read; seconds since the epoch, 0 when unknown.
+  // The moment of its end, seconds since the epoch, 0 when unknown: the last write, or the last records; where it is
+  // read up to a moment, the latest record until then, for which the reading goes on.
   uint32_t now();
   // Of the first record that has one, 0 when none has; the reading goes no further than that.
   uint32_t first_time();
@@ -70,6 +73,7 @@ class RecordPass {
   };
   RecordPass& whole();
   std::span<const OpRecord> next();
+  uint32_t last_time() const;
   bool is_past(const OpRecord& record) const;
   bool cut(std::span<const OpRecord>& batch) const;
   void go_on(bool to_first_time);

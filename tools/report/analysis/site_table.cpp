@@ -96,10 +96,11 @@ Site& SiteTable::site_of(TraceId trace, uint32_t tid, uint32_t size, const Frame
   return sites_[position->second];
 }
 
-void SiteTable::finish() {
+void SiteTable::finish(Order order) {
   places_.clear();
-  std::sort(sites_.begin(), sites_.end(), [](const Site& a, const Site& b) {
-    return a.usage.bytes != b.usage.bytes ? a.usage.bytes > b.usage.bytes : a.key < b.key;
+  auto weight = [order](const Site& site) { return order == Order::kCount ? site.usage.count : site.usage.bytes; };
+  std::sort(sites_.begin(), sites_.end(), [&](const Site& a, const Site& b) {
+    return weight(a) != weight(b) ? weight(a) > weight(b) : a.key < b.key;
   });
 }
 

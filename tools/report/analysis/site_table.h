@@ -11,6 +11,7 @@
 namespace quarl::report {
 
 enum class Grouping { kTrace, kFunction, kFile, kModule, kThread, kSize };
+enum class Order { kBytes, kCount };  // which sites come first
 
 // True for the groupings that depend on the trace alone.
 bool groups_by_trace(Grouping grouping);
@@ -25,9 +26,9 @@ class SiteTable {
   // What was summed up already: all of it of that trace, or, with groups_by_trace() false, of that thread or size.
   void add(TraceId trace, uint32_t tid, uint32_t size, const SiteSum& sum);
   // To be called after the last of these.
-  void finish();
+  void finish(Order order = Order::kBytes);
 
-  // Most bytes first.
+  // Most bytes first, or what else was asked of finish().
   const std::vector<Site>& sites() const { return sites_; }
   const Usage& total() const { return total_; }
   const Usage& suppressed() const { return suppressed_; }

@@ -38,11 +38,11 @@ const SiteTable& Subject::sites(Grouping grouping) {
   return sites;
 }
 
-SiteTable Subject::table(Grouping grouping, const std::function<void(SiteTable&)>& fill) {
+SiteTable Subject::table(Grouping grouping, Order order, const std::function<void(SiteTable&)>& fill) {
   static const Suppressions kNone;
   SiteTable table(ledger().traces(), symbolizer(), grouping, kNone);
   fill(table);
-  table.finish();
+  table.finish(order);
   return table;
 }
 

@@ -36,7 +36,7 @@ class Subject {
   // What is held and selected, without what is suppressed.
   const SiteTable& sites(Grouping grouping = Grouping::kTrace);
   // Of whatever `fill` adds to it, with nothing suppressed.
-  SiteTable table(Grouping grouping, const std::function<void(SiteTable&)>& fill);
+  SiteTable table(Grouping grouping, Order order, const std::function<void(SiteTable&)>& fill);
 
   using Visit = std::function<void(Subject&)>;
   // The timeline of the whole log. `visit`, if there is one, sees the subject of every snapshot while it is there;

@@ -75,7 +75,7 @@ int report_moment(const Options& options) {
   if (!chain) require_records(whole, "what was live at a moment");
   Subject subject = answer.open(chain ? argument_of(answer, options.files.front(), moment) : options.files.front());
   if (!chain) subject.pass().read_until(moment);
-  SiteTable sites = subject.table(options.grouping, [&](SiteTable& table) {
+  SiteTable sites = subject.table(options.grouping, options.order, [&](SiteTable& table) {
     subject.for_each_held([&](const LiveEntry& entry) { table.add(entry); });
   });
   const uint32_t now = subject.pass().now();

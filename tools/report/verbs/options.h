@@ -36,6 +36,8 @@ struct Options {
   ColorChoice color = ColorChoice::kAuto;
   Names names = Names::kShort;
   Grouping grouping = Grouping::kTrace;
+  Order order = Order::kBytes;
+  uint32_t within = 0;  // operations, of `temporary`; 0 for up to the thread's next allocation
   bool tree = false;
   std::string moment;  // of `at`
   size_t top = 20;

@@ -39,7 +39,7 @@ int report_peak(const Options& options) {
   subject.pass().watch(peak);
   const Ledger& ledger = subject.ledger();
   Chooser chooser = subject.chooser_at(peak.record().time);
-  SiteTable sites = subject.table(options.grouping, [&](SiteTable& table) {
+  SiteTable sites = subject.table(options.grouping, options.order, [&](SiteTable& table) {
     peak.for_each(ledger, [&](const LiveEntry& entry) {
       if (chooser.takes(entry, ledger.traces())) table.add(entry);
     });

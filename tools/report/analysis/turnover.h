@@ -1,0 +1,34 @@
+// Everything that was ever allocated, by site: who asks for most bytes, and most often.
+#pragma once
+
+#include "report/analysis/ledger.h"
+#include "report/analysis/put_backs.h"
+#include "report/analysis/selection.h"
+#include "report/analysis/site_sums.h"
+
+namespace quarl::report {
+
+// A resize counts as one call, with all bytes of the new block. A block that a failed resize put back counts once; the
+// mapping that carries a large block does not count beside it.
+class Turnover : public HeldWatcher {
+ public:
+  // Both must outlive this; `ledger` is the one that tells it.
+  Turnover(Grouping grouping, Chooser& chooser, const Ledger& ledger)
+      : chooser_(chooser), ledger_(ledger), sums_(grouping) {}
+  void came(const LiveEntry& entry, const OpRecord& by) override;
+  void went(const LiveEntry& entry, Going how, const OpRecord& by) override;
+  void passed(const OpRecord& record, const Ledger&) override { put_backs_.passed(record); }
+
+  // To be called after the last record.
+  void fill(SiteTable& table);
+
+ private:
+  void add(const LiveEntry& entry);
+
+  Chooser& chooser_;
+  const Ledger& ledger_;
+  PutBacks put_backs_;
+  SiteSums sums_;
+};
+
+}  // namespace quarl::report
