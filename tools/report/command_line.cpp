@@ -158,13 +158,17 @@ void add_within_option(CLI::App& command, Options& options) {
       ->check(CLI::Range(1u, kMaxWithin).description(""));
 }
 
-void add_site_options(CLI::App& command, Options& options) {
-  add_grouping_options(command, options);
+void add_suppression_options(CLI::App& command, Options& options) {
   command
       .add_option("--suppress", options.suppressions,
                   "Leave out known leaks: lines leak:PATTERN, matched against function, file and module")
       ->type_name("FILE")
       ->check(CLI::Validator(CLI::ExistingFile).description(""));
+}
+
+void add_site_options(CLI::App& command, Options& options) {
+  add_grouping_options(command, options);
+  add_suppression_options(command, options);
   auto limit = [&options](const uint64_t& bytes) { options.fail_on_leak = bytes; };
   command
       .add_option_function<uint64_t>("--fail-on-leak", limit,

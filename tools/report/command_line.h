@@ -18,6 +18,7 @@ void add_grouping_options(CLI::App& command, Options& options);
 void add_order_option(CLI::App& command, Options& options);
 // How soon a block must go to be temporary.
 void add_within_option(CLI::App& command, Options& options);
+void add_suppression_options(CLI::App& command, Options& options);
 // Grouping, suppression and judgement of sites.
 void add_site_options(CLI::App& command, Options& options);
 void add_event_options(CLI::App& command, EventFilter& filter);

@@ -12,12 +12,14 @@ namespace {
 
 using Run = int (*)(const Options&);
 
+constexpr size_t kManyFiles = 0;  // one or more
+
 struct Verb {
   const char* name;
   const char* help;
   const char* example;
   std::vector<Format> formats;
-  size_t files;
+  size_t files;  // that it takes, or kManyFiles
   Run run;
 };
 
@@ -54,6 +56,12 @@ const std::vector<Verb>& verbs() {
        {kText, kJson, kCsv, kFolded},
        1,
        report_temporary},
+      {"grow",
+       "Sites that rise over many snapshots, the steadiest and fastest first",
+       "quarl report grow app_101_quarl_autosnap.log\n  quarl report grow monday.log tuesday.log wednesday.log",
+       {kText, kJson, kCsv},
+       kManyFiles,
+       report_growth},
       {"diff",
        "What grew between two logs, or two snapshots of one",
        "quarl report diff app_101_quarl_autosnap.log@1 app_101_quarl_autosnap.log@9",
@@ -107,6 +115,10 @@ void add_common(CLI::App& command, Options& options, const std::vector<Format>& 
 
 void add_own_options(CLI::App& command, Options& options, const std::string& name) {
   if (name == "leaks" || name == "diff") add_site_options(command, options);
+  if (name == "grow") {
+    add_grouping_options(command, options);
+    add_suppression_options(command, options);
+  }
   const bool moments = name == "peak" || name == "at";
   const bool turnover = name == "hot" || name == "temporary";
   if (moments || turnover) add_grouping_options(command, options);
@@ -115,6 +127,14 @@ void add_own_options(CLI::App& command, Options& options, const std::string& nam
   if (name == "leaks" || moments || turnover)
     command.add_flag("--tree", options.tree, "Show callers above callees, with the bytes below each");
   if (name == "events") add_event_options(command, options.events);
+}
+
+void add_files(CLI::App& command, Options& options, size_t count) {
+  std::string what = "The log; FILE@N means its snapshot N";
+  if (count == 2) what = "The earlier and the later log; FILE@N means snapshot N";
+  if (count == kManyFiles) what = "A chain of snapshots, a record log, or several logs of any kind";
+  CLI::Option* files = command.add_option("FILE", options.files, what)->required();
+  if (count != kManyFiles) files->expected(static_cast<int>(count));
 }
 
 void add_subverb(CLI::App& report, const std::shared_ptr<Options>& options, const Verb& verb, int& exit_status) {
@@ -127,9 +147,7 @@ void add_subverb(CLI::App& report, const std::shared_ptr<Options>& options, cons
                      "HH:MM:SS\" (UTC)")
         ->required();
   }
-  std::string what = verb.files == 2 ? "The earlier and the later log; FILE@N means snapshot N"
-                                     : "The log; FILE@N means its snapshot N";
-  command->add_option("FILE", options->files, what)->required()->expected(static_cast<int>(verb.files));
+  add_files(*command, *options, verb.files);
   add_common(*command, *options, verb.formats);
   add_own_options(*command, *options, verb.name);
   command->callback([=, &exit_status] {

@@ -31,9 +31,16 @@ RecordPass& Subject::pass() {
 const SiteTable& Subject::sites(Grouping grouping) {
   auto known = sites_.find(grouping);
   if (known != sites_.end()) return known->second;
-  SiteTable& sites =
-      sites_.try_emplace(grouping, ledger().traces(), symbolizer(), grouping, suppressions_).first->second;
-  for_each_held([&](const LiveEntry& entry) { sites.add(entry); });
+  pass().ledger();
+  return sites_.emplace(grouping, sites_now(grouping)).first->second;
+}
+
+SiteTable Subject::sites_now(Grouping grouping) {
+  const Ledger& ledger = pass().filling();
+  SiteTable sites(ledger.traces(), symbolizer(), grouping, suppressions_);
+  ledger.for_each_held([&](const LiveEntry& entry) {
+    if (chooser().takes(entry, ledger.traces())) sites.add(entry);
+  });
   sites.finish();
   return sites;
 }

@@ -35,6 +35,8 @@ class Subject {
   void for_each_held(const std::function<void(const LiveEntry&)>& visit);
   // What is held and selected, without what is suppressed.
   const SiteTable& sites(Grouping grouping = Grouping::kTrace);
+  // The same at this moment, of a watcher that is told while the log is read.
+  SiteTable sites_now(Grouping grouping);
   // Of whatever `fill` adds to it, with nothing suppressed.
   SiteTable table(Grouping grouping, Order order, const std::function<void(SiteTable&)>& fill);
 

@@ -11,10 +11,6 @@ void write_field(Output& output, const char* name, const std::string& value) {
   output.print("{} {}\n", output.bold(fmt::format("{:<12}", name)), value);
 }
 
-std::string in_blocks(const Usage& usage) {
-  return fmt::format("{} in {}", counted(usage.bytes, "byte"), counted(usage.count, "block"));
-}
-
 std::string age(const Site& site) {
   if (site.oldest == 0) return "";
   if (site.oldest == site.newest) return fmt::format(", since {}", clock_time(site.oldest));
@@ -32,10 +28,6 @@ void write_frames(Output& output, const Frames& frames) {
   if (!frames.empty() && !frames.front().entry.empty()) output.print("    in  {}\n", frames.front().entry);
   for (const Frame& frame : frames)
     output.print("    #{:<2} {}{}\n", number++, describe(frame, output.names()), frame.inlined ? " [inlined]" : "");
-}
-
-void write_remainder(Output& output, size_t shown, size_t all) {
-  if (all > shown) output.print("  ... {} more (--top {} shows all)\n", grouped(all - shown), all);
 }
 
 Usage of_kind(Subject& subject, bool mapping, bool file) {
@@ -108,6 +100,19 @@ void write_node(Output& output, const CallNode& node, const std::string& indent,
 
 }  // namespace
 
+std::string in_blocks(const Usage& usage) {
+  return fmt::format("{} in {}", counted(usage.bytes, "byte"), counted(usage.count, "block"));
+}
+
+void write_place(Output& output, const Site& site) {
+  if (site.frames.empty()) output.print("    {}\n", site.name);
+  write_frames(output, site.frames);
+}
+
+void write_remainder(Output& output, size_t shown, size_t all) {
+  if (all > shown) output.print("  ... {} more (--top {} shows all)\n", grouped(all - shown), all);
+}
+
 void write_heading(Output& output, Subject& subject) {
   const LogHeader& header = subject.snapshot().header;
   write_field(output, "Log",
@@ -141,8 +146,7 @@ void write_sites(Output& output, const SiteTable& sites, size_t top, const std::
   for (const Site& site : sites.sites()) {
     if (shown++ == top) break;
     output.print("\n{} ({}){}{}\n", output.bold(in_blocks(site.usage)), site.kind(), sizes(site), age(site));
-    if (site.frames.empty()) output.print("    {}\n", site.name);
-    write_frames(output, site.frames);
+    write_place(output, site);
   }
   write_remainder(output, std::min(top, sites.sites().size()), sites.sites().size());
 }
@@ -166,8 +170,7 @@ void write_changes(Output& output, const std::vector<SiteDifference>& changes, s
         output.styled(fmt::format("{} bytes", grouped_sign(change.bytes())), fmt::emphasis::bold | fmt::fg(color));
     output.print("\n{}: {}, {} blocks (from {} to {})\n", name_of(change.change), growth, grouped_sign(change.count()),
                  in_blocks(change.before), in_blocks(change.after));
-    if (change.site.frames.empty()) output.print("    {}\n", change.site.name);
-    write_frames(output, change.site.frames);
+    write_place(output, change.site);
   }
   write_remainder(output, std::min(top, changes.size()), changes.size());
 }

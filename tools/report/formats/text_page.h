@@ -6,6 +6,13 @@
 
 namespace quarl::report {
 
+// "1,234 bytes in 5 blocks".
+std::string in_blocks(const Usage& usage);
+// The frames of a site, or its name where it has none.
+void write_place(Output& output, const Site& site);
+// How many were left out, if any.
+void write_remainder(Output& output, size_t shown, size_t all);
+
 void write_heading(Output& output, Subject& subject);
 void write_summary(Output& output, Subject& subject, size_t top);
 // One paragraph a site, with its frames when it has any.
