@@ -13,6 +13,8 @@ const std::map<std::string, Format> kFormats = {
 const std::map<std::string, Grouping> kGroupings = {{"trace", Grouping::kTrace},   {"function", Grouping::kFunction},
                                                     {"file", Grouping::kFile},     {"module", Grouping::kModule},
                                                     {"thread", Grouping::kThread}, {"size", Grouping::kSize}};
+const std::map<std::string, View> kViews = {
+    {"held", View::kHeld}, {"peak", View::kPeak}, {"allocated", View::kAllocated}};
 const std::map<std::string, Order> kOrders = {{"bytes", Order::kBytes}, {"count", Order::kCount}};
 constexpr uint32_t kMaxWithin = 100000;  // remembered for each thread
 const std::map<std::string, ColorChoice> kColors = {
@@ -147,6 +149,11 @@ void add_grouping_options(CLI::App& command, Options& options) {
 
 void add_order_option(CLI::App& command, Options& options) {
   add_choice(command, "--sort", options.order, kOrders, "Which sites come first (default bytes)");
+}
+
+void add_view_option(CLI::App& command, Options& options) {
+  add_choice(command, "--view", options.view, kViews,
+             "Of what is held at the end, was live at the highest point, or was ever allocated (default held)");
 }
 
 void add_within_option(CLI::App& command, Options& options) {

@@ -16,6 +16,8 @@ void add_selection_options(CLI::App& command, Selection& selection);
 void add_grouping_options(CLI::App& command, Options& options);
 // Which sites come first.
 void add_order_option(CLI::App& command, Options& options);
+// What the callers asked for: what is held, or another view.
+void add_view_option(CLI::App& command, Options& options);
 // How soon a block must go to be temporary.
 void add_within_option(CLI::App& command, Options& options);
 void add_suppression_options(CLI::App& command, Options& options);

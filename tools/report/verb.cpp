@@ -62,6 +62,12 @@ const std::vector<Verb>& verbs() {
        {kText, kJson, kCsv},
        kManyFiles,
        report_growth},
+      {"callers",
+       "Who calls a function through which memory is asked for",
+       "quarl report callers '^make_buffer$' app_101_quarl.log",
+       {kText, kJson, kCsv, kFolded},
+       1,
+       report_callers},
       {"diff",
        "What grew between two logs, or two snapshots of one",
        "quarl report diff app_101_quarl_autosnap.log@1 app_101_quarl_autosnap.log@9",
@@ -115,6 +121,10 @@ void add_common(CLI::App& command, Options& options, const std::vector<Format>& 
 
 void add_own_options(CLI::App& command, Options& options, const std::string& name) {
   if (name == "leaks" || name == "diff") add_site_options(command, options);
+  if (name == "callers") {
+    add_view_option(command, options);
+    add_suppression_options(command, options);
+  }
   if (name == "grow") {
     add_grouping_options(command, options);
     add_suppression_options(command, options);
@@ -140,6 +150,12 @@ void add_files(CLI::App& command, Options& options, size_t count) {
 void add_subverb(CLI::App& report, const std::shared_ptr<Options>& options, const Verb& verb, int& exit_status) {
   CLI::App* command = report.add_subcommand(verb.name, verb.help);
   command->footer(fmt::format("Example:\n  {}", verb.example));
+  if (verb.name == std::string("callers")) {
+    command
+        ->add_option("FUNCTION", options->function,
+                     "A pattern: matches anywhere in the name, * any characters, ^ and $ the ends")
+        ->required();
+  }
   if (verb.name == std::string("at")) {
     command
         ->add_option("MOMENT", options->moment,

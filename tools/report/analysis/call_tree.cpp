@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "report/analysis/suppressions.h"
+
 namespace quarl::report {
 namespace {
 
@@ -12,13 +14,17 @@ CallNode& child_named(CallNode& node, const std::string& name) {
   return node.children.emplace_back(CallNode{name, {}, {}});
 }
 
-void insert(CallNode& root, const Site& site) {
+void insert_path(CallNode& root, auto first, auto end, const Usage& usage) {
   CallNode* node = &root;
-  node->usage += site.usage;
-  for (auto frame = site.frames.rbegin(); frame != site.frames.rend(); ++frame) {
+  node->usage += usage;
+  for (auto frame = first; frame != end; ++frame) {
     node = &child_named(*node, name_of(*frame));
-    node->usage += site.usage;
+    node->usage += usage;
   }
+}
+
+void insert(CallNode& root, const Site& site) {
+  insert_path(root, site.frames.rbegin(), site.frames.rend(), site.usage);
   if (site.frames.empty()) child_named(root, kNoTrace).usage += site.usage;
 }
 
@@ -33,6 +39,19 @@ void sort(CallNode& node) {
 CallNode build_call_tree(const std::vector<Site>& sites) {
   CallNode root;
   for (const Site& site : sites) insert(root, site);
+  sort(root);
+  return root;
+}
+
+CallNode build_caller_tree(const std::vector<Site>& sites, const std::string& pattern) {
+  CallNode root;
+  for (const Site& site : sites) {
+    auto matches = [&](const Frame& frame) {
+      return pattern_matches(pattern, frame.function.empty() ? name_of(frame) : frame.function);
+    };
+    auto first = std::find_if(site.frames.begin(), site.frames.end(), matches);
+    if (first != site.frames.end()) insert_path(root, first, site.frames.end(), site.usage);
+  }
   sort(root);
   return root;
 }

@@ -151,9 +151,8 @@ void write_sites(Output& output, const SiteTable& sites, size_t top, const std::
   write_remainder(output, std::min(top, sites.sites().size()), sites.sites().size());
 }
 
-void write_tree(Output& output, const CallNode& root) {
-  output.print("{}\n", output.bold(fmt::format("{:>16} {:>10} {:>6}  {}", "bytes", "blocks", "",
-                                               "callers above, callees below")));
+void write_tree(Output& output, const CallNode& root, const char* order) {
+  output.print("{}\n", output.bold(fmt::format("{:>16} {:>10} {:>6}  {}", "bytes", "blocks", "", order)));
   output.print("{:>16} {:>10} {:5.1f}%  everything\n", grouped(root.usage.bytes), grouped(root.usage.count), 100.0);
   write_node(output, root, "  ", root.usage.bytes);
 }

@@ -18,7 +18,8 @@ void write_summary(Output& output, Subject& subject, size_t top);
 // One paragraph a site, with its frames when it has any.
 // `state`: what they all are, "unfreed".
 void write_sites(Output& output, const SiteTable& sites, size_t top, const std::string& state);
-void write_tree(Output& output, const CallNode& root);
+// `order`: what stands above what.
+void write_tree(Output& output, const CallNode& root, const char* order = "callers above, callees below");
 void write_changes(Output& output, const std::vector<SiteDifference>& changes, size_t top);
 void write_faults(Output& output, Subject& subject);
 void write_threads(Output& output, const ThreadTallies& tallies);

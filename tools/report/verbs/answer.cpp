@@ -34,6 +34,11 @@ const Snapshot& choose(const Log& log, std::optional<uint32_t> number) {
 
 }  // namespace
 
+const char* name_of(View view) {
+  if (view == View::kPeak) return "peak";
+  return view == View::kAllocated ? "allocated" : "held";
+}
+
 Answer::Answer(const Options& options)
     : options_(options), output_(options.output, options.color, options.names), desk_(options.desk) {
   if (!options.suppressions.empty()) suppressions_.load(options.suppressions);

@@ -15,6 +15,12 @@ namespace quarl::report {
 
 enum class Format { kText, kJson, kCsv, kFolded, kPprof, kHtml, kSqlite };
 
+// Which blocks an answer is about.
+enum class View { kHeld, kPeak, kAllocated };
+
+// "held", "peak" or "allocated".
+const char* name_of(View view);
+
 // Which records `events` shows. An absent value filters nothing.
 struct EventFilter {
   std::vector<int> operations;
@@ -39,7 +45,9 @@ struct Options {
   Order order = Order::kBytes;
   uint32_t within = 0;  // operations, of `temporary`; 0 for up to the thread's next allocation
   bool tree = false;
-  std::string moment;  // of `at`
+  std::string moment;    // of `at`
+  std::string function;  // of `callers`, a pattern
+  View view = View::kHeld;
   size_t top = 20;
   bool top_given = false;
   Selection selection;

@@ -16,6 +16,7 @@ int report_faults(const Options& options);
 int report_peak(const Options& options);
 int report_moment(const Options& options);
 int report_growth(const Options& options);
+int report_callers(const Options& options);
 int report_hot(const Options& options);
 int report_temporary(const Options& options);
 
