@@ -186,11 +186,25 @@ class Time(ReportTest):
 
     def test_a_timeline_of_snapshots(self):
         path = self.write(self.layout.bare_chain([100, 105, 110]), "a_autosnap.log")
-        self.assertEqual([(p["time"], p["bytes"], p["count"]) for p in self.json("timeline", path)["points"]],
-                         [(100, 100, None), (105, 200, None), (110, 300, None)])
+        # The counted peak, 1,000 bytes of the whole run, was reached before the first of them.
+        self.assertEqual([(p["time"], p["bytes"], p["count"], p["peak"]) for p in self.json("timeline", path)["points"]],
+                         [(100, 100, None, 1000), (105, 200, None, 200), (110, 300, None, 300)])
         plot = self.text("timeline", path)
-        self.assertIn("300 |", plot)
+        self.assertIn("1,000 |", plot)
         self.assertIn("1970-01-01 00:01:50 UTC", plot)
+
+    def test_the_plot_shows_a_peak_that_no_point_falls_on(self):
+        record = self.layout.record
+        records = [record(MALLOC, ALLOCATED, 0x1000, 100, time=1000)]
+        for second in range(5000):
+            records.append(record(MALLOC, ALLOCATED, 0x2000, 48, time=1000 + second))
+            if second == 2345:
+                records += [record(MALLOC, ALLOCATED, 0x100000, 64 << 20, time=1000 + second),
+                            record(FREE, RELEASED, 0x100000, 64 << 20, time=1000 + second)]
+            records.append(record(FREE, RELEASED, 0x2000, 48, time=1000 + second))
+        plot = self.text("timeline", self.write(self.layout.log(records))).splitlines()
+        self.assertRegex(plot[1], r"^ *67,109,012 \| +█ +$")
+        self.assertRegex(plot[15], r"^ *3 \| +█ +$")
 
 
 class Threads(ReportTest):

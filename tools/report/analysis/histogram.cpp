@@ -15,10 +15,11 @@ Histogram empty_histogram() {
   return levels;
 }
 
-void count(Histogram& levels, uint32_t size) {
+size_t level_of(uint32_t size) {
+  static const Histogram kLevels = empty_histogram();
   size_t index = 0;
-  while (size > levels[index].to) ++index;
-  levels[index].usage += {size, 1};
+  while (size > kLevels[index].to) ++index;
+  return index;
 }
 
 std::string name_of(const Level& level) {

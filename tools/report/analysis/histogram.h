@@ -17,12 +17,13 @@ struct Level {
 using Histogram = std::array<Level, 5>;
 
 Histogram empty_histogram();
-void count(Histogram& levels, uint32_t size);
+// Index of the level that a block of `size` bytes falls into.
+size_t level_of(uint32_t size);
 
 // Of what `owner`, a ledger or a subject, has to show.
 Histogram build_histogram(auto& owner) {
   Histogram levels = empty_histogram();
-  owner.for_each_held([&](const LiveEntry& entry) { count(levels, entry.size); });
+  owner.for_each_held([&](const LiveEntry& entry) { levels[level_of(entry.size)].usage += {entry.size, 1}; });
   return levels;
 }
 

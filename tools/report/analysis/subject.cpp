@@ -71,6 +71,7 @@ Timeline Subject::timeline(const Visit& visit, Subject* known) {
     if (!records) timeline.points.push_back(each.point());
     if (visit) visit(each);
   });
+  limit_peaks(timeline.points);
   return records ? pass().timeline() : timeline;
 }
 

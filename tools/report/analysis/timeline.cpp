@@ -11,6 +11,7 @@ constexpr size_t kMaxPoints = 2048;
 
 TimePoint join(const TimePoint& a, TimePoint b) {
   b.peak = std::max(a.peak, b.peak);
+  b.most_entries = std::max(a.most_entries, b.most_entries);
   return b;
 }
 
@@ -21,12 +22,37 @@ const char* name_of(TimeAxis axis) {
 }
 
 TimePoint snapshot_point(const Snapshot& snapshot, const ProfInfo& statistics, const Held* held) {
-  TimePoint point = {snapshot.header.time, statistics.unfree_size, statistics.unfree_file_size,
-                     std::nullopt,         statistics.unfree_peak, snapshot.header.snapshot_number};
+  TimePoint point = {snapshot.header.time,           statistics.unfree_size,
+                     statistics.unfree_file_size,    std::nullopt,
+                     statistics.unfree_peak,         0,
+                     snapshot.header.snapshot_number};
   if (held == nullptr) return point;
-  point.entries = held->entries;
+  point.entries = point.most_entries = held->entries;
   if (!has_counts(statistics)) point.bytes = point.peak = held->bytes, point.file_bytes = held->file_bytes;
   return point;
+}
+
+void limit_peaks(std::vector<TimePoint>& points) {
+  uint64_t highest = 0, before = 0;
+  for (TimePoint& point : points) {
+    uint64_t counted = point.peak;
+    if (counted <= highest) point.peak = std::max(before, point.bytes);
+    highest = std::max(highest, counted);
+    before = point.bytes;
+  }
+}
+
+std::vector<TimePoint> thinned(const std::vector<TimePoint>& points, size_t most) {
+  size_t step = (points.size() + most - 1) / most;
+  std::vector<TimePoint> kept;
+  for (size_t index = 0; index < points.size(); ++index) {
+    if (index % step == 0) {
+      kept.push_back(points[index]);
+    } else {
+      kept.back() = join(kept.back(), points[index]);
+    }
+  }
+  return kept;
 }
 
 void TimelineSampler::sample(const OpRecord& record, const Ledger& ledger) {
@@ -43,11 +69,13 @@ void TimelineSampler::sample(const OpRecord& record, const Ledger& ledger) {
   current_.file_bytes = ledger.held().file_bytes;
   current_.entries = ledger.held().entries;
   current_.peak = std::max(current_.peak, current_.bytes);
+  current_.most_entries = std::max(current_.most_entries, ledger.held().entries);
 }
 
 void TimelineSampler::close_point() {
   timeline_.points.push_back(current_);
   current_.peak = 0;
+  current_.most_entries = 0;
   if (timeline_.points.size() >= kMaxPoints) halve();
 }
 

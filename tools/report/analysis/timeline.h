@@ -15,6 +15,7 @@ struct TimePoint {
   uint64_t file_bytes = 0;
   std::optional<uint64_t> entries;  // blocks and mappings, nothing when a snapshot has no details
   uint64_t peak = 0;                // of bytes, since the point before
+  uint64_t most_entries = 0;        // since the point before
   uint32_t snapshot = 0;            // its number, 0 from a record log
 };
 
@@ -31,6 +32,13 @@ struct Timeline {
 // Of one snapshot: bytes from its statistics, or from its records where the statistics were off; blocks from its
 // records. `held` is what these add up to, null when there are none.
 TimePoint snapshot_point(const Snapshot& snapshot, const ProfInfo& statistics, const Held* held);
+
+// A counted peak is that of the whole run: turns those of a chain's points, in their order, into the peaks since the
+// point before. Where a later one is no higher the most that is known are the two points themselves.
+void limit_peaks(std::vector<TimePoint>& points);
+
+// At most `most` points; neighbours are joined to the later of them, with the peaks of all.
+std::vector<TimePoint> thinned(const std::vector<TimePoint>& points, size_t most);
 
 // Samples a ledger while it is filled. When the points become too many, each two neighbours are joined.
 class TimelineSampler {

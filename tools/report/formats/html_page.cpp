@@ -2,126 +2,213 @@
 
 #include <set>
 
+#include "report/formats/gzip.h"
 #include "report/formats/json_document.h"
+#include "report/formats/operation_name.h"
+#include "report/formats/page_cells.h"
+#include "report/formats/page_sites.h"
 #include "report/formats/web_template.h"
 
 namespace quarl::report {
 namespace {
 
-constexpr size_t kMaxSites = 4000;    // of the page in all; the rest is summed up in one
 constexpr size_t kMaxSnapshots = 40;  // that can be compared; of longer chains every n-th
+constexpr size_t kMaxCells = 400000;  // of those, so that a large heap does not make a page of many megabytes
 constexpr size_t kMaxPoints = 600;
-constexpr char kPlaceholder[] = "\"quarl-report-data\"";
+constexpr size_t kMaxMappings = 1000;
+constexpr char kPlaceholder[] = "quarl-report-data";
 
-// Sites of all snapshots of the page, each once; a snapshot refers to them by index.
-class PageSites {
+class Page {
  public:
-  Json add(const std::vector<Site>& sites) {
-    Json rows = Json::array();
-    Usage rest;
-    for (const Site& site : sites) {
-      if (auto index = index_of(site)) {
-        rows.push_back({*index, site.usage.bytes, site.usage.count});
-      } else {
-        rest += site.usage;
-      }
-    }
-    if (rest.count != 0) rows.push_back({nullptr, rest.bytes, rest.count});
-    return rows;
+  Page(Subject& subject, Subject* before, const Desk& desk)
+      : subject_(subject), before_(before), document_(json_head("page", subject, desk)), moments_(moments_of(subject)) {
+    document_["tool"] = QUARL_VERSION;
+    add_summary(document_, subject, 0);
+    add_held();
+    add_timeline();
+    add_threads();
+    add_mappings();
+    add_faults();
+    document_["moments"] = moments_.json();
+    document_["warnings"] = desk.warnings();
   }
-  Json take() { return std::move(sites_); }
+
+  std::string text() && {
+    std::move(sites_).write(document_);
+    return document_.dump(-1, ' ', false, Json::error_handler_t::replace);
+  }
 
  private:
-  std::optional<size_t> index_of(const Site& site) {
-    auto known = indices_.find(site.key);
-    if (known != indices_.end()) return known->second;
-    if (sites_.size() >= kMaxSites) return std::nullopt;
-    sites_.push_back(site_json(site));
-    return indices_[site.key] = sites_.size() - 1;
+  static PageMoments moments_of(Subject& subject) {
+    auto times = subject.pass().times();
+    return times ? PageMoments(times->first, times->second) : PageMoments(0, 0);
   }
-  Json sites_ = Json::array();
-  std::unordered_map<std::string, size_t> indices_;
+
+  // What one snapshot holds; more sites than the page takes are summed up under the index null.
+  PageCells cells_of(Subject& subject, Usage& rest) {
+    PageCells cells(moments_);
+    const SiteTable& table = subject.sites();
+    std::unordered_map<const Site*, std::optional<size_t>> indices;
+    for (const Site& site : table.sites()) indices[&site] = sites_.index_of(site);
+    subject.ledger().for_each_held([&](const LiveEntry& entry) {
+      const Site* site = table.of_trace(entry.trace);
+      if (site == nullptr) return;
+      if (auto index = indices[site]) {
+        cells.add(*index, entry);
+      } else {
+        rest += {entry.size, 1};
+      }
+    });
+    return cells;
+  }
+
+  Json held_json(const std::string& label, Subject& subject) {
+    Usage rest;
+    PageCells cells = cells_of(subject, rest);
+    cells_ += cells.size();
+    return {{"label", label},
+            {"time", subject.snapshot().header.time},
+            {"total", usage_json(subject.sites().total())},
+            {"rest", usage_json(rest)},
+            {"cells", cells.json()}};
+  }
+
+  void add_held() {
+    document_["held_now"] = held_json(subject_.label(), subject_);
+    document_["compare"] = before_ != nullptr;
+    Json levels = Json::array();
+    for (const Level& level : empty_histogram()) levels.push_back({{"from", level.from}, {"name", name_of(level)}});
+    document_["levels"] = std::move(levels);
+  }
+
+  // Every n-th snapshot with records besides the one asked about.
+  std::set<const Snapshot*> compared_snapshots() {
+    std::vector<const Snapshot*> others;
+    for (const Snapshot& snapshot : subject_.log().snapshots()) {
+      if (&snapshot != &subject_.snapshot() && snapshot.records != 0) others.push_back(&snapshot);
+    }
+    size_t most = std::clamp<size_t>(kMaxCells / std::max<size_t>(cells_, 1), 1, kMaxSnapshots);
+    size_t step = (others.size() + most - 1) / most;
+    document_["every"] = step;
+    std::set<const Snapshot*> chosen;
+    for (size_t index = 0; index < others.size(); index += step) chosen.insert(others[index]);
+    return chosen;
+  }
+
+  // The members that need all snapshots, which are gone through once.
+  void add_timeline() {
+    Json bases = Json::array();
+    std::set<const Snapshot*> compared;
+    if (before_ != nullptr) {
+      bases.push_back(held_json(before_->label(), *before_));
+    } else {
+      compared = compared_snapshots();
+    }
+    Timeline timeline = subject_.timeline(
+        [&](Subject& each) {
+          if (!compared.contains(&each.snapshot())) return;
+          bases.push_back(held_json(fmt::format("snapshot {}", each.snapshot().header.snapshot_number), each));
+        },
+        before_);
+    document_["bases"] = std::move(bases);
+    Json points = Json::array();
+    for (const TimePoint& point : thinned(timeline.points, kMaxPoints)) {
+      Json entries = point.entries ? Json(*point.entries) : Json();
+      points.push_back({point.at, point.bytes, std::max(point.bytes, point.peak), std::move(entries),
+                        point.entries ? Json(point.most_entries) : Json()});
+    }
+    document_["timeline"] = {{"axis", name_of(timeline.axis)}, {"points", std::move(points)}};
+  }
+
+  void add_threads() {
+    ThreadTallies tallies = subject_.pass().threads();
+    document_["threads"] = {{"source", tallies.from_table ? "thread table" : "records"},
+                            {"seconds", tallies.seconds},
+                            {"rows", to_json(thread_rows(tallies))}};
+  }
+
+  // The largest of those that are held; the cells have the sums of all.
+  void add_mappings() {
+    std::vector<LiveEntry> held;
+    subject_.ledger().for_each_held([&](const LiveEntry& entry) {
+      if (is_mapping(entry) && subject_.sites().of_trace(entry.trace) != nullptr) held.push_back(entry);
+    });
+    std::sort(held.begin(), held.end(), [](const LiveEntry& a, const LiveEntry& b) {
+      return a.size != b.size ? a.size > b.size : a.address < b.address;
+    });
+    Json rows = Json::array();
+    for (size_t index = 0; index < std::min(held.size(), kMaxMappings); ++index) {
+      const LiveEntry& entry = held[index];
+      rows.push_back({{"bytes", entry.size},
+                      {"address", entry.address},
+                      {"file", entry.from_file},
+                      {"thread", entry.tid},
+                      {"time", entry.time},
+                      {"stack", stack_of(entry.trace)}});
+    }
+    document_["mappings"] = {{"count", held.size()}, {"rows", std::move(rows)}};
+  }
+
+  void add_faults() {
+    Json rows = Json::array();
+    for (const Fault& fault : subject_.ledger().faults().all()) {
+      const OpRecord& record = fault.record;
+      rows.push_back({{"fault", result_name(record.result)},
+                      {"address", record.start_addr},
+                      {"size", record.size},
+                      {"operation", operation_name(record.operation)},
+                      {"thread", record.tid},
+                      {"time", record.time},
+                      {"sequence", record.seq_num},
+                      {"stack", sites_.stack_of(subject_.symbolizer().trace(trace_of(record)))},
+                      {"below", neighbour_json(fault.below)},
+                      {"above", neighbour_json(fault.above)}});
+    }
+    document_["fault_list"] = std::move(rows);
+  }
+
+  Json neighbour_json(const std::optional<Neighbour>& neighbour) {
+    if (!neighbour) return nullptr;
+    const LiveEntry& block = neighbour->block;
+    return {{"address", block.address},
+            {"size", block.size},
+            {"distance", neighbour->distance},
+            {"stack", stack_of(block.trace)}};
+  }
+
+  size_t stack_of(TraceId trace) {
+    return sites_.stack_of(subject_.symbolizer().trace(subject_.ledger().traces().addresses(trace)));
+  }
+
+  Subject& subject_;
+  Subject* before_;
+  Json document_;
+  PageMoments moments_;
+  PageSites sites_;
+  size_t cells_ = 0;
 };
 
-Json snapshot_json(PageSites& page_sites, const std::string& label, Subject& subject) {
-  const SiteTable& sites = subject.sites();
-  return {{"label", label},
-          {"time", subject.snapshot().header.time},
-          {"bytes", sites.total().bytes},
-          {"count", sites.total().count},
-          {"sites", page_sites.add(sites.sites())}};
-}
-
-// Every n-th snapshot with records besides the one asked about.
-std::set<const Snapshot*> compared_snapshots(Subject& subject) {
-  std::vector<const Snapshot*> others;
-  for (const Snapshot& snapshot : subject.log().snapshots()) {
-    if (&snapshot != &subject.snapshot() && snapshot.records != 0) others.push_back(&snapshot);
+// RFC 4648, with padding. Nothing in it could end the element that holds it.
+std::string base64(const std::string& bytes) {
+  static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string text;
+  for (size_t at = 0; at < bytes.size(); at += 3) {
+    size_t there = std::min<size_t>(bytes.size() - at, 3);
+    uint32_t group = 0;
+    for (size_t index = 0; index < 3; ++index)
+      group = group << 8 | (index < there ? static_cast<uint8_t>(bytes[at + index]) : 0);
+    for (size_t digit = 0; digit < 4; ++digit) text += digit <= there ? kDigits[group >> (18 - 6 * digit) & 63] : '=';
   }
-  size_t step = others.size() / kMaxSnapshots + 1;
-  std::set<const Snapshot*> chosen;
-  for (size_t index = 0; index < others.size(); index += step) chosen.insert(others[index]);
-  return chosen;
-}
-
-Json timeline_json(const Timeline& timeline) {
-  Json points = Json::array();
-  size_t step = timeline.points.size() / kMaxPoints + 1;
-  for (size_t index = 0; index < timeline.points.size(); index += step) {
-    const TimePoint& point = timeline.points[index];
-    points.push_back({point.at, point.bytes, point.entries ? Json(*point.entries) : Json()});
-  }
-  return {{"axis", name_of(timeline.axis)}, {"points", std::move(points)}};
-}
-
-// The members that need all snapshots, which are gone through once.
-void add_history(Json& document, Subject& subject, Subject* before) {
-  PageSites page_sites;
-  Json snapshots = Json::array();
-  auto add = [&](const std::string& label, Subject& each) {
-    snapshots.push_back(snapshot_json(page_sites, label, each));
-  };
-  add(subject.label(), subject);
-  if (before != nullptr) add(before->label(), *before);
-  std::set<const Snapshot*> compared;
-  if (before == nullptr) compared = compared_snapshots(subject);
-  auto visit = [&](Subject& each) {
-    if (!compared.contains(&each.snapshot())) return;
-    add(fmt::format("snapshot {}", each.snapshot().header.snapshot_number), each);
-  };
-  Timeline timeline = subject.timeline(visit, before);
-  document["snapshots"] = std::move(snapshots);
-  document["sites"] = page_sites.take();
-  document["compare"] = before != nullptr;
-  document["timeline"] = timeline_json(timeline);
-}
-
-// "<" would let a function's name end the script element that holds the data.
-std::string embeddable(const Json& document) {
-  std::string text = document.dump(-1, ' ', false, Json::error_handler_t::replace);
-  std::string safe;
-  for (char letter : text) {
-    if (letter == '<')
-      safe += "\\u003c";
-    else
-      safe += letter;
-  }
-  return safe;
+  return text;
 }
 
 }  // namespace
 
 std::string html_page(Subject& subject, Subject* before, const Desk& desk) {
-  Json document = json_head("page", subject, desk);
-  add_summary(document, subject, 0);
-  document.erase("sites");
-  add_history(document, subject, before);
-  document["fault_list"] = faults_json(subject);
-  document["warnings"] = desk.warnings();
   std::string page(web_template());
   size_t at = page.find(kPlaceholder);
   if (at == std::string::npos) throw std::logic_error("the page template has no place for the data");
-  return page.replace(at, sizeof(kPlaceholder) - 1, embeddable(document));
+  return page.replace(at, sizeof(kPlaceholder) - 1, base64(gzip(Page(subject, before, desk).text())));
 }
 
 }  // namespace quarl::report

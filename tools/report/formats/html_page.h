@@ -7,8 +7,8 @@
 
 namespace quarl::report {
 
-// The page of `subject`, of which the timeline is wanted. Its flame graph shows differences to `before` when that is
-// given, and otherwise between the snapshots of the log.
+// The page of `subject`, of which the timeline and the threads are wanted. Its flame graph shows differences to
+// `before` when that is given, and otherwise between the snapshots of the log.
 std::string html_page(Subject& subject, Subject* before, const Desk& desk);
 
 }  // namespace quarl::report

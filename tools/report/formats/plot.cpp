@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <optional>
 #include <string_view>
 
 #include "report/formats/table.h"
@@ -15,6 +16,12 @@ constexpr size_t kSteps = 8;  // of one character's height
 
 using Value = std::function<uint64_t(const TimePoint&)>;
 
+struct Measure {
+  const char* title;
+  Value at;    // the moment of a point
+  Value most;  // between the point before and this one
+};
+
 bool has_utf8() {
   for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
     const char* value = getenv(name);
@@ -23,20 +30,20 @@ bool has_utf8() {
   return false;
 }
 
-// The largest value that falls into each column; a column without a point repeats the one before.
-std::vector<uint64_t> columns_of(const Timeline& timeline, size_t width, const Value& value) {
+// The largest value that falls into each column; in a column without a point it stays as the one before left it.
+std::vector<uint64_t> columns_of(const Timeline& timeline, size_t width, const Measure& measure) {
   uint64_t first = timeline.points.front().at;
   uint64_t span = std::max<uint64_t>(timeline.points.back().at - std::min(first, timeline.points.back().at), 1);
   std::vector<uint64_t> columns(width, 0);
-  std::vector<bool> filled(width, false);
+  std::vector<std::optional<uint64_t>> last(width);
   for (const TimePoint& point : timeline.points) {
     size_t column =
         static_cast<size_t>(std::min<uint64_t>((point.at - std::min(first, point.at)) * (width - 1) / span, width - 1));
-    columns[column] = std::max(columns[column], value(point));
-    filled[column] = true;
+    columns[column] = std::max({columns[column], measure.at(point), measure.most(point)});
+    last[column] = measure.at(point);
   }
   for (size_t column = 1; column < width; ++column) {
-    if (!filled[column]) columns[column] = columns[column - 1];
+    if (!last[column]) last[column] = columns[column] = last[column - 1].value_or(0);
   }
   return columns;
 }
@@ -79,15 +86,18 @@ void write_axis(Output& output, const Timeline& timeline, size_t width) {
 void write_plot(Output& output, const Timeline& timeline, size_t height) {
   if (timeline.points.empty()) return output.print("The log holds no points in time.\n");
   size_t width = std::clamp<size_t>(output.terminal() ? output.width() : 80, 40, 200) - kLabel - 3;
-  auto plot = [&](const char* title, const Value& value) {
-    output.print("{}\n", output.bold(title));
-    write_area(output, columns_of(timeline, width, value), height);
+  auto plot = [&](const Measure& measure) {
+    output.print("{}\n", output.bold(measure.title));
+    write_area(output, columns_of(timeline, width, measure), height);
     write_axis(output, timeline, width);
   };
-  plot("Bytes held (heap and anonymous mappings)", [](const TimePoint& point) { return point.bytes; });
+  plot({"Bytes held (heap and anonymous mappings)", [](const TimePoint& point) { return point.bytes; },
+        [](const TimePoint& point) { return point.peak; }});
   bool counted = std::any_of(timeline.points.begin(), timeline.points.end(),
                              [](const TimePoint& p) { return p.entries.has_value(); });
-  if (counted) plot("Blocks and mappings held", [](const TimePoint& point) { return point.entries.value_or(0); });
+  if (counted)
+    plot({"Blocks and mappings held", [](const TimePoint& point) { return point.entries.value_or(0); },
+          [](const TimePoint& point) { return point.most_entries; }});
 }
 
 }  // namespace quarl::report

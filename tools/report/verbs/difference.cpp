@@ -29,7 +29,7 @@ int report_difference(const Options& options) {
   Answer answer(options);
   bool page = options.format == Format::kHtml;  // always by trace
   Subject before = answer.open(options.files[0]);
-  Subject after = answer.open(options.files[1], {.timeline = page});
+  Subject after = answer.open(options.files[1], {.timeline = page, .threads = page});
   const SiteTable& earlier = before.sites(page ? Grouping::kTrace : options.grouping);
   const SiteTable& later = after.sites(page ? Grouping::kTrace : options.grouping);
   std::vector<SiteDifference> changes = difference(earlier.sites(), later.sites());

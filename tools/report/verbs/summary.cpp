@@ -47,7 +47,8 @@ void write(Answer& answer, Subject& subject) {
 int summarise(const Options& options) {
   if (options.format == Format::kSqlite) return import_all(options);
   Answer answer(options);
-  Subject subject = answer.open(options.files.front(), {.timeline = options.format == Format::kHtml});
+  bool page = options.format == Format::kHtml;
+  Subject subject = answer.open(options.files.front(), {.timeline = page, .threads = page});
   Usage unfreed = subject.sites().total();
   write(answer, subject);
   int status = answer.finish(subject);

@@ -1,5 +1,5 @@
-// The title and the totals.
-import data from "./data.js";
+// The title, what the page was made from, and the totals.
+import { data } from "./data.js";
 import { clockTime, element, grouped } from "./format.js";
 
 function fact(name, value) {
@@ -10,12 +10,15 @@ export function showHead() {
   const { log } = data;
   document.title = `Memory report: ${log.process}`;
   const notes = [...log.notes, ...data.warnings];
+  if (data.held_now.rest.count)
+    notes.push(`The page holds the ${grouped(data.sites.length)} largest sites of ${grouped(data.site_count)}; the others are summed up as (smaller sites).`);
   document.getElementById("head").append(
     element("h1", {}, `${log.process} (process ${log.pid})`),
     element("dl", {}, fact("Written", clockTime(log.time)), fact("Log", log.file), fact("Kind", log.kind),
       log.snapshots > 1 ? fact("Snapshot", `${log.snapshot} of ${log.snapshots}`) : null,
-      log.program ? fact("Program", log.program) : null, fact("Records", grouped(log.records))),
-    notes.length ? element("ul", { class: "notes" }, ...notes.map((note) => element("li", {}, note))) : null ?? "");
+      log.program ? fact("Program", log.program) : null, fact("Records", grouped(log.records)),
+      fact("Made by", `quarl ${data.tool}`)),
+    notes.length ? element("ul", { class: "notes", "aria-label": "What is missing or odd" }, ...notes.map((note) => element("li", {}, note))) : "");
 }
 
 function total(id, value, name) {

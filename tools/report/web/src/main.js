@@ -1,14 +1,32 @@
+import { load } from "./data.js";
+import { showFilters } from "./filters.js";
 import { showFlame } from "./flame.js";
 import { showHead, showTotals } from "./head.js";
-import { showSites } from "./site_table.js";
-import { showFaults, showHistogram, showStatistics } from "./tables.js";
+import { showLevels } from "./levels.js";
+import { showSites } from "./sites.js";
+import { showFaults, showMappings, showStatistics, showThreads } from "./tables.js";
 import { showTimeline } from "./timeline.js";
+import { listViews, showViews } from "./views.js";
 
-showHead();
-showTotals();
-showFlame();
-showSites();
-showTimeline();
-showHistogram();
-showStatistics();
-showFaults();
+async function show() {
+  await load();
+  listViews();
+  showHead();
+  showTotals();
+  showFilters();
+  showFlame();
+  showSites();
+  showLevels();
+  showTimeline();
+  showThreads();
+  showMappings();
+  showStatistics();
+  showFaults();
+  showViews();
+  document.body.dataset.ready = "";
+}
+
+show().catch((error) => {
+  document.getElementById("head").append(`The report cannot be shown: ${error.message}. It needs a browser of 2023 or later.`);
+  throw error;
+});

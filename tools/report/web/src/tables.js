@@ -1,45 +1,66 @@
-// The histogram, the operations and the faults.
-import data from "./data.js";
-import { element, grouped } from "./format.js";
+// Threads, mappings, operations and faults: tables and texts that no choice changes.
+import { data, framesOf } from "./data.js";
+import { clockTime, counted, element, grouped, hex, shortTime } from "./format.js";
+import { place, trace } from "./place.js";
+import { SortedTable } from "./table.js";
 
-export function showHistogram() {
-  const most = Math.max(1, ...data.histogram.map((level) => level.count));
-  const rows = data.histogram.map((level) =>
-    element("div", { class: "bar-row" }, element("span", {}, level.size),
-      element("span", { class: "bar", "aria-hidden": "true" }, element("i", { style: `width:${(100 * level.count) / most}%` })),
-      element("span", { class: "number" }, `${grouped(level.count)} blocks, ${grouped(level.bytes)} bytes`)));
-  document.getElementById("histogram").append(...rows);
+const empty = (text) => element("p", { class: "empty" }, text);
+const number = (id, header, more = {}) => ({ id, header, number: true, value: (row) => row[id] ?? -1, cell: (row) => grouped(row[id]), ...more });
+
+export function showThreads() {
+  const box = document.getElementById("threads-box");
+  const { rows, source, seconds } = data.threads;
+  if (rows.length === 0) return box.append(empty("No thread was recorded (QUARL_THREAD, or QUARL_HEAD_TID with a record log, records them)."));
+  const optional = [number("peak", "Peak"), number("in_place", "In place"), number("shrunk", "Shrunk")].filter(({ id }) => rows.some((row) => row[id] !== null));
+  box.append(element("p", { class: "hint" }, source === "records" ? "Counted from the records." : "From the thread table.", seconds ? ` Rates over ${counted(seconds, "second")}.` : ""));
+  const table = new SortedTable(box, [
+    { id: "tid", header: "Thread", value: (row) => row.tid, cell: (row) => String(row.tid) },
+    { id: "name", header: "Name", value: (row) => row.name },
+    number("allocations", "Allocations"), number("releases", "Releases"), number("failures", "Failures"),
+    number("bytes_allocated", "Bytes allocated"), number("bytes_released", "Released"), number("bytes_held", "Held"), ...optional,
+    ...(seconds ? [number("allocations_per_second", "Allocations/s", { cell: (row) => row.allocations_per_second.toFixed(1) }),
+      number("bytes_per_second", "Bytes/s", { cell: (row) => row.bytes_per_second.toFixed(1) })] : []),
+  ], "bytes_allocated");
+  table.show(rows);
+}
+
+export function showMappings() {
+  const box = document.getElementById("mappings-box");
+  const { rows, count } = data.mappings;
+  if (count === 0) return box.append(empty("No mapping is held."));
+  box.append(element("p", { class: "hint" }, rows.length < count ? `The ${grouped(rows.length)} largest of ${grouped(count)}.` : `${counted(count, "mapping")}.`));
+  new SortedTable(box, [
+    number("bytes", "Bytes"),
+    { id: "address", header: "Address", kind: "time", value: (row) => row.address, cell: (row) => hex(row.address) },
+    { id: "kind", header: "Of", value: (row) => (row.file ? "a file" : "memory") },
+    { id: "thread", header: "Thread", wide: true, value: (row) => row.thread, cell: (row) => (row.thread ? String(row.thread) : "–") },
+    { id: "time", header: "Since, UTC", wide: true, kind: "time", value: (row) => row.time, cell: (row) => shortTime(row.time) },
+    { id: "place", header: "Asked for by", value: (row) => framesOf(row.stack)[0].name, cell: (row) => place(framesOf(row.stack)) },
+  ], "bytes").show(rows);
 }
 
 export function showStatistics() {
-  const box = document.getElementById("statistics");
-  if (data.operations.length === 0) {
-    box.append(element("p", { class: "empty" }, "The statistics were off (QUARL_PROF)."));
-    return;
-  }
-  const head = ["Operation", "Calls", "Failed", "Bytes"].map((name, index) => element("th", { scope: "col", class: index ? "number" : null }, name));
-  const rows = data.operations.map((row) =>
-    element("tr", {}, element("td", {}, row.operation), ...["calls", "failed", "bytes"].map((key) => element("td", { class: "number" }, grouped(row[key])))));
-  box.append(element("div", { class: "scroll" }, element("table", {}, element("thead", {}, element("tr", {}, ...head)), element("tbody", {}, ...rows))));
-}
-
-const hex = (address) => `0x${address.toString(16).padStart(8, "0")}`;
-
-function trace(frames) {
-  return element("ol", { class: "trace", start: "0" }, ...frames.map((frame) => element("li", {}, frame.text)));
+  const box = document.getElementById("statistics-box");
+  if (data.operations.length === 0) return box.append(empty("The statistics were off (QUARL_PROF)."));
+  new SortedTable(box, [
+    { id: "operation", header: "Operation", value: (row) => row.operation },
+    number("calls", "Calls"), number("failed", "Failed"), number("bytes", "Bytes"),
+  ], "bytes").show(data.operations);
 }
 
 function neighbour(side, block) {
-  return element("p", {}, block ? `${side}: ${grouped(block.size)} bytes at ${hex(block.address)}, ${grouped(block.distance)} bytes away` : `${side}: no held block`);
+  if (!block) return element("p", {}, `${side}: no held block`);
+  return [element("p", {}, `${side}: ${counted(block.size, "byte")} at ${hex(block.address)}, ${counted(block.distance, "byte")} away, asked for by`), place(framesOf(block.stack))];
 }
 
 export function showFaults() {
-  const box = document.getElementById("faults");
-  if (data.fault_list.length === 0) box.append(element("p", { class: "empty" }, "No overrun was found."));
+  const box = document.getElementById("faults-box");
+  if (data.fault_list.length === 0) box.append(empty("No overrun was found."));
+  if (data.faults > data.fault_list.length) box.append(element("p", { class: "hint" }, `The first ${grouped(data.fault_list.length)} of ${grouped(data.faults)}.`));
   for (const fault of data.fault_list) {
     box.append(element("div", { class: "fault" },
-      element("b", {}, `${fault.fault} of a block of ${grouped(fault.size)} bytes at ${hex(fault.address)}`),
-      element("p", {}, `${fault.operation} by thread ${fault.thread}, number ${fault.sequence}`), trace(fault.frames),
+      element("b", {}, `${fault.fault} of a block of ${counted(fault.size, "byte")} at ${hex(fault.address)}`),
+      element("p", {}, `${fault.operation} by thread ${fault.thread}, number ${fault.sequence}, ${clockTime(fault.time)}; asked for by`), trace(framesOf(fault.stack)),
       neighbour("below", fault.below), neighbour("above", fault.above)));
   }
 }

@@ -1,0 +1,52 @@
+// What the graph and the table show: one tab each.
+import { data } from "./data.js";
+import { element } from "./format.js";
+import state, { change } from "./state.js";
+
+const held = { units: { bytes: "bytes", count: "blocks" }, noun: "block", columns: { bytes: "Bytes", count: "Blocks" } };
+
+// The views that the log can tell of; `compared`: whether with other snapshots.
+function viewList() {
+  return [{ id: "leaks", title: "Unfreed", about: "What is held at the end, by who asked for it.", ...held, compared: true, ...data.held_now }];
+}
+
+function tabOf(view) {
+  return element("button", { type: "button", role: "tab", id: `view-${view.id}`, "aria-controls": "view", onclick: () => choose(view) }, view.title);
+}
+
+function choose(view) {
+  for (const each of data.views) {
+    const tab = document.getElementById(`view-${each.id}`);
+    tab.setAttribute("aria-selected", String(each === view));
+    tab.tabIndex = each === view ? 0 : -1;
+  }
+  document.getElementById("about").textContent = view.about;
+  document.getElementById("base").closest("label").hidden = !view.compared || data.bases.length === 0;
+  document.getElementById("count-name").textContent = view.columns.count;
+  document.getElementById("bytes-name").textContent = view.columns.bytes;
+  const base = document.getElementById("base").value;
+  change({ view, base: view.compared && base !== "" ? data.bases[Number(base)] : null, callersOf: null });
+}
+
+function onKey(event) {
+  const steps = { ArrowLeft: -1, ArrowRight: 1, Home: -Infinity, End: Infinity };
+  if (!(event.key in steps)) return;
+  const place = data.views.indexOf(state.view);
+  const next = Math.min(Math.max(place + steps[event.key], 0), data.views.length - 1);
+  choose(data.views[next]);
+  document.getElementById(`view-${data.views[next].id}`).focus();
+  event.preventDefault();
+}
+
+export function listViews() {
+  data.views = viewList();
+  state.view = data.views[0];
+}
+
+// To be called last: it draws what the others made ready.
+export function showViews() {
+  const tabs = document.getElementById("views");
+  tabs.append(...data.views.map(tabOf));
+  tabs.addEventListener("keydown", onKey);
+  choose(data.views[0]);
+}
