@@ -39,38 +39,44 @@ class Page {
   }
 
  private:
+  // The earliest time is asked of a pass of its own, which ends there: the other is yet to come.
   static PageMoments moments_of(Subject& subject) {
-    auto times = subject.pass().times();
-    return times ? PageMoments(times->first, times->second) : PageMoments(0, 0);
+    RecordPass ahead(subject.log(), subject.snapshot(), {});
+    return {ahead.first_time(), ahead.now()};
   }
 
-  // What one snapshot holds; more sites than the page takes are summed up under the index null.
-  PageCells cells_of(Subject& subject, Usage& rest) {
+  PageCells held_cells(Subject& subject) {
     PageCells cells(moments_);
-    const SiteTable& table = subject.sites();
-    std::unordered_map<const Site*, std::optional<size_t>> indices;
-    for (const Site& site : table.sites()) indices[&site] = sites_.index_of(site);
-    subject.ledger().for_each_held([&](const LiveEntry& entry) {
-      const Site* site = table.of_trace(entry.trace);
-      if (site == nullptr) return;
-      if (auto index = indices[site]) {
-        cells.add(*index, entry);
-      } else {
-        rest += {entry.size, 1};
-      }
-    });
+    subject.for_each_held([&](const LiveEntry& entry) { cells.add(entry); });
     return cells;
   }
 
+  // The largest sites are taken first: what more there are than a page takes is summed up. `shown` are the stacks of
+  // the sites that are not suppressed, null for all.
+  Json cells_json(const PageCells& cells, Subject& subject, const std::set<size_t>* shown) {
+    std::unordered_map<TraceId, size_t> sites;
+    Usage total, rest;
+    for (const auto& [trace, usage] : cells.traces()) {
+      size_t stack = stack_of(subject, trace);
+      if (shown != nullptr && !shown->contains(stack)) continue;
+      total += usage;
+      if (auto site = sites_.site_of(stack)) {
+        sites[trace] = *site;
+      } else {
+        rest += usage;
+      }
+    }
+    PageCells moved = cells.by_site(sites);
+    cells_ += moved.size();
+    return {{"total", usage_json(total)}, {"rest", usage_json(rest)}, {"cells", moved.json()}};
+  }
+
   Json held_json(const std::string& label, Subject& subject) {
-    Usage rest;
-    PageCells cells = cells_of(subject, rest);
-    cells_ += cells.size();
-    return {{"label", label},
-            {"time", subject.snapshot().header.time},
-            {"total", usage_json(subject.sites().total())},
-            {"rest", usage_json(rest)},
-            {"cells", cells.json()}};
+    std::set<size_t> shown;
+    for (const Site& site : subject.sites().sites()) shown.insert(sites_.stack_of(site.frames));
+    Json json = {{"label", label}, {"time", subject.snapshot().header.time}};
+    json.update(cells_json(held_cells(subject), subject, &shown));
+    return json;
   }
 
   void add_held() {
@@ -130,8 +136,8 @@ class Page {
   // The largest of those that are held; the cells have the sums of all.
   void add_mappings() {
     std::vector<LiveEntry> held;
-    subject_.ledger().for_each_held([&](const LiveEntry& entry) {
-      if (is_mapping(entry) && subject_.sites().of_trace(entry.trace) != nullptr) held.push_back(entry);
+    subject_.for_each_held([&](const LiveEntry& entry) {
+      if (is_mapping(entry)) held.push_back(entry);
     });
     std::sort(held.begin(), held.end(), [](const LiveEntry& a, const LiveEntry& b) {
       return a.size != b.size ? a.size > b.size : a.address < b.address;
@@ -144,7 +150,7 @@ class Page {
                       {"file", entry.from_file},
                       {"thread", entry.tid},
                       {"time", entry.time},
-                      {"stack", stack_of(entry.trace)}});
+                      {"stack", stack_of(subject_, entry.trace)}});
     }
     document_["mappings"] = {{"count", held.size()}, {"rows", std::move(rows)}};
   }
@@ -173,11 +179,11 @@ class Page {
     return {{"address", block.address},
             {"size", block.size},
             {"distance", neighbour->distance},
-            {"stack", stack_of(block.trace)}};
+            {"stack", stack_of(subject_, block.trace)}};
   }
 
-  size_t stack_of(TraceId trace) {
-    return sites_.stack_of(subject_.symbolizer().trace(subject_.ledger().traces().addresses(trace)));
+  size_t stack_of(Subject& subject, TraceId trace) {
+    return sites_.stack_of(subject.symbolizer().trace(subject.ledger().traces().addresses(trace)));
   }
 
   Subject& subject_;

@@ -33,23 +33,49 @@ Json PageMoments::json() const {
   return begins;
 }
 
-void PageCells::add(size_t site, const LiveEntry& entry) {
+void PageCells::Cell::add(const Cell& other) {
+  usage += other.usage;
+  smallest = std::min(smallest, other.smallest);
+  largest = std::max(largest, other.largest);
+  oldest = std::min(oldest, other.oldest);
+  newest = std::max(newest, other.newest);
+}
+
+void PageCells::add(const LiveEntry& entry) {
   Kind kind = entry.from_file ? kFileMapping : is_mapping(entry) ? kMapping : kHeap;
-  Cell& cell =
-      cells_[{site, entry.tid, kind, static_cast<uint32_t>(level_of(entry.size)), moments_.index_of(entry.time)}];
-  cell.usage += {entry.size, 1};
-  cell.smallest = std::min(cell.smallest, entry.size);
-  cell.largest = std::max(cell.largest, entry.size);
-  if (entry.time == 0) return;
-  cell.oldest = std::min(cell.oldest, entry.time);
-  cell.newest = std::max(cell.newest, entry.time);
+  uint32_t oldest = entry.time == 0 ? UINT32_MAX : entry.time;
+  cells_[{entry.trace, entry.tid, kind, static_cast<uint32_t>(level_of(entry.size)), moments_->index_of(entry.time)}]
+      .add({{entry.size, 1}, entry.size, entry.size, oldest, entry.time});
+}
+
+std::vector<std::pair<TraceId, Usage>> PageCells::traces() const {
+  std::vector<std::pair<TraceId, Usage>> sums;
+  for (const auto& [key, cell] : cells_) {
+    if (sums.empty() || sums.back().first != key.place) sums.push_back({static_cast<TraceId>(key.place), {}});
+    sums.back().second += cell.usage;
+  }
+  std::stable_sort(sums.begin(), sums.end(),
+                   [](const auto& a, const auto& b) { return a.second.bytes > b.second.bytes; });
+  return sums;
+}
+
+PageCells PageCells::by_site(const std::unordered_map<TraceId, size_t>& sites) const {
+  PageCells moved(*moments_);
+  for (const auto& [key, cell] : cells_) {
+    auto site = sites.find(static_cast<TraceId>(key.place));
+    if (site == sites.end()) continue;
+    Key place = key;
+    place.place = site->second;
+    moved.cells_[place].add(cell);
+  }
+  return moved;
 }
 
 Json PageCells::json() const {
   Json site, thread, kind, smallest, larger, oldest, younger, bytes, count;
   for (const auto& [key, cell] : cells_) {
     bool timed = cell.newest != 0;
-    site.push_back(key.site);
+    site.push_back(key.place);
     thread.push_back(key.thread);
     kind.push_back(static_cast<uint32_t>(key.kind));
     smallest.push_back(cell.smallest);

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <map>
+#include <unordered_map>
+#include <vector>
 
 #include "report/analysis/histogram.h"
 #include "report/formats/table.h"
@@ -28,9 +30,13 @@ class PageMoments {
 
 class PageCells {
  public:
-  explicit PageCells(const PageMoments& moments) : moments_(moments) {}
-  void add(size_t site, const LiveEntry& entry);
+  explicit PageCells(const PageMoments& moments) : moments_(&moments) {}
+  void add(const LiveEntry& entry);
   size_t size() const { return cells_.size(); }
+  // What each trace has, most bytes first.
+  std::vector<std::pair<TraceId, Usage>> traces() const;
+  // The cells of sites instead of those of traces: `sites` has the site of each trace; what has none is left out.
+  PageCells by_site(const std::unordered_map<TraceId, size_t>& sites) const;
   // Columns, small numbers where there can be: `younger` is to be added to `oldest`, which is 0 without a time, for the
   // newest; `larger` to `smallest`; `bytes` is what count * smallest leaves.
   Json json() const;
@@ -38,7 +44,7 @@ class PageCells {
  private:
   enum Kind : uint32_t { kHeap, kMapping, kFileMapping };
   struct Key {
-    size_t site;
+    size_t place;  // the trace, or the site
     uint32_t thread;
     Kind kind;
     uint32_t level;
@@ -49,9 +55,10 @@ class PageCells {
     Usage usage;
     uint32_t smallest = UINT32_MAX, largest = 0;
     uint32_t oldest = UINT32_MAX, newest = 0;
+    void add(const Cell& other);
   };
 
-  const PageMoments& moments_;
+  const PageMoments* moments_;
   std::map<Key, Cell> cells_;
 };
 
