@@ -24,6 +24,8 @@ class ShortLived : public HeldWatcher {
   void went(const LiveEntry& entry, Going how, const OpRecord& by) override;
   void passed(const OpRecord& record, const Ledger&) override { put_backs_.passed(record); }
 
+  // Before the first record: who is to be told of each block that counts.
+  void tell(SiteSums::Listener listener) { sums_.tell(std::move(listener)); }
   // To be called after the last record.
   void fill(SiteTable& table);
   // Blocks and mappings of the selection that were released in all.

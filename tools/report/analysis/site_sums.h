@@ -11,8 +11,14 @@ namespace quarl::report {
 
 class SiteSums {
  public:
+  using Listener = std::function<void(const LiveEntry&)>;
   explicit SiteSums(Grouping grouping) : grouping_(grouping) {}
-  void add(const LiveEntry& entry) { sums_[key_of(entry)].add(entry); }
+  // Who sums up otherwise as well; told of each block.
+  void tell(Listener listener) { listener_ = std::move(listener); }
+  void add(const LiveEntry& entry) {
+    sums_[key_of(entry)].add(entry);
+    if (listener_) listener_(entry);
+  }
   // Puts the sums into a table of the same grouping.
   void fill(SiteTable& table) const;
 
@@ -20,6 +26,7 @@ class SiteSums {
   uint32_t key_of(const LiveEntry& entry) const;
 
   Grouping grouping_;
+  Listener listener_;
   std::unordered_map<uint32_t, SiteSum> sums_;  // by trace, thread or size
 };
 

@@ -7,6 +7,7 @@
 #include "report/formats/operation_name.h"
 #include "report/formats/page_cells.h"
 #include "report/formats/page_sites.h"
+#include "report/formats/page_watches.h"
 #include "report/formats/web_template.h"
 
 namespace quarl::report {
@@ -20,16 +21,17 @@ constexpr char kPlaceholder[] = "quarl-report-data";
 
 class Page {
  public:
-  Page(Subject& subject, Subject* before, const Desk& desk)
-      : subject_(subject), before_(before), document_(json_head("page", subject, desk)), moments_(moments_of(subject)) {
+  Page(Subject& subject, PageWatches& watches, Subject* before, const Desk& desk)
+      : subject_(subject), watches_(watches), before_(before), document_(json_head("page", subject, desk)) {
     document_["tool"] = QUARL_VERSION;
     add_summary(document_, subject, 0);
     add_held();
+    if (watches_.there()) add_flow();
     add_timeline();
     add_threads();
     add_mappings();
     add_faults();
-    document_["moments"] = moments_.json();
+    document_["moments"] = watches_.moments().json();
     document_["warnings"] = desk.warnings();
   }
 
@@ -39,14 +41,8 @@ class Page {
   }
 
  private:
-  // The earliest time is asked of a pass of its own, which ends there: the other is yet to come.
-  static PageMoments moments_of(Subject& subject) {
-    RecordPass ahead(subject.log(), subject.snapshot(), {});
-    return {ahead.first_time(), ahead.now()};
-  }
-
   PageCells held_cells(Subject& subject) {
-    PageCells cells(moments_);
+    PageCells cells(watches_.moments());
     subject.for_each_held([&](const LiveEntry& entry) { cells.add(entry); });
     return cells;
   }
@@ -85,6 +81,16 @@ class Page {
     Json levels = Json::array();
     for (const Level& level : empty_histogram()) levels.push_back({{"from", level.from}, {"name", name_of(level)}});
     document_["levels"] = std::move(levels);
+  }
+
+  // Not what is held at the end, but what was held at the highest point, and what came and went.
+  void add_flow() {
+    const OpRecord& record = watches_.peak().record();
+    document_["peak"] = cells_json(watches_.peak_cells(), subject_, nullptr);
+    document_["peak"].update({{"bytes", watches_.peak().bytes()}, {"sequence", record.seq_num}, {"time", record.time}});
+    document_["hot"] = cells_json(watches_.hot_cells(), subject_, nullptr);
+    document_["temporary"] = cells_json(watches_.temporary_cells(), subject_, nullptr);
+    document_["temporary"]["released"] = usage_json(watches_.released());
   }
 
   // Every n-th snapshot with records besides the one asked about.
@@ -187,9 +193,9 @@ class Page {
   }
 
   Subject& subject_;
+  PageWatches& watches_;
   Subject* before_;
   Json document_;
-  PageMoments moments_;
   PageSites sites_;
   size_t cells_ = 0;
 };
@@ -210,11 +216,15 @@ std::string base64(const std::string& bytes) {
 
 }  // namespace
 
-std::string html_page(Subject& subject, Subject* before, const Desk& desk) {
+HtmlPage::HtmlPage(Subject& subject) : subject_(subject), watches_(std::make_unique<PageWatches>(subject)) {}
+
+HtmlPage::~HtmlPage() = default;
+
+std::string HtmlPage::text(Subject* before, const Desk& desk) {
   std::string page(web_template());
   size_t at = page.find(kPlaceholder);
   if (at == std::string::npos) throw std::logic_error("the page template has no place for the data");
-  return page.replace(at, sizeof(kPlaceholder) - 1, base64(gzip(Page(subject, before, desk).text())));
+  return page.replace(at, sizeof(kPlaceholder) - 1, base64(gzip(Page(subject_, *watches_, before, desk).text())));
 }
 
 }  // namespace quarl::report

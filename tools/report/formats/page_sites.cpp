@@ -14,8 +14,9 @@ constexpr const char* kFrameColumns[] = {"name", "short", "place", "file", "line
 std::optional<size_t> PageSites::site_of(size_t stack) {
   if (auto known = sites_.find(stack); known != sites_.end()) return known->second;
   if (sites_.size() == kMaxSites) return std::nullopt;
+  size_t site = sites_.size();
   site_column_.push_back(stack);
-  return sites_[stack] = sites_.size() - 1;
+  return sites_[stack] = site;
 }
 
 size_t PageSites::stack_of(const Frames& frames) {
@@ -39,8 +40,12 @@ size_t PageSites::frame_of(const Frame& frame) {
 size_t PageSites::add_frame(const std::string& text, const std::string& name, const Frame& frame) {
   auto [position, added] = frames_.try_emplace(text, frames_.size());
   if (!added) return position->second;
-  const Json cells[] = {string_of(name),       string_of(short_name(name)), string_of(text.substr(name.size())),
-                        string_of(frame.file), frame.line,                  string_of(frame.module),
+  const Json cells[] = {string_of(name),
+                        string_of(short_name(name)),
+                        string_of(text.substr(name.size())),
+                        string_of(frame.file),
+                        frame.line,
+                        string_of(frame.module),
                         frame.inlined ? 1 : 0};
   for (size_t column = 0; column < std::size(cells); ++column) frame_columns_[column].push_back(cells[column]);
   return position->second;

@@ -30,6 +30,8 @@ int report_difference(const Options& options) {
   bool page = options.format == Format::kHtml;  // always by trace
   Subject before = answer.open(options.files[0]);
   Subject after = answer.open(options.files[1], {.timeline = page, .threads = page});
+  std::optional<HtmlPage> html;
+  if (page) html.emplace(after);  // before anything is asked
   const SiteTable& earlier = before.sites(page ? Grouping::kTrace : options.grouping);
   const SiteTable& later = after.sites(page ? Grouping::kTrace : options.grouping);
   std::vector<SiteDifference> changes = difference(earlier.sites(), later.sites());
@@ -44,7 +46,7 @@ int report_difference(const Options& options) {
       write_folded(answer.output(), changes);
       break;
     case Format::kHtml:
-      answer.output().write(html_page(after, &before, answer.desk()));
+      answer.output().write(html->text(&before, answer.desk()));
       break;
     default:
       write_changes(answer.output(), changes, answer.top());

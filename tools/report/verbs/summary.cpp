@@ -21,6 +21,12 @@ int import_all(const Options& options) {
   return answer.finish(notes);
 }
 
+// The page watches the records go by.
+void write_page(Answer& answer, Subject& subject) {
+  HtmlPage page(subject);
+  answer.output().write(page.text(nullptr, answer.desk()));
+}
+
 void write(Answer& answer, Subject& subject) {
   switch (answer.format()) {
     case Format::kJson: {
@@ -36,7 +42,7 @@ void write(Answer& answer, Subject& subject) {
     case Format::kPprof:
       return answer.output().write(pprof_of(subject));
     case Format::kHtml:
-      return answer.output().write(html_page(subject, nullptr, answer.desk()));
+      return write_page(answer, subject);
     default:
       return write_summary(answer.output(), subject, answer.top());
   }
@@ -49,10 +55,9 @@ int summarise(const Options& options) {
   Answer answer(options);
   bool page = options.format == Format::kHtml;
   Subject subject = answer.open(options.files.front(), {.timeline = page, .threads = page});
-  Usage unfreed = subject.sites().total();
   write(answer, subject);
   int status = answer.finish(subject);
-  return status != 0 ? status : answer.judge(unfreed);
+  return status != 0 ? status : answer.judge(subject.sites().total());
 }
 
 }  // namespace quarl::report

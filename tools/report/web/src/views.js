@@ -1,13 +1,26 @@
 // What the graph and the table show: one tab each.
 import { data } from "./data.js";
-import { element } from "./format.js";
+import { clockTime, counted, element } from "./format.js";
 import state, { change } from "./state.js";
 
-const held = { units: { bytes: "bytes", count: "blocks" }, noun: "block", columns: { bytes: "Bytes", count: "Blocks" } };
+const blocks = { units: { bytes: "bytes", count: "blocks" }, noun: "block", columns: { bytes: "Bytes", count: "Blocks" } };
+const calls = { units: { bytes: "bytes", count: "calls" }, noun: "call", columns: { bytes: "Bytes", count: "Calls" } };
+
+function peakAbout({ bytes, sequence, time }) {
+  const when = [sequence ? `with record ${sequence}` : "", time ? clockTime(time) : ""].filter(Boolean).join(", ");
+  return `What was held at the highest point, ${counted(bytes, "byte")}${when ? ` reached ${when}` : ""}.`;
+}
 
 // The views that the log can tell of; `compared`: whether with other snapshots.
 function viewList() {
-  return [{ id: "leaks", title: "Unfreed", about: "What is held at the end, by who asked for it.", ...held, compared: true, ...data.held_now }];
+  const views = [{ id: "leaks", title: "Unfreed", about: "What is held at the end, by who asked for it.", ...blocks, compared: true, ...data.held_now }];
+  if (!data.peak) return views;
+  return [...views,
+    { id: "peak", title: "Peak", ...blocks, about: peakAbout(data.peak), ...data.peak },
+    { id: "hot", title: "Hot", about: "Everything that was ever allocated: who asked for most bytes, and most often.", ...calls, ...data.hot },
+    { id: "temporary", title: "Temporary", ...blocks, ...data.temporary,
+      about: `Released by the thread that asked before its next allocation, of ${counted(data.temporary.released.count, "block")} that were released.` },
+  ];
 }
 
 function tabOf(view) {

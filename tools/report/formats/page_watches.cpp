@@ -1,0 +1,53 @@
+#include "report/formats/page_watches.h"
+
+namespace quarl::report {
+
+PageWatches::PageWatches(Subject& subject)
+    : subject_(subject), moments_(moments_of(subject)), hot_cells_(moments_), temporary_cells_(moments_) {
+  if (subject.log().kind() != LogKind::kRecords) return;
+  const Ledger& filling = subject.pass().filling();
+  subject.pass().watch(peak_.emplace());
+  subject.pass().watch(turnover_.emplace(Grouping::kTrace, subject.chooser(), filling));
+  subject.pass().watch(short_lived_.emplace(Grouping::kTrace, subject.chooser(), filling, 0));
+  turnover_->tell([this](const LiveEntry& entry) { hot_cells_.add(entry); });
+  short_lived_->tell([this](const LiveEntry& entry) { temporary_cells_.add(entry); });
+}
+
+// The earliest time is asked of a pass of its own, which ends there: the other is yet to come.
+PageMoments PageWatches::moments_of(Subject& subject) {
+  RecordPass ahead(subject.log(), subject.snapshot(), {});
+  return {ahead.first_time(), ahead.now()};
+}
+
+const PeakWatch& PageWatches::peak() {
+  subject_.ledger();
+  return peak_.value();
+}
+
+PageCells PageWatches::peak_cells() {
+  PageCells cells(moments_);
+  const Ledger& ledger = subject_.ledger();
+  Chooser chooser = subject_.chooser_at(peak_->record().time);
+  peak_->for_each(ledger, [&](const LiveEntry& entry) {
+    if (chooser.takes(entry, ledger.traces())) cells.add(entry);
+  });
+  return cells;
+}
+
+// What is summed up only at the end is told then as well.
+PageCells PageWatches::hot_cells() {
+  subject_.table(Grouping::kTrace, Order::kBytes, [&](SiteTable& table) { turnover_->fill(table); });
+  return hot_cells_;
+}
+
+PageCells PageWatches::temporary_cells() {
+  subject_.table(Grouping::kTrace, Order::kBytes, [&](SiteTable& table) { short_lived_->fill(table); });
+  return temporary_cells_;
+}
+
+Usage PageWatches::released() {
+  subject_.ledger();
+  return short_lived_->released();
+}
+
+}  // namespace quarl::report
