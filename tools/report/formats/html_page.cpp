@@ -17,6 +17,7 @@ constexpr size_t kMaxSnapshots = 40;  // that can be compared; of longer chains 
 constexpr size_t kMaxCells = 400000;  // of those, so that a large heap does not make a page of many megabytes
 constexpr size_t kMaxPoints = 600;
 constexpr size_t kMaxMappings = 1000;
+constexpr size_t kMaxGrown = 500;
 constexpr char kPlaceholder[] = "quarl-report-data";
 
 class Page {
@@ -28,6 +29,7 @@ class Page {
     add_held();
     if (watches_.there()) add_flow();
     add_timeline();
+    add_growth();
     add_threads();
     add_mappings();
     add_faults();
@@ -116,8 +118,11 @@ class Page {
     } else {
       compared = compared_snapshots();
     }
+    std::vector<const Snapshot*> grown = growth_snapshots(subject_.log());
     Timeline timeline = subject_.timeline(
         [&](Subject& each) {
+          if (!watches_.there() && std::binary_search(grown.begin(), grown.end(), &each.snapshot()))
+            watches_.growth().add(each.snapshot().header.time, each.sites());
           if (!compared.contains(&each.snapshot())) return;
           bases.push_back(held_json(fmt::format("snapshot {}", each.snapshot().header.snapshot_number), each));
         },
@@ -130,6 +135,27 @@ class Page {
                         point.entries ? Json(point.most_entries) : Json()});
     }
     document_["timeline"] = {{"axis", name_of(timeline.axis)}, {"points", std::move(points)}};
+  }
+
+  void add_growth() {
+    const Growth& growth = watches_.growth();
+    std::vector<GrownSite> sites;
+    if (growth.snapshots() >= kFewestSnapshots) sites = growth.sites();
+    Json rows = Json::array();
+    for (size_t index = 0; index < std::min(sites.size(), kMaxGrown); ++index) {
+      const GrownSite& grown = sites[index];
+      Json points = Json::array();
+      for (const Usage& usage : grown.points) points.push_back({usage.bytes, usage.count});
+      rows.push_back({{"rank", grown.rank()},
+                      {"slope", grown.slope},
+                      {"steadiness", grown.steadiness},
+                      {"points", std::move(points)},
+                      {"stack", sites_.stack_of(grown.site.frames)}});
+    }
+    document_["grow"] = {{"snapshots", growth.snapshots()},
+                         {"every", growth.by_time() ? "second" : "snapshot"},
+                         {"count", sites.size()},
+                         {"rows", std::move(rows)}};
   }
 
   void add_threads() {

@@ -9,6 +9,7 @@ PageWatches::PageWatches(Subject& subject)
   subject.pass().watch(peak_.emplace());
   subject.pass().watch(turnover_.emplace(Grouping::kTrace, subject.chooser(), filling));
   subject.pass().watch(short_lived_.emplace(Grouping::kTrace, subject.chooser(), filling, 0));
+  subject.pass().watch(growth_watch_.emplace(growth_, subject, Grouping::kTrace));
   turnover_->tell([this](const LiveEntry& entry) { hot_cells_.add(entry); });
   short_lived_->tell([this](const LiveEntry& entry) { temporary_cells_.add(entry); });
 }

@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "report/analysis/growth_watch.h"
 #include "report/analysis/peak_watch.h"
 #include "report/analysis/short_lived.h"
 #include "report/analysis/subject.h"
@@ -23,6 +24,8 @@ class PageWatches {
   PageCells peak_cells();
   PageCells hot_cells();
   PageCells temporary_cells();
+  // Of a record log by itself; snapshots are to be added.
+  Growth& growth() { return growth_; }
   // What was released in all, of which the temporary blocks are a part.
   Usage released();
 
@@ -36,6 +39,8 @@ class PageWatches {
   std::optional<PeakWatch> peak_;
   std::optional<Turnover> turnover_;
   std::optional<ShortLived> short_lived_;
+  Growth growth_;
+  std::optional<GrowthWatch> growth_watch_;
 };
 
 }  // namespace quarl::report

@@ -1,5 +1,5 @@
 // `grow`: what rises over many snapshots.
-#include "report/analysis/growth.h"
+#include "report/analysis/growth_watch.h"
 
 #include "report/formats/folded.h"
 #include "report/formats/growth_page.h"
@@ -10,44 +10,6 @@
 
 namespace quarl::report {
 namespace {
-
-constexpr size_t kMaxSnapshots = 256;  // of longer chains every n-th, and the last
-constexpr size_t kRecordPoints = 32;   // of a record log, as many records apart each
-constexpr size_t kFewest = 3;          // that a trend can be seen in
-
-// Looks at a record log from time to time while it is read.
-class RecordGrowth : public HeldWatcher {
- public:
-  RecordGrowth(Growth& growth, Subject& subject, Grouping grouping)
-      : growth_(growth), subject_(subject), grouping_(grouping), records_(subject.snapshot().records) {}
-  void came(const LiveEntry&, const OpRecord&) override {}
-  void went(const LiveEntry&, Going, const OpRecord&) override {}
-  void passed(const OpRecord& record, const Ledger& ledger) override {
-    const uint64_t done = uint64_t{ledger.taken()} + 1;
-    latest_ = std::max(latest_, record.time);
-    if (done * kRecordPoints / records_ == (done - 1) * kRecordPoints / records_) return;
-    growth_.add(latest_, subject_.sites_now(grouping_));
-  }
-
- private:
-  Growth& growth_;
-  Subject& subject_;
-  Grouping grouping_;
-  uint64_t records_;
-  uint32_t latest_ = 0;
-};
-
-std::vector<const Snapshot*> chosen_snapshots(const Log& log) {
-  std::vector<const Snapshot*> all, chosen;
-  for (const Snapshot& snapshot : log.snapshots()) {
-    if (snapshot.records != 0) all.push_back(&snapshot);
-  }
-  const size_t step = (all.size() + kMaxSnapshots - 1) / kMaxSnapshots;
-  for (size_t index = 0; index < all.size(); ++index) {
-    if (index % step == 0 || index + 1 == all.size()) chosen.push_back(all[index]);
-  }
-  return chosen;
-}
 
 // A snapshot as it is named on the command line.
 struct Named {
@@ -65,7 +27,7 @@ std::vector<Named> snapshots_of(Answer& answer) {
       named.push_back({subject.snapshot().header.time, file});
       continue;
     }
-    for (const Snapshot* snapshot : chosen_snapshots(subject.log())) {
+    for (const Snapshot* snapshot : growth_snapshots(subject.log())) {
       named.push_back({snapshot->header.time, fmt::format("{}@{}", file, snapshot->header.snapshot_number)});
     }
   }
@@ -84,7 +46,7 @@ void add_snapshots(Answer& answer, Growth& growth) {
 }
 
 void add_moments(Answer& answer, Subject& subject, Growth& growth) {
-  RecordGrowth watcher(growth, subject, answer.options().grouping);
+  GrowthWatch watcher(growth, subject, answer.options().grouping);
   subject.pass().watch(watcher);
   subject.ledger();
 }
@@ -112,10 +74,10 @@ int report_growth(const Options& options) {
   const bool moments = options.files.size() == 1 && last.log().kind() == LogKind::kRecords;
   Growth growth;
   moments ? add_moments(answer, last, growth) : add_snapshots(answer, growth);
-  if (growth.snapshots() < kFewest) {
+  if (growth.snapshots() < kFewestSnapshots) {
     throw std::runtime_error(
         fmt::format("{}: growth is seen in {} snapshots with records or more (QUARL_SNAP_DETAIL), {} are there",
-                    options.files.front(), kFewest, growth.snapshots()));
+                    options.files.front(), kFewestSnapshots, growth.snapshots()));
   }
   write_growth(answer, last, growth);
   return answer.finish(last.log().notes());

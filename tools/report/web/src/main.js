@@ -1,6 +1,7 @@
 import { load } from "./data.js";
 import { showFilters } from "./filters.js";
 import { showFlame } from "./flame.js";
+import { showGrowth } from "./growth.js";
 import { showHead, showTotals } from "./head.js";
 import { showLevels } from "./levels.js";
 import { showSites } from "./sites.js";
@@ -18,6 +19,7 @@ async function show() {
   showSites();
   showLevels();
   showTimeline();
+  showGrowth();
   showThreads();
   showMappings();
   showStatistics();
