@@ -1,8 +1,8 @@
-// The page as a reader uses it, in headless Chromium: figures, search, sort, zoom, keyboard, without a network.
-// With QUARL_SCREENSHOTS set to a folder, pictures are left there: wide and narrow, light and dark.
+// The page as a reader uses it, in headless Chromium: figures, views, filters, search, zoom, comparison, keyboard alone,
+// contrast, without a network. With QUARL_SCREENSHOTS set to a folder, pictures are left there.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
-import { existsSync, mkdtempSync, rmSync } from "node:fs";
+import { existsSync, mkdtempSync, rmSync, statSync, truncateSync } from "node:fs";
 import { createRequire } from "node:module";
 import { tmpdir } from "node:os";
 import { dirname, join } from "node:path";
@@ -16,17 +16,32 @@ const here = dirname(fileURLToPath(import.meta.url));
 const folder = mkdtempSync(join(tmpdir(), "quarl-page-"));
 const browserPath = process.env.QUARL_CHROMIUM ?? "/usr/bin/chromium";
 const options = { skip: existsSync(browserPath) ? false : "chromium is not installed" };
-const log = join(folder, "sample_4242_quarl_autosnap.log");
-const html = join(folder, "report.html");
+const endings = { chain: "quarl_autosnap", records: "quarlAll", peak: "quarlAll", sites: "quarlAll" };
+const logOf = (kind) => join(folder, `${kind}_4242_${endings[kind]}.log`);
 const grouped = (number) => number.toLocaleString("en");
-let browser, summary, requests;
+const number = (text) => Number(text.replaceAll(",", "").replace("+", ""));
+let browser;
 
-const report = (...parts) => execFileSync(tool, ["report", ...parts], { stdio: ["ignore", "pipe", "ignore"], maxBuffer: 1 << 28 });
+const report = (...parts) => execFileSync(tool, ["report", ...parts], { stdio: ["ignore", "pipe", "ignore"], maxBuffer: 1 << 28, env: { ...process.env, LC_ALL: "C.UTF-8" } });
+const json = (...parts) => JSON.parse(report(...parts, "--format", "json"));
+
+function pageOf(...parts) {
+  const html = join(folder, `page-${Math.random()}.html`);
+  report(...parts, "--format", "html", "-o", html);
+  return html;
+}
+
+const made = new Map();
+function page(kind) {
+  if (!made.has(kind)) {
+    execFileSync("python3", [join(here, "make_log.py"), kind, logOf(kind)]);
+    made.set(kind, pageOf(logOf(kind)));
+  }
+  return made.get(kind);
+}
 
 before(async () => {
-  execFileSync("python3", [join(here, "make_log.py"), log]);
-  report(log, "--format", "html", "-o", html);
-  summary = JSON.parse(report(log, "--format", "json"));
+  for (const kind of Object.keys(endings)) page(kind);
   if (options.skip) return;
   browser = await chromium.launch({
     executablePath: browserPath,
@@ -39,133 +54,414 @@ after(async () => {
   rmSync(folder, { recursive: true });
 });
 
-async function open(more = {}) {
-  const page = await browser.newPage({ viewport: { width: 1280, height: 900 }, ...more });
+// Runs `use` with the page open; no script may fail, and nothing may be asked of a network.
+async function withPage(html, use, more = {}) {
+  const opened = await browser.newPage({ viewport: { width: 1280, height: 900 }, ...more });
   const faults = [];
-  requests = [];
-  page.on("pageerror", (error) => faults.push(error.message));
-  page.on("console", (message) => message.type() === "error" && faults.push(message.text()));
-  page.on("request", (request) => requests.push(request.url()));
-  await page.goto(pathToFileURL(html).href);
-  await page.waitForSelector("#site-table tbody tr");
-  return { page, faults };
+  opened.on("pageerror", (error) => faults.push(error.message));
+  opened.on("console", (message) => message.type() === "error" && faults.push(message.text()));
+  opened.on("request", (request) => /^(file|data|blob):/.test(request.url()) || faults.push(request.url()));
+  await opened.goto(pathToFileURL(html).href);
+  await opened.waitForSelector("body[data-ready]", { state: "attached" });
+  await use(opened);
+  assert.deepEqual(faults, []);
+  await opened.close();
 }
 
-const texts = (page, selector) => page.locator(selector).allTextContents();
-const number = (text) => Number(text.replaceAll(",", ""));
+const texts = (opened, selector) => opened.locator(selector).allTextContents();
+const sums = (text) => text.match(/[\d,]+(?= (bytes|blocks|calls))/g).map(number);
+const chosen = async (opened) => sums(await opened.textContent("#chosen"));
+const column = async (opened, table, id) => {
+  const ids = await opened.locator(`${table} thead button`).evaluateAll((buttons) => buttons.map((button) => button.dataset.column));
+  return texts(opened, `${table} tbody tr > td:nth-child(${ids.indexOf(id) + 1})`);
+};
 
-test("the figures are those of the JSON, and nothing is fetched", options, async () => {
-  const { page, faults } = await open();
-  assert.equal(await page.textContent("#unfreed-bytes"), grouped(summary.unfreed.bytes));
-  assert.equal(await page.textContent("#unfreed-count"), grouped(summary.unfreed.count));
-  assert.equal(await page.textContent("#site-count"), grouped(summary.site_count));
-  assert.equal(await page.textContent("#peak"), grouped(summary.held.peak));
-  const rows = await texts(page, "#site-table tbody tr td:first-child");
-  assert.deepEqual(rows.map(number), summary.sites.slice(0, rows.length).map((site) => site.bytes));
-  assert.match(await page.textContent("#flame-detail"), new RegExp(`everything — ${grouped(summary.unfreed.bytes)} bytes, 100.0%`));
-  const bars = await texts(page, "#histogram .number");
-  assert.deepEqual(bars, summary.histogram.map((level) => `${grouped(level.count)} blocks, ${grouped(level.bytes)} bytes`));
-  assert.equal(await page.locator("#plot canvas").count(), 1);
-  assert.deepEqual(requests.filter((url) => !url.startsWith("file:") && !url.startsWith("data:")), []);
-  assert.deepEqual(faults, []);
-  await page.close();
+async function allRows(opened, table) {
+  while (await opened.locator(`${table} .more`).isVisible()) await opened.click(`${table} .more`);
+}
+
+async function rowsOfSites(opened) {
+  await allRows(opened, "#site-table");
+  const [bytes, count] = [(await column(opened, "#site-table", "bytes")).map(number), (await column(opened, "#site-table", "count")).map(number)];
+  const names = await opened.locator("#site-table .place > button").evaluateAll((buttons) => buttons.map((button) => button.title));
+  return names.map((name, index) => [bytes[index], count[index], name]).sort();
+}
+
+const expectedRows = (sites) => sites.map((site) => [site.bytes, site.count, site.name]).sort();
+const usage = ({ bytes, count }) => [bytes, count];
+
+test("the figures are those of the text report and of the JSON", options, async () => {
+  for (const kind of ["chain", "records"]) {
+    const summary = json(logOf(kind));
+    const text = String(report(logOf(kind)));
+    await withPage(page(kind), async (opened) => {
+      const field = (name) => text.match(new RegExp(`^ *${name} +(.*)$`, "m"))[1];
+      const total = async (id) => grouped(number(await opened.textContent(id)));
+      assert.ok(field("Unfreed").startsWith(`${await total("#unfreed-bytes")} bytes in ${await total("#unfreed-count")} blocks`));
+      assert.ok(field("Held").endsWith(`at most ${await total("#peak")}`));
+      assert.equal(field("Faults"), await total("#fault-count"));
+      assert.equal(await total("#site-count"), grouped(summary.site_count));
+      assert.deepEqual(await rowsOfSites(opened), expectedRows(summary.sites));
+      assert.deepEqual(await texts(opened, "#levels .number"), summary.histogram.map((level) =>
+        `${grouped(level.count)} block${level.count === 1 ? "" : "s"}, ${grouped(level.bytes)} bytes`));
+      const operations = summary.operations.map((row) => [row.operation, grouped(row.calls), grouped(row.failed), grouped(row.bytes)]);
+      const rows = await opened.locator("#statistics tbody tr").evaluateAll((lines) => lines.map((line) => [...line.cells].map((cell) => cell.textContent)));
+      assert.deepEqual(rows.sort(), operations.sort());
+      const mappings = (await column(opened, "#mappings", "bytes")).map(number);
+      const held = ["mappings", "files"].map((name) => sums(field(name).replace(/block\b/, "blocks")));
+      assert.deepEqual([mappings.reduce((a, b) => a + b, 0), mappings.length], [held[0][0] + held[1][0], held[0][1] + held[1][1]]);
+      const head = await opened.textContent("#head");
+      for (const part of [logOf(kind), summary.log.program, "2026-01-01 00:", `quarl ${String(execFileSync(tool, ["--version"])).match(/\d+\.\d+\.\d+/)[0]}`]) assert.ok(head.includes(part), part);
+    });
+  }
+});
+
+test("threads, faults and what grows are as their own reports say", options, async () => {
+  const threads = json("threads", logOf("records")).threads;
+  const [fault] = json("faults", logOf("records")).faults;
+  for (const kind of ["chain", "records"]) {
+    const grown = json("grow", logOf(kind)).sites;
+    await withPage(page(kind), async (opened) => {
+      await allRows(opened, "#grow");
+      assert.deepEqual((await column(opened, "#grow", "last")).map(number), grown.map((site) => site.points.at(-1)[0]));
+      assert.deepEqual(await column(opened, "#grow", "steadiness"), grown.map((site) => site.steadiness.toFixed(2)));
+      if (kind !== "records") return;
+      for (const [id, key] of [["allocations", "allocations"], ["bytes_allocated", "bytes_allocated"], ["bytes_held", "bytes_held"]])
+        assert.deepEqual((await column(opened, "#threads", id)).map(number), threads.map((thread) => thread[key]));
+      const told = await opened.textContent("#faults .fault");
+      for (const part of [fault.fault, `${grouped(fault.size)} bytes`, `thread ${fault.thread}`, fault.frames[0].text, `${grouped(fault.above.distance)} bytes away`]) assert.ok(told.includes(part), part);
+    });
+  }
+});
+
+test("each view has what its own report has, and a filter what its option lets through", options, async () => {
+  const log = logOf("records");
+  const members = { leaks: "unfreed", peak: "live", hot: "allocated", temporary: "temporary" };
+  await withPage(page("records"), async (opened) => {
+    for (const [verb, member] of Object.entries(members)) {
+      await opened.click(`#view-${verb}`);
+      const whole = json(verb, log);
+      assert.deepEqual(await chosen(opened), usage(whole[member]), verb);
+      assert.deepEqual(await rowsOfSites(opened), expectedRows(whole.sites), verb);
+      assert.match(await opened.textContent("#flame-detail"), new RegExp(`^everything — ${grouped(whole[member].bytes)} bytes, 100.0%$`));
+      const filters = [
+        [{ thread: "202" }, ["--thread", "202"]],
+        [{ smallest: "1,000", largest: "100,000" }, ["--min-size", "1000", "--max-size", "99999"]],
+        [{ module: "libdraw.so" }, ["--module", "*libdraw.so"]],
+        [{ module: "libdraw.so", thread: "201" }, ["--module", "*libdraw.so", "--thread", "201"]],
+      ];
+      for (const [choices, parts] of filters) {
+        for (const [name, label] of Object.entries(choices)) await opened.selectOption(`select[name=${name}]`, { label });
+        const filtered = json(verb, log, ...parts);
+        assert.deepEqual(await chosen(opened), usage(filtered[member]), `${verb} ${parts}`);
+        assert.deepEqual(await rowsOfSites(opened), expectedRows(filtered.sites), `${verb} ${parts}`);
+        await opened.click("#all");
+      }
+      assert.deepEqual(await chosen(opened), usage(whole[member]), `${verb}, with the filters cleared`);
+    }
+    // By age: what was asked for before a time is older than the rest of the run.
+    await opened.click("#view-leaks");
+    const times = await opened.locator("select[name=until] option").allTextContents();
+    const time = times[Math.floor(times.length / 2)].match(/^[\d-]+ [\d:]+/)[0];
+    const older = json("leaks", log, "--min-age", String(json(log).log.time - Date.parse(`${time.replace(" ", "T")}Z`) / 1000 + 1));
+    await opened.selectOption("select[name=until]", { label: times.find((text) => text.startsWith(time)) });
+    assert.deepEqual(await chosen(opened), usage(older.unfreed));
+    assert.ok(older.unfreed.count > 0 && older.unfreed.count < json(log).unfreed.count);
+  });
+});
+
+test("the timeline shows the peak that no point falls on, as the text does", options, async () => {
+  const top = String(report("timeline", logOf("peak"))).match(/([\d,]+) \|/)[1];
+  assert.equal(top, "67,109,012");
+  await withPage(page("peak"), async (opened) => {
+    assert.equal(await opened.textContent("#plot-detail"), `Highest: ${top} bytes by 2026-01-01 00:39:10 UTC.`);
+    await opened.focus("#plot");
+    await opened.keyboard.press("Enter");
+    assert.match(await opened.textContent("#plot-detail"), new RegExp(`^2026-01-01 00:39:10 UTC: 148 bytes held, at most ${top} since the point before`));
+    await opened.keyboard.press("Home");
+    await opened.keyboard.press("ArrowRight");
+    assert.match(await opened.textContent("#plot-detail"), /^2026-01-01 00:00:.*: 148 bytes held, at most 148 since/);
+    assert.equal(await opened.textContent("#peak"), top);
+  });
+  const points = json("timeline", logOf("chain")).points;
+  await withPage(page("chain"), async (opened) => {
+    await opened.focus("#plot");
+    for (const [index, point] of points.entries()) {
+      await opened.keyboard.press(index === 0 ? "Home" : "ArrowRight");
+      assert.match(await opened.textContent("#plot-detail"), new RegExp(`: ${grouped(point.bytes)} bytes held, at most ${grouped(point.peak)} since.* ${grouped(point.count)} blocks`));
+    }
+  });
 });
 
 test("the table sorts, searches and opens traces", options, async () => {
-  const { page, faults } = await open();
-  await page.click('button[data-column="count"]');
-  const counts = (await texts(page, "#site-table tbody tr td:nth-child(2)")).map(number);
-  assert.deepEqual(counts, [...counts].sort((a, b) => b - a));
-  assert.equal(await page.getAttribute("#site-table th:nth-child(2)", "aria-sort"), "descending");
-  await page.click('button[data-column="count"]');
-  assert.equal((await texts(page, "#site-table tbody tr td:nth-child(2)")).map(number)[0], Math.min(...summary.sites.map((site) => site.count)));
-  await page.fill("#search", "LIBDRAW");
-  const expected = summary.sites.filter((site) => site.frames.some((frame) => frame.module.includes("libdraw")));
-  assert.match(await page.textContent("#shown"), new RegExp(`^${expected.length} of ${summary.site_count} sites$`));
-  await page.focus("#site-table tbody tr:first-child .place button");
-  await page.keyboard.press("Enter");
-  const [bytes] = (await texts(page, "#site-table tbody tr:first-child td:first-child")).map(number);
-  const opened = await texts(page, ".trace li");
-  const site = expected.find((each) => each.bytes === bytes && each.frames.length === opened.length);
-  assert.ok(opened.every((line, index) => line.startsWith(site.frames[index].text)));
-  await page.fill("#search", "no such place");
-  assert.equal(await page.locator("#site-table tbody tr").count(), 0);
-  assert.deepEqual(faults, []);
-  await page.close();
+  const summary = json(logOf("chain"));
+  await withPage(page("chain"), async (opened) => {
+    const counts = async () => (await column(opened, "#site-table", "count")).map(number);
+    await opened.click('#site-table button[data-column="count"]');
+    assert.deepEqual(await counts(), (await counts()).sort((a, b) => b - a));
+    assert.equal(await opened.getAttribute("#site-table th:nth-child(2)", "aria-sort"), "descending");
+    await opened.click('#site-table button[data-column="count"]');
+    assert.equal((await counts())[0], Math.min(...summary.sites.map((site) => site.count)));
+    await opened.fill("#search", "LIBDRAW");
+    const expected = summary.sites.filter((site) => site.frames.some((frame) => frame.module.includes("libdraw")));
+    assert.equal(await opened.textContent("#shown"), `${expected.length} of ${summary.site_count} sites`);
+    await opened.focus("#site-table tbody tr:first-child .place button");
+    await opened.keyboard.press("Enter");
+    const [bytes] = (await column(opened, "#site-table", "bytes")).map(number);
+    const lines = await texts(opened, "#site-table .trace li");
+    const site = expected.find((each) => each.bytes === bytes && each.frames.length === lines.length);
+    assert.ok(lines.every((line, index) => line.startsWith(site.frames[index].text)));
+    await opened.keyboard.press("Enter");
+    assert.equal(await opened.locator("#site-table .trace").count(), 0);
+    await opened.fill("#search", "no such place");
+    assert.equal(await opened.locator("#site-table tbody tr").count(), 0);
+  });
 });
 
-const widest = (page) => page.locator("#flame g.frame rect").evaluateAll((bars) => bars.map((bar) => bar.getBoundingClientRect().width));
+const bars = (opened, which = "") => opened.locator(`#flame .bar-of-call${which}`);
+const widths = (locator) => locator.evaluateAll((found) => found.map((bar) => bar.getBoundingClientRect().width));
+const detail = (opened) => opened.textContent("#flame-detail");
 
-test("the flame graph zooms, finds, switches and compares", options, async () => {
-  const { page, faults } = await open({ reducedMotion: "reduce" });
-  const detail = () => page.textContent("#flame-detail");
-  await page.focus("#flame");
-  await page.keyboard.press("ArrowDown");
-  await page.keyboard.press("ArrowDown");
-  const chosen = await detail();
-  assert.notEqual(chosen.split(" — ")[0], "everything");
-  const full = await page.locator("#flame").evaluate((box) => box.clientWidth);
-  const small = () => page.locator("#flame g.frame.current rect").evaluate((bar) => bar.getBoundingClientRect().width);
-  assert.ok((await small()) < full - 2);
-  await page.keyboard.press("Enter");
-  await page.waitForFunction((width) => [...document.querySelectorAll("#flame g.frame rect")].filter((bar) => bar.getBoundingClientRect().width >= width - 2).length >= 3, full);
-  await page.keyboard.press("Escape");
-  await page.waitForFunction((width) => [...document.querySelectorAll("#flame g.frame rect")].filter((bar) => bar.getBoundingClientRect().width >= width - 2).length < 3, full);
-  assert.match(await detail(), /^everything/);
-  await page.fill("#find", "draw");
-  await page.waitForFunction(() => [...document.querySelectorAll("#flame rect")].some((bar) => bar.getAttribute("fill") === "#E600E6" || bar.parentNode.__data__.highlight));
-  await page.click("#reset");
-  await page.click('.switch >> text="Blocks"');
-  assert.match(await detail(), new RegExp(`${grouped(summary.unfreed.count)} blocks, 100.0%`));
-  await page.click('.switch >> text="Bytes"');
-  await page.selectOption("#base", { index: 1 });
-  const first = JSON.parse(report(`${log}@1`, "--format", "json"));
-  assert.ok((await detail()).includes(`+${grouped(summary.unfreed.bytes - first.unfreed.bytes)} bytes (from ${grouped(first.unfreed.bytes)} to ${grouped(summary.unfreed.bytes)})`));
-  assert.deepEqual(faults, []);
-  await page.close();
+test("the graph zooms, and shares stay those of everything", options, async () => {
+  const { unfreed } = json(logOf("chain"));
+  await withPage(page("chain"), async (opened) => {
+    const full = await opened.locator("#flame").evaluate((box) => box.clientWidth);
+    await opened.focus("#flame");
+    for (const key of ["ArrowDown", "ArrowDown"]) await opened.keyboard.press(key);
+    const share = async () => {
+      const [, bytes, percent] = (await detail(opened)).match(/— ([\d,]+) bytes, ([\d.]+)%/);
+      assert.equal(percent, ((100 * number(bytes)) / unfreed.bytes).toFixed(1));
+      return number(bytes);
+    };
+    const bytes = await share();
+    assert.ok(bytes < unfreed.bytes);
+    assert.ok((await widths(bars(opened, ".current")))[0] < full - 2);
+    await opened.keyboard.press("Enter");
+    assert.equal(await share(), bytes);
+    assert.ok((await widths(bars(opened, ".current")))[0] >= full - 2);
+    await opened.keyboard.press("ArrowDown");
+    const inside = await share();
+    assert.match(await detail(opened), new RegExp(`, ${((100 * inside) / bytes).toFixed(1)}% of station`));
+    await opened.keyboard.press("Escape");
+    assert.match(await detail(opened), new RegExp(`^everything — ${grouped(unfreed.bytes)} bytes, 100.0%$`));
+    await bars(opened).nth(3).click();
+    assert.equal((await widths(bars(opened))).filter((width) => width >= full - 2).length, 1 + Number(await bars(opened, ':not(.around)').first().getAttribute("aria-level")) - 1);
+    await opened.click("#reset");
+    await opened.click('.switch >> text="Blocks"');
+    assert.match(await detail(opened), new RegExp(`${grouped(unfreed.count)} blocks, 100.0%`));
+  });
 });
 
-test("it fits narrow and wide screens, in light and dark", options, async () => {
+test("find marks what it finds, minds no case, and takes any text", options, async () => {
+  const { sites, unfreed } = json(logOf("chain"));
+  const holding = sites.filter((site) => site.frames.some((frame) => frame.module.includes("libdraw"))).reduce((sum, site) => sum + site.bytes, 0);
+  await withPage(page("chain"), async (opened) => {
+    const colors = () => bars(opened).evaluateAll((found) => found.map((bar) => getComputedStyle(bar).backgroundColor));
+    const plain = await colors();
+    await opened.fill("#find", "LibDraw");
+    assert.match(await opened.textContent("#found"), new RegExp(`^\\d+ bars, ${grouped(holding)} bytes, ${((100 * holding) / unfreed.bytes).toFixed(1)}%$`));
+    const marked = await colors();
+    assert.ok(marked.every((color, index) => color !== plain[index]), "every bar is either marked or faded");
+    const [name, around] = [await texts(opened, "#flame .match"), await texts(opened, "#flame .other")];
+    assert.ok(name.length > 0 && name.every((text) => text.startsWith("libdraw")) && around.every((text) => !text.startsWith("libdraw")));
+    const color = (which) => bars(opened, which).first().evaluate((bar) => getComputedStyle(bar).backgroundColor);
+    assert.notEqual(await color(".match"), await color(".other"));
+    const visited = new Set();
+    for (const key of ["Enter", "Enter", "Shift+Enter"]) {
+      await opened.press("#find", key);
+      assert.match(await detail(opened), /^libdraw/);
+      visited.add(await bars(opened, ".current").getAttribute("id"));
+    }
+    assert.equal(visited.size, 2);
+    for (const term of ["(", "[a-", "\\", "a+0x1.*"]) {
+      await opened.fill("#find", term);
+      assert.equal(await opened.textContent("#found"), "not found", term);
+    }
+    await opened.fill("#find", "");
+    assert.deepEqual([await colors(), await opened.textContent("#found")], [plain, ""]);
+  });
+});
+
+test("the graph turns round, to all callers or to those of one function", options, async () => {
+  const { sites, unfreed } = json(logOf("chain"));
+  const nameOf = (frame) => frame.function || frame.text;
+  const sumBy = (key, from = sites) => {
+    const all = new Map();
+    for (const site of from) all.set(key(site), (all.get(key(site)) ?? 0) + site.bytes);
+    return [...all].sort((a, b) => b[1] - a[1]);
+  };
+  const secondRow = (opened) => bars(opened, '[aria-level="2"]').evaluateAll((found) => found.map((bar) => bar.getAttribute("aria-label")));
+  const labels = (all, whole) => all.map(([name, bytes]) => `${name} — ${grouped(bytes)} bytes, ${((100 * bytes) / whole).toFixed(1)}%`).sort();
+  await withPage(page("chain"), async (opened) => {
+    await opened.click('.switch >> text="Callers"');
+    const innermost = sumBy((site) => nameOf(site.frames[0]));
+    assert.deepEqual((await secondRow(opened)).sort(), labels(innermost, unfreed.bytes));
+    await opened.focus("#flame");
+    await opened.keyboard.press("ArrowDown");
+    const wanted = innermost[0][0];
+    await opened.click("#callers");
+    assert.equal(await opened.textContent("#callers-name"), wanted);
+    const through = sites.filter((site) => site.frames.some((frame) => nameOf(frame) === wanted));
+    const [[, all]] = sumBy(() => wanted, through);
+    assert.deepEqual(await secondRow(opened), labels([[wanted, all]], all));
+    await opened.click("#callers-end");
+    assert.match(await detail(opened), new RegExp(`^everything — ${grouped(unfreed.bytes)} bytes`));
+  });
+});
+
+test("a comparison has its changes in the table and the graph, and one scale for both sides", options, async () => {
+  const [first, last] = [`${logOf("chain")}@1`, logOf("chain")];
+  const { changes } = json("diff", first, last);
+  const [earlier, later] = [json(first), json(last)];
+  const check = async (opened) => {
+    assert.equal(await opened.getAttribute('#site-table th:has(button[data-column="change"])', "aria-sort"), "descending");
+    await allRows(opened, "#site-table");
+    const shown = await Promise.all(["change", "count-change"].map(async (id) => (await column(opened, "#site-table", id)).map(number)));
+    const rows = shown[0].map((bytes, index) => [bytes, shown[1][index]]).filter(([bytes, count]) => bytes !== 0 || count !== 0);
+    assert.deepEqual(rows.sort(), changes.map((change) => [change.bytes, change.count]).sort());
+    assert.ok((await detail(opened)).includes(`+${grouped(later.unfreed.bytes - earlier.unfreed.bytes)} bytes (from ${grouped(earlier.unfreed.bytes)} to ${grouped(later.unfreed.bytes)})`));
+    const most = Math.max(...[...earlier.histogram, ...later.histogram].map((level) => level.count));
+    for (const [side, histogram] of [["now", later.histogram], ["before", earlier.histogram]]) {
+      const measured = await opened.locator(`#levels .bar.${side}`).evaluateAll((tracks) => tracks.map((track) => track.firstChild.getBoundingClientRect().width / track.getBoundingClientRect().width));
+      histogram.forEach((level, index) => assert.ok(Math.abs(measured[index] - level.count / most) < 0.01, `${side} ${level.size}`));
+    }
+    const tracks = await widths(opened.locator("#levels .bar"));
+    assert.ok(tracks.every((width) => Math.abs(width - tracks[0]) < 0.5));
+  };
+  await withPage(page("chain"), async (opened) => {
+    await opened.selectOption("#base", { label: "snapshot 1" });
+    await check(opened);
+    await opened.selectOption("#base", { label: "nothing" });
+    assert.equal(await opened.locator('#site-table button[data-column="change"]').count(), 0);
+  });
+  await withPage(pageOf("diff", first, last), check);
+});
+
+test("10,000 sites of long names: all there, none fills the table, under 3 MB", options, async () => {
+  const { sites } = json(logOf("sites"));
+  assert.equal(sites.length, 10000);
+  assert.ok(Math.min(...sites.map((site) => site.name.length)) > 300);
+  assert.ok(statSync(page("sites")).size < 3e6);
+  await withPage(page("sites"), async (opened) => {
+    assert.equal(await opened.textContent("#shown"), "10,000 sites");
+    assert.match(await detail(opened), new RegExp(grouped(sites.reduce((sum, site) => sum + site.bytes, 0))));
+    const heights = await opened.locator("#site-table tbody tr").evaluateAll((rows) => rows.map((row) => row.getBoundingClientRect().height));
+    assert.ok(Math.max(...heights) < 80, `rows of ${Math.max(...heights)} pixels`);
+    assert.ok((await opened.evaluate(() => document.documentElement.scrollWidth)) <= 1280);
+    const shortest = await texts(opened, "#site-table .place > button");
+    assert.ok(shortest.every((name) => name.includes("...")));
+    await opened.check("#whole");
+    assert.ok((await texts(opened, "#site-table .place > button")).every((name) => sites.some((site) => site.name === name)));
+    await opened.fill("#search", "policy<int, 777>");
+    assert.ok(number((await opened.textContent("#shown")).split(" ")[0]) >= 1);
+    // Far fewer than are in the tree are drawn, and one that is too narrow is zoomed to.
+    await opened.fill("#find", "policy<int, 9999>");
+    await opened.press("#find", "Enter");
+    assert.match(await detail(opened), /policy<int, 9999>/);
+    assert.equal(await bars(opened, ".current.match").count(), 1);
+  });
+});
+
+test("what is cut or missing is said on the page", options, async () => {
+  const cut = join(folder, "cut_4242_quarlAll.log");
+  execFileSync("cp", [logOf("records"), cut]);
+  truncateSync(cut, statSync(cut).size - 100);
+  const { notes } = json(cut).log;
+  assert.ok(notes.some((note) => note.startsWith("Cut short")));
+  await withPage(pageOf(cut), async (opened) => assert.deepEqual(await texts(opened, ".notes li"), notes));
+});
+
+test("everything can be done by keyboard alone", options, async () => {
+  await withPage(page("records"), async (opened) => {
+    const reach = async (selector) => {
+      for (let steps = 0; steps < 200; ++steps) {
+        await opened.keyboard.press("Tab");
+        const [there, ring] = await opened.evaluate((wanted) => [document.activeElement.matches(wanted), getComputedStyle(document.activeElement).outlineStyle], selector);
+        if (there) return ring;
+      }
+      return assert.fail(`${selector} is not reached`);
+    };
+    await reach('#views [role="tab"]');
+    await opened.keyboard.press("ArrowRight");
+    assert.equal(await opened.getAttribute("#view-peak", "aria-selected"), "true");
+    assert.deepEqual(await chosen(opened), usage(json("peak", logOf("records")).live));
+    for (const wanted of ["select[name=thread]", "input[name=measure]", "input[name=direction]", "#find", "#whole", "#callers:not(:disabled), #reset", "#flame"]) assert.notEqual(wanted.startsWith("input") ? "" : await reach(wanted), "none", wanted);
+    await opened.keyboard.press("ArrowDown");
+    assert.equal(await opened.getAttribute("#flame", "aria-activedescendant"), await bars(opened, ".current").getAttribute("id"));
+    for (const wanted of ["#search", "#site-table th button", "#site-table .place button", "#plot", "#threads th button", "#statistics th button"]) await reach(wanted);
+  });
+});
+
+// The contrast of every text with what is behind it, as WCAG 2 measures it.
+function lowContrast() {
+  const parse = (color) => { const [r, g, b, a = 1] = color.match(/[\d.]+/g).map(Number); return { r, g, b, a }; };
+  const light = ({ r, g, b }) => [r, g, b].map((part) => part / 255).map((part) => (part <= 0.04045 ? part / 12.92 : ((part + 0.055) / 1.055) ** 2.4))
+    .reduce((sum, part, index) => sum + part * [0.2126, 0.7152, 0.0722][index], 0);
+  const behind = (node) => { for (let at = node; at; at = at.parentElement) { const color = parse(getComputedStyle(at).backgroundColor); if (color.a > 0) return color; } return { r: 255, g: 255, b: 255 }; };
+  const bad = [];
+  for (const node of document.querySelectorAll("body *")) {
+    const text = [...node.childNodes].filter((child) => child.nodeType === 3 && child.textContent.trim()).length;
+    if (!text || !node.checkVisibility() || node.closest("script, option, :disabled")) continue;
+    const style = getComputedStyle(node);
+    const [front, back] = [light(parse(style.color)), light(behind(node))];
+    const ratio = (Math.max(front, back) + 0.05) / (Math.min(front, back) + 0.05);
+    const large = parseFloat(style.fontSize) >= 24 || (parseFloat(style.fontSize) >= 18.66 && Number(style.fontWeight) >= 700);
+    if (ratio < (large ? 3 : 4.5)) bad.push(`${node.tagName}.${node.className}#${node.id} ${ratio.toFixed(2)} ${node.textContent.slice(0, 30)}`);
+  }
+  return bad;
+}
+
+test("it fits narrow and wide screens, and reads in light and dark", options, async () => {
   const grounds = new Set();
   for (const colorScheme of ["light", "dark"]) {
     for (const width of [1280, 390]) {
-      const { page, faults } = await open({ colorScheme, viewport: { width, height: 900 } });
-      assert.ok((await page.evaluate(() => document.documentElement.scrollWidth)) <= width);
-      assert.ok((await widest(page)).every((bar) => bar <= width));
-      grounds.add(await page.evaluate(() => getComputedStyle(document.body).backgroundColor));
-      if (process.env.QUARL_SCREENSHOTS) await page.screenshot({ path: join(process.env.QUARL_SCREENSHOTS, `${colorScheme}-${width}.png`), fullPage: true });
-      assert.deepEqual(faults, []);
-      await page.close();
+      await withPage(page("records"), async (opened) => {
+        assert.ok((await opened.evaluate(() => document.documentElement.scrollWidth)) <= width);
+        assert.ok((await widths(bars(opened))).every((bar) => bar <= width));
+        assert.deepEqual(await opened.evaluate(lowContrast), []);
+        await opened.fill("#find", "libdraw");
+        await opened.press("#find", "Enter");
+        assert.deepEqual(await opened.evaluate(lowContrast), []);
+        const times = await opened.locator("td.time").evaluateAll((cells) => cells.filter((cell) => cell.checkVisibility()).map((cell) => {
+          const range = document.createRange();
+          range.selectNodeContents(cell);
+          return range.getClientRects().length;
+        }));
+        assert.ok(times.every((lines) => lines === 1), "a time stays on one line");
+        grounds.add(await opened.evaluate(() => getComputedStyle(document.body).backgroundColor));
+        if (process.env.QUARL_SCREENSHOTS) await opened.screenshot({ path: join(process.env.QUARL_SCREENSHOTS, `${colorScheme}-${width}.png`), fullPage: true });
+      }, { colorScheme, viewport: { width, height: 900 } });
     }
   }
   assert.equal(grounds.size, 2);
 });
 
 test("the charts follow the width of the window", options, async () => {
-  const { page } = await open();
-  const width = (selector) => page.evaluate((chart) => document.querySelector(chart).getBoundingClientRect().width, selector);
-  for (const [chart, box] of [["#flame svg", "#flame"], ["#plot .uplot", "#plot"]]) {
-    const resize = async (pixels) => {
-      await page.setViewportSize({ width: pixels, height: 900 });
-      await page.waitForFunction(([inner, outer]) =>
-        document.querySelector(inner)?.getBoundingClientRect().width === document.querySelector(outer).clientWidth, [chart, box]);
-    };
-    await resize(1280);
-    const wide = await width(chart);
-    await resize(500);
-    assert.ok((await width(chart)) < wide && (await width(box)) < 500, chart);
-  }
-  await page.close();
+  await withPage(page("chain"), async (opened) => {
+    const width = (selector) => opened.evaluate((chart) => document.querySelector(chart).getBoundingClientRect().width, selector);
+    for (const [chart, box] of [["#flame .bar-of-call", "#flame"], ["#plot .uplot", "#plot"]]) {
+      const resize = async (pixels) => {
+        await opened.setViewportSize({ width: pixels, height: 900 });
+        await opened.waitForFunction(([inner, outer]) =>
+          document.querySelector(inner)?.getBoundingClientRect().width === document.querySelector(outer).clientWidth, [chart, box]);
+      };
+      await resize(1280);
+      const wide = await width(chart);
+      await resize(500);
+      assert.ok((await width(chart)) < wide && (await width(box)) < 500, chart);
+    }
+  });
 });
 
 test("a pprof file says the same to an independent reader", async () => {
   const { Profile } = packages("pprof-format");
   const { gunzipSync } = await import("node:zlib");
-  const profile = Profile.decode(gunzipSync(report("leaks", log, "--format", "pprof")));
+  const summary = json(logOf("chain"));
+  const profile = Profile.decode(gunzipSync(report("leaks", logOf("chain"), "--format", "pprof")));
   const strings = profile.stringTable.strings;
   assert.deepEqual(profile.sampleType.map((type) => `${strings[type.type]}/${strings[type.unit]}`), ["inuse_objects/count", "inuse_space/bytes"]);
-  const sums = [0, 1].map((column) => profile.sample.reduce((sum, sample) => sum + Number(sample.value[column]), 0));
-  assert.deepEqual(sums, [summary.unfreed.count, summary.unfreed.bytes]);
+  const all = [0, 1].map((value) => profile.sample.reduce((sum, sample) => sum + Number(sample.value[value]), 0));
+  assert.deepEqual(all, [summary.unfreed.count, summary.unfreed.bytes]);
   const known = new Set(profile.location.map((location) => location.id));
   assert.ok(profile.sample.every((sample) => sample.locationId.every((id) => known.has(id))));
 });

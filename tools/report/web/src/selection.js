@@ -17,7 +17,7 @@ function passes(filters, cells, index) {
 const siteFrames = (site) => framesOf(data.sites[site]);
 
 function passesModule(module, site) {
-  return module === null || siteFrames(site).some((frame) => frame.module === module);
+  return module === null || siteFrames(site)[0].module === module;
 }
 
 const emptySum = () => ({ bytes: 0, count: 0, oldest: 0, newest: 0, smallest: Infinity, largest: 0, kinds: new Set(), threads: new Set() });
