@@ -2,16 +2,19 @@
 
 #include <fcntl.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "platform/system.h"
 
 namespace quarl {
 
-MapsReader::MapsReader(char* path, size_t size)
-    : fd_(sys::open("/proc/self/maps", O_RDONLY)), path_(path), path_size_(size) {}
+MapsReader::MapsReader(char* path, size_t size, int spare)
+    : fd_(sys::open(kOwnMaps, O_RDONLY)), opened_(fd_ >= 0), path_(path), path_size_(size) {
+  if (!opened_ && sys::seek(spare, 0, SEEK_SET) == 0) fd_ = spare;
+}
 
 MapsReader::~MapsReader() {
-  if (fd_ >= 0) sys::close(fd_);
+  if (opened_) sys::close(fd_);
 }
 
 bool MapsReader::fill() {

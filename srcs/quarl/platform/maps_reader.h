@@ -17,11 +17,14 @@ struct MapsLine {
   uint64_t file_id;  // of device and inode: different for different files
 };
 
+inline constexpr const char* kOwnMaps = "/proc/self/maps";
+
 class MapsReader {
  public:
   MapsReader() : MapsReader(nullptr, 0) {}
   // Each line's path, as the kernel writes it, goes to path[0, size), ended by a NUL; "" where there is none.
-  MapsReader(char* path, size_t size);
+  // `spare`: a descriptor of the same file, read from its beginning where that cannot be opened (any more); or -1.
+  MapsReader(char* path, size_t size, int spare = -1);
   ~MapsReader();
   MapsReader(const MapsReader&) = delete;
   MapsReader& operator=(const MapsReader&) = delete;
@@ -37,6 +40,7 @@ class MapsReader {
   uintptr_t hex(int* stop);
 
   int fd_;
+  const bool opened_;
   char* path_;
   size_t path_size_;
   size_t path_used_ = 0;

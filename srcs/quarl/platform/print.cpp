@@ -167,7 +167,7 @@ void write_message(int fd, const Text& text) {
 
 void settle_messages() {
   const char* wanted = environment("QUARL_MESSAGES");
-  if (wanted == nullptr) return;
+  if (wanted == nullptr || *wanted == '\0') return;
   if (strcmp(wanted, "stdout") == 0) {
     destination = kStdout;
   } else if (strcmp(wanted, "stderr") == 0) {

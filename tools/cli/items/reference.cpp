@@ -64,6 +64,8 @@ and `quarlcfg.ini` too. But for `QUARL_CFG_FILE`, which every reload looks at, t
 | `QUARL_ONLY` | names of programs, separated by commas: of a tree of processes only these are checked. The name of the file, of the process or the one called by counts | all |
 | `QUARL_CONTRACT` | `plain` or `libc`: see above | `plain` |
 | `QUARL_FRAMES` | folder of the unwind tables that `quarl frames` makes: call traces go by their rules | frame pointers only |
+| `QUARL_EVENTS` | file or FIFO to which a line of JSON is appended for each thing worth telling (docs/events.md) | none |
+| `QUARL_MESSAGES` | `stdout`, `stderr` or `none`: where all texts of the library go, reports and statistics too | each where it always does |
 | `QUARL_AGENT_ADDRESS` | IPv4 address that the agent (`QUARL_DEMO_THREAD`) listens on; what is no address means 127.0.0.1 | all |
 
 `quarl run` sets `QUARL_LOG_DIR` to a folder of the run and `QUARL_KEEP` to `findings`, unless they are set already;

@@ -53,25 +53,26 @@ void put_wrong(JsonLine& line, Address at, const uint32_t* expected) {
   line.close();
 }
 
-void put_wrong_link(JsonLine& line, Address p, HeaderWord which) REQUIRES(hook_mutex) {
-  if (!link_is_wrong(p, which)) return;
+bool put_wrong_link(JsonLine& line, Address p, HeaderWord which) REQUIRES(hook_mutex) {
+  if (!link_is_wrong(p, which)) return false;
   uint32_t expected = 0;
   const bool known = find_right_link(p, which, &expected);
   put_wrong(line, p + static_cast<uint32_t>(4 * which), known ? &expected : nullptr);
+  return true;
 }
 
-// The words that name the block and its neighbours; of a header whose links are sound those that do not agree.
+// The words that name the block and its neighbours; where these are sound the size, which does not agree with the
+// chunk.
 void put_wrong_head(JsonLine& line, DoubtfulBlock block) REQUIRES(hook_mutex) {
   const Address p = block.p();
   if (!block.can_be_block()) return;
-  if (!block.names_itself()) {
+  bool found = !block.names_itself();
+  if (found) {
     const uint32_t expected = p | HeaderLayout::configured(Flags()).self_flags();
     put_wrong(line, p - 4, &expected);
   }
-  put_wrong_link(line, p, kNextLink);
-  put_wrong_link(line, p, kPrevLink);
-  const BoundedBlock bounded = block.bounded();
-  if (block.names_itself() && bounded && !header_fits(bounded)) put_wrong(line, p + 4 * kUserSize, nullptr);
+  for (const HeaderWord link : {kNextLink, kPrevLink}) found = put_wrong_link(line, p, link) || found;
+  if (!found) put_wrong(line, p + static_cast<uint32_t>(4 * kUserSize), nullptr);
 }
 
 void put_block(const Event& event, DoubtfulBlock block, const OpRecord* row) {

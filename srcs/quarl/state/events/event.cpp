@@ -81,7 +81,7 @@ void become(int pid) REQUIRES(event_lock) {
   if (process == pid) return;
   parent = process;
   process = pid;
-  modules.forget();
+  modules.begin_process();
   loaded_told = false;
   __atomic_store_n(&dropped, 0, __ATOMIC_RELAXED);
 }
@@ -148,6 +148,7 @@ void settle_events() NO_THREAD_SAFETY_ANALYSIS {
   const char* path = environment("QUARL_EVENTS");
   if (path == nullptr || *path == '\0') return;
   process = getpid();
+  modules.begin_process();
   if (!file.settle(path) && errno != ENXIO) tell_unopened(path);
   detail::events_on = true;
   trouble_listener = tell_trouble;

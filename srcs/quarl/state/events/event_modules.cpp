@@ -1,5 +1,6 @@
 #include "state/events/event_modules.h"
 
+#include <fcntl.h>
 #include <string.h>
 
 #include "platform/mapped_object.h"
@@ -56,9 +57,16 @@ void EventModules::keep(uint32_t base, uint32_t mark, uint32_t id) {
   ++count_;
 }
 
+void EventModules::begin_process() {
+  const KeepErrno keep;
+  count_ = next_id_ = 0;
+  maps_.close();
+  maps_.open(kOwnMaps, O_RDONLY);
+}
+
 bool EventModules::resolve(const uint32_t* addresses, int count, Teller tell, Frame* frames) {
   for (int i = 0; i < count; ++i) frames[i] = {0, addresses[i]};
-  MapsReader maps(path_, sizeof path_);
+  MapsReader maps(path_, sizeof path_, maps_.is_ours() ? maps_.fd() : -1);
   MapsLine line;
   uint64_t file = 0;  // whose first byte lies at `base`
   uint32_t base = 0;

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "state/events/json_line.h"
+#include "platform/own_descriptor.h"
 
 namespace quarl {
 
@@ -22,8 +22,9 @@ class EventModules {
   // when one could not be told. At most kMostFrames.
   bool resolve(const uint32_t* addresses, int count, Teller tell, Frame* frames);
 
-  // In a process of its own, which tells its modules anew.
-  void forget() { count_ = next_id_ = 0; }
+  // In a process that begins, or in a child, which tells its modules anew. The mappings are kept open, for where a jail
+  // has no /proc.
+  void begin_process();
 
   static constexpr int kMostFrames = 64;
 
@@ -38,6 +39,7 @@ class EventModules {
   uint32_t id_of(uint32_t base, uint32_t mark) const;
   void keep(uint32_t base, uint32_t mark, uint32_t id);
 
+  OwnDescriptor maps_;
   char path_[4096 + 64] = "";  // of a line of mappings
   Told told_[kMost]{};
   uint32_t count_ = 0;  // of all that were ever told: of more than kMost the eldest are forgotten
