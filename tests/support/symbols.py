@@ -20,8 +20,12 @@ def is_fixed(target, path):
 def function_of(target, snapshot, address):
     """The function that a return address of the trace lies in: the call stands before it."""
     path, base = snapshot.module_of(address)
+    return function_at(target, path, address - 1 - (0 if is_fixed(target, path) else base))
+
+
+def function_at(target, path, offset):
+    """The function that an address of an ELF file lies in."""
     table = functions(target.tool("nm"), path)
-    offset = address - 1 - (0 if is_fixed(target, path) else base)
     index = bisect.bisect_right(table, (offset, "\x7f"))
     return table[index - 1][1] if index else None
 

@@ -43,6 +43,10 @@ class Target:
         """The signal to send for the program to see this one: the emulator keeps the C library's own two."""
         return number + 2 if self.emulated and number >= FIRST_RT_SIGNAL else number
 
+    def sysroot(self):
+        """Where a debugger finds the libraries of a program."""
+        return f"/usr/{self.triplet}" if self.emulated else "/"
+
     def tool(self, name):
         return f"{self.triplet}-{name}"
 

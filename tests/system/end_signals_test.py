@@ -1,5 +1,6 @@
 """Ends by signals with QUARL_END_SIGNALS=1: the logs, the words on standard error, and the status that the parent sees."""
 
+import json
 import os
 import re
 import signal
@@ -7,6 +8,7 @@ import subprocess
 import unittest
 
 import case
+import core_file
 import symbols
 from log_file import read_log
 from promise import promise
@@ -72,8 +74,8 @@ class EndSignals(case.Case):
                     if not config:
                         self.assertEqual(log.record_count, len(log.records))
 
-    @promise("A crash is told on standard error first: the signal, the address, the calls that led there, and the block that the "
-             "address lies in or next to.")
+    @promise("A crash is told first, as an event or on standard error: the signal, the address, the calls that led there, and the "
+             "block that the address lies in or next to.")
     def test_each_crash_is_told_and_ends_as_it_would_have(self):
         for way, name in CRASHES.items():
             with self.subTest(way):
@@ -93,8 +95,8 @@ class EndSignals(case.Case):
                     self.assertEqual(calls, (["wild"] if way == "wild" else []) + ["go", "main"])
                 self.assertEqual(story[4], {"null": "0", "wild": "10"}.get(way, story[4]))
 
-    @promise("A crash is told on standard error first: the signal, the address, the calls that led there, and the block that the "
-             "address lies in or next to.")
+    @promise("A crash is told first, as an event or on standard error: the signal, the address, the calls that led there, and the "
+             "block that the address lies in or next to.")
     def test_block_that_the_address_lies_in_or_next_to(self):
         for way, size in (("behind", 200000), ("inside", 300000)):
             with self.subTest(way):
@@ -110,6 +112,20 @@ class EndSignals(case.Case):
                 self.assertEqual(self.names(self.log_of(process), addresses(told[8])), ["malloc", way, "go", "main"])
                 self.assertEqual(process.err[: story.end()] + process.err[told.start():], process.err)
 
+    @promise("A core file shows the place of the crash.")
+    def test_core_file(self):
+        core_file.skip_where_they_go_elsewhere(self)
+        for way, name in (("null", "SIGSEGV"), ("abort", "SIGABRT")):
+            process = self.ends(way, before_start=core_file.allow)
+            process.finish()
+            core = core_file.take(self)
+            shown = subprocess.run(["gdb-multiarch", "-batch", "-ex", "set sysroot " + self.target.sysroot(), "-ex", "p/x $pc",
+                                    self.target.victim("ends"), core],
+                                   capture_output=True, text=True, check=True).stdout
+            story = STORY.search(process.err)
+            self.assertIn(f"Program terminated with signal {name}", shown)
+            self.assertEqual(int(re.search(r"\$1 = 0x([0-9a-f]+)", shown)[1], 16), int(story[5], 16))
+
     @promise("The main thread's stack may have overflowed: the checker works on stacks of its own, and the program's own alternate stack "
              "stays what it is.")
     def test_stack_overflow(self):
@@ -123,7 +139,7 @@ class EndSignals(case.Case):
                 self.assertEqual((len(calls), set(calls)), (64, {"fall"}))
                 self.assertIn(NEVER_GIVEN_BACK, self.sizes(log))
 
-    @promise("A crash of several threads at once, or while the checker itself is at work, ends the process in bounded time all the same.")
+    @promise("A crash of several threads at once, or while the checker itself is at work, ends the process all the same.")
     def test_crashes_at_once(self):
         for _ in range(5):
             process = self.ends("threads")
@@ -131,7 +147,7 @@ class EndSignals(case.Case):
             self.assertEqual(len(STORY.findall(process.err)), 1)
             self.assertIn(NEVER_GIVEN_BACK, self.sizes(self.log_of(process)))
 
-    @promise("A crash of several threads at once, or while the checker itself is at work, ends the process in bounded time all the same.")
+    @promise("A crash of several threads at once, or while the checker itself is at work, ends the process all the same.")
     def test_crash_with_the_lock_held(self):
         """In the check of the heap, and again in the walks for the block and for the log."""
         process = self.ends("checker")
@@ -151,6 +167,7 @@ class EndSignals(case.Case):
         driver.signal(signal.SIGTERM)
         self.assertEqual((driver.popen.wait(60), driver.await_match(GIVEN_UP, "err")[0]), (-signal.SIGTERM, GIVEN_UP))
 
+    @promise("A signal that asks for the end and comes while its thread is inside the checker waits until it has left, a second at most.")
     def test_signal_for_the_thread_that_stands_in_the_checker(self):
         """It is put off, in vain; the log is written by the very thread that holds the lock."""
         driver = self.driver("QUARL_SLOPOVER_EXIT=0", environment=TOLD)
@@ -164,6 +181,7 @@ class EndSignals(case.Case):
         self.assertEqual(driver.popen.wait(60), -signal.SIGTERM)
         self.assertIn(10, self.sizes(self.log_of(driver, "driver")))
 
+    @promise("A signal that asks for the end and comes while its thread is inside the checker waits until it has left, a second at most.")
     def test_signal_that_comes_inside_the_checker_waits_for_its_end(self):
         """A dump is under way, whose text nobody reads for a while; the log holds all when it is over."""
         driver = self.driver("QUARL_SLOPOVER_EXIT=0", environment=TOLD)
@@ -175,8 +193,8 @@ class EndSignals(case.Case):
         self.assertEqual(driver.finish(), -signal.SIGTERM)
         self.assertEqual(self.sizes(self.log_of(driver, "driver")).count(20), 2000)
 
-    @promise("Ignored signals stay ignored, and a handler of the program has the signal. To the program the default action is `SIG_DFL`, "
-             "where it asks what is installed, puts back what it found, or sets it.")
+    @promise("Ignored signals stay ignored, and a handler of the program has the signal.",
+             "To the program the default action is `SIG_DFL`, where it asks what is installed, puts back what it found, or sets it.")
     def test_actions_of_the_program(self):
         for way, number, handled in (("own", signal.SIGTERM, 1), ("restored", signal.SIGTERM, 0), ("suspended", signal.SIGTERM, 0)):
             with self.subTest(way):
@@ -220,6 +238,61 @@ class EndSignals(case.Case):
             self.skipTest("the emulator has no filters")
         process = self.run_victim("filtered", "prctl", "crash", environment=TOLD)
         self.assertEqual((process.finish(), process.err), (-signal.SIGSEGV, ""))
+
+
+class Events(case.Case):
+    """What the library tells of an end, where it appends events to a file."""
+
+    def events_of(self, process):
+        process.finish()
+        events = [json.loads(line) for line in (self.directory / "events").read_text().splitlines()]
+        self.assertEqual({event["pid"] for event in events}, {process.pid})
+        return events
+
+    def function(self, events, frame, back=1):
+        [path] = [event["path"] for event in events if event["event"] == "module" and event["id"] == frame[0]]
+        return symbols.function_at(self.target, path, frame[1] - back)
+
+    def start(self, *arguments):
+        return self.run_victim("ends", *arguments, environment=TOLD | {"QUARL_EVENTS": "events"}, config="QUARL_SLOPOVER_EXIT=0")
+
+    @promise("A crash is told first, as an event or on standard error: the signal, the address, the calls that led there, and the "
+             "block that the address lies in or next to.")
+    def test_crash(self):
+        for way, relation in (("null", None), ("behind", "behind"), ("inside", "inside"), ("abort", None)):
+            with self.subTest(way):
+                (self.directory / "events").unlink(missing_ok=True)
+                process = self.start(way)
+                events = self.events_of(process)
+                self.assertEqual(EMULATOR.sub("", process.err), "")
+                kinds = [event["event"] for event in events if event["event"] not in ("module", "fault")]
+                self.assertEqual(kinds, ["loaded", "log", "crash", "snapshot", "exit"])
+                crash, end = (next(event for event in events if event["event"] == kind) for kind in ("crash", "exit"))
+                number = signal.SIGABRT if way == "abort" else signal.SIGSEGV
+                self.assertEqual((crash["signal"], end["signal"], crash["tid"]), (number, number, process.pid))
+                if way == "abort":
+                    self.assertEqual((crash.keys() & {"at", "near"}), set())
+                    continue
+                self.assertEqual(self.function(events, crash["pc"], back=0), "write_at")
+                self.assertEqual([self.function(events, frame) for frame in crash["trace"]], [way, "go", "main"])
+                near = crash.get("near", {})
+                self.assertEqual(near.get("relation"), relation)
+                if relation is None:
+                    self.assertEqual(crash["at"], "0x0")
+                    continue
+                [block] = process.said("block")
+                self.assertEqual((int(near["address"], 16), near["distance"]), (block, int(crash["at"], 16) - block))
+                self.assertEqual([self.function(events, frame) for frame in near["allocated"]], ["malloc", way, "go", "main"])
+                self.assertEqual((near["operation"], near["thread"]), ("malloc", process.pid))
+
+    def test_end_that_was_asked_for(self):
+        driver = self.driver("", environment=TOLD | {"QUARL_EVENTS": "events"})
+        driver.malloc(10)
+        driver.signal(signal.SIGTERM)
+        events = self.events_of(driver)
+        self.assertEqual([event["event"] for event in events if event["event"] != "module"], ["loaded", "log", "snapshot", "exit"])
+        self.assertEqual(events[-1]["signal"], signal.SIGTERM)
+        self.assertGreaterEqual(events[-1]["bytes"], 10)
 
 
 class Shells(case.Case):

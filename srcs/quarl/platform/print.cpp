@@ -118,6 +118,23 @@ namespace {
 constexpr int kNowhere = -1;
 constinit int destination = 0;  // of all messages; 0: each has its own
 
+constinit bool waits_for_readers = true;
+
+// In pieces that a pipe takes at once when it takes anything; nothing more behind one that there was no room for.
+void write_where_there_is_room(int fd, const char* data, size_t size) {
+  constexpr size_t kPiece = 4096;
+  constexpr int kPatience = 1000;  // milliseconds
+  static bool nobody_reads[kStderr + 1] = {};
+  bool& given_up = nobody_reads[fd];
+  while (size > 0 && !given_up) {
+    const size_t piece = size < kPiece ? size : kPiece;
+    given_up = !sys::wait_writable(fd, kPatience);
+    if (!given_up) sys::write_quietly(fd, data, piece);
+    data += piece;
+    size -= piece;
+  }
+}
+
 // Behind a filter of system calls only faults are told, and for them it is worth a try.
 void write_to_descriptor(int fd, const char* data, size_t size) {
   if (destination == kNowhere) return;
@@ -125,8 +142,10 @@ void write_to_descriptor(int fd, const char* data, size_t size) {
   const KeepErrno keep;
   if (confined()) {
     sys::write_regardless(fd, data, size);
-  } else {
+  } else if (waits_for_readers) {
     sys::write_quietly(fd, data, size);
+  } else {
+    write_where_there_is_room(fd, data, size);
   }
 }
 
@@ -136,28 +155,8 @@ constinit MessageWriter message_writer = write_to_descriptor;
 constinit MessageKeeper message_keeper = nullptr;
 constinit TroubleListener trouble_listener = nullptr;
 
-namespace {
-
-constinit bool nobody_reads[kStderr + 1] = {};
-
-// As much as a pipe takes at once when it takes anything.
-void write_where_there_is_room(int fd, const char* data, size_t size) {
-  constexpr size_t kPiece = 4096;
-  constexpr int kPatience = 1000;  // milliseconds
-  bool& given_up = nobody_reads[fd <= kStderr ? fd : kStderr];
-  while (size > 0 && !given_up) {
-    const size_t piece = size < kPiece ? size : kPiece;
-    given_up = !sys::wait_writable(fd, kPatience);
-    if (!given_up) write_to_descriptor(fd, data, piece);
-    data += piece;
-    size -= piece;
-  }
-}
-
-}  // namespace
-
 void write_messages_without_waiting() {
-  message_writer = write_where_there_is_room;
+  waits_for_readers = false;
 }
 
 void write_message(int fd, const Text& text) {

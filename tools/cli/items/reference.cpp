@@ -61,6 +61,7 @@ and `quarlcfg.ini` too. But for `QUARL_CFG_FILE`, which every reload looks at, t
 | `QUARL_CFG_FILE` | the configuration file; it may be a pipe, for whose writer the start waits up to 5 seconds and a reload not at all | `quarlcfg.ini` |
 | `QUARL_LOG_DIR` | folder for logs; made when only its last part is missing | the current directory when a log is made |
 | `QUARL_KEEP` | `findings`: at exit the process removes its own logs that hold no fault, no record and nothing unfreed | all stay |
+| `QUARL_END_SIGNALS` | `1`: signals that end the process (`SIGTERM`, `SIGINT`, `SIGHUP`, `SIGQUIT` and those of crashes) find the logs written first, and a crash is told; see [safety](safety.md) | off |
 | `QUARL_ONLY` | names of programs, separated by commas: of a tree of processes only these are checked. The name of the file, of the process or the one called by counts | all |
 | `QUARL_CONTRACT` | `plain` or `libc`: see above | `plain` |
 | `QUARL_FRAMES` | folder of the unwind tables that `quarl frames` makes: call traces go by their rules | frame pointers only |

@@ -2,10 +2,11 @@
 
 #include "platform/print.h"
 #include "platform/thread_cache.h"
-#include "quarlheap/checking/near_block.h"
-#include "quarlheap/model/block_row.h"
 #include "quarlheap/model/interrupted_trace.h"
+#include "quarlheap/model/operation_name.h"
+#include "state/events/event.h"
 #include "state/process.h"
+#include "unwind.h"
 
 namespace quarl {
 namespace {
@@ -13,11 +14,33 @@ namespace {
 // A full trace takes 64 times 11 characters.
 using Report = TextBuffer<1024>;
 
+bool place_is_known(const Crash& crash) {
+  return crash.at.sp != 0;
+}
+
+uint32_t instruction(const Crash& crash) {
+  return crash.at.pc & ~frame::kThumbBit;
+}
+
+unsigned long digits(uint32_t address) {
+  return address;
+}
+
 void put_calls(const char* title, const uint32_t* calls, int depth, Report* report) {
   if (depth <= 0) return;
   report->format("quarl: %s", title);
-  for (int i = 0; i < depth && i < kMaxTrace; ++i) report->format(" 0x%lx", static_cast<unsigned long>(calls[i]));
+  for (int i = 0; i < depth && i < kMaxTrace; ++i) report->format(" 0x%lx", digits(calls[i]));
   report->format("\n");
+}
+
+void report_signal(const Crash& crash) {
+  Report report;
+  report.format("quarl: %s ends process %d in thread %d", crash.name, proc_pid, current_tid());
+  if (crash.has_address) report.format(", address 0x%lx", digits(crash.address));
+  if (place_is_known(crash)) report.format(", at 0x%lx", digits(instruction(crash)));
+  report.format("\n");
+  put_calls("called from", crash.trace.words, crash.trace.depth, &report);
+  write_to_standard_error(report);
 }
 
 void put_place(const NearBlock& near, Report* report) {
@@ -25,35 +48,67 @@ void put_place(const NearBlock& near, Report* report) {
   if (near.relation == BlockRelation::kInside) {
     report->format("quarl: the address is byte %d of", static_cast<int>(near.distance));
   } else {
-    report->format("quarl: the address is %u bytes %s", near.gap, relation_text(near.relation));
+    const char* side = near.relation == BlockRelation::kBehind ? "behind" : "in front of";
+    report->format("quarl: the address is %u bytes %s", near.gap, side);
   }
-  report->format(" a block of %u bytes at 0x%lx, %s #%u by thread %u\n", block.size,
-                 static_cast<unsigned long>(block.start_addr), operation_name(block.operation), block.seq_num,
-                 block.tid);
+  report->format(" a block of %u bytes at 0x%lx, %s #%u by thread %u\n", block.size, digits(block.start_addr),
+                 operation_name(block.operation), block.seq_num, block.tid);
 }
 
-}  // namespace
-
-void report_crash(const Crash& crash) {
-  Report report;
-  report.format("quarl: %s ends process %d in thread %d", crash.signal, proc_pid, current_tid());
-  if (crash.has_address) report.format(", address 0x%lx", static_cast<unsigned long>(crash.address));
-  if (crash.registers.sp != 0) report.format(", at 0x%lx", static_cast<unsigned long>(crash.registers.pc));
-  report.format("\n");
-  CallTrace trace;
-  if (crash.registers.sp != 0) capture_interrupted(crash.registers, &trace);
-  put_calls("called from", trace.words, trace.depth, &report);
-  write_to_standard_error(report);
-}
-
-void report_block_of_crash(const Crash& crash) {
-  NearBlock near;
-  if (crash.has_address) find_near_block(crash.address, &near);
+void report_block(const NearBlock& near) {
   if (!near) return;
   Report report;
   put_place(near, &report);
   put_calls("allocated from", near.row.trace, near.row.stack_depth, &report);
   write_to_standard_error(report);
+}
+
+const char* name_of(BlockRelation relation) {
+  switch (relation) {
+    case BlockRelation::kInside:
+      return "inside";
+    case BlockRelation::kBehind:
+      return "behind";
+    case BlockRelation::kBefore:
+      return "before";
+    case BlockRelation::kNone:
+      break;
+  }
+  return nullptr;
+}
+
+void put_near(const Event& event, const NearBlock& near) {
+  const OpRecord& block = near.row;
+  JsonLine& line = event.line();
+  line.open_object("near").text("relation", name_of(near.relation)).integer("distance", near.distance);
+  line.address("address", block.start_addr).number("size", block.size);
+  line.text("operation", operation_name(block.operation));
+  if (block.seq_num != 0) line.number("seq", block.seq_num);
+  if (block.tid != 0) line.number("thread", block.tid);
+  event.trace("allocated", block.trace, block.stack_depth);
+  line.close();
+}
+
+}  // namespace
+
+void trace_crash(Crash* crash) {
+  if (place_is_known(*crash)) capture_interrupted(crash->at, &crash->trace);
+  if (!events_wanted()) report_signal(*crash);
+}
+
+void find_block_of_crash(Crash* crash) {
+  if (crash->has_address) find_near_block(crash->address, &crash->near);
+}
+
+void tell_crash(const Crash& crash) {
+  if (!events_wanted()) return report_block(crash.near);
+  const Event event("crash");
+  if (!event) return;
+  event.line().number("signal", static_cast<uint32_t>(crash.number));
+  if (crash.has_address) event.line().address("at", crash.address);
+  if (place_is_known(crash)) event.frame("pc", instruction(crash));
+  if (crash.near) put_near(event, crash.near);
+  event.trace("trace", crash.trace.words, crash.trace.depth);
 }
 
 }  // namespace quarl

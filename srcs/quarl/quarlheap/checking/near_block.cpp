@@ -47,18 +47,4 @@ void find_near_block(Address at, NearBlock* found) {
   fill_live_row(nearest, &found->row);
 }
 
-const char* relation_text(BlockRelation relation) {
-  switch (relation) {
-    case BlockRelation::kInside:
-      return "in";
-    case BlockRelation::kBehind:
-      return "behind";
-    case BlockRelation::kBefore:
-      return "in front of";
-    case BlockRelation::kNone:
-      break;
-  }
-  return "";
-}
-
 }  // namespace quarl

@@ -21,7 +21,4 @@ struct NearBlock {
 // it. Walks the whole list.
 void find_near_block(Address at, NearBlock* found) REQUIRES(hook_mutex);
 
-// in, behind, in front of
-const char* relation_text(BlockRelation relation);
-
 }  // namespace quarl

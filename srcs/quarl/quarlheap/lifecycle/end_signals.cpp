@@ -15,6 +15,8 @@
 #include "quarlheap/lifecycle/checker_end.h"
 #include "quarlheap/model/used_list.h"
 #include "quarlheap/upkeep/dump.h"
+#include "quarlheap/upkeep/end_event.h"
+#include "state/events/event.h"
 #include "state/held_text.h"
 #include "state/own_memory.h"
 #include "state/process.h"
@@ -24,7 +26,7 @@ namespace {
 
 constexpr int kPatience = 1000;       // milliseconds for another thread to leave the checker
 constexpr int kLastPatience = 60000;  // for another thread to end the process
-constexpr int kSteps = 5;
+constexpr int kSteps = 7;
 constexpr uint32_t kStepStack = 64 << 10;
 constexpr uint32_t kAlternateStack = 64 << 10;
 
@@ -67,10 +69,12 @@ class SignalFrame {
     return by_instruction() && (number_ == SIGSEGV || number_ == SIGBUS) && info_->si_code != SI_KERNEL;
   }
 
-  Crash crash() const {
-    const uint32_t address = has_address() ? address_of(info_->si_addr) : 0;
-    const Registers at = context_ != nullptr ? frame::interrupted_registers(*context_) : Registers{};
-    return {end_signal(number_)->name, at, has_address(), address};
+  void describe(Crash* crash) const {
+    crash->number = number_;
+    crash->name = end_signal(number_)->name;
+    if (context_ != nullptr) crash->at = frame::interrupted_registers(*context_);
+    crash->has_address = has_address();
+    if (has_address()) crash->address = address_of(info_->si_addr);
   }
 
   // The default action, at the interrupted place when the handler returns, so that a core file shows that one.
@@ -102,8 +106,12 @@ constinit uint32_t step_stacks = 0;  // one for each step, the first one's is th
 constinit int teller = 0;            // thread that ends the checker
 constinit int next_step = 0;         // a crash in one of them goes on with the next
 constinit int put_off = 0;           // signal that waits for its thread to leave the checker
-constinit bool ends_by_crash = false;
-constinit Crash crash{};  // of a crash
+constinit int end_number = 0;        // signal that ends the process
+constinit Crash crash{};
+
+bool by_crash() {
+  return end_signal(end_number)->crash;
+}
 
 enum class LockState : uint8_t { kNotHad, kTaken, kInterrupted };
 constinit LockState lock_state = LockState::kNotHad;
@@ -118,32 +126,45 @@ void take_lock() NO_THREAD_SAFETY_ANALYSIS {
   }
 }
 
-void tell_crash() {
-  if (ends_by_crash) report_crash(crash);
+bool may_look() NO_THREAD_SAFETY_ANALYSIS {
+  return lock_state != LockState::kNotHad && !checker_has_ended();
 }
 
-void tell_block() NO_THREAD_SAFETY_ANALYSIS {
-  if (ends_by_crash && lock_state != LockState::kNotHad && !checker_has_ended()) report_block_of_crash(crash);
+void trace() {
+  if (by_crash()) trace_crash(&crash);
+}
+
+void find_block() NO_THREAD_SAFETY_ANALYSIS {
+  if (by_crash() && may_look()) find_block_of_crash(&crash);
+}
+
+void tell() {
+  if (by_crash()) tell_crash(crash);
 }
 
 void write_logs() NO_THREAD_SAFETY_ANALYSIS {
-  if (lock_state != LockState::kNotHad && !checker_has_ended()) run_exit_dump();
+  if (may_look()) run_exit_dump();
+}
+
+void tell_without_looking() {
+  print_failure(kStderr, {"log"}, "quarl: another thread does not leave the checker, the logs are not written\n");
+  if (const Event event("exit"); event) event.line().number("signal", static_cast<uint32_t>(end_number));
+}
+
+void tell_end() NO_THREAD_SAFETY_ANALYSIS {
+  if (lock_state == LockState::kNotHad) return tell_without_looking();
+  if (may_look()) tell_exit(end_number);
 }
 
 void leave() NO_THREAD_SAFETY_ANALYSIS {
-  if (lock_state == LockState::kNotHad) {
-    TextBuffer<128> text;
-    write_to_standard_error(
-        text.format("quarl: another thread does not leave the checker, the logs are not written\n"));
-    return;
-  }
+  if (lock_state == LockState::kNotHad) return;
   if (!checker_has_ended()) end_checker();
   if (lock_state == LockState::kTaken) return hook_mutex.unlock();
   write_held_texts(take_held_texts());
 }
 
 void take_remaining_steps() {
-  static constexpr void (*kStep[kSteps])() = {take_lock, tell_crash, tell_block, write_logs, leave};
+  static constexpr void (*kStep[kSteps])() = {take_lock, trace, find_block, tell, write_logs, tell_end, leave};
   while (next_step < kSteps) kStep[next_step++]();
 }
 
@@ -165,12 +186,12 @@ bool is_put_off(int number) {
 }
 
 // True for the thread that ends the checker. The others wait for it.
-bool becomes_teller(const SignalFrame& frame, bool is_crash) {
+bool becomes_teller(int number, const SignalFrame& frame) {
   int nobody = 0;
   const int self = current_tid();
   if (__atomic_compare_exchange_n(&teller, &nobody, self, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)) {
-    ends_by_crash = is_crash;
-    if (is_crash) crash = frame.crash();
+    end_number = number;
+    frame.describe(&crash);
     return true;
   }
   if (nobody == self) return true;
@@ -188,7 +209,7 @@ void handle_end_signal(int number, siginfo_t* info, void* context) {
   const SignalFrame frame(number, info, context);
   if (is_checked_process()) {
     if (is_put_off(number)) return;
-    if (becomes_teller(frame, end_signal(number)->crash)) tell_on_own_stack();
+    if (becomes_teller(number, frame)) tell_on_own_stack();
   }
   frame.end_process();
 }

@@ -132,19 +132,4 @@ void fill_fault_row(DoubtfulBlock block, RecordKind kind, OpRecord* record) {
   copy_trace(p - (by_configuration ? qr_trace_offset_cfg(p, depth) : qr_trace_offset(p, depth)), depth, record);
 }
 
-const char* operation_name(uint8_t operation) {
-  switch (operation) {
-    case kOpMalloc:
-      return "malloc";
-    case kOpRealloc:
-      return "realloc";
-    case kOpCalloc:
-      return "calloc";
-    case kOpMemalign:
-      return "memalign";
-    default:
-      return "unknown operation";
-  }
-}
-
 }  // namespace quarl

@@ -7,8 +7,6 @@
 
 namespace quarl {
 
-const char* operation_name(uint8_t operation);
-
 // The head of the record. A null record: "Fill trace info failed\n" on standard error, nothing else.
 void qr_fill_trace_info(Address p, OpRecord* record, RecordKind result);
 void qr_fill_trace_info_cfg(Address p, OpRecord* record, RecordKind result);

@@ -123,20 +123,30 @@ JsonLine& Event::line() const NO_THREAD_SAFETY_ANALYSIS {
   return event_line;
 }
 
-void Event::trace(const char* key, const uint32_t* addresses, int count) const NO_THREAD_SAFETY_ANALYSIS {
-  if (count > EventModules::kMostFrames) count = EventModules::kMostFrames;
-  if (!ready_ || !whole || count <= 0) return;
+bool Event::resolve(const uint32_t* addresses, int count) const NO_THREAD_SAFETY_ANALYSIS {
+  if (!ready_ || !whole || count <= 0) return false;
   const auto tell = [](uint32_t id, const char* path, const MappedObject& object, uint32_t address)
                         NO_THREAD_SAFETY_ANALYSIS { return send_module(id, path, object, address); };
   whole = modules.resolve(addresses, count, tell, frames);
+  return true;
+}
+
+bool Event::put(int index, const char* key) const NO_THREAD_SAFETY_ANALYSIS {
+  const EventModules::Frame& each = frames[index];
+  return each.module != 0 ? event_line.frame(each.module, each.offset, key)
+                          : event_line.frame_outside(each.offset, key);
+}
+
+void Event::trace(const char* key, const uint32_t* addresses, int count) const NO_THREAD_SAFETY_ANALYSIS {
+  if (count > EventModules::kMostFrames) count = EventModules::kMostFrames;
+  if (!resolve(addresses, count)) return;
   event_line.open_array(key);
-  for (int i = 0; i < count; ++i) {
-    const EventModules::Frame& each = frames[i];
-    const bool fits =
-        each.module != 0 ? event_line.frame(each.module, each.offset) : event_line.frame_outside(each.offset);
-    if (!fits) break;
-  }
+  for (int i = 0; i < count && put(i, nullptr); ++i) continue;
   event_line.close();
+}
+
+void Event::frame(const char* key, uint32_t address) const {
+  if (resolve(&address, 1)) put(0, key);
 }
 
 // A FIFO that nobody reads yet (ENXIO) is none of it.

@@ -42,7 +42,13 @@ class Event {
   // its outer end when the line is full, so it goes behind what is to be there for certain. Nothing of no addresses.
   void trace(const char* key, const uint32_t* addresses, int count) const;
 
+  // The frame of one address.
+  void frame(const char* key, uint32_t address) const;
+
  private:
+  bool resolve(const uint32_t* addresses, int count) const;
+  bool put(int index, const char* key) const;  // of those
+
   const KeepErrno keep_;
   const HeldSignals held_;
   bool taken_ = false;  // the lock

@@ -58,6 +58,15 @@ JsonLine& JsonLine::number(const char* key, uint64_t value) {
   return *this;
 }
 
+JsonLine& JsonLine::integer(const char* key, int64_t value) {
+  if (begin_value(key)) {
+    if (value < 0) put('-');
+    put_number(value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value), 10);
+  }
+  end_value();
+  return *this;
+}
+
 JsonLine& JsonLine::time(const char* key, uint64_t seconds, uint32_t microseconds) {
   if (begin_value(key)) {
     put_number(seconds, 10);
@@ -182,8 +191,8 @@ JsonLine& JsonLine::close() {
   return *this;
 }
 
-bool JsonLine::frame(uint32_t module, uint32_t offset) {
-  if (begin_value(nullptr)) {
+bool JsonLine::frame(uint32_t module, uint32_t offset, const char* key) {
+  if (begin_value(key)) {
     put('[');
     put_number(module, 10);
     put(',');
@@ -193,8 +202,8 @@ bool JsonLine::frame(uint32_t module, uint32_t offset) {
   return end_value();
 }
 
-bool JsonLine::frame_outside(uint32_t address) {
-  if (begin_value(nullptr)) {
+bool JsonLine::frame_outside(uint32_t address, const char* key) {
+  if (begin_value(key)) {
     put_text("[null,\"0x");
     put_number(address, 16);
     put_text("\"]");

@@ -15,6 +15,7 @@ class JsonLine {
   void begin();
 
   JsonLine& number(const char* key, uint64_t value);
+  JsonLine& integer(const char* key, int64_t value);  // may be negative
   JsonLine& time(const char* key, uint64_t seconds, uint32_t microseconds);
   JsonLine& flag(const char* key, bool value);
   JsonLine& address(const char* key, uint32_t value);
@@ -28,9 +29,9 @@ class JsonLine {
   JsonLine& open_array(const char* key) { return open(key, '[', ']'); }
   JsonLine& close();
 
-  // Elements of an array: frames. False when there is no room for one more.
-  bool frame(uint32_t module, uint32_t offset);
-  bool frame_outside(uint32_t address);
+  // Frames, without a key elements of an array. False when there is no room for one more.
+  bool frame(uint32_t module, uint32_t offset, const char* key = nullptr);
+  bool frame_outside(uint32_t address, const char* key = nullptr);
 
   // The finished line; of no more than kMost bytes.
   const char* finish(size_t* size);
