@@ -61,6 +61,10 @@ extern struct quarl_mapping_entry* unuse_tail;
 extern struct quarl_mapping_page* qr_mmap_block_head;
 extern struct quarl_mapping_page* qr_mmap_block_tail;
 
+/* Where debuggers find the rest (tools/gdb/quarl.py). */
+struct quarl_process_table;
+extern const struct quarl_process_table qr_process_table;
+
 extern int srv_desc;        /* the agent's listening socket, -1 when there is none */
 extern int srv_socket_desc; /* the agent's connection, -1 when there is none */
 extern int socket_desc;     /* closed by the agent when it ends, if above 0; -1 */

@@ -48,6 +48,7 @@ void expect_release() {
 void qr_fault_stop(int task_id, bool lock_held, StopReason reason) NO_THREAD_SAFETY_ANALYSIS {
   block_release();
   if (lock_held) hook_mutex.unlock();
+  note_parked(task_id, reason);
   tell_parked(task_id, reason);
   const sigset_t release = release_set();
   int received = 0;
@@ -57,6 +58,7 @@ void qr_fault_stop(int task_id, bool lock_held, StopReason reason) NO_THREAD_SAF
     print(kStdout, "task: %d exit!!\n", task_id);
     tell_ended(task_id);
   }
+  forget_parked(task_id);
   // The thread's last acts (its cleanup handlers, its C library's) allocate and release like any other's.
   thread_cache().ending = true;
   leave_checker_for_good();

@@ -14,6 +14,7 @@
 #include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "quarlheap/checking/fault_event.h"
+#include "quarlheap/checking/parked_threads.h"
 #include "quarlheap/hooks/hook_table.h"
 #include "quarlheap/hooks/left_unmappings.h"
 #include "quarlheap/upkeep/interval_timer.h"
@@ -48,6 +49,7 @@ void become_own_process() REQUIRES(hook_mutex) {
   forget_faults_found();
   inherited_seq_num = last_seq_num;
   forget_interval_timer();
+  forget_all_parked();
   settings.snap_interval = 0;
   if (confined()) return;  // it inherits the filter, and writes nothing
   proc_pid = getpid();

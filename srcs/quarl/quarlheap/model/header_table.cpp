@@ -3,36 +3,7 @@
 namespace quarl {
 namespace {
 
-constexpr uint8_t down(HeaderWord word) {
-  return static_cast<uint8_t>(-word);
-}
-
-constexpr HeaderTable kTable = {
-    .magic = {kHeaderTableMagic[0], kHeaderTableMagic[1], kHeaderTableMagic[2], kHeaderTableMagic[3]},
-    .version = kHeaderTableVersion,
-    .rows = 9,
-    .freed_mark = QR_FREED_MARK,
-    .guard = {kTailGuard[0], kTailGuard[1], kTailGuard[2], kTailGuard[3]},
-    .guard_word = down(kNextLink),
-    .guard_mask = kHasTailGuard,
-    .depth_shift = 0,
-    .op_shift = 8,
-    .align_shift = 16,
-    .plain_align = kPlainAlignLog2,
-    .reserved = {},
-    .fields =
-        {
-            {"self_link", 1, 0, 0, kLinkFlags},
-            {"next_link", 1, 0, 0, kLinkFlags},
-            {"prev_link", 1, 0, 0, kLinkFlags},
-            {"user_size", 1, 0, 0, 0},
-            {"tid", 1, down(kSelfLink), kHasTid, 0},
-            {"seq_num", 1, down(kPrevLink), kHasTime, 0},
-            {"time_sec", 1, down(kPrevLink), kHasTime, 0},
-            {"trace_info", 1, down(kSelfLink), kHasTraceInfo, 0},
-            {"trace", 0, down(kNextLink), kHasTrace, 0},
-        },
-};
+constexpr const HeaderTable& kTable = kHeaderTable;
 
 // The table says the same as the functions, for every header that there can be.
 
@@ -78,5 +49,5 @@ static_assert(TraceInfo::make(1, kOpRealloc, 1).word ==
 // Nothing in the library refers to it.
 extern "C" {
 extern const quarl::HeaderTable qr_header_table;
-[[gnu::section(".quarl_header"), gnu::used]] const quarl::HeaderTable qr_header_table = quarl::kTable;
+[[gnu::section(".quarl_header"), gnu::used]] const quarl::HeaderTable qr_header_table = quarl::kHeaderTable;
 }

@@ -40,4 +40,35 @@ struct HeaderTable {
 };
 static_assert(sizeof(HeaderTable) == 24 + 9 * sizeof(HeaderFieldRow));
 
+constexpr uint8_t words_down(HeaderWord word) {
+  return static_cast<uint8_t>(-word);
+}
+
+inline constexpr HeaderTable kHeaderTable = {
+    .magic = {kHeaderTableMagic[0], kHeaderTableMagic[1], kHeaderTableMagic[2], kHeaderTableMagic[3]},
+    .version = kHeaderTableVersion,
+    .rows = 9,
+    .freed_mark = QR_FREED_MARK,
+    .guard = {kTailGuard[0], kTailGuard[1], kTailGuard[2], kTailGuard[3]},
+    .guard_word = words_down(kNextLink),
+    .guard_mask = kHasTailGuard,
+    .depth_shift = 0,
+    .op_shift = 8,
+    .align_shift = 16,
+    .plain_align = kPlainAlignLog2,
+    .reserved = {},
+    .fields =
+        {
+            {"self_link", 1, 0, 0, kLinkFlags},
+            {"next_link", 1, 0, 0, kLinkFlags},
+            {"prev_link", 1, 0, 0, kLinkFlags},
+            {"user_size", 1, 0, 0, 0},
+            {"tid", 1, words_down(kSelfLink), kHasTid, 0},
+            {"seq_num", 1, words_down(kPrevLink), kHasTime, 0},
+            {"time_sec", 1, words_down(kPrevLink), kHasTime, 0},
+            {"trace_info", 1, words_down(kSelfLink), kHasTraceInfo, 0},
+            {"trace", 0, words_down(kNextLink), kHasTrace, 0},
+        },
+};
+
 }  // namespace quarl

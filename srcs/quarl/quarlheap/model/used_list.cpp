@@ -5,8 +5,10 @@
 namespace quarl {
 
 constinit bool used_list_closed = false;
+constinit ClosedList closed_list{};
 
 void close_used_list() {
+  if (!used_list_closed) closed_list = {heap_block_head, heap_block_tail, heap_block_count};
   used_list_closed = true;
   heap_block_head = heap_block_tail = 0;
   heap_block_count = 0;

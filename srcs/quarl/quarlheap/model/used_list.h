@@ -15,6 +15,13 @@ inline constexpr Address& heap_block_tail GUARDED_BY(hook_mutex) = hot_words.hea
 inline constexpr uint32_t& heap_block_count GUARDED_BY(hook_mutex) = hot_words.heap_block_count;
 extern bool used_list_closed GUARDED_BY(hook_mutex);
 
+// The ends of the list when it was closed, for a debugger: the blocks are still there.
+struct ClosedList {
+  Address head, tail;
+  uint32_t count;
+};
+extern ClosedList closed_list;
+
 // At the end, once the hooks are gone: blocks go back to the allocator past the list from then on, and a link may lead
 // into memory that is somebody else's. The list is empty, and hooks that other threads are still inside leave it so.
 void close_used_list() REQUIRES(hook_mutex);
