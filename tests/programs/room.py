@@ -64,6 +64,8 @@ def checker_environment(setting, checker, logs):
         environment["QUARL_CONTRACT"] = setting.contract
     if setting.ends:
         environment["QUARL_END_SIGNALS"] = "1"
+    if setting.events:
+        environment |= {"QUARL_EVENTS": f"{logs}/events", "QUARL_MESSAGES": "none"}
     return environment if setting.checked else {}
 
 

@@ -3,6 +3,7 @@
 from dataclasses import dataclass
 
 import logs
+import told
 
 
 @dataclass(frozen=True)
@@ -13,6 +14,7 @@ class Setting:
     room: bool = False  # every process of the work is checked, in a room of its own where the target has rooms
     contract: str = ""
     ends: bool = False  # by signals are told and logged (QUARL_END_SIGNALS)
+    events: bool = False  # told in a file, and nothing printed
     log: str = ""  # end of the names of the logs that every checked process leaves
     reconcile: object = None
 
@@ -39,7 +41,9 @@ SETTINGS = {
                                   reconcile=logs.unreadable),
     "ends": Setting(contract="libc", ends=True, log="_quarl.log", reconcile=logs.unreadable),
     "contract-ends": Setting(contract="libc", room=True, ends=True, log="_quarl.log", reconcile=logs.unreadable),
+    "events": Setting(events=True, log="events", reconcile=told.wrong_events),
+    "contract-events": Setting(small=True, room=True, contract="libc", events=True, log="events", reconcile=told.wrong_events),
     "room": Setting(room=True),
     "bare": Setting(room=True, checked=False),  # beside the other bare run: shows that the work itself does not differ
 }
-SOAKED = ("contract", "contract-record", "contract-snapshots")
+SOAKED = ("contract", "contract-record", "contract-snapshots", "contract-events")

@@ -4,7 +4,7 @@ from inputs import text
 from program import Program
 
 CHECK = ("defaults",)
-THOROUGH = ("defaults", "checks", "record", "snapshots")
+THOROUGH = ("defaults", "checks", "record", "snapshots", "events")
 TEXT = {"text": lambda: text(2_000_000)}
 
 PROGRAMS = (

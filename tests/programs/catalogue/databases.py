@@ -3,7 +3,7 @@
 from inputs import sqlite_script, table
 from program import Program
 
-THOROUGH = ("defaults", "checks", "record", "snapshots")
+THOROUGH = ("defaults", "checks", "record", "snapshots", "events")
 
 PROGRAMS = (
     Program("sqlite3", ("sqlite3",), files={"full.sql": lambda: sqlite_script(10000), "small.sql": lambda: sqlite_script(300)},

@@ -4,7 +4,7 @@ from inputs import table
 from program import Program
 
 CHECK = ("defaults",)
-THOROUGH = ("defaults", "checks", "record", "snapshots")
+THOROUGH = ("defaults", "checks", "record", "snapshots", "events")
 TIMES = ((r"in \d+\.\d+s", "in T"),)
 PYTHON = {"PYTHONDONTWRITEBYTECODE": "1", "PYTHONHASHSEED": "0"}
 
