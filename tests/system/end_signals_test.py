@@ -332,7 +332,7 @@ class Shells(case.Case):
                  "kill INT => $$ } $| = 1; print qq(ends\\n); kill INT => $$"
         self.assertEqual(self.run_both("perl", "-e", script)[:2], (-signal.SIGINT, b"mine\nint\nends\n"))
         script = "trap 'echo mine' TERM; kill -TERM $$; trap - TERM; (trap 'echo sub; exit 3' HUP; kill -HUP $BASHPID$1); echo $?; " \
-                 "sleep 60 & kill %1; wait %1; echo $?; trap '' HUP; kill -HUP $$; echo ends; kill -TERM $$"
+                 "(while :; do :; done) & kill %1; wait %1; echo $?; trap '' HUP; kill -HUP $$; echo ends; kill -TERM $$"
         self.assertEqual(self.run_both("bash", "-c", script)[0], -signal.SIGTERM)
 
 
