@@ -119,11 +119,12 @@ class EndSignals(case.Case):
             process = self.ends(way, before_start=core_file.allow)
             process.finish()
             core = core_file.take(self)
-            shown = subprocess.run(["gdb-multiarch", "-batch", "-ex", "set sysroot " + self.target.sysroot(), "-ex", "p/x $pc",
-                                    self.target.victim("ends"), core],
-                                   capture_output=True, text=True, check=True).stdout
+            line = ["gdb-multiarch", "-nx", "-batch", "-ex", f"set sysroot {self.target.sysroot()}", "-ex", "p/x $pc", "-ex",
+                    "backtrace", self.target.victim("ends"), core]
+            shown = subprocess.run(line, capture_output=True, text=True, check=True).stdout
             story = STORY.search(process.err)
             self.assertIn(f"Program terminated with signal {name}", shown)
+            self.assertNotIn("handle_end_signal", shown)
             self.assertEqual(int(re.search(r"\$1 = 0x([0-9a-f]+)", shown)[1], 16), int(story[5], 16))
 
     @promise("The main thread's stack may have overflowed: the checker works on stacks of its own, and the program's own alternate stack "

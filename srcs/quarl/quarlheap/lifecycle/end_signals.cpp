@@ -82,14 +82,15 @@ class SignalFrame {
     struct sigaction as_default {};
     set_signal_action(number_, &as_default, nullptr);
     if (by_instruction()) return;
+    sigset_t itself;
+    sigemptyset(&itself);
+    sigaddset(&itself, number_);
+    pthread_sigmask(SIG_BLOCK, &itself, nullptr);
     sys::send_to_this_thread(number_, info_);
     if (context_ != nullptr) {
       sigdelset(&context_->uc_sigmask, number_);
     } else {
-      sigset_t now;
-      sigemptyset(&now);
-      sigaddset(&now, number_);
-      pthread_sigmask(SIG_UNBLOCK, &now, nullptr);
+      pthread_sigmask(SIG_UNBLOCK, &itself, nullptr);
     }
   }
 
