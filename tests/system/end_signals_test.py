@@ -168,7 +168,7 @@ class EndSignals(case.Case):
         driver.signal(signal.SIGTERM)
         self.assertEqual((driver.popen.wait(60), driver.await_match(GIVEN_UP, "err")[0]), (-signal.SIGTERM, GIVEN_UP))
 
-    @promise("A signal that asks for the end and comes while its thread is inside the checker waits until it has left, a second at most.")
+    @promise("A signal that is sent and comes while its thread is inside the checker waits until it has left, a second at most.")
     def test_signal_for_the_thread_that_stands_in_the_checker(self):
         """It is put off, in vain; the log is written by the very thread that holds the lock."""
         driver = self.driver("QUARL_SLOPOVER_EXIT=0", environment=TOLD)
@@ -182,7 +182,7 @@ class EndSignals(case.Case):
         self.assertEqual(driver.popen.wait(60), -signal.SIGTERM)
         self.assertIn(10, self.sizes(self.log_of(driver, "driver")))
 
-    @promise("A signal that asks for the end and comes while its thread is inside the checker waits until it has left, a second at most.")
+    @promise("A signal that is sent and comes while its thread is inside the checker waits until it has left, a second at most.")
     def test_signal_that_comes_inside_the_checker_waits_for_its_end(self):
         """A dump is under way, whose text nobody reads for a while; the log holds all when it is over."""
         driver = self.driver("QUARL_SLOPOVER_EXIT=0", environment=TOLD)

@@ -97,7 +97,7 @@ static void threads(void) {
 }
 
 static void small_stack(void) {
-  static char stack[SIGSTKSZ > 8192 ? 8192 : SIGSTKSZ];
+  static char stack[8192];
   stack_t alternate = {.ss_sp = stack, .ss_size = sizeof stack};
   sigaltstack(&alternate, NULL);
   overflow();

@@ -176,9 +176,9 @@ void tell_on_own_stack() {
   frame::call_on_stack(step_stacks + static_cast<uint32_t>(kSteps + 1 - next_step) * kStepStack, take_remaining_steps);
 }
 
-// What asks for the end while this thread is inside the checker waits until it has left, a second at the most.
-bool is_put_off(int number) {
-  if (end_signal(number)->crash || put_off != 0 || !hook_mutex.held_by_this_thread()) return false;
+// What is sent while this thread is inside the checker waits until it has left, a second at the most.
+bool is_put_off(int number, const SignalFrame& frame) {
+  if (frame.by_instruction() || put_off != 0 || !hook_mutex.held_by_this_thread()) return false;
   put_off = number;
   hook_mutex.assert_held();
   put_off_signal(number, kPatience);
@@ -209,7 +209,7 @@ void handle_end_signal(int number, siginfo_t* info, void* context) {
   const KeepErrno keep;
   const SignalFrame frame(number, info, context);
   if (is_checked_process()) {
-    if (is_put_off(number)) return;
+    if (is_put_off(number, frame)) return;
     if (becomes_teller(number, frame)) tell_on_own_stack();
   }
   frame.end_process();
