@@ -19,9 +19,27 @@ CodeReach::CodeReach(const ElfModule& module) : module_(module), map_(module) {
   fill_gaps();
 }
 
+// i386: the register that a direct call gives the address behind it, by a routine that touches no other
+// (mov (%esp), %reg; ret).
+std::optional<unsigned> CodeReach::asks_where(const CodeAt& code) const {
+  if (code.bytes.size() < 5 || code.bytes[0] != 0xE8) return std::nullopt;
+  auto routine = module_.bytes(code.address + 5 + (code.half(1) | code.half(3) << 16));
+  bool asks =
+      routine.size() >= 4 && routine[0] == 0x8B && (routine[1] & 0xC7) == 4 && routine[2] == 0x24 && routine[3] == 0xC3;
+  return asks ? std::optional<unsigned>(routine[1] >> 3) : std::nullopt;
+}
+
+Step CodeReach::step_of_i386(const CodeAt& code, StackState& state) const {
+  std::optional<unsigned> given = asks_where(code);
+  if (!given) return step_i386(code, state);
+  StackState unused = state;
+  state.forget(*given);
+  return step_i386(code, unused);
+}
+
 Step CodeReach::step(uint32_t address, bool thumb, StackState& state) const {
   CodeAt code{address, module_.bytes(address)};
-  Step step = !module_.arm() ? step_i386(code, state) : thumb ? step_thumb(code, state) : step_arm(code, state);
+  Step step = !module_.arm() ? step_of_i386(code, state) : thumb ? step_thumb(code, state) : step_arm(code, state);
   if (step.size > code.bytes.size()) step.size = 0;
   // lr may hold the place of a case as well.
   if (step.flow == Flow::kJump && by_table_.contains(address)) step.returns = false;

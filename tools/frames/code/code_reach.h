@@ -27,6 +27,8 @@ class CodeReach {
   const std::unordered_multimap<uint32_t, FunctionStart>& cases() const { return cases_; }
 
  private:
+  std::optional<unsigned> asks_where(const CodeAt& code) const;
+  Step step_of_i386(const CodeAt& code, StackState& state) const;
   void add_function(uint32_t address, bool thumb);
   void add_block(uint32_t address, bool thumb);
   void explore();

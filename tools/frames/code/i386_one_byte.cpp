@@ -19,6 +19,8 @@ void I386Execution::arithmetic_immediate() {
   if (in_.reg == 7) return;
   bool moves = in_.opcode != 0x80 && !in_.operand.memory && (in_.reg == 0 || in_.reg == 5);
   if (moves) return set_operand(operand().plus(in_.reg == 0 ? in_.immediate : negative(in_.immediate)));
+  const bool rounds = in_.opcode != 0x80 && in_.reg == 4 && in_.immediate < 0;
+  if (rounds && !in_.operand.memory && in_.operand.reg == kEsp) return state_.realign();
   forget_operand(in_.opcode == 0x80 ? 1 : 4);
 }
 

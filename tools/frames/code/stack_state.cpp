@@ -6,7 +6,7 @@
 namespace quarl::frames {
 
 Value Value::plus(int32_t more) const {
-  if (kind != kFrame && kind != kConstant) return {};
+  if (!on_stack() && kind != kConstant) return {};
   return {kind, 0, static_cast<int32_t>(static_cast<uint32_t>(offset) + static_cast<uint32_t>(more))};
 }
 
@@ -15,28 +15,33 @@ StackState StackState::at_function_start(bool arm) {
   for (uint8_t number = 0; number < 16; ++number) state.registers_[number] = {Value::kEntry, number, 0};
   state.stack_register_ = arm ? kSp : kEsp;
   state.registers_[state.stack_register_] = frame_value(arm ? 0 : -4);
-  if (!arm) state.slots_.emplace_back(-4, Value{Value::kEntry, kReturn, 0});
+  if (!arm) state.slots_.emplace_back(frame_value(-4), Value{Value::kEntry, kReturn, 0});
   return state;
 }
 
 // What lies below the stack pointer is lost.
 void StackState::set(unsigned number, Value value) {
   registers_[number] = value;
-  if (number != stack_register_ || value.kind != Value::kFrame) return;
-  std::erase_if(slots_, [&](const auto& slot) { return slot.first < value.offset; });
+  if (number != stack_register_ || !value.on_stack()) return;
+  std::erase_if(slots_, [&](const auto& slot) {
+    const Value& place = slot.first;
+    return place.kind == value.kind ? place.offset < value.offset : place.kind == Value::kRealigned;
+  });
 }
 
 void StackState::store(Value address, Value what) {
-  if (address.kind != Value::kFrame) return;
-  std::erase_if(slots_,
-                [&](const auto& slot) { return slot.first > address.offset - 4 && slot.first < address.offset + 4; });
-  if (what.kind == Value::kEntry || what.kind == Value::kFrame) slots_.emplace_back(address.offset, what);
+  if (!address.on_stack()) return;
+  std::erase_if(slots_, [&](const auto& slot) {
+    const Value& place = slot.first;
+    return place.kind == address.kind && place.offset > address.offset - 4 && place.offset < address.offset + 4;
+  });
+  if (what.kind == Value::kEntry || what.kind == Value::kFrame) slots_.emplace_back(address, what);
 }
 
 Value StackState::load(Value address) const {
-  if (address.kind != Value::kFrame) return {};
-  for (const auto& [offset, value] : slots_) {
-    if (offset == address.offset) return value;
+  if (!address.on_stack()) return {};
+  for (const auto& [place, value] : slots_) {
+    if (place == address) return value;
   }
   return {};
 }
@@ -44,6 +49,11 @@ Value StackState::load(Value address) const {
 void StackState::push(Value what) {
   set(stack_register_, registers_[stack_register_].plus(-4));
   store(registers_[stack_register_], what);
+}
+
+void StackState::realign() {
+  const bool known = registers_[stack_register_].kind == Value::kFrame;
+  set(stack_register_, known ? Value{Value::kRealigned} : Value{});
 }
 
 Value StackState::pop() {
@@ -83,8 +93,9 @@ int16_t StackState::place_of(unsigned number) const {
   const Value entry{Value::kEntry, static_cast<uint8_t>(number), 0};
   bool in_register = number != kReturn && registers_[number] == entry;
   if (in_register && (number != kLr || !saved(kLr))) return kPlaceUnchanged;
-  for (const auto& [offset, value] : slots_) {
-    if (value == entry && offset < 0 && offset > kPlaceLost) return static_cast<int16_t>(offset);
+  for (const auto& [place, value] : slots_) {
+    const bool near = place.kind == Value::kFrame && place.offset < 0 && place.offset > kPlaceLost;
+    if (value == entry && near) return static_cast<int16_t>(place.offset);
   }
   return kPlaceLost;
 }
@@ -102,7 +113,7 @@ std::optional<FrameRule> StackState::rule(bool arm) const {
     rule.cfa = negative(registers_[number].offset);
     break;
   }
-  if (rule.base == kFrameEnd) return std::nullopt;
+  if (rule.base == kFrameEnd) return arm ? std::nullopt : realigned_rule();
   rule.return_place = place_of(arm ? kLr : kReturn);
   rule.frame_place = place_of(arm ? kR7 : kEbp);
   rule.r11_place = arm ? place_of(kR11) : kPlaceUnchanged;
@@ -110,9 +121,22 @@ std::optional<FrameRule> StackState::rule(bool arm) const {
   return rule;
 }
 
+// ebp points at the caller's, and the CFA is kept at a distance from it.
+std::optional<FrameRule> StackState::realigned_rule() const {
+  const Value& ebp = registers_[kEbp];
+  const Value callers{Value::kEntry, kEbp, 0};
+  if (ebp.kind != Value::kRealigned || load(ebp) != callers || place_of(kReturn) != -4) return std::nullopt;
+  for (const auto& [place, value] : slots_) {
+    if (place.kind != Value::kRealigned || value != frame_value(0)) continue;
+    return FrameRule{kFrameEbpWord, kRuleDerived, -4, place.offset - ebp.offset, 0, 0};
+  }
+  return std::nullopt;
+}
+
 std::optional<bool> StackState::agrees(const FrameRule& rule, bool arm) const {
   std::optional<FrameRule> own = this->rule(arm);
-  if (!own || rule.base == kFrameEbpWord || rule.base >= kFrameSignal || rule.base == kFrameEnd) return std::nullopt;
+  if (!own || rule.base >= kFrameSignal || rule.base == kFrameEnd) return std::nullopt;
+  if (own->base == kFrameEbpWord || rule.base == kFrameEbpWord) return own->base == rule.base && own->cfa == rule.cfa;
   unsigned number = rule.base == kFrameSp    ? stack_register_
                     : rule.base == kFrameR7  ? kR7
                     : rule.base == kFrameR11 ? kR11

@@ -23,12 +23,15 @@ struct Value {
     kEntry,
     kFrame,
     kConstant,
+    kRealigned,  // i386
     kBehindCall
-  } kind = kUnknown;   // the last: lr as a call left it
-  uint8_t reg = 0;     // kEntry: what this register held at the function's start
-  int32_t offset = 0;  // kFrame: CFA + offset; kConstant: the number
+  } kind = kUnknown;  // the last: lr as a call left it
+  uint8_t reg = 0;    // kEntry: what this register held at the function's start
+  int32_t offset =
+      0;  // kFrame: CFA + offset; kRealigned: the same from where sp was rounded down to; kConstant: the number
 
   bool operator==(const Value&) const = default;
+  bool on_stack() const { return kind == kFrame || kind == kRealigned; }
   Value plus(int32_t more) const;
 };
 
@@ -50,6 +53,8 @@ class StackState {
   void store(Value address, Value what);
   Value load(Value address) const;
   void push(Value what);
+  // sp is rounded down, by an unknown distance.
+  void realign();
   Value pop();
   // What a call leaves of the registers.
   void call(bool arm);
@@ -71,9 +76,10 @@ class StackState {
 
  private:
   int16_t place_of(unsigned number) const;
+  std::optional<FrameRule> realigned_rule() const;
 
   std::array<Value, 16> registers_ = {};
-  std::vector<std::pair<int32_t, Value>> slots_;  // by distance from the CFA
+  std::vector<std::pair<Value, Value>> slots_;  // of the frame: where each is, and what it holds
   uint8_t stack_register_ = kSp;
 };
 
