@@ -5,7 +5,7 @@ show_statistics() {
   local target=$1
   item "$target, a program with two leaks on three threads: its statistics and what it never gave back"
   mkdir -p "logs-$target"
-  "$quarl" run --set QUARL_PRINT_PROFINFO=1 --logs "logs-$target" -- "$programs/$target/station" 500 \
+  "$quarl" run --raw --set QUARL_PRINT_PROFINFO=1 --logs "logs-$target" -- "$programs/$target/station" 500 \
     >table 2>messages </dev/null || true
   indent <table
   indent <messages

@@ -1,6 +1,18 @@
 # A running program is steered from outside.
 # shellcheck shell=bash
 
+# Trace lines read "N : 0xADDRESS"; adds function, file and line of the call before each return address.
+with_places() {
+  local program=$1 line place
+  while IFS= read -r line; do
+    if [[ $line =~ ^[0-9]+\ :\ 0x([0-9a-f]+)$ ]]; then
+      place=$(addr2line -psf -e "$program" "$(printf '0x%x' $((0x${BASH_REMATCH[1]} - 1)))")
+      [[ $place == '??'* ]] || line+="  $place"
+    fi
+    printf '%s\n' "$line"
+  done
+}
+
 # What the program has printed since the last call; waits for PATTERN in it first.
 shown=0
 show_new() {
@@ -27,7 +39,7 @@ steer() {
   item "$target, a running program told over TCP to check its heap, to print and to reset its statistics"
   : >output
   mkfifo input
-  "$quarl" run --agent -- "$program" <input >output 2>messages &
+  "$quarl" run --agent --raw -- "$program" <input >output 2>messages &
   running=$!
   exec 3>input
   show_new 'station: measuring'

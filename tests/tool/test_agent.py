@@ -12,7 +12,7 @@ class RealAgent(ToolTest):
         for target in ("i686", "armhf"):
             with self.subTest(target):
                 library(target)
-                run = self.start("run", "--agent", "--", victim(target), "tail", "serve")
+                run = self.start("run", "--agent", "--raw", "--", victim(target), "tail", "serve")
                 port = re.search(r"port (\d+)", self.read_until(run.stderr, "listens at port")).group(1)
                 self.read_until(run.stdout, "serving")
                 result = self.quarl("ctl", f"localhost:{port}", "check", "stats", "reset", "QUARL_HEAD_TID=0")

@@ -40,7 +40,7 @@ class Running(ToolTest):
 
     def test_reload_puts_the_file_in_force(self):
         path = self.write("own.ini", "QUARL_PROF=1\n")
-        run, pid = self.serve("i686", "--config", path)
+        run, pid = self.serve("i686", "--raw", "--config", path)
         self.write("own.ini", "QUARL_BAD=1\nQUARL_PRINT_PROFINFO=1\n")
         result = self.quarl("reload", pid)
         self.assertEqual((result.returncode, result.stdout), (0, path + "\n"))

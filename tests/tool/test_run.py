@@ -7,6 +7,7 @@ import shutil
 import signal
 import socket
 import struct
+import subprocess
 import sys
 import unittest
 
@@ -21,24 +22,59 @@ class Run(ToolTest):
         return self.quarl("run", *options, "--", victim(target), *acts, **more)
 
 
+def summary_of(result):
+    return result.stderr.splitlines()[-1]
+
+
 class Faults(Run):
-    def test_each_fault_is_told_and_the_run_ends(self):
+    def test_each_fault_is_told_once_and_the_run_ends(self):
         for target in TARGETS:
-            for acts, reports, parked in (([], 0, 0), (["double"], 1, 1), (["thread"], 1, 1), (["child"], 1, 1),
-                                          (["tail", "check"], 3, 0), (["tail"], 2, 0)):
+            for acts, faults, stopped in (([], "no faults", 0), (["double"], "1 fault", 1), (["thread"], "1 fault", 1),
+                                          (["child"], "1 fault", 1), (["tail", "check"], "1 fault, reported 3 times", 0),
+                                          (["tail"], "1 fault, reported 2 times", 0)):
                 with self.subTest(target=target, acts=acts):
                     if not os.path.exists(os.path.join(VICTIMS, f"victim_{target}")):
                         self.skipTest(f"no cross compiler for {target}")
                     result = self.run_victim(target, *acts)
-                    self.assertEqual(result.returncode, 86 if reports else 7, result)
-                    told = f"fault reports: {reports}, parked threads: {parked}"
-                    self.assertEqual(told in result.stderr, bool(reports), result.stderr)
-                    self.assertEqual(result.stderr.count("was parked after a fault"), parked)
+                    self.assertEqual((result.returncode, result.stdout), (86 if acts else 7, ""), result)
+                    self.assertTrue(summary_of(result).startswith(f"quarl: {faults}; "), result.stderr)
+                    self.assertEqual(result.stderr.count("the thread was stopped there; it is ended now\n"), stopped)
+                    self.assertEqual(result.stderr.count("\n  found "), 1 if acts else 0, result.stderr)
 
     def test_fault_status_is_chosen(self):
         for status, expected in ((3, 3), (0, 7)):
             result = self.run_victim("i686", "thread", options=["--fault-exitcode", str(status)])
             self.assertEqual(result.returncode, expected)
+
+    def test_a_program_that_prints_a_report_is_not_at_fault(self):
+        result = self.run_victim("i686", "print")
+        self.assertEqual((result.returncode, result.stdout.count("###### slop over")), (7, 1))
+        self.assertRegex(result.stderr, r"^quarl: no faults; .*\n$")
+
+    def test_raw_shows_what_the_library_prints(self):
+        result = self.run_victim("i686", "tail", options=["--raw"])
+        self.assertEqual((result.returncode, result.stdout.count("###### slop over")), (86, 2))
+        self.assertRegex(result.stderr, r"^quarl: 1 fault, reported 2 times; .*\n$")
+
+    def test_fault_of_a_daemon_that_closed_its_output(self):
+        library("i686")
+        run = self.start("run", "--", victim("i686"), "daemon", "stay")
+        self.assertIn("released twice", self.read_until(run.stderr, "it is ended now"))
+        run.stdin.close()
+        self.assertEqual(run.wait(DEADLINE), 86)
+
+    def test_daemon_that_outlives_the_run_is_told(self):
+        """And what it reads and writes stays."""
+        library("i686")
+        run = self.start("run", "--set", "QUARL_MMAP=1", "--logs", "logs", "--", victim("i686"), "left")
+        told = self.read_until(run.stderr, "everything was given back")
+        pid = re.search(r"victim_i686\[(\d+)\] runs on; what becomes of it is told by: quarl story (\S+)", told)
+        self.assertIsNotNone(pid, told)
+        self.assertEqual(run.wait(DEADLINE), 7)
+        self.assertIn("quarlcfg.ini", os.listdir(os.path.join(self.folder, "logs")))
+        self.assertTrue(os.path.exists(pid[2]))
+        run.stdin.close()
+        self.read_until(run.stdout, "left behind")
 
     def test_parked_thread_is_kept_and_released_by_hand(self):
         for target in ("i686", "armhf"):
@@ -46,33 +82,61 @@ class Faults(Run):
                 library(target)
                 run = self.start("run", "--keep-parked", "--", victim(target), "thread")
                 told = self.read_until(run.stderr, "quarl release")
-                pid, tid = re.search(r"thread (\d+) .* of process (\d+)", told).group(2, 1)
+                pid, tid = re.search(r"the thread is stopped there; end it with: quarl release (\d+) (\d+)", told).groups()
                 self.assertEqual(self.quarl("release", pid, "1").returncode, 1)
                 self.assertIn(f"released thread {tid}", self.quarl("release", pid, tid).stdout)
                 self.assertEqual(run.wait(DEADLINE), 86)
 
-    def test_process_that_only_its_agent_keeps_is_ended(self):
-        result = self.run_victim("i686", "double", options=["--agent"])
-        self.assertEqual(result.returncode, 86)
-        self.assertIn("nothing but the agent is left", result.stderr)
+    def test_process_that_only_its_agent_keeps_is_ended_with_its_log(self):
+        for target in ("i686", "armhf"):
+            with self.subTest(target):
+                result = self.run_victim(target, "double", options=["--agent", "--logs", f"logs-{target}"])
+                self.assertEqual(result.returncode, 86)
+                self.assertIn("nothing but the agent is left", result.stderr)
+                log = re.search(r"quarl report leaks (\S+)", summary_of(result))[1]
+                self.assertEqual(self.quarl("report", log).returncode, 0)
+
+
+class NotChecked(Run):
+    def test_programs_that_are_not_checked_are_named(self):
+        library("i686")
+        run = self.start("run", "--", victim("i686"), "other", "stay")
+        self.read_until(run.stderr, f"quarl: not checked: {os.path.realpath('/bin/sleep')} (64-bit)\n")
+        run.stdin.close()
+        self.assertEqual(run.wait(DEADLINE), 7)
+
+    @unittest.skipIf(os.getuid() != 0, "only root gives capabilities to a file")
+    def test_library_that_was_not_loaded(self):
+        library("i686")
+        program = shutil.copy(victim("i686"), os.path.join(self.folder, "capable"))
+        if subprocess.run(["setcap", "cap_net_raw=ep", program], check=False).returncode != 0:
+            self.skipTest("no file capabilities on this file system")
+        for folder in (self.folder, self.state):
+            os.chmod(folder, 0o777)
+        result = self.quarl("run", "--no-frames", "--", "./capable", "tail", user=65534)
+        self.assertEqual(result.returncode, 7, result)
+        self.assertIn("libquarl.so was not loaded into process", result.stderr)
 
 
 class Output(Run):
     def test_output_passes_unchanged(self):
         expected = "".join(f"line {i}\n" for i in range(100000))
         with self.subTest("pipe"):
-            self.assertEqual(self.run_victim("i686", "lines").stdout, expected)
-        with self.subTest("file, with what stood there before"):
-            path = self.write("out", "before\n")
-            with open(path, "a", encoding="utf-8") as out:
-                result = self.run_victim("i686", "lines", "tail", stdout=out)
-            with open(path, encoding="utf-8") as out:
-                self.assertTrue(out.read().startswith("before\n" + expected + "######"))
-            self.assertEqual(result.returncode, 86)
+            self.assertEqual(self.run_victim("i686", "lines", "tail").stdout, expected)
         with self.subTest("device that takes nothing"), open("/dev/full", "wb") as full:
             self.assertEqual(self.run_victim("i686", "lines", stdout=full).returncode, 7)
-        with self.subTest("direct: no fault is read"):
-            self.assertEqual(self.run_victim("i686", "tail", options=["--direct"]).returncode, 7)
+
+    def test_descriptors_are_the_programs_own(self):
+        """The very files: what they are, where they stand, and none besides."""
+        library("i686")
+        with open(self.write("in", "text"), "rb") as given, open(os.path.join(self.folder, "out"), "wb") as out:
+            result = self.run_victim("i686", "descriptors", stdin=given, stdout=out)
+            expected = [f"{os.fstat(file).st_dev} {os.fstat(file).st_ino}" for file in (given.fileno(), out.fileno())]
+        self.assertEqual(result.returncode, 7)
+        with open(os.path.join(self.folder, "out"), encoding="utf-8") as out:
+            lines = out.read().splitlines()
+        self.assertEqual(lines[:2], expected)
+        self.assertEqual(lines[2:], [""])
 
     def test_reader_that_goes_away_ends_the_program(self):
         library("i686")
@@ -84,6 +148,7 @@ class Output(Run):
     def test_terminal_stays_a_terminal(self):
         library("i686")
         main, slave = pty.openpty()
+        self.environment |= {"TERM": "xterm"}
         result = self.quarl("run", "--", victim("i686"), "tty", "double", stdin=slave, stdout=slave, stderr=slave)
         os.close(slave)
         text = ""
@@ -92,7 +157,8 @@ class Output(Run):
                 text += os.read(main, 65536).decode()
         except OSError:  # all of it was read
             os.close(main)
-        self.assertTrue(text.startswith("1 1 1\r\ndouble free"), text)
+        self.assertTrue(text.startswith("1 1 1\r\nquarl: victim_i686["), text)
+        self.assertIn("released twice\x1b[0m", text)
         self.assertEqual(result.returncode, 86)
 
     def test_process_left_behind_keeps_its_output(self):
@@ -102,10 +168,45 @@ class Output(Run):
         run.stdin.close()
         self.read_until(run.stdout, "left behind")
 
+    def test_direct_is_taken_and_does_nothing(self):
+        result = self.run_victim("i686", "tail", options=["--direct"])
+        self.assertEqual(result.returncode, 86)
+        self.assertIn("quarl: --direct does nothing any more", result.stderr)
+        self.assertNotIn("--direct", self.quarl("run", "--help").stdout + self.quarl("man").stdout)
+
+
+class Environment(Run):
+    def test_a_file_of_the_users_own_is_followed(self):
+        self.write("own.jsonl", '{"v":1,"event":"fault","pid":1,"kind":"double-free"}\n')
+        self.environment["QUARL_EVENTS"] = "own.jsonl"
+        result = self.run_victim("i686", "tail")
+        self.assertTrue(summary_of(result).startswith("quarl: 1 fault, reported 2 times;"), result.stderr)
+        with open(os.path.join(self.folder, "own.jsonl"), encoding="utf-8") as events:
+            self.assertEqual(events.read().count('"event":"fault"'), 3)
+
+    def test_a_fifo_is_left_to_its_reader(self):
+        fifo = os.path.join(self.folder, "fifo")
+        os.mkfifo(fifo)
+        reader = os.open(fifo, os.O_RDONLY | os.O_NONBLOCK)
+        self.addCleanup(os.close, reader)
+        self.environment["QUARL_EVENTS"] = fifo
+        result = self.run_victim("i686", "double")
+        self.assertEqual(result.returncode, 86)
+        self.assertIn("QUARL_EVENTS names no file", result.stderr)
+        self.assertIn("double free", result.stdout)
+        self.assertIn(b'"event":"fault"', os.read(reader, 65536))
+
+    def test_where_messages_go_is_the_users_choice(self):
+        self.environment["QUARL_MESSAGES"] = "stderr"
+        result = self.run_victim("i686", "tail")
+        self.assertEqual((result.stdout, result.stderr.count("###### slop over")), ("", 2))
+
 
 class Status(Run):
     def test_signals(self):
-        self.assertEqual(self.run_victim("i686", "abort").returncode, 128 + signal.SIGABRT)
+        result = self.run_victim("i686", "abort")
+        self.assertEqual(result.returncode, 128 + signal.SIGABRT)
+        self.assertRegex(result.stderr, r"quarl: victim_i686\[\d+\]: ended by SIGABRT\n")
         for target in ("i686", "armhf"):
             with self.subTest(target):
                 library(target)
@@ -142,6 +243,20 @@ class Status(Run):
                 result = self.quarl("run", *arguments)
                 self.assertEqual((result.returncode, result.stdout), (1, ""), result)
                 self.assertIn(text, result.stderr)
+
+    def test_signal_that_ends_the_program_has_it_write_its_logs(self):
+        for target in ("i686", "armhf"):
+            with self.subTest(target):
+                library(target)
+                folder = os.path.join(self.folder, target)
+                run = self.start("run", "--logs", folder, "--", victim(target), "hold")
+                self.read_until(run.stdout, "here")
+                run.send_signal(signal.SIGTERM)
+                told = self.read_until(run.stderr, "more: quarl report leaks")
+                self.assertEqual(run.wait(DEADLINE), 128 + signal.SIGTERM)
+                self.assertRegex(told, r"quarl: no faults; \d+ bytes in \d+ blocks? held when a signal ended it; more: ")
+                [log] = [name for name in os.listdir(folder) if name.endswith("_quarl.log")]
+                self.assertIn("1,000 bytes in 1 block", self.quarl("report", "leaks", os.path.join(folder, log)).stdout)
 
     def test_script_runs_by_its_interpreter(self):
         library("i686")
@@ -232,28 +347,32 @@ class Items(Run):
         result = self.run_victim("i686", "child", options=["--record", "--keep-all"])
         [(run, logs)] = self.runs().items()
         self.assertRegex(run, r"^victim_i686-\d{8}-\d{6}-\d+$")
-        self.assertEqual(len(logs), 2, logs)
-        for name in logs:
+        self.assertEqual(len(logs), 3, logs)
+        self.assertIn("events.jsonl", logs)
+        for name in logs[1:]:
             self.assertRegex(name, r"^victim_i686_\d+_quarlAll\.log$")
-        self.assertIn(f"2 logs: {self.state}/quarl/{run}\n", result.stderr)
+        self.assertIn(f"; 2 logs in {self.state}/quarl/{run}; more: quarl report", result.stderr)
         self.assertEqual(os.listdir(self.folder), [])
 
     def test_folder_is_chosen(self):
         self.run_victim("i686", "child", options=["--logs", "a/b", "--record", "--keep-all"])
-        self.assertEqual(len(os.listdir(os.path.join(self.folder, "a/b"))), 2)
+        self.assertEqual(len(os.listdir(os.path.join(self.folder, "a/b"))), 3)
         self.environment["QUARL_LOG_DIR"] = "c"
         self.run_victim("i686", options=["--record", "--keep-all"])
-        self.assertEqual(len(os.listdir(os.path.join(self.folder, "c"))), 1)
+        self.assertEqual(len(os.listdir(os.path.join(self.folder, "c"))), 2)
         self.assertEqual(sorted(os.listdir(self.folder)), ["a", "c"])
         self.assertEqual(os.listdir(self.state), [])
 
     def test_logs_that_say_nothing(self):
         """A log that was begun and never written to goes, unless it is that of a process that a signal has ended."""
-        for act, options, kept in (("leave", (), 0), ("leave", ("--keep-all",), 1), ("abort", (), 1)):
-            with self.subTest(act, options=options):
+        for act, options, told, kept in (("leave", (), "1", 0), ("leave", ("--keep-all",), "1", 1), ("abort", (), "1", 0),
+                                         ("abort", (), "0", 1)):
+            with self.subTest(act, options=options, told=told):
+                self.environment["QUARL_END_SIGNALS"] = told
                 folder = os.path.join(self.folder, "logs")
                 self.run_victim("i686", act, options=["--logs", folder, *options])
-                self.assertEqual(len(os.listdir(folder)) if os.path.isdir(folder) else 0, kept)
+                logs = [name for name in os.listdir(folder) if name != "events.jsonl"] if os.path.isdir(folder) else []
+                self.assertEqual(len(logs), kept)
                 shutil.rmtree(folder, ignore_errors=True)
 
     def test_configuration_that_is_a_pipe(self):
@@ -262,7 +381,7 @@ class Items(Run):
         os.close(write)
         self.run_victim("i686", "config", options=["--config", f"/dev/fd/{read}", "--logs", "logs"], pass_fds=[read])
         os.close(read)
-        [log] = os.listdir(os.path.join(self.folder, "logs"))
+        [log] = [name for name in os.listdir(os.path.join(self.folder, "logs")) if name != "events.jsonl"]
         self.assertTrue(log.endswith("_quarlAll.log"), log)
 
 

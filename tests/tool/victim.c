@@ -1,10 +1,14 @@
 // A program that does what its arguments say, one after the other; it ends with status 7.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -79,6 +83,14 @@ static void wait_for_signal(void) {
   for (;;) pause();
 }
 
+// Keeps a block, and waits for a signal that nobody handles.
+static void hold(void) {
+  kept = malloc(1000);
+  printf("here\n");
+  fflush(stdout);
+  for (;;) pause();
+}
+
 // Stands still until its standard input ends.
 static void stay(void) {
   char byte;
@@ -97,6 +109,36 @@ static void leave_child_behind(void) {
     fflush(stdout);
     _exit(0);
   }
+}
+
+// A daemon with a fault, which has closed all that it could tell of it.
+static void leave_daemon(void) {
+  if (fork() != 0) return;
+  setsid();
+  for (int file = 0; file < 3; ++file) close(file);
+  if (fork() != 0) _exit(0);
+  free_twice();
+  _exit(0);
+}
+
+// A program of this machine, until its starter ends.
+static void start_other(void) {
+  if (fork() != 0) return;
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  execl("/bin/sleep", "sleep", "1000", (char*)NULL);
+  _exit(1);
+}
+
+// What standard input and output are, and which others there are of a program's own.
+static void show_descriptors(void) {
+  struct stat status;
+  for (int file = 0; file < 2; ++file) {
+    fstat(file, &status);
+    printf("%ju %ju\n", (uintmax_t)status.st_dev, (uintmax_t)status.st_ino);
+  }
+  for (int file = 3; file < 100; ++file)
+    if (fcntl(file, F_GETFD) >= 0) printf("%d ", file);
+  printf("\n");
 }
 
 static void show_config(void) {
@@ -126,9 +168,13 @@ static void act(const char* what) {
   if (!strcmp(what, "leave")) _exit(7);
   if (!strcmp(what, "serve")) serve();
   if (!strcmp(what, "stay")) stay();
+  if (!strcmp(what, "hold")) hold();
   if (!strcmp(what, "away") && chdir("/") != 0) abort();
   if (!strcmp(what, "wait")) wait_for_signal();
   if (!strcmp(what, "left")) leave_child_behind();
+  if (!strcmp(what, "daemon")) leave_daemon();
+  if (!strcmp(what, "other")) start_other();
+  if (!strcmp(what, "descriptors")) show_descriptors();
   if (!strcmp(what, "config")) show_config();
   if (!strcmp(what, "contract")) show_contract();
   if (!strcmp(what, "tty")) printf("%d %d %d\n", isatty(0), isatty(1), isatty(2));

@@ -71,6 +71,8 @@ and `quarlcfg.ini` too. But for `QUARL_CFG_FILE`, which every reload looks at, t
 
 `quarl run` sets `QUARL_LOG_DIR` to a folder of the run and `QUARL_KEEP` to `findings`, unless they are set already;
 `--logs DIR` and `--keep-all` choose otherwise. With `--agent` it sets `QUARL_AGENT_ADDRESS` to 127.0.0.1 unless it is set.
+`QUARL_EVENTS` is a file in the folder of the run, `QUARL_MESSAGES` is `none` without `--raw`, and `QUARL_END_SIGNALS` is 1,
+each unless it is set already.
 
 A `QUARL_MAPS_SIZE` from which on the offsets in a log would not fit into 32 bits (about 4 million KiB) is taken, but no
 log is written; one line on standard error says so.

@@ -23,6 +23,18 @@ std::string task_file(pid_t tid, const char* file) {
   return "task/" + std::to_string(tid) + "/" + file;
 }
 
+// The names of a folder's entries that are numbers.
+std::vector<pid_t> numbers_in(const std::string& folder) {
+  std::vector<pid_t> numbers;
+  std::error_code gone;
+  for (fs::directory_iterator entry(folder, gone), end; !gone && entry != end; entry.increment(gone)) {
+    std::string name = entry->path().filename();
+    pid_t number = 0;
+    if (std::from_chars(name.data(), name.data() + name.size(), number).ec == std::errc()) numbers.push_back(number);
+  }
+  return numbers;
+}
+
 // The main thread may have ended before others; then only theirs show the process's memory, program and directory.
 pid_t with_memory(pid_t pid) {
   if (thread_lives(pid, pid)) return pid;
@@ -61,15 +73,11 @@ std::string read_proc(pid_t pid, const std::string& file) {
 }
 
 std::vector<pid_t> threads_of(pid_t pid) {
-  std::vector<pid_t> threads;
-  std::error_code gone;
-  for (fs::directory_iterator task(proc_path(pid, "task"), gone), end; !gone && task != end; task.increment(gone)) {
-    std::string name = task->path().filename();
-    pid_t tid = 0;
-    std::from_chars(name.data(), name.data() + name.size(), tid);
-    threads.push_back(tid);
-  }
-  return threads;
+  return numbers_in(proc_path(pid, "task"));
+}
+
+std::vector<pid_t> all_processes() {
+  return numbers_in("/proc");
 }
 
 std::vector<pid_t> process_tree(pid_t root) {

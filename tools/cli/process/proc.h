@@ -19,6 +19,9 @@ std::vector<pid_t> threads_of(pid_t pid);
 // The process and all that it started that are still there and were not handed to init.
 std::vector<pid_t> process_tree(pid_t root);
 
+// All that are there.
+std::vector<pid_t> all_processes();
+
 // "name", at most 15 characters.
 std::string thread_name(pid_t pid, pid_t tid);
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "message.h"
+#include "process/proc.h"
 #include "story/telling/summary.h"
 
 namespace quarl {
@@ -14,9 +15,9 @@ namespace {
 namespace fs = std::filesystem;
 using story::printable;
 
-void tell_survivors(const TargetRun& run, const RunEvents& events) {
-  for (const story::Process* process : run.survivors()) {
-    say("{} runs on; what becomes of it is told by: quarl story {}", printable(process->name()),
+void tell_survivors(const std::set<pid_t>& survivors, const RunEvents& events) {
+  for (pid_t pid : survivors) {
+    say("{}[{}] runs on; what becomes of it is told by: quarl story {}", printable(thread_name(pid, pid)), pid,
         printable(events.path()));
   }
 }
@@ -27,15 +28,11 @@ bool was_left_out(const TargetRun& run, const RunEvents& events) {
   return events.path() != "/dev/null" && main == nullptr && std::getenv("QUARL_ONLY") == nullptr;
 }
 
-void tell_unchecked(const TargetRun& run, const RunEvents& events) {
-  if (was_left_out(run, events)) {
-    say("libquarl.so was not loaded into process {}: nothing of it was checked. The loader leaves it out where a "
-        "program "
-        "changes its user or has file capabilities; run a copy of the program",
-        run.pid());
-  }
-  std::string list = run.unchecked().list();
-  if (!list.empty()) say("not checked: {}", printable(list));
+void tell_left_out(const TargetRun& run, const RunEvents& events) {
+  if (!was_left_out(run, events)) return;
+  say("libquarl.so was not loaded into process {}: nothing of it was checked. The loader leaves it out where a program "
+      "changes its user or has file capabilities; run a copy of the program",
+      run.pid());
 }
 
 // Logs in the folder, and those that a program wrote elsewhere.
@@ -74,9 +71,10 @@ RunFiles::~RunFiles() {
 
 void tell_end(const TargetRun& run, const RunEvents& events, const LogFolder& folder, RunFiles& files,
               bool findings_only) {
-  const bool runs_on = !run.survivors().empty();
-  tell_survivors(run, events);
-  tell_unchecked(run, events);
+  const std::set<pid_t> survivors = run.survivors();
+  const bool runs_on = !survivors.empty();
+  tell_survivors(survivors, events);
+  tell_left_out(run, events);
   std::string complaint = events.complaint();
   if (!complaint.empty()) say("{}", printable(complaint));
   std::vector<std::string> logs = folder.logs(findings_only, run.killed());

@@ -23,6 +23,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 constexpr milliseconds kLookPeriod(100);
 constexpr milliseconds kHurry(2);         // between looks for a thread that is about to be stopped
+constexpr milliseconds kBreath(20);       // between looks for processes that are about to end
 constexpr milliseconds kPatience(1000);   // for what becomes of a stopped thread
 constexpr milliseconds kStragglers(300);  // for processes that end with the program
 constexpr int kMaxLookShare = 50;         // looking takes at most one part in so many of the time
@@ -110,17 +111,21 @@ void TargetRun::wait_for_stragglers() {
   auto end = Clock::now() + kStragglers;
   follow();
   while (!survivors().empty() && Clock::now() < end) {
-    wait_until(std::min(end, Clock::now() + kHurry));
+    wait_until(std::min(end, Clock::now() + kBreath));
     take_signals();
     follow();
   }
 }
 
-std::vector<const story::Process*> TargetRun::survivors() const {
-  std::vector<const story::Process*> living;
+// A forked process that had nothing to tell yet is known by its environment alone.
+std::set<pid_t> TargetRun::survivors() const {
+  std::set<pid_t> living;
+  for (pid_t pid : all_processes()) {
+    if (environment_of(pid, "QUARL_EVENTS") == events_.path() && runs_under_checker(pid)) living.insert(pid);
+  }
   for (const story::Process& process : events_.processes().all()) {
     const bool over = process.ending || process.replaced || process.pid == pid_;
-    if (!over && runs_under_checker(process.pid)) living.push_back(&process);
+    if (!over && runs_under_checker(process.pid)) living.insert(process.pid);
   }
   return living;
 }

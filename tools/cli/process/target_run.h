@@ -37,8 +37,7 @@ class TargetRun {
   // The process that a signal has ended; 0 when it was none.
   pid_t killed() const { return WIFSIGNALED(wait_status_) ? pid_ : 0; }
   // Checked processes of the run that are still there.
-  std::vector<const story::Process*> survivors() const;
-  const UncheckedPrograms& unchecked() const { return unchecked_; }
+  std::set<pid_t> survivors() const;
 
  private:
   void start(const LaunchCommand& command);

@@ -6,8 +6,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "message.h"
 #include "process/proc.h"
 #include "refusal.h"
+#include "story/telling/page.h"
 #include "target/elf_target.h"
 
 namespace quarl {
@@ -39,21 +41,14 @@ std::string why_unchecked(const std::string& path) {
 
 void UncheckedPrograms::look(pid_t pid) {
   std::string program = program_of(pid);
-  if (program.empty() || programs_.contains(program)) return;
+  if (program.empty() || told_.contains(program)) return;
   std::string& before = seen_[pid];
   const bool stays = before == program;
   before = program;
-  if (stays && !runs_under_checker(pid) && program_of(pid) == program) programs_[program] = why_unchecked(program);
-}
-
-std::string UncheckedPrograms::list() const {
-  std::string list;
-  size_t told = 0;
-  for (const auto& [program, why] : programs_) {
-    if (told++ == kMostTold) return list + fmt::format(", and {} more", programs_.size() - kMostTold);
-    list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", program, why);
-  }
-  return list;
+  if (!stays || runs_under_checker(pid) || program_of(pid) != program) return;
+  told_.insert(program);
+  if (told_.size() <= kMostTold) say("not checked: {} ({})", story::printable(program), why_unchecked(program));
+  if (told_.size() == kMostTold) say("further programs that are not checked are not told");
 }
 
 }  // namespace quarl

@@ -4,22 +4,20 @@
 #include <sys/types.h>
 
 #include <map>
+#include <set>
 #include <string>
 
 namespace quarl {
 
 class UncheckedPrograms {
  public:
-  // Looks at a process of the run, now and then. A program that it has at two looks in a row, without the checker,
-  // counts.
+  // Looks at a process of the run, now and then. A program that it has at two looks in a row, without the checker, is
+  // told.
   void look(pid_t pid);
 
-  // "/usr/bin/sleep (64-bit), ..."; "" when there was none.
-  std::string list() const;
-
  private:
-  std::map<pid_t, std::string> seen_;            // the program that the process had at the last look
-  std::map<std::string, std::string> programs_;  // path, why
+  std::map<pid_t, std::string> seen_;  // the program that the process had at the last look
+  std::set<std::string> told_;         // paths
 };
 
 }  // namespace quarl

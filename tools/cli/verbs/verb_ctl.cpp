@@ -28,7 +28,8 @@ COMMAND is one of
   check       checks the whole heap once        (QUARL_MEM_CHECK=1, then =0)
   stats       prints the usage statistics once  (QUARL_PRINT_PROFINFO=1, then =0)
   reset       clears the usage statistics       (QUARL_RESET=1)
-Results show in the program's own output and logs. While QUARL_MEM_CHECK or QUARL_PRINT_PROFINFO is on, every
+Results show in the program's own output and logs; under "quarl run" with --raw alone, but for the stories of faults
+that "check" finds. While QUARL_MEM_CHECK or QUARL_PRINT_PROFINFO is on, every
 packet checks or prints; "check" and "stats" leave them off.
 
 The commands are sent in order over one connection, and the tool waits until the agent has handled them. Anybody who

@@ -28,7 +28,7 @@ std::string kept_text(const Process* process) {
   const bool ended = process != nullptr && is_known(process->ending);
   if (!ended && (process == nullptr || !is_known(process->snapshot))) return "what was kept is not known";
   const Ending& held = ended ? *process->ending : *process->snapshot;
-  std::string text = held_text(*held.blocks, *held.bytes);
+  std::string text = *held.blocks == 0 ? "nothing" : held_text(*held.blocks, *held.bytes);
   if (!ended) return text + " held when it was last looked at";
   if (held.signal != 0) return text + " held when a signal ended it";
   return *held.blocks == 0 ? "everything was given back" : text + " never given back";
