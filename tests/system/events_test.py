@@ -58,6 +58,7 @@ class Faults(EventCase):
                     else:
                         worker.send(command.format(block))
                         driver.await_that(lambda: self.told("parked"), "the end")
+                    driver.await_match(r"call trace :\n(\d+ : \w+\n){3}")
                     [report], rest = take_reports(driver.out)
                     events = self.told()
                     [fault] = [event for event in events if event.kind == "fault"]
@@ -216,10 +217,10 @@ class Kinds(EventCase):
 
     def test_trouble_is_told_as_it_is_printed(self):
         driver = self.driver("QUARL_NO_SUCH=1\nnonsense\nQUARL_OUTPUT_LOG=1\nQUARL_TRACE_BUFSIZE=280\n", environment=self.environment)
-        driver.limit(resource.RLIMIT_FSIZE, 100)
-        self.environment_troubles = self.told("trouble")
-        self.assertEqual([event["text"] + "\n" for event in self.environment_troubles], driver.err.splitlines(keepends=True))
-        self.assertEqual({event["what"] for event in self.environment_troubles}, {"configuration"})
+        driver.await_match("\n.*\n", "err")
+        troubles = self.told("trouble")
+        self.assertEqual([event["text"] + "\n" for event in troubles], driver.err.splitlines(keepends=True))
+        self.assertEqual({event["what"] for event in troubles}, {"configuration"})
         self.assertEqual([event.kind for event in self.told()[-2:]], ["items", "log"])
         driver.kill()
 
@@ -229,6 +230,7 @@ class Kinds(EventCase):
         driver.set_word(blocks[1] - 8, driver.word(blocks[1] - 8) & 3)  # a 0 ends a walk
         driver.check()
         [trouble] = self.told("trouble")
+        driver.await_match("\n", "err")
         self.assertEqual((trouble["what"], trouble["text"] + "\n"), ("list", driver.err))
         self.assertEqual(driver.finish(), 0)
 
@@ -317,8 +319,8 @@ class Hardship(EventCase):
             self.assertEqual([module for module, _ in fault["trace"] if module is None], [])
         self.assertEqual(list(jail.iterdir()), [])
 
-    @promise("A FIFO or a terminal is opened and written without waiting. What cannot be written is counted, and the next event "
-             "tells how many that were.")
+    @promise("A FIFO or a terminal is opened and written without waiting.",
+             "What cannot be written is counted, and the next event tells how many that were.")
     def test_fifo(self):
         os.mkfifo(self.path)
         driver = self.driver(QUIET_END, environment=self.environment)
