@@ -191,6 +191,8 @@ class Kinds(EventCase):
         driver.do(f"raise {signal.SIGUSR1}")
         [dump] = self.told("snapshot")
         self.assertEqual((dump["kind"], dump["blocks"], dump["bytes"]), ("dump", 1, 600))
+        pages = int(Path(f"/proc/{driver.pid}/statm").read_text().split()[1])
+        self.assertTrue(0.8 < dump["resident"] / (pages * resource.getpagesize()) <= 1.2, (dump, pages))
         driver.free(driver.malloc(1))
         [items] = self.told("items")
         self.assertEqual(items["items"]["QUARL_PRINT_PROFINFO"], 1)

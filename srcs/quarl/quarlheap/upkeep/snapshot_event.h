@@ -1,6 +1,7 @@
 // A snapshot that was written, as events tell it.
 #pragma once
 
+#include "platform/resident_memory.h"
 #include "state/events/event.h"
 
 namespace quarl {
@@ -19,12 +20,14 @@ struct LiveMemory {
 
 // `live`: null for a snapshot without rows.
 inline void tell_snapshot(const char* kind, const char* path, const LiveMemory* live) {
+  const uint64_t resident = events_wanted() ? resident_bytes() : 0;
   const Event event("snapshot");
   if (!event) return;
   event.line().text("kind", kind);
   if (live != nullptr) {
     event.line().number("blocks", live->blocks).number("bytes", live->bytes).number("mappings", live->mappings);
   }
+  if (resident != 0) event.line().number("resident", resident);
   event.line().text("path", path);
 }
 

@@ -29,6 +29,7 @@ constinit EventModules::Frame frames[EventModules::kMostFrames] GUARDED_BY(event
 constinit bool whole GUARDED_BY(event_lock) = false;  // nothing that the line refers to is missing
 constinit bool loaded_told GUARDED_BY(event_lock) = false;
 constinit int process GUARDED_BY(event_lock) = 0;  // whose modules are known
+constinit int home GUARDED_BY(event_lock) = 0;     // whose memory this is
 constinit int parent GUARDED_BY(event_lock) = 0;   // that it was forked from
 constinit Describer describe_configuration = nullptr;
 
@@ -70,16 +71,17 @@ bool send_loaded() REQUIRES(event_lock) {
   begin_line(event_line, "loaded");
   event_line.text("version", QUARL_VERSION).text("target", QUARL_TARGET);
   event_line.text("contract", keeps_libc_promises() ? "libc" : "plain");
-  if (parent != 0) event_line.number("parent", static_cast<uint32_t>(parent));
+  const int forked_from = process == home ? parent : home;
+  if (forked_from != 0) event_line.number("parent", static_cast<uint32_t>(forked_from));
   event_line.text("program", program_path(), kMostPath).text("frames", environment("QUARL_FRAMES"), kMostPath / 2);
   if (describe_configuration != nullptr) describe_configuration(event_line);
   return loaded_told = send_line(event_line);
 }
 
-// A child that no handler has told of its birth is known by its number.
+// A child that no handler has told of its birth is known by its number. It may have its parent's memory (vfork), which
+// comes back to it, and tells its own `loaded` again.
 void become(int pid) REQUIRES(event_lock) {
   if (process == pid) return;
-  parent = process;
   process = pid;
   modules.begin_process();
   loaded_told = false;
@@ -157,7 +159,7 @@ void tell_unopened(const char* path) {
 void settle_events() NO_THREAD_SAFETY_ANALYSIS {
   const char* path = environment("QUARL_EVENTS");
   if (path == nullptr || *path == '\0') return;
-  process = getpid();
+  process = home = getpid();
   modules.begin_process();
   if (!file.settle(path) && errno != ENXIO) tell_unopened(path);
   detail::events_on = true;
@@ -178,6 +180,9 @@ bool tell_loaded(Describer describe) NO_THREAD_SAFETY_ANALYSIS {
 
 void leave_parent_events() NO_THREAD_SAFETY_ANALYSIS {
   event_lock.reset_in_child();
+  if (!events_wanted()) return;
+  parent = home;
+  home = getpid();
 }
 
 }  // namespace quarl
