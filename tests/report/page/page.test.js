@@ -177,10 +177,10 @@ test("the timeline shows the peak that no point falls on, as the text does", opt
     assert.equal(await opened.textContent("#plot-detail"), `Highest: ${top} bytes by 2026-01-01 00:39:10 UTC.`);
     await opened.focus("#plot");
     await opened.keyboard.press("Enter");
-    assert.match(await opened.textContent("#plot-detail"), new RegExp(`^2026-01-01 00:39:10 UTC: 148 bytes held, at most ${top} since the point before`));
+    assert.match(await opened.textContent("#plot-detail"), new RegExp(`^2026-01-01 00:39:10 UTC: \\d+ bytes held, at most ${top} since the point before`));
     await opened.keyboard.press("Home");
     await opened.keyboard.press("ArrowRight");
-    assert.match(await opened.textContent("#plot-detail"), /^2026-01-01 00:00:.*: 148 bytes held, at most 148 since/);
+    assert.match(await opened.textContent("#plot-detail"), /^2026-01-01 00:00:.*: 100 bytes held, at most 148 since/);
     assert.equal(await opened.textContent("#peak"), top);
   });
   const points = json("timeline", logOf("chain")).points;
@@ -188,7 +188,7 @@ test("the timeline shows the peak that no point falls on, as the text does", opt
     await opened.focus("#plot");
     for (const [index, point] of points.entries()) {
       await opened.keyboard.press(index === 0 ? "Home" : "ArrowRight");
-      assert.match(await opened.textContent("#plot-detail"), new RegExp(`: ${grouped(point.bytes)} bytes held, at most ${grouped(point.peak)} since.* ${grouped(point.count)} blocks`));
+      assert.match(await opened.textContent("#plot-detail"), new RegExp(`: ${grouped(point.bytes)} bytes held, at most ${grouped(point.peak)} since.*mappings: ${grouped(point.count)},`));
     }
   });
 });
@@ -282,30 +282,35 @@ test("find marks what it finds, minds no case, and takes any text", options, asy
   });
 });
 
-test("the graph turns round, to all callers or to those of one function", options, async () => {
-  const { sites, unfreed } = json(logOf("chain"));
-  const nameOf = (frame) => frame.function || frame.text;
-  const sumBy = (key, from = sites) => {
-    const all = new Map();
-    for (const site of from) all.set(key(site), (all.get(key(site)) ?? 0) + site.bytes);
-    return [...all].sort((a, b) => b[1] - a[1]);
-  };
-  const secondRow = (opened) => bars(opened, '[aria-level="2"]').evaluateAll((found) => found.map((bar) => bar.getAttribute("aria-label")));
-  const labels = (all, whole) => all.map(([name, bytes]) => `${name} — ${grouped(bytes)} bytes, ${((100 * bytes) / whole).toFixed(1)}%`).sort();
-  await withPage(page("chain"), async (opened) => {
+test("the graph has the call tree, and turned round the callers of all or of one function", options, async () => {
+  const log = logOf("records");
+  // What the tree of a report has, level by level, of what is a pixel wide or more.
+  let pixels;
+  const levels = (tree, whole = tree.bytes, level = 2) => tree.children.filter((node) => node.bytes * pixels >= whole).flatMap((node) =>
+    [`${level} ${node.name} — ${grouped(node.bytes)} bytes, ${((100 * node.bytes) / whole).toFixed(1)}%`, ...levels(node, whole, level + 1)]);
+  const drawn = async (opened) => (await bars(opened).evaluateAll((found) => found.map((bar) => `${bar.getAttribute("aria-level")} ${bar.getAttribute("aria-label")}`))).slice(1);
+  await withPage(page("records"), async (opened) => {
+    pixels = await opened.locator("#flame").evaluate((box) => box.clientWidth);
+    for (const view of ["leaks", "peak", "hot", "temporary"]) {
+      await opened.click(`#view-${view}`);
+      assert.deepEqual((await drawn(opened)).sort(), levels(json(view, log, "--tree").tree).sort(), view);
+    }
+    await opened.click("#view-leaks");
     await opened.click('.switch >> text="Callers"');
-    const innermost = sumBy((site) => nameOf(site.frames[0]));
-    assert.deepEqual((await secondRow(opened)).sort(), labels(innermost, unfreed.bytes));
+    const { sites } = json("leaks", log);
+    const innermost = new Map();
+    for (const site of sites) innermost.set(site.frames[0].text, (innermost.get(site.frames[0].text) ?? 0) + site.bytes);
+    const second = (await drawn(opened)).filter((text) => text.startsWith("2 "));
+    for (const [name, bytes] of innermost) if (bytes * pixels < json(log).unfreed.bytes) innermost.delete(name);
+    assert.deepEqual(second.map((text) => text.match(/2 (\S+) — ([\d,]+)/).slice(1)).sort(), [...innermost].map(([name, bytes]) => [name, grouped(bytes)]).sort());
     await opened.focus("#flame");
     await opened.keyboard.press("ArrowDown");
-    const wanted = innermost[0][0];
+    const wanted = (await detail(opened)).split(" — ")[0];
     await opened.click("#callers");
     assert.equal(await opened.textContent("#callers-name"), wanted);
-    const through = sites.filter((site) => site.frames.some((frame) => nameOf(frame) === wanted));
-    const [[, all]] = sumBy(() => wanted, through);
-    assert.deepEqual(await secondRow(opened), labels([[wanted, all]], all));
+    assert.deepEqual((await drawn(opened)).sort(), levels(json("callers", `^${wanted}$`, log).tree).sort());
     await opened.click("#callers-end");
-    assert.match(await detail(opened), new RegExp(`^everything — ${grouped(unfreed.bytes)} bytes`));
+    assert.match(await detail(opened), new RegExp(`^everything — ${grouped(json(log).unfreed.bytes)} bytes`));
   });
 });
 

@@ -48,7 +48,7 @@ function options(counted) {
 }
 
 function describe(point) {
-  const blocks = point[entries] === null ? "" : `, ${grouped(point[entries])} blocks and mappings (at most ${grouped(point[mostEntries])})`;
+  const blocks = point[entries] === null ? "" : `; blocks and mappings: ${grouped(point[entries])}, at most ${grouped(point[mostEntries])}`;
   return `${when(point[at])}: ${grouped(point[bytes])} bytes held, at most ${grouped(point[most])} since the point before${blocks}`;
 }
 
