@@ -1,6 +1,7 @@
 #include "report/formats/site_rows.h"
 
 #include "report/formats/operation_name.h"
+#include "report/symbols/short_name.h"
 
 namespace quarl::report {
 namespace {
@@ -15,6 +16,11 @@ Cell time_cell(uint64_t seconds) {
 std::string source_path(const Site& site) {
   if (site.frames.empty() || site.frames.front().file.empty()) return "";
   return fmt::format("{}:{}", site.frames.front().file, site.frames.front().line);
+}
+
+std::string name_in(const Site& site, Names names) {
+  if (names == Names::kWhole) return site.name;
+  return site.frames.empty() ? short_name(site.name) : describe(site.frames.front(), names);
 }
 
 uint64_t net(uint64_t all, uint64_t chunks) {
@@ -36,7 +42,7 @@ Cell rate(uint64_t calls, uint32_t seconds) {
 
 }  // namespace
 
-Table site_rows(const std::vector<Site>& sites, size_t limit) {
+Table site_rows(const std::vector<Site>& sites, size_t limit, Names names) {
   Table table{{{"bytes", "bytes"},
                {"count", "blocks"},
                {"oldest", "oldest"},
@@ -48,7 +54,7 @@ Table site_rows(const std::vector<Site>& sites, size_t limit) {
   for (const Site& site : sites) {
     if (table.rows.size() == limit) break;
     table.rows.push_back({site.usage.bytes, site.usage.count, time_cell(site.oldest), time_cell(site.newest),
-                          site.kind(), source_path(site), site.name});
+                          site.kind(), source_path(site), name_in(site, names)});
   }
   return table;
 }

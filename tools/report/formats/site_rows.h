@@ -10,7 +10,7 @@
 
 namespace quarl::report {
 
-Table site_rows(const std::vector<Site>& sites, size_t limit);
+Table site_rows(const std::vector<Site>& sites, size_t limit, Names names = Names::kWhole);
 Table difference_rows(const std::vector<SiteDifference>& changes);
 // Calls, failures and bytes per operation, as the library's own table groups them; from the records where the log has
 // no statistics.

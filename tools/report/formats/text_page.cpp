@@ -136,7 +136,7 @@ void write_summary(Output& output, Subject& subject, size_t top) {
   const std::vector<Site>& sites = subject.sites().sites();
   if (sites.empty()) return;
   output.print("\n{}\n", output.bold("Largest leak sites"));
-  write_text(output, without_column(site_rows(sites, std::min(top, kTopOfSummary)), "source"));
+  write_text(output, without_column(site_rows(sites, std::min(top, kTopOfSummary), output.names()), "source"));
 }
 
 void write_sites(Output& output, const SiteTable& sites, size_t top, const std::string& state) {

@@ -24,7 +24,8 @@ void write_site_text(Answer& answer, const SiteTable& sites, const SiteAnswer& w
   if (answer.options().tree) return write_tree(answer.output(), build_call_tree(sites.sites()));
   bool traces = sites.grouping() == Grouping::kTrace;
   if (traces) return write_sites(answer.output(), sites, answer.top(), what.state);
-  write_text(answer.output(), without_column(site_rows(sites.sites(), answer.top()), "source"));
+  write_text(answer.output(),
+             without_column(site_rows(sites.sites(), answer.top(), answer.output().names()), "source"));
 }
 
 }  // namespace
