@@ -51,7 +51,7 @@ class Matching(ReportTest):
             self.assertEqual(document["recorded"]["bytes"], 300000)
         gone = [mapping, block, record(FREE, RELEASED, 0x40000040, 300000), record(MUNMAP, RELEASED, 0x40000000, 303104)]
         self.assertEqual(self.json(self.write(self.layout.log(gone, time=9)))["recorded"],
-                         {"bytes": 0, "peak": 300000, "file_bytes": 0, "count": 0})
+                         {"bytes": 0, "peak": 300000, "file_bytes": 0, "file_peak": 0, "count": 0})
 
     def test_many_blocks_come_and_go(self):
         # The addresses share their low bits, as those of one size class do; every third stays.
@@ -95,7 +95,7 @@ class Matching(ReportTest):
                 counted["damaged"] += 1
         path = self.write(self.layout.log(records, time=9))
         document = self.json(path)
-        self.assertEqual(document["recorded"], {"bytes": counted["now"], "peak": counted["peak"], "file_bytes": 0, "count": len(held)})
+        self.assertEqual(document["recorded"], {"bytes": counted["now"], "peak": counted["peak"], "file_bytes": 0, "file_peak": 0, "count": len(held)})
         self.assertEqual(document["log"]["notes"][:2], [f"{counted['damaged']} damaged records were left out.",
                          f"{counted['lost']} blocks were given out again although no release of them is in the log."])
         operations = {row["operation"]: (row["calls"], row["failed"], row["bytes"]) for row in document["operations"]}

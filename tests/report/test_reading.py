@@ -25,7 +25,7 @@ class Kinds(ReportTest):
             self.assertEqual(document["log"]["byte_order"], name)
             self.assertEqual((document["log"]["process"], document["log"]["pid"], document["log"]["time"]), ("sample", 4242, 99))
             self.assertEqual(document["operations"][0], {"operation": "malloc", "calls": 3, "failed": 1, "bytes": 1 << 40})
-            self.assertEqual(document["held"], {"bytes": 100, "peak": 150, "file_bytes": 7, "file_peak": 8})
+            self.assertEqual(document["held"], {"bytes": 100, "peak": 150, "peak_exact": True, "file_bytes": 7, "file_peak": 8})
             self.assertEqual(document["unfreed"], {"bytes": 100, "count": 1})
             worker = self.json("threads", path)["threads"][0]
             self.assertEqual((worker["tid"], worker["name"], worker["bytes_allocated"], worker["peak"]), (77, "worker", 150, 150))

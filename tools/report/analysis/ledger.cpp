@@ -117,6 +117,7 @@ void Ledger::allocate_mapping(const OpRecord& record, TraceId trace) {
   tell_came(mapping.entry, record);
   if (entry.from_file) {
     held_.file_bytes += entry.size;
+    held_.file_peak = std::max(held_.file_peak, held_.file_bytes);
   } else {
     hold(entry.size);
   }
@@ -150,6 +151,7 @@ void Ledger::release(const OpRecord& record) {
   last_number_ = std::max(last_number_, record.seq_num);
   if (record.operation == kOpMunmap || record.operation == kOpMunmapFile) return release_mapping(record);
   count(record);
+  released_ = record.size;
   if (record.operation == kOpChunkUnmap) return;
   const LiveEntry* block = blocks_.remove(record.start_addr);
   if (block == nullptr) {
@@ -161,11 +163,16 @@ void Ledger::release(const OpRecord& record) {
   --held_.entries;
 }
 
+void Ledger::count_unmapping(int operation, uint32_t bytes) {
+  count(operation, bytes);
+  released_ = bytes;
+}
+
 void Ledger::release_mapping(const OpRecord& record) {
   auto mapping = mappings_.remove(record.start_addr, record.size);
-  if (!mapping) return count(kOpMunmap, record.size);
-  if (mapping->carries_block) return count(kOpChunkUnmap, record.size);
-  count(mapping->entry.from_file ? kOpMunmapFile : kOpMunmap, mapping->entry.size);  // all of it, whatever was named
+  if (!mapping) return count_unmapping(kOpMunmap, record.size);
+  if (mapping->carries_block) return count_unmapping(kOpChunkUnmap, record.size);
+  count_unmapping(mapping->entry.from_file ? kOpMunmapFile : kOpMunmap, mapping->entry.size);
   tell_went(mapping->entry, Going::kReleased, record);
   (mapping->entry.from_file ? held_.file_bytes : held_.bytes) -= mapping->entry.size;
   --held_.entries;

@@ -18,12 +18,19 @@ struct Held {
   uint64_t file_bytes = 0;
   uint64_t entries = 0;  // blocks and mappings of both kinds
   uint64_t peak = 0;     // of bytes
+  uint64_t file_peak = 0;
 };
 
 struct OperationTotals {
   uint64_t calls = 0;
   uint64_t failed = 0;
   uint64_t bytes = 0;
+  OperationTotals& operator+=(const OperationTotals& other) {
+    calls += other.calls;
+    failed += other.failed;
+    bytes += other.bytes;
+    return *this;
+  }
 };
 
 class Ledger {
@@ -50,6 +57,8 @@ class Ledger {
   const FaultList& faults() const { return faults_; }
   // The last record told of a block that is held again, because its resize failed.
   bool restored() const { return restored_; }
+  // Bytes that the last release took, as the library counts them: all of a mapping when its end is unmapped.
+  uint32_t released() const { return released_; }
   uint64_t unknown_releases() const { return unknown_releases_; }  // of heap blocks whose allocation is not in the log
   uint64_t lost_releases() const { return lost_releases_; }  // addresses given out twice without a release between
 
@@ -68,6 +77,7 @@ class Ledger {
   void apply_other(const OpRecord& record);
   void count(const OpRecord& record);
   void count(int operation, uint32_t bytes);
+  void count_unmapping(int operation, uint32_t bytes);
   bool note_restored(const OpRecord& record);
   void allocate(const OpRecord& record, TraceId trace);
   void allocate_mapping(const OpRecord& record, TraceId trace);
@@ -90,6 +100,7 @@ class Ledger {
   OperationTotals totals_[kOpCount];
   uint32_t last_number_ = 0;  // the highest of a record
   bool restored_ = false;
+  uint32_t released_ = 0;
   uint64_t unknown_releases_ = 0;
   uint64_t lost_releases_ = 0;
 };

@@ -18,12 +18,13 @@ bool has_order(const Log& log) {
 RecordPass::RecordPass(const Log& log, const Snapshot& snapshot, Wanted wanted, Ledger::Observer observer)
     : log_(log), snapshot_(snapshot), stream_(log, snapshot), ledger_(has_order(log)), observer_(std::move(observer)) {
   if (wanted.threads) table_ = tally_table(log.threads(snapshot));
-  if (wanted.threads && table_->threads.empty() && has_order(log)) thread_count_.emplace();
+  bool stale = wanted.threads && table_->calls < stream_.total();
+  if (stale && has_order(log)) thread_count_.emplace();
   if (wanted.timeline && has_order(log)) timeline_.emplace();
 }
 
 ThreadTallies RecordPass::threads() {
-  ThreadTallies tallies = thread_count_ ? thread_count_->tallies(ledger()) : table_.value();
+  ThreadTallies tallies = thread_count_ ? thread_count_->tallies(ledger(), *table_) : table_.value();
   tallies.seconds = thread_count_ ? times_.span() : covered_seconds();
   return tallies;
 }
@@ -95,7 +96,7 @@ bool RecordPass::cut(std::span<const OpRecord>& batch) const {
 Ledger::Observer RecordPass::observers() {
   if (!thread_count_ && !timeline_) return observer_;
   return [this](const OpRecord& record, const Ledger& ledger) {
-    if (thread_count_) thread_count_->add(record);
+    if (thread_count_) thread_count_->add(record, ledger);
     if (timeline_) timeline_->sample(record, ledger);
     if (observer_) observer_(record, ledger);
   };

@@ -50,8 +50,9 @@ class RecordPass {
   uint32_t first_number() { return whole().sequence_.first; }
   // Of a record log, once; must be wanted.
   Timeline timeline() { return whole().timeline_.value().finish(); }
-  // From the thread table, or counted in a record log without one; must be wanted. For a table the records are read no
-  // further than to the first time, from which on it covers them.
+  // From the thread table; or counted in a record log whose table is not there, or older than the records (its process
+  // was killed). Must be wanted. For a table the records are read no further than to the first time, from which on it
+  // covers them.
   ThreadTallies threads();
 
  private:

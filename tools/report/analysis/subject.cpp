@@ -18,6 +18,13 @@ const ProfInfo& Subject::statistics() {
   return *statistics_;
 }
 
+// The statistics of a process that was killed are those of its last dump, while its records went on.
+const ProfInfo* Subject::counted() {
+  if (!has_counts(statistics())) return nullptr;
+  bool stale = log_->kind() == LogKind::kRecords && recorded_calls(statistics()) < pass().records();
+  return stale ? nullptr : &statistics();
+}
+
 Symbolizer& Subject::symbolizer() {
   if (!symbolizer_) symbolizer_.emplace(*log_, snapshot_, desk_);
   return *symbolizer_;
@@ -98,6 +105,9 @@ std::vector<std::string> Subject::notes() {
     if (count != 0) notes.push_back(fmt::format("{} {}", count, text));
   };
   add(pass().damaged(), "damaged records were left out.");
+  if (has_counts(statistics()) && counted() == nullptr) {
+    notes.push_back("The library's statistics are older than the records and are left out.");
+  }
   if (log_->kind() == LogKind::kRecords) {
     add(pass().missing(), "records are missing in between: they could not be written, or the log was off.");
     uint32_t first = pass().first_number();
@@ -116,9 +126,11 @@ std::string Subject::label() const {
 
 // Where the two differ the reader must know which one an answer rests on.
 void Subject::compare_with_statistics(std::vector<std::string>& notes) {
-  uint64_t counted = statistics().unfree_size;
-  uint64_t recorded = ledger().held().bytes;
-  if (!has_counts(statistics()) || snapshot_.header.time == 0 || counted == (recorded & UINT32_MAX)) return;
+  const ProfInfo* statistics = counted();
+  if (statistics == nullptr || snapshot_.header.time == 0) return;
+  int64_t counted = held_bytes(*statistics);
+  auto recorded = static_cast<int64_t>(ledger().held().bytes);
+  if (counted == recorded) return;
   if (pass().records() == 0) {
     notes.push_back(
         fmt::format("{} bytes are held, but this snapshot has no records of them (QUARL_SNAP_DETAIL).", counted));

@@ -25,6 +25,8 @@ class Subject {
   const Log& log() const { return *log_; }
   const Snapshot& snapshot() const { return snapshot_; }
   const ProfInfo& statistics();
+  // The statistics, if the library counted at all and they are no older than the records; else null.
+  const ProfInfo* counted();
   Symbolizer& symbolizer();
   RecordPass& pass();
   const Ledger& ledger() { return pass().ledger(); }

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <numeric>
 
+#include "report/analysis/statistics.h"
+
 namespace quarl::report {
 namespace {
 
@@ -28,8 +30,8 @@ ThreadTally tally_of(const ThreadProf& thread) {
   tally.releases -= std::min<uint64_t>(tally.releases, thread.calls[kOpChunkUnmap]);
   tally.released -= std::min(tally.released, thread.totals[kOpChunkUnmap]);
   tally.failures = std::accumulate(std::begin(thread.failed), std::end(thread.failed), uint64_t{0});
-  tally.held = thread.unfree_size;
-  tally.peak = thread.unfree_peak;
+  tally.held = held_bytes(thread);
+  tally.peak = known_peak(thread.unfree_peak);
   tally.in_place = thread.in_place;
   tally.shrunk = thread.shrink;
   return tally;
@@ -45,13 +47,28 @@ ThreadTallies sorted(ThreadTallies tallies) {
 
 ThreadTallies tally_table(const std::vector<ThreadProf>& table) {
   ThreadTallies tallies;
-  for (const ThreadProf& thread : table) tallies.threads.push_back(tally_of(thread));
+  for (const ThreadProf& thread : table) {
+    tallies.threads.push_back(tally_of(thread));
+    tallies.calls += recorded_calls(thread);
+  }
   tallies.from_table = !table.empty();
   return sorted(std::move(tallies));
 }
 
-void ThreadCount::add(const OpRecord& record) {
-  if (record.tid == 0) return;
+// Whoever released the block for the resize is the one that resized it last.
+void ThreadCount::undo_release(const OpRecord& restored) {
+  auto found = std::find_if(last_resized_.begin(), last_resized_.end(),
+                            [&](const auto& item) { return item.second == restored.start_addr; });
+  if (found == last_resized_.end()) return;
+  ThreadTally& tally = by_tid_[found->first];
+  --tally.releases;
+  tally.released -= restored.size;
+}
+
+void ThreadCount::add(const OpRecord& record, const Ledger& ledger) {
+  if (record.tid == 0 || record.operation == kOpChunkMap || record.operation == kOpChunkUnmap) return;
+  if (record.result == kKindAllocated && ledger.restored()) return undo_release(record);
+  if (record.operation == kOpReallocRelease) last_resized_[record.tid] = record.start_addr;
   ThreadTally& tally = by_tid_[record.tid];
   tally.tid = record.tid;
   if (record.result == kKindFailed) ++tally.failures;
@@ -61,12 +78,15 @@ void ThreadCount::add(const OpRecord& record) {
   }
   if (record.result == kKindReleased) {
     ++tally.releases;
-    tally.released += record.size;
+    tally.released += ledger.released();
   }
 }
 
-ThreadTallies ThreadCount::tallies(const Ledger& ledger) const {
+ThreadTallies ThreadCount::tallies(const Ledger& ledger, const ThreadTallies& table) const {
   std::map<uint32_t, ThreadTally> by_tid = by_tid_;
+  for (const ThreadTally& known : table.threads) {
+    if (auto found = by_tid.find(known.tid); found != by_tid.end()) found->second.name = known.name;
+  }
   ledger.for_each_held([&](const LiveEntry& entry) {
     if (entry.tid != 0 && !entry.from_file) by_tid[entry.tid].held += entry.size;
   });

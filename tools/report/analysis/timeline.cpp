@@ -22,10 +22,14 @@ const char* name_of(TimeAxis axis) {
 }
 
 TimePoint snapshot_point(const Snapshot& snapshot, const ProfInfo& statistics, const Held* held) {
-  TimePoint point = {snapshot.header.time,           statistics.unfree_size,
-                     statistics.unfree_file_size,    std::nullopt,
-                     statistics.unfree_peak,         0,
-                     snapshot.header.snapshot_number};
+  // Less than nothing is no height.
+  auto height = [](int64_t bytes) { return static_cast<uint64_t>(std::max<int64_t>(bytes, 0)); };
+  TimePoint point;
+  point.at = snapshot.header.time;
+  point.bytes = height(held_bytes(statistics));
+  point.file_bytes = height(held_file_bytes(statistics));
+  point.peak = known_peak(statistics.unfree_peak).value_or(point.bytes);
+  point.snapshot = snapshot.header.snapshot_number;
   if (held == nullptr) return point;
   point.entries = point.most_entries = held->entries;
   if (!has_counts(statistics)) point.bytes = point.peak = held->bytes, point.file_bytes = held->file_bytes;

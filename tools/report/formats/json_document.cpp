@@ -28,6 +28,18 @@ Json fault_json(Subject& subject, const Fault& fault) {
           {"above", neighbour_json(subject, fault.above)}};
 }
 
+Json known_json(const std::optional<uint64_t>& value) {
+  return value ? Json(*value) : Json();
+}
+
+Json counted_json(const ProfInfo& statistics) {
+  return {{"bytes", held_bytes(statistics)},
+          {"peak", known_json(known_peak(statistics.unfree_peak))},
+          {"peak_exact", peak_is_exact(statistics)},
+          {"file_bytes", held_file_bytes(statistics)},
+          {"file_peak", known_json(known_peak(statistics.unfree_file_peak))}};
+}
+
 }  // namespace
 
 Json json_head(const char* verb, Subject& subject, const Desk& desk) {
@@ -52,19 +64,16 @@ Json log_json(Subject& subject) {
 }
 
 void add_summary(Json& document, Subject& subject, size_t top) {
-  const ProfInfo& statistics = subject.statistics();
+  const ProfInfo* counted = subject.counted();
   document["operations"] = to_json(statistics_rows(subject));
-  if (has_counts(statistics)) {
-    document["held"] = {{"bytes", statistics.unfree_size},
-                        {"peak", statistics.unfree_peak},
-                        {"file_bytes", statistics.unfree_file_size},
-                        {"file_peak", statistics.unfree_file_peak}};
-  } else {
-    document["held"] = nullptr;
-  }
+  document["held"] = counted == nullptr ? Json() : counted_json(*counted);
   const Held& held = subject.ledger().held();
-  document["recorded"] = {
-      {"bytes", held.bytes}, {"peak", held.peak}, {"file_bytes", held.file_bytes}, {"count", held.entries}};
+  bool in_order = subject.log().kind() == LogKind::kRecords;  // a snapshot knows of one moment only
+  document["recorded"] = {{"bytes", held.bytes},
+                          {"peak", in_order ? Json(held.peak) : Json()},
+                          {"file_bytes", held.file_bytes},
+                          {"file_peak", in_order ? Json(held.file_peak) : Json()},
+                          {"count", held.entries}};
   document["histogram"] = to_json(histogram_rows(build_histogram(subject)));
   document["faults"] = subject.ledger().faults().count();
   add_sites(document, subject.sites(), top, "unfreed");

@@ -9,6 +9,13 @@ namespace {
 Cell or_nothing(uint64_t value) {
   return value == 0 ? Cell{} : Cell{value};
 }
+Cell known(const std::optional<uint64_t>& value) {
+  return value ? Cell{*value} : Cell{};
+}
+// A sign stands only before what is below zero.
+Cell amount(int64_t bytes) {
+  return bytes < 0 ? Cell{bytes} : Cell{static_cast<uint64_t>(bytes)};
+}
 Cell time_cell(uint64_t seconds) {
   return seconds == 0 ? Cell{} : Cell{clock_time(seconds)};
 }
@@ -78,8 +85,8 @@ Table difference_rows(const std::vector<SiteDifference>& changes) {
 
 Table statistics_rows(Subject& subject) {
   Table table{{{"operation", "operation"}, {"calls", "calls"}, {"failed", "failed"}, {"bytes", "bytes"}}, {}};
-  const ProfInfo& statistics = subject.statistics();
-  if (!has_counts(statistics)) {
+  const ProfInfo* counted = subject.counted();
+  if (counted == nullptr) {
     if (subject.log().kind() != LogKind::kRecords) return table;
     for (int operation = 0; operation < kOpCount; ++operation) {
       const OperationTotals& totals = subject.ledger().totals(operation);
@@ -88,6 +95,7 @@ Table statistics_rows(Subject& subject) {
     }
     return table;
   }
+  const ProfInfo& statistics = *counted;
   for (int operation : {kOpMalloc, kOpRealloc, kOpReallocRelease, kOpFree, kOpMemalign}) {
     table.rows.push_back(statistics_row(statistics, operation, -1));
   }
@@ -137,12 +145,10 @@ Table thread_rows(const ThreadTallies& tallies) {
                {"name", "name"}},
               {}};
   for (const ThreadTally& thread : tallies.threads) {
-    bool table_only = tallies.from_table;
     table.rows.push_back({uint64_t{thread.tid}, thread.allocations, thread.releases, thread.failures, thread.allocated,
-                          thread.released, thread.held, table_only ? Cell{thread.peak} : Cell{},
-                          table_only ? Cell{thread.in_place} : Cell{}, table_only ? Cell{thread.shrunk} : Cell{},
-                          rate(thread.allocations, tallies.seconds), rate(thread.allocated, tallies.seconds),
-                          thread.name});
+                          thread.released, amount(thread.held), known(thread.peak), known(thread.in_place),
+                          known(thread.shrunk), rate(thread.allocations, tallies.seconds),
+                          rate(thread.allocated, tallies.seconds), thread.name});
   }
   return table;
 }

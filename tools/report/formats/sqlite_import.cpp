@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <zlib.h>
 
+#include "report/analysis/statistics.h"
 #include "report/formats/operation_name.h"
 #include "report/formats/sqlite_schema.h"
 #include "report/symbols/address_sample.h"
@@ -28,10 +29,11 @@ struct SqliteImport::Statements {
         trace(database, "INSERT INTO traces VALUES (NULL, ifnull(?, ''))"),
         trace_frame(database, "INSERT INTO trace_frames VALUES (?, ?, ?)"),
         record(database, "INSERT INTO records VALUES (NULL, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, 0)"),
-        hold(database, "UPDATE records SET held = 1 WHERE id = ?") {}
+        hold(database, "UPDATE records SET held = 1 WHERE id = ?"),
+        sum_up(database, "UPDATE snapshots SET bytes = ?, peak = ?, file_bytes = ?, file_peak = ? WHERE id = ?") {}
 
   Statement operation, result, process_of, process, snapshot, statistics, thread, module_of, module, frame_of, frame,
-      trace_of, trace, trace_frame, record, hold;
+      trace_of, trace, trace_frame, record, hold, sum_up;
 };
 
 namespace {
@@ -51,6 +53,37 @@ std::string digest_of(const Log& log) {
   const LogHeader& header = log.snapshots().front().header;
   return fmt::format("{}-{}-{}-{:08x}", log.process_name(), header.pid, log.file().size(), sum);
 }
+
+int64_t signed_of(uint64_t value) {
+  return static_cast<int64_t>(value);
+}
+
+// Row ids of the records of what may be held: the last of a block's address; of mappings of the same bounds, of which
+// several may be held, each.
+class HeldRecords {
+ public:
+  void add(const OpRecord& record, int64_t row) {
+    if (!is_mapping(record.operation)) {
+      blocks_[record.start_addr] = row;
+    } else {
+      mappings_[bounds(record.start_addr, record.size)].push_back(row);
+    }
+  }
+  // 0 when there is none.
+  int64_t take(const LiveEntry& entry) {
+    if (!is_mapping(entry)) return blocks_[entry.address];
+    std::vector<int64_t>& rows = mappings_[bounds(entry.address, entry.size)];
+    if (rows.empty()) return 0;
+    int64_t row = rows.back();
+    rows.pop_back();
+    return row;
+  }
+
+ private:
+  static uint64_t bounds(uint32_t address, uint32_t size) { return uint64_t{address} << 32 | size; }
+  std::unordered_map<uint32_t, int64_t> blocks_;
+  std::unordered_map<uint64_t, std::vector<int64_t>> mappings_;
+};
 
 const char* byte_order_of(const Log& log) {
   return log.snapshots().front().header.byte_order == kBigEndian ? "big" : "little";
@@ -104,51 +137,81 @@ void SqliteImport::add_snapshots(const Log& log, int64_t process) {
     if (!symbolizer || !(symbolizer->maps() == log.maps(snapshot))) {
       symbolizer = std::make_unique<Symbolizer>(log, snapshot, desk_);
     }
-    int64_t id = add_snapshot(log, snapshot, process);
+    int64_t id = add_snapshot(snapshot, process);
     add_records(log, snapshot, *symbolizer, id);
   }
 }
 
-int64_t SqliteImport::add_snapshot(const Log& log, const Snapshot& snapshot, int64_t process) {
-  ProfInfo statistics = log.statistics(snapshot);
-  statements_->snapshot.run(process, int64_t{snapshot.header.snapshot_number}, int64_t{snapshot.header.time},
-                            int64_t{statistics.unfree_size}, int64_t{statistics.unfree_peak},
-                            int64_t{statistics.unfree_file_size}, int64_t{statistics.unfree_file_peak});
-  int64_t id = database_.last_id();
+int64_t SqliteImport::add_snapshot(const Snapshot& snapshot, int64_t process) {
+  constexpr int64_t kLater = 0;
+  statements_->snapshot.run(process, int64_t{snapshot.header.snapshot_number}, int64_t{snapshot.header.time}, kLater,
+                            kLater, kLater, kLater);
+  return database_.last_id();
+}
+
+// The library counts the allocator's own mappings as the application's, too.
+void SqliteImport::add_statistics(const Ledger& ledger, int64_t id) {
+  for (int code = 0; code < kOpCount; ++code) {
+    OperationTotals totals = ledger.totals(code);
+    if (code == kOpMmap) totals += ledger.totals(kOpChunkMap);
+    if (code == kOpMunmap) totals += ledger.totals(kOpChunkUnmap);
+    statements_->statistics.run(id, int64_t{code}, signed_of(totals.calls), signed_of(totals.failed),
+                                signed_of(totals.bytes));
+  }
+}
+
+void SqliteImport::add_statistics(const ProfInfo& statistics, int64_t id) {
   for (int64_t code = 0; code < kOpCount; ++code) {
     statements_->statistics.run(id, code, int64_t{statistics.calls[code]}, int64_t{statistics.failed[code]},
-                                static_cast<int64_t>(statistics.totals[code]));
+                                signed_of(statistics.totals[code]));
   }
-  return id;
+}
+
+// As the records say where they are those of the whole run, else as the library counted, if it did.
+void SqliteImport::sum_up(const Log& log, const Snapshot& snapshot, RecordPass& pass, int64_t id) {
+  ProfInfo statistics = log.statistics(snapshot);
+  bool in_order = log.kind() == LogKind::kRecords;
+  const Held& held = pass.ledger().held();
+  if (in_order && recorded_calls(statistics) < pass.records()) {
+    add_statistics(pass.ledger(), id);
+  } else {
+    add_statistics(statistics, id);
+  }
+  if (in_order || !has_counts(statistics)) {
+    statements_->sum_up.run(signed_of(held.bytes), signed_of(held.peak), signed_of(held.file_bytes),
+                            signed_of(held.file_peak), id);
+  } else {
+    statements_->sum_up.run(held_bytes(statistics), signed_of(known_peak(statistics.unfree_peak).value_or(0)),
+                            held_file_bytes(statistics), signed_of(known_peak(statistics.unfree_file_peak).value_or(0)),
+                            id);
+  }
 }
 
 void SqliteImport::add_threads(const ThreadTallies& tallies, int64_t id) {
   for (const ThreadTally& thread : tallies.threads) {
-    auto number = [](uint64_t value) { return static_cast<int64_t>(value); };
-    statements_->thread.run(id, int64_t{thread.tid}, thread.name, number(thread.allocations), number(thread.releases),
-                            number(thread.failures), number(thread.allocated), number(thread.released),
-                            number(thread.held), number(thread.peak));
+    statements_->thread.run(id, int64_t{thread.tid}, thread.name, signed_of(thread.allocations),
+                            signed_of(thread.releases), signed_of(thread.failures), signed_of(thread.allocated),
+                            signed_of(thread.released), thread.held, signed_of(thread.peak.value_or(0)));
   }
 }
 
 void SqliteImport::add_records(const Log& log, const Snapshot& snapshot, Symbolizer& symbolizer, int64_t id) {
   TraceTable traces;
   std::vector<int64_t> trace_ids;
-  std::unordered_map<uint32_t, int64_t> allocations;  // record ids of what is held, by address
+  HeldRecords held;
   auto add = [&](const OpRecord& record, const Ledger&) {
     TraceId known = traces.intern(trace_of(record));
     if (known == trace_ids.size()) trace_ids.push_back(trace(symbolizer, symbolizer.trace(traces.addresses(known))));
     statements_->record.run(id, int64_t{record.seq_num}, int64_t{record.tid}, int64_t{record.time},
                             int64_t{record.operation}, int64_t{record.result}, int64_t{record.from_file},
                             int64_t{record.size}, int64_t{record.start_addr}, trace_ids[known]);
-    if (is_allocation(record)) allocations[record.start_addr] = database_.last_id();
-    // Unmapping the front of a mapping leaves it held.
-    if (record.result == kKindReleased && record.operation != kOpMunmap) allocations.erase(record.start_addr);
+    if (is_allocation(record)) held.add(record, database_.last_id());
   };
   RecordPass pass(log, snapshot, {.threads = true}, add);
   pass.ledger().for_each_held([&](const LiveEntry& entry) {
-    if (auto found = allocations.find(entry.address); found != allocations.end()) statements_->hold.run(found->second);
+    if (int64_t record = held.take(entry); record != 0) statements_->hold.run(record);
   });
+  sum_up(log, snapshot, pass, id);
   add_threads(pass.threads(), id);
 }
 

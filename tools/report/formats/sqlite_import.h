@@ -22,8 +22,11 @@ class SqliteImport {
   struct Statements;
   void name_codes();
   void add_snapshots(const Log& log, int64_t process);
-  int64_t add_snapshot(const Log& log, const Snapshot& snapshot, int64_t process);
+  int64_t add_snapshot(const Snapshot& snapshot, int64_t process);
   void add_records(const Log& log, const Snapshot& snapshot, Symbolizer& symbolizer, int64_t id);
+  void add_statistics(const Ledger& ledger, int64_t snapshot);
+  void add_statistics(const ProfInfo& statistics, int64_t snapshot);
+  void sum_up(const Log& log, const Snapshot& snapshot, RecordPass& pass, int64_t id);
   void add_threads(const ThreadTallies& tallies, int64_t id);
   int64_t trace(Symbolizer& symbolizer, const Frames& frames);
   int64_t frame(Symbolizer& symbolizer, const Frame& frame);

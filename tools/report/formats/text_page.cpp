@@ -46,22 +46,34 @@ void write_statistics(Output& output, Subject& subject) {
   write_text(output, statistics);
 }
 
+void write_recorded(Output& output, const Held& held) {
+  write_field(output, "Held", fmt::format("{}, at most {}", counted(held.bytes, "byte"), grouped(held.peak)));
+  write_field(output, "From files",
+              fmt::format("{}, at most {}", counted(held.file_bytes, "byte"), grouped(held.file_peak)));
+}
+
+std::string at_most(uint32_t peak) {
+  auto known = known_peak(peak);
+  return known ? fmt::format("at most {}", grouped(*known)) : "the most is not known: it was below zero once";
+}
+
+// As the library did.
+void write_counted(Output& output, const char* name, const ProfInfo& statistics) {
+  auto bytes = [](int64_t count) { return fmt::format("{} bytes", count < 0 ? grouped_sign(count) : grouped(count)); };
+  write_field(output, name,
+              fmt::format("{}, {}{}", bytes(held_bytes(statistics)), at_most(statistics.unfree_peak),
+                          peak_is_exact(statistics) ? "" : " (a large block counts twice for a moment)"));
+  write_field(output, "  from files",
+              fmt::format("{}, {}", bytes(held_file_bytes(statistics)), at_most(statistics.unfree_file_peak)));
+}
+
 void write_held(Output& output, Subject& subject) {
-  const ProfInfo& statistics = subject.statistics();
+  const ProfInfo* statistics = subject.counted();
   const SiteTable& sites = subject.sites();
   output.print("\n");
-  if (has_counts(statistics)) {
-    write_field(
-        output, "Held",
-        fmt::format("{}, at most {}", counted(statistics.unfree_size, "byte"), grouped(statistics.unfree_peak)));
-    write_field(output, "From files",
-                fmt::format("{}, at most {}", counted(statistics.unfree_file_size, "byte"),
-                            grouped(statistics.unfree_file_peak)));
-  } else if (subject.log().kind() == LogKind::kRecords) {
-    write_field(output, "Held",
-                fmt::format("{}, at most {}", counted(subject.ledger().held().bytes, "byte"),
-                            grouped(subject.ledger().held().peak)));
-  }
+  bool in_order = subject.log().kind() == LogKind::kRecords;
+  if (in_order) write_recorded(output, subject.ledger().held());
+  if (statistics != nullptr) write_counted(output, in_order ? "Counted" : "Held", *statistics);
   write_field(output, "Unfreed", in_blocks(sites.total()));
   write_field(output, "  heap", in_blocks(of_kind(subject, false, false)));
   write_field(output, "  mappings", in_blocks(of_kind(subject, true, false)));

@@ -27,12 +27,12 @@ function total(id, value, name) {
 
 export function showTotals() {
   const counted = data.held !== null && data.log.kind !== "record log"; // else the records know it, and better
-  const peak = counted ? data.held.peak : data.recorded.peak;
+  const peak = counted ? data.held.peak : data.recorded.peak ?? data.held?.peak;
   const doubtful = counted && data.held.peak_exact === false ? " (a large block counts twice for a moment)" : "";
   document.getElementById("totals").append(
     total("unfreed-bytes", grouped(data.unfreed.bytes), "bytes unfreed"),
     total("unfreed-count", grouped(data.unfreed.count), "blocks and mappings"),
     total("site-count", grouped(data.site_count), "leak sites"),
-    total("peak", grouped(peak), `bytes held at most${doubtful}`),
+    total("peak", peak == null ? "?" : grouped(peak), `bytes held at most${doubtful}`),
     total("fault-count", grouped(data.faults), data.faults === 1 ? "fault" : "faults"));
 }
