@@ -29,7 +29,8 @@ class Matching(ReportTest):
                                    record(REALLOC, FAILED, 0, 99), record(MALLOC, ALLOCATED, 0x1000, 10),
                                    record(FREE, RELEASED, 0x7777, 5))
         self.assertEqual(held, {10: 1})
-        self.assertEqual(document["log"]["notes"], ["The log holds no memory map: addresses cannot be resolved."])
+        self.assertEqual(document["log"]["notes"], ["1 releases are of blocks whose allocation is not in the log.",
+                                                    "The log holds no memory map: addresses cannot be resolved."])
 
     def test_unmapping_follows_the_library(self):
         record = self.layout.record

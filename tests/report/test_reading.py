@@ -3,8 +3,8 @@
 import struct
 import unittest
 
-from log_builder import (ALLOCATED, FAILED, FREE, HEADER, MALLOC, MMAP, RECORD, RELEASED, SLOP_TAIL, STATISTICS, THREAD,
-                         THREAD_SLOTS, Layout, broken)
+from log_builder import (ALLOCATED, FAILED, FREE, HEADER, MALLOC, MMAP, RECORD, RELEASED, SLOP_HEAD, SLOP_TAIL, STATISTICS,
+                         THREAD, THREAD_SLOTS, Layout, broken)
 from support import ReportTest
 
 TABLE = THREAD * THREAD_SLOTS
@@ -19,7 +19,7 @@ class Kinds(ReportTest):
         for order, name in (("<", "little"), (">", "big")):
             layout = Layout(order, maps_kb=64)
             statistics = layout.statistics({MALLOC: 3, FREE: 1}, {MALLOC: 1}, {MALLOC: 1 << 40, FREE: 50}, (100, 7, 150, 8))
-            thread = layout.thread(77, "worker", {MALLOC: 2}, {MALLOC: 150}, held=100, peak=150)
+            thread = layout.thread(77, "worker", {MALLOC: 3, FREE: 1}, {MALLOC: 150}, held=100, peak=150)
             path = self.write(layout.log(self.records(layout)[1], statistics=statistics, threads=[thread], time=99))
             document = self.json(path)
             self.assertEqual(document["log"]["byte_order"], name)
@@ -38,8 +38,8 @@ class Kinds(ReportTest):
             ("record log", layout.log(every, time=5), 100),
             ("record log", layout.log(kept, time=5), 150),
             ("snapshot log", layout.log(kept, count=2, time=5), 150),
-            # Nothing is held at the end; the records are those of an earlier, longer snapshot.
-            ("snapshot log", layout.log(kept, statistics=released, time=5), 0),
+            # A dump of nothing, then one that did not end: what is held was released at no time in this log.
+            ("snapshot log", layout.log(kept, statistics=released, time=5), 150),
             ("automatic-snapshot log", layout.chain([(5, 1, [], []), (6, 150, kept, [])]), 150),
             ("automatic-snapshot log", layout.bare_chain([5, 6, 7]), 0),
             ("automatic-snapshot log", layout.bare_chain([5]), 0),
@@ -155,6 +155,53 @@ class Damaged(ReportTest):
         self.assertIn("cannot be opened", self.report(self.folder / "none", status=1)[1])
 
 
+class FailOnLeak(ReportTest):
+    def judged(self, content, name="a_quarlAll.log", status=4):
+        errors = self.report("leaks", "--fail-on-leak", "1000", self.write(content, name), status=status)[1]
+        self.assertEqual("--fail-on-leak cannot be answered, because the log is not whole" in errors, status == 4, errors)
+
+    def test_only_a_whole_log_can_pass(self):
+        layout = self.layout
+        record = lambda i, **more: layout.record(MALLOC, ALLOCATED, 0x1000 * (i + 1), 10, **more)
+        records = [record(i) for i in range(5)]
+        whole = layout.log(records, time=9)
+        self.judged(whole, status=0)
+        self.judged(layout.log([layout.record(MALLOC, ALLOCATED, 0x1000, 1001)]), status=3)  # too much is too much
+        self.judged(b"", status=1)
+        self.judged(layout.log())  # killed before it wrote anything, and after
+        self.judged(layout.log(records))
+        self.judged(whole[:-1])
+        self.judged(whole[:100])
+        self.judged(layout.log([*records, *broken(records[0])], time=9))
+        self.judged(layout.log([record(0, seq=1), record(1, seq=3)], time=9))
+        self.judged(layout.log([record(0, seq=2)], time=9))
+
+    def test_only_a_whole_snapshot_can_pass(self):
+        layout = self.layout
+        records = [layout.record(MALLOC, ALLOCATED, 0x1000 * (i + 1), 10) for i in range(5)]
+        head = layout.record(MALLOC, SLOP_HEAD, 0x5000, 10)
+        whole = layout.log(records, count=5, time=9)
+        self.judged(whole, "a_quarl.log", status=0)
+        self.judged(layout.log(time=9), "a_quarl.log", status=0)
+        self.judged(layout.log(), "a_quarl.log")
+        self.judged(whole[:-RECORD], "a_quarl.log")
+        self.judged(layout.log(records, count=3, time=9), "a_quarl.log")
+        self.judged(layout.log([*records[:4], head, records[4]], count=6, time=9), "a_quarl.log")
+        self.judged(layout.bare_chain([5]), "a_autosnap.log")
+        chain = layout.chain([(1, 50, records, []), (2, 50, records, [])])
+        self.judged(chain, "a_autosnap.log", status=0)
+        for cut in (1, 4 * RECORD, 6 * RECORD):
+            self.judged(chain[:-cut], "a_autosnap.log")
+        earlier, later = self.write(layout.log(records), "b_quarlAll.log"), self.write(layout.log(records, time=9), "c_quarlAll.log")
+        self.assertIn("cannot be answered", self.report("diff", "--fail-on-leak", "0", earlier, later, status=4)[1])
+
+    def test_faults_and_the_summary_say_what_is_missing(self):
+        path = self.write(self.layout.log([self.layout.record(MALLOC, ALLOCATED, 0x1000, 10)])[:-9])
+        for verb in ([], ["faults"]):
+            self.assertRegex(self.text(*verb, path), r"Not whole +Cut short: the last record has 271 of its 280 bytes")
+            self.assertIs(self.json(*verb, path)["log"]["whole"], False)
+
+
 class Once(ReportTest):
     """Whatever is asked, the records of a log are read from the file once."""
 
@@ -180,15 +227,42 @@ class Once(ReportTest):
             self.assert_read_once(log, *arguments)
 
 
-class Stale(ReportTest):
-    def test_faults_behind_the_counted_records_are_told_leaks_are_not(self):
+class KilledInADump(ReportTest):
+    def test_faults_behind_the_last_dump_are_told_and_are_no_leaks(self):
         layout = self.layout
-        old = layout.record(MALLOC, ALLOCATED, 0x9000, 500)
         fault = layout.record(MALLOC, SLOP_TAIL, 0x9000, 500, [0x77], seq=9)
         now = layout.record(MMAP, ALLOCATED, 0x1000, 10)
-        document = self.json("leaks", self.write(layout.log([now, old, fault], count=1, time=3)))
-        self.assertEqual(document["unfreed"], {"bytes": 10, "count": 1})
-        self.assertEqual(self.json("faults", self.write(layout.log([now, old, fault, fault], count=1, time=3)))["fault_count"], 1)
+        path = self.write(layout.log([now, fault, fault], count=1, time=3), "a_quarl.log")
+        self.assertEqual(self.json("leaks", path)["unfreed"], {"bytes": 10, "count": 1})
+        self.assertEqual(self.json("faults", path)["fault_count"], 1)
+        self.assertIn("went on after the last dump", self.report("leaks", path)[1])
+
+    def test_whole_records_of_a_dump_whose_header_was_not_written_are_read(self):
+        records = [self.layout.record(MALLOC, ALLOCATED, 0x1000 * (i + 1), 10) for i in range(700)]
+        for header, told in (({"count": 10, "time": 3}, "it counts 10 records, 700 whole ones"),
+                             ({"count": 0, "time": 3}, "it counts 0 records, 700 whole ones"), ({}, "it counts 0 records, 700 whole ones")):
+            content = self.layout.log(records, **header) + records[0][:100]
+            document = self.json(self.write(content, "a_quarl.log"))
+            self.assertEqual((document["unfreed"]["count"], document["log"]["records"]), (700, 700))
+            self.assertRegex(" ".join(document["log"]["notes"]), f"100 of its 280 bytes.*{told}")
+
+    def test_a_snapshot_behind_the_chain_is_found(self):
+        # With records, with a thread table alone, and with neither, cut off anywhere behind its header.
+        record = self.layout.record(MALLOC, ALLOCATED, 0x1000, 10)
+        detailed = self.layout.chain([(1, 1, [record], []), (2, 2, [record] * 5, [])])
+        for chain, whole, cuts in ((detailed, 1, (HEADER, 40000, HEADER + 32768 + STATISTICS + TABLE, HEADER + 32768 + STATISTICS + TABLE + 3 * RECORD + 7)),
+                                   (self.layout.bare_chain([1, 2]), 0, (HEADER, 20000, HEADER + 32768 + STATISTICS))):
+            first = struct.unpack_from("<I", chain, 84)[0]
+            for cut in cuts:
+                content = bytearray(chain[:first + cut])
+                content[84:88] = b"\0\0\0\0"  # the link is made last
+                path = self.write(content, "renamed.log")
+                document = self.json(path)
+                self.assertEqual((document["log"]["snapshot"], document["log"]["kind"]), (1, "automatic-snapshot log"))
+                self.assertEqual(document["unfreed"]["count"], whole)
+                there = max(0, cut - (HEADER + 32768 + STATISTICS + TABLE)) // RECORD
+                self.assertIn(f"Snapshot 2 was not finished: {there} whole records", " ".join(document["log"]["notes"]))
+                self.assertEqual(self.json(f"{path}@2")["log"]["records"], there)
 
 
 if __name__ == "__main__":

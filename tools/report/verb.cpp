@@ -190,7 +190,7 @@ void add_verb(CLI::App& app, int& exit_status) {
       "Without a verb: a summary.\nExample:\n  quarl report app_101_quarl.log\n  quarl report --format sqlite -o "
       "fleet.db *.log\n\n"
       "Exit status: 0 answered, 1 nothing found or not readable, 2 wrong usage,\n3 more unfreed than --fail-on-leak "
-      "allows.");
+      "allows, 4 not more in what is there of a log\nthat was cut or whose process was killed.");
   report->add_option("FILE", options->files, "A log; FILE@N means its snapshot N, without it the last one");
   add_common(*report, *options, {kText, kJson, kCsv, kFolded, kPprof, kHtml, kSqlite});
   add_site_options(*report, *options);

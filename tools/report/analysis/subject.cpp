@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace quarl::report {
 
 Subject::Subject(std::shared_ptr<const Log> log, const Snapshot& snapshot, Desk& desk, const Suppressions& suppressions,
@@ -101,22 +103,48 @@ TimePoint Subject::point() {
 
 std::vector<std::string> Subject::notes() {
   std::vector<std::string> notes = log_->notes();
+  add_own_losses(notes);
+  if (has_counts(statistics()) && counted() == nullptr) {
+    notes.push_back("The library's statistics are older than the records and are left out.");
+  }
+  if (uint64_t unknown = ledger().unknown_releases(); unknown != 0 && log_->kind() == LogKind::kRecords) {
+    notes.push_back(fmt::format("{} releases are of blocks whose allocation is not in the log.", unknown));
+  }
+  compare_with_statistics(notes);
+  if (symbolizer().maps().all().empty()) notes.push_back("The log holds no memory map: addresses cannot be resolved.");
+  return notes;
+}
+
+std::vector<std::string> Subject::losses() {
+  std::vector<std::string> losses = log_->losses();
+  add_own_losses(losses);
+  return losses;
+}
+
+void Subject::add_own_losses(std::vector<std::string>& notes) {
   auto add = [&](uint64_t count, const char* text) {
     if (count != 0) notes.push_back(fmt::format("{} {}", count, text));
   };
   add(pass().damaged(), "damaged records were left out.");
-  if (has_counts(statistics()) && counted() == nullptr) {
-    notes.push_back("The library's statistics are older than the records and are left out.");
-  }
   if (log_->kind() == LogKind::kRecords) {
     add(pass().missing(), "records are missing in between: they could not be written, or the log was off.");
     uint32_t first = pass().first_number();
     add(first != 0 ? first - 1 : 0, "operations came before the first record: the log was begun after them.");
     add(ledger().lost_releases(), "blocks were given out again although no release of them is in the log.");
+    return;
   }
-  compare_with_statistics(notes);
-  if (symbolizer().maps().all().empty()) notes.push_back("The log holds no memory map: addresses cannot be resolved.");
-  return notes;
+  auto damaged_head = [](const Fault& fault) { return fault.record.result == kKindSlopHead; };
+  const std::vector<Fault>& faults = ledger().faults().all();
+  if (std::any_of(faults.begin(), faults.end(), damaged_head)) {
+    notes.push_back("The listing of blocks ends at a block with an overrun at its head: later ones are missing.");
+  }
+  if (const ProfInfo* statistics = counted(); statistics != nullptr && pass().records() == 0) {
+    if (int64_t held = held_bytes(*statistics); held != 0) {
+      notes.push_back(fmt::format("{} bytes are held, but this snapshot has no records of them ({}).", held,
+                                  log_->kind() == LogKind::kSnapshot ? "QUARL_MMAP is off, or they could not be written"
+                                                                     : "QUARL_SNAP_DETAIL"));
+    }
+  }
 }
 
 std::string Subject::label() const {
@@ -130,13 +158,9 @@ void Subject::compare_with_statistics(std::vector<std::string>& notes) {
   if (statistics == nullptr || snapshot_.header.time == 0) return;
   int64_t counted = held_bytes(*statistics);
   auto recorded = static_cast<int64_t>(ledger().held().bytes);
-  if (counted == recorded) return;
-  if (pass().records() == 0) {
-    notes.push_back(
-        fmt::format("{} bytes are held, but this snapshot has no records of them (QUARL_SNAP_DETAIL).", counted));
-  } else {
-    notes.push_back(fmt::format("The library counted {} bytes held, the records add up to {}.", counted, recorded));
-  }
+  bool without_records = pass().records() == 0 && log_->kind() != LogKind::kRecords;  // a loss, told already
+  if (counted == recorded || without_records) return;
+  notes.push_back(fmt::format("The library counted {} bytes held, the records add up to {}.", counted, recorded));
 }
 
 }  // namespace quarl::report

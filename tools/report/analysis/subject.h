@@ -48,12 +48,15 @@ class Subject {
   Timeline timeline(const Visit& visit = nullptr, Subject* known = nullptr);
   // The log's notes and what reading the records added to them.
   std::vector<std::string> notes();
+  // Of these what keeps the records from being all that should be there: nothing can be said of what is missing.
+  std::vector<std::string> losses();
   // "sample_101_quarl.log@3", the "@3" only where the log has several snapshots.
   std::string label() const;
 
  private:
   void for_each_snapshot(Subject* known, const Visit& visit);
   TimePoint point();
+  void add_own_losses(std::vector<std::string>& notes);
   void compare_with_statistics(std::vector<std::string>& notes);
 
   std::shared_ptr<const Log> log_;

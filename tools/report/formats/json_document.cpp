@@ -60,6 +60,7 @@ Json log_json(Subject& subject) {
           {"snapshots", subject.log().snapshots().size()},
           {"time", header.time},
           {"records", subject.pass().records()},
+          {"whole", subject.losses().empty()},
           {"notes", subject.notes()}};
 }
 

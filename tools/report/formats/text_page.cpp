@@ -135,6 +135,7 @@ void write_heading(Output& output, Subject& subject) {
                           header.byte_order == kBigEndian ? "big" : "little"));
   write_field(output, "Program", subject.symbolizer().maps().program());
   write_field(output, "Written", clock_time(header.time));
+  for (const std::string& loss : subject.losses()) write_field(output, "Not whole", loss);
 }
 
 void write_summary(Output& output, Subject& subject, size_t top) {
@@ -189,6 +190,10 @@ void write_changes(Output& output, const std::vector<SiteDifference>& changes, s
 void write_faults(Output& output, Subject& subject) {
   const FaultList& faults = subject.ledger().faults();
   output.print("{}\n", output.bold(counted(faults.count(), "fault")));
+  for (const std::string& loss : subject.losses()) write_field(output, "Not whole", loss);
+  if (faults.count() > faults.all().size()) {
+    output.print("The first {} are shown.\n", grouped(faults.all().size()));
+  }
   for (const Fault& fault : faults.all()) write_fault(output, subject, fault);
 }
 

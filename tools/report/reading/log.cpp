@@ -55,10 +55,21 @@ void Log::note(const char* format, const Args&... args) {
   notes_.push_back(fmt::format(fmt::runtime(format), args...));
 }
 
+template <typename... Args>
+void Log::lose(const char* format, const Args&... args) {
+  note(format, args...);
+  losses_.push_back(notes_.back());
+}
+
 Log::Log(const std::string& path, std::optional<LogKind> kind) : file_(path) {
   read_chain();
+  read_unlinked();
   kind_ = kind ? *kind : kind_by_content();
   for (Snapshot& snapshot : snapshots_) count_records(snapshot, &snapshot == &snapshots_.back());
+  if (!unfinished_) return;
+  unfinished_->records = whole_records(*unfinished_);
+  lose("Snapshot {} was not finished: {} whole records of it are there, which \"@{}\" behind the path shows.",
+       unfinished_->header.snapshot_number, unfinished_->records, unfinished_->header.snapshot_number);
 }
 
 LogHeader Log::read_header(uint64_t offset) const {
@@ -118,10 +129,32 @@ void Log::read_chain() {
                         snapshot.header.snapshot_number);
     snapshots_.push_back(snapshot);
     if (missing)
-      note("The file ends at {} bytes, before the snapshot at {}: later snapshots are missing.", file_.size(), next);
+      lose("The file ends at {} bytes, before the snapshot at {}: later snapshots are missing.", file_.size(), next);
     if (next == 0 || missing) return;
     offset = next;
   }
+}
+
+// A snapshot is linked when it is whole. One that its process was killed in lies behind the last that is linked, whose
+// records, or statistics, end there.
+void Log::read_unlinked() {
+  Snapshot& last = snapshots_.back();
+  if (last.limit != file_.size()) return;
+  uint64_t records_end = last.header.records_offset + uint64_t{last.header.record_count} * sizeof(OpRecord);
+  for (uint64_t offset : {records_end, stats_end(last.header)}) {
+    if (!begins_at(offset)) continue;
+    last.limit = offset;
+    unfinished_ = {.header = read_header(offset), .start = offset, .limit = file_.size()};
+    return;
+  }
+}
+
+bool Log::begins_at(uint64_t offset) const {
+  LogHeader header = {};
+  if (file_.read_at(offset, &header, sizeof(header)) < sizeof(header)) return false;
+  if (swapped_) swap_bytes(header);
+  return memcmp(header.magic, kLogMagic, sizeof(header.magic)) == 0 && header.maps_offset == offset + sizeof(header) &&
+         header.snapshot_number > snapshots_.back().header.snapshot_number;
 }
 
 void Log::note_lost_snapshots(uint32_t before, uint32_t number) {
@@ -136,50 +169,91 @@ LogKind Log::kind_by_content() const {
   const Snapshot& first = snapshots_.front();
   auto named = [&](const char* ending) { return file_.path().ends_with(ending); };
   bool without_table = file_.size() == stats_end(first.header);
-  if (first.header.next_snapshot != 0 || without_table || named("_autosnap.log")) return LogKind::kSnapshotChain;
+  if (first.header.next_snapshot != 0 || unfinished_ || without_table || named("_autosnap.log"))
+    return LogKind::kSnapshotChain;
   if (first.header.record_count != 0) return LogKind::kSnapshot;
   if (named("_quarlAll.log")) return LogKind::kRecords;
   if (named("_quarl.log") || whole_records(first) == 0) return LogKind::kSnapshot;
-  bool earlier = released_calls(statistics(first)) != 0 && !holds_releases(first);
+  bool earlier = released_calls(statistics(first)) != 0 && !holds(first, 0, {kKindReleased, kKindFailed});
   return earlier ? LogKind::kSnapshot : LogKind::kRecords;
 }
 
-bool Log::holds_releases(const Snapshot& snapshot) const {
-  RecordStream stream(*this, snapshot.header.records_offset, whole_records(snapshot));
+// Whether one of the records from the one with that index on is of these kinds.
+bool Log::holds(const Snapshot& snapshot, uint64_t from, std::initializer_list<RecordKind> kinds) const {
+  uint64_t there = whole_records(snapshot);
+  RecordStream stream(*this, snapshot.header.records_offset + from * sizeof(OpRecord), there - std::min(from, there));
   for (auto batch = stream.next(); !batch.empty(); batch = stream.next()) {
     for (const OpRecord& record : batch) {
-      if (record.result == kKindReleased || record.result == kKindFailed) return true;
+      if (std::find(kinds.begin(), kinds.end(), record.result) != kinds.end()) return true;
     }
   }
   return false;
 }
 
 void Log::count_records(Snapshot& snapshot, bool last) {
-  uint64_t there = whole_records(snapshot);
-  uint64_t counted = snapshot.header.record_count;
   if (snapshot.limit < snapshot.header.stats_offset + sizeof(ProfInfo)) {
-    note("Cut short at {} bytes: the statistics of snapshot {} are missing.", snapshot.limit,
+    lose("Cut short at {} bytes: the statistics of snapshot {} are missing.", snapshot.limit,
          snapshot.header.snapshot_number);
   }
-  uint64_t rest = there ? (snapshot.limit - snapshot.header.records_offset) % sizeof(OpRecord) : 0;
-  if (kind_ == LogKind::kRecords) {
-    snapshot.records = there;
-    if (rest != 0) note("Cut short: the last record has {} of its 280 bytes and is left out.", rest);
-    if (snapshot.header.time == 0)
-      note(
-          "The process did not write its log at exit: it was killed or still runs, so the last records and the "
-          "statistics are missing.");
-    return;
+  switch (kind_) {
+    case LogKind::kRecords:
+      return count_of_record_log(snapshot);
+    case LogKind::kSnapshotChain:
+      return count_of_chain(snapshot, last);
+    case LogKind::kSnapshot:
+      return count_of_snapshot(snapshot);
   }
-  bool unfinished = kind_ == LogKind::kSnapshotChain && last && counted == 0 && there != 0;
+}
+
+void Log::note_part_of_record(const Snapshot& snapshot) {
+  if (snapshot.limit <= snapshot.header.records_offset) return;
+  uint64_t rest = (snapshot.limit - snapshot.header.records_offset) % sizeof(OpRecord);
+  if (rest != 0) lose("Cut short: the last record has {} of its 280 bytes and is left out.", rest);
+}
+
+void Log::count_of_record_log(Snapshot& snapshot) {
+  snapshot.records = whole_records(snapshot);
+  note_part_of_record(snapshot);
+  if (snapshot.header.time == 0)
+    lose(
+        "The process did not write its log at exit: it was killed or still runs, so the last records and the "
+        "statistics are missing.");
+}
+
+void Log::count_of_chain(Snapshot& snapshot, bool last) {
+  uint64_t there = whole_records(snapshot);
+  uint64_t counted = snapshot.header.record_count;
+  bool unfinished = last && counted == 0 && there != 0;
   snapshot.records = unfinished ? there : std::min(there, counted);
+  if (unfinished) lose("The last snapshot was not finished: {} whole records of it are there.", there);
+  note_missing_records(snapshot, there);
+}
+
+void Log::note_missing_records(const Snapshot& snapshot, uint64_t there) {
+  if (snapshot.header.record_count <= there) return;
+  lose("Cut short: snapshot {} counts {} records, {} whole ones are there.", snapshot.header.snapshot_number,
+       snapshot.header.record_count, there);
+}
+
+// A dump begins by cutting off the records of the one before, and ends by writing their number: what is held behind
+// those that are counted was written by a dump that did not end. Faults are told behind the last dump.
+void Log::count_of_snapshot(Snapshot& snapshot) {
+  uint64_t there = whole_records(snapshot);
+  snapshot.records = std::min<uint64_t>(there, snapshot.header.record_count);
+  note_part_of_record(snapshot);
+  note_missing_records(snapshot, there);
+  if (holds(snapshot, snapshot.records, {kKindAllocated})) {
+    lose(
+        "The header was not written after the last dump, which the process was killed in or still writes: it counts {} "
+        "records, {} whole ones are there.",
+        snapshot.records, there);
+    snapshot.records = there;
+  } else if (snapshot.header.time == 0) {
+    lose("No snapshot was written: the process was killed or still runs.");
+  } else if (there > snapshot.records) {
+    lose("The process went on after the last dump, and did not write its log at exit: it was killed or still runs.");
+  }
   snapshot.uncounted = there - snapshot.records;
-  if (unfinished) note("The last snapshot was not finished: {} whole records of it are there.", there);
-  if (counted > there)
-    note("Cut short: snapshot {} counts {} records, {} whole ones are there.", snapshot.header.snapshot_number, counted,
-         there);
-  if (kind_ == LogKind::kSnapshot && snapshot.header.time == 0)
-    note("No snapshot was written: the process was killed or still runs.");
 }
 
 std::string Log::process_name() const {
@@ -216,7 +290,8 @@ std::vector<ThreadProf> Log::threads(const Snapshot& snapshot) const {
 const Snapshot* Log::numbered(uint32_t number) const {
   auto found = std::find_if(snapshots_.begin(), snapshots_.end(),
                             [&](const Snapshot& snapshot) { return snapshot.header.snapshot_number == number; });
-  return found == snapshots_.end() ? nullptr : &*found;
+  if (found != snapshots_.end()) return &*found;
+  return unfinished_ && unfinished_->header.snapshot_number == number ? &*unfinished_ : nullptr;
 }
 
 }  // namespace quarl::report

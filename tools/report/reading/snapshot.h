@@ -10,7 +10,7 @@ struct Snapshot {
   uint64_t start = 0;      // offset of the header, bytes from the start of the file
   uint64_t limit = 0;      // first byte that belongs to the next snapshot, or the end of the file
   uint64_t records = 0;    // whole records that are really there
-  uint64_t uncounted = 0;  // whole records behind those: left over from an earlier, longer snapshot
+  uint64_t uncounted = 0;  // whole records behind those, of a snapshot log: faults told after its last dump
 };
 
 }  // namespace quarl::report

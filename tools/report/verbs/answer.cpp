@@ -62,11 +62,16 @@ int Answer::finish(const std::vector<std::string>& notes) {
   return 0;
 }
 
-int Answer::judge(const Usage& unfreed) const {
-  if (!options_.fail_on_leak || unfreed.bytes <= *options_.fail_on_leak) return 0;
-  fmt::print(stderr, "quarl report: {} bytes in {} blocks are unfreed, {} are allowed\n", unfreed.bytes, unfreed.count,
-             *options_.fail_on_leak);
-  return kExitLeaks;
+int Answer::judge(const Usage& unfreed, const std::vector<std::string>& losses) const {
+  if (!options_.fail_on_leak) return 0;
+  if (unfreed.bytes > *options_.fail_on_leak) {
+    fmt::print(stderr, "quarl report: {} bytes in {} blocks are unfreed, {} are allowed\n", unfreed.bytes,
+               unfreed.count, *options_.fail_on_leak);
+    return kExitLeaks;
+  }
+  if (losses.empty()) return 0;
+  fmt::print(stderr, "quarl report: --fail-on-leak cannot be answered, because the log is not whole\n");
+  return kExitNotWhole;
 }
 
 }  // namespace quarl::report

@@ -9,7 +9,8 @@
 
 namespace quarl::report {
 
-inline constexpr int kExitLeaks = 3;  // more unfreed than --fail-on-leak allows
+inline constexpr int kExitLeaks = 3;     // more unfreed than --fail-on-leak allows
+inline constexpr int kExitNotWhole = 4;  // not more in what is there of a log that is not whole
 
 class Answer {
  public:
@@ -29,8 +30,8 @@ class Answer {
   // Writes out the answer, and the notes and warnings to standard error. Returns the exit status.
   int finish(Subject& subject);
   int finish(const std::vector<std::string>& notes);
-  // The status for what is unfreed, on top of finish().
-  int judge(const Usage& unfreed) const;
+  // The status for what is unfreed, on top of finish(). `losses` keep the log from being whole.
+  int judge(const Usage& unfreed, const std::vector<std::string>& losses) const;
 
  private:
   const Options& options_;

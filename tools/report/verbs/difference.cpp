@@ -18,6 +18,16 @@ void write_json_of(Answer& answer, Subject& before, Subject& after, const std::v
   write_json(answer.output(), document);
 }
 
+// Those of the earlier log that the later one does not have as well, in front.
+std::vector<std::string> all_notes(Subject& before, Subject& after) {
+  std::vector<std::string> notes, later = after.notes();
+  for (const std::string& note : before.notes()) {
+    if (std::find(later.begin(), later.end(), note) == later.end()) notes.push_back(before.label() + ": " + note);
+  }
+  notes.insert(notes.end(), later.begin(), later.end());
+  return notes;
+}
+
 // What grew in sum is what a build server minds.
 Usage growth(const Usage& before, const Usage& after) {
   return {after.bytes - std::min(before.bytes, after.bytes), after.count - std::min(before.count, after.count)};
@@ -51,8 +61,10 @@ int report_difference(const Options& options) {
     default:
       write_changes(answer.output(), changes, answer.top());
   }
-  int status = answer.finish(after);
-  return status != 0 ? status : answer.judge(growth(earlier.total(), later.total()));
+  std::vector<std::string> losses = before.losses();
+  for (const std::string& loss : after.losses()) losses.push_back(loss);
+  int status = answer.finish(all_notes(before, after));
+  return status != 0 ? status : answer.judge(growth(earlier.total(), later.total()), losses);
 }
 
 }  // namespace quarl::report

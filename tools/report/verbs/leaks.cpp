@@ -10,7 +10,7 @@ int report_leaks(const Options& options) {
   const SiteTable& sites = subject.sites(options.grouping);
   write_site_answer(answer, subject, sites, {"leaks", "unfreed", "unfreed", Json::object(), {}});
   int status = answer.finish(subject);
-  return status != 0 ? status : answer.judge(sites.total());
+  return status != 0 ? status : answer.judge(sites.total(), subject.losses());
 }
 
 }  // namespace quarl::report

@@ -57,7 +57,7 @@ int summarise(const Options& options) {
   Subject subject = answer.open(options.files.front(), {.timeline = page, .threads = page});
   write(answer, subject);
   int status = answer.finish(subject);
-  return status != 0 ? status : answer.judge(subject.sites().total());
+  return status != 0 ? status : answer.judge(subject.sites().total(), subject.losses());
 }
 
 }  // namespace quarl::report
