@@ -134,13 +134,15 @@ class Replay:
                 self.totals[operation] += record.size
                 thread["allocations"] += 1
                 thread["allocated"] += record.size
+                thread["file"] += record.size * record.file
                 self.turnover[record.trace] += record.size
                 self.hold(index, record)
             elif record.result == RELEASED:
                 thread["releases"] += 1
-                thread["released"] += record.size
                 released_by[record.address] = record.tid
-                self.release(record)
+                size, file = self.release(record)
+                thread["released"] += size
+                thread["file"] -= size * file
             self.by_time[record.time] = max(self.by_time[record.time], self.bytes)
         entries = [*self.held.blocks.values(), *[record for _, record in self.held.mappings]]
         self.entries = [record for record in entries if record]
@@ -175,12 +177,13 @@ class Replay:
         self.calls[record.operation] -= operation != record.operation
         if old is None:
             self.unknown += 1
-            return
+            return size, 0
         self.count -= 1
         if old.file:
             self.file_bytes -= old.size
         else:
             self.bytes -= old.size
+        return size, old.file
 
 
 def held_in_snapshot(log):

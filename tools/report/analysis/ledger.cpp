@@ -1,6 +1,7 @@
 #include "report/analysis/ledger.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include "report/analysis/large_blocks.h"
 
@@ -80,6 +81,11 @@ void Ledger::apply_other(const OpRecord& record) {
     default:
       return add_fault(record);
   }
+}
+
+uint64_t Ledger::calls() const {
+  return std::accumulate(std::begin(totals_), std::end(totals_), uint64_t{0},
+                         [](uint64_t sum, const OperationTotals& totals) { return sum + totals.calls; });
 }
 
 void Ledger::count(const OpRecord& record) {

@@ -53,6 +53,7 @@ class Ledger {
   const Held& held() const { return held_; }
   uint32_t taken() const { return taken_; }  // records; while a watcher is told, those before the one that made it so
   const OperationTotals& totals(int operation) const { return totals_[operation]; }
+  uint64_t calls() const;  // of all operations
   const TraceTable& traces() const { return traces_; }
   const FaultList& faults() const { return faults_; }
   // The last record told of a block that is held again, because its resize failed.

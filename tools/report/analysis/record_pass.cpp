@@ -18,20 +18,22 @@ bool has_order(const Log& log) {
 RecordPass::RecordPass(const Log& log, const Snapshot& snapshot, Wanted wanted, Ledger::Observer observer)
     : log_(log), snapshot_(snapshot), stream_(log, snapshot), ledger_(has_order(log)), observer_(std::move(observer)) {
   if (wanted.threads) table_ = tally_table(log.threads(snapshot));
-  bool stale = wanted.threads && table_->calls < stream_.total();
-  if (stale && has_order(log)) thread_count_.emplace();
+  if (wanted.threads && has_order(log)) thread_count_.emplace();
   if (wanted.timeline && has_order(log)) timeline_.emplace();
 }
 
 ThreadTallies RecordPass::threads() {
-  ThreadTallies tallies = thread_count_ ? thread_count_->tallies(ledger(), *table_) : table_.value();
-  tallies.seconds = thread_count_ ? times_.span() : covered_seconds();
-  return tallies;
+  ThreadTallies& table = table_.value();
+  table.seconds = covered_seconds();
+  if (!thread_count_ || table.calls >= ledger().calls()) return table;
+  ThreadTallies counted = thread_count_->tallies(ledger(), table);
+  counted.seconds = times_.span();
+  return counted.threads.empty() ? table : counted;
 }
 
 // Of a record log from its first record, of a chain from its first snapshot, to the last write.
 uint32_t RecordPass::covered_seconds() {
-  uint32_t first = has_order(log_) ? first_time() : log_.snapshots().front().header.time;
+  uint32_t first = has_order(log_) ? whole().times_.first : log_.snapshots().front().header.time;
   return snapshot_.header.time > first && first != 0 ? snapshot_.header.time - first : 0;
 }
 
@@ -51,24 +53,19 @@ uint32_t RecordPass::last_time() const {
 }
 
 RecordPass& RecordPass::whole() {
-  go_on(false);
+  go_on();
   return *this;
-}
-
-uint32_t RecordPass::first_time() {
-  go_on(true);
-  return times_.first;
 }
 
 std::span<const OpRecord> RecordPass::next() {
   return has_order(log_) ? ordered_.next() : stream_.next();
 }
 
-void RecordPass::go_on(bool to_first_time) {
+void RecordPass::go_on() {
   if (ended_) return;
   Progress progress(log_.file().path(), stream_.total());
   Ledger::Observer observer = observers();
-  while (!to_first_time || times_.first == 0) {
+  for (;;) {
     auto batch = next();
     const bool last = cut(batch);
     times_.add(batch);

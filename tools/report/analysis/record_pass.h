@@ -51,8 +51,7 @@ class RecordPass {
   // Of a record log, once; must be wanted.
   Timeline timeline() { return whole().timeline_.value().finish(); }
   // From the thread table; or counted in a record log whose table is not there, or older than the records (its process
-  // was killed). Must be wanted. For a table the records are read no further than to the first time, from which on it
-  // covers them.
+  // was killed). Must be wanted.
   ThreadTallies threads();
 
  private:
@@ -77,7 +76,7 @@ class RecordPass {
   uint32_t last_time() const;
   bool is_past(const OpRecord& record) const;
   bool cut(std::span<const OpRecord>& batch) const;
-  void go_on(bool to_first_time);
+  void go_on();
   void finish();
   void add_uncounted_faults();
   Ledger::Observer observers();

@@ -23,7 +23,7 @@ const ProfInfo& Subject::statistics() {
 // The statistics of a process that was killed are those of its last dump, while its records went on.
 const ProfInfo* Subject::counted() {
   if (!has_counts(statistics())) return nullptr;
-  bool stale = log_->kind() == LogKind::kRecords && recorded_calls(statistics()) < pass().records();
+  bool stale = log_->kind() == LogKind::kRecords && recorded_calls(statistics()) < ledger().calls();
   return stale ? nullptr : &statistics();
 }
 
@@ -104,9 +104,6 @@ TimePoint Subject::point() {
 std::vector<std::string> Subject::notes() {
   std::vector<std::string> notes = log_->notes();
   add_own_losses(notes);
-  if (has_counts(statistics()) && counted() == nullptr) {
-    notes.push_back("The library's statistics are older than the records and are left out.");
-  }
   if (uint64_t unknown = ledger().unknown_releases(); unknown != 0 && log_->kind() == LogKind::kRecords) {
     notes.push_back(fmt::format("{} releases are of blocks whose allocation is not in the log.", unknown));
   }
@@ -131,6 +128,11 @@ void Subject::add_own_losses(std::vector<std::string>& notes) {
     uint32_t first = pass().first_number();
     add(first != 0 ? first - 1 : 0, "operations came before the first record: the log was begun after them.");
     add(ledger().lost_releases(), "blocks were given out again although no release of them is in the log.");
+    if (snapshot_.header.time != 0 && has_counts(statistics()) && counted() == nullptr) {
+      notes.push_back(
+          "The process went on after its last dump and did not write its log at exit: it was killed or still runs, so "
+          "the last records are missing. The library's statistics are those of the dump and are left out.");
+    }
     return;
   }
   auto damaged_head = [](const Fault& fault) { return fault.record.result == kKindSlopHead; };

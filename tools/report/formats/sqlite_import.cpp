@@ -172,7 +172,7 @@ void SqliteImport::sum_up(const Log& log, const Snapshot& snapshot, RecordPass& 
   ProfInfo statistics = log.statistics(snapshot);
   bool in_order = log.kind() == LogKind::kRecords;
   const Held& held = pass.ledger().held();
-  if (in_order && recorded_calls(statistics) < pass.records()) {
+  if (in_order && recorded_calls(statistics) < pass.ledger().calls()) {
     add_statistics(pass.ledger(), id);
   } else {
     add_statistics(statistics, id);
