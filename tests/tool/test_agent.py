@@ -2,7 +2,9 @@
 
 import re
 import socket
+import time
 import unittest
+from pathlib import Path
 
 from tool import DEADLINE, ToolTest, library, victim
 
@@ -25,6 +27,49 @@ class RealAgent(ToolTest):
                 self.assertEqual(output.count("Program memory prof info"), 1)
                 run.stdin.close()
                 self.assertEqual(run.wait(DEADLINE), 86)  # the overrun
+
+
+    def test_a_record_log_that_is_switched_on_is_there(self):
+        for target in ("i686", "armhf"):
+            with self.subTest(target):
+                library(target)
+                run = self.start("run", "--agent", "--", victim(target), "serve")
+                port = re.search(r"port (\d+)", self.read_until(run.stderr, "listens at port")).group(1)
+                self.read_until(run.stdout, "serving")
+                result = self.quarl("ctl", f"localhost:{port}", "QUARL_OUTPUT_LOG=1")
+                self.assertEqual(result.returncode, 0, result)
+                self.assertIn("does not know what was allocated before", result.stderr)
+                log, = Path(self.state).rglob("*_quarlAll.log")
+                empty, end = log.stat().st_size, time.monotonic() + DEADLINE
+                while log.stat().st_size == empty and time.monotonic() < end:  # until the first records are flushed
+                    time.sleep(0.01)
+                run.stdin.close()
+                run.wait(DEADLINE)
+                events = self.quarl("report", "events", "--op", "malloc", "--min-size", "100", "--max-size", "100", "--format", "csv", log)
+                self.assertIn(",malloc,allocated,100,", events.stdout)
+                self.assertNotIn("write log file failed", run.stdout.read().decode() + run.stderr.read().decode())
+                log.unlink()
+
+
+class Effects(ToolTest):
+    def test_what_an_item_does_not_do_is_said(self):
+        server = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(server.close)
+        address = f"127.0.0.1:{server.getsockname()[1]}"
+        for items, text in ((["QUARL_SIG=SIGUSR2"], "QUARL_SIG=SIGUSR2 has no effect: the item cannot be set again"),
+                            (["QUARL_DEMO_THREAD=1"], "QUARL_DEMO_THREAD=1 has no effect"),
+                            (["QUARL_TIMER=1"], "acts only when nothing has set it before"),
+                            (["QUARL_HEAD_TIME=2"], "starts no timer"),
+                            (["QUARL_SNAP_DETAIL=1"], "no effect unless the program was started with QUARL_SNAP_INTERVAL"),
+                            (["QUARL_RECORD_LOG_AT_FREE=1"], "accepted for older files"),
+                            (["QUARL_PROF=1"], ""), (["QUARL_SLOPOVER_MALLOC=0"], "")):
+            run = self.start("ctl", address, *items)
+            connection, _ = server.accept()
+            with connection:
+                self.assertTrue(b"".join(iter(lambda: connection.recv(4096), b"")))
+            self.assertEqual(run.wait(DEADLINE), 0)
+            told = run.stderr.read().decode()
+            self.assertTrue(text in told if text else told == "", (items, told))
 
 
 class Socket(ToolTest):

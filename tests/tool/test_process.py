@@ -38,6 +38,41 @@ class Running(ToolTest):
         result = self.quarl("dump", str(process.pid))
         self.assertEqual(result.stdout, f"{self.folder}/victim_i686_{process.pid}_quarl.log\n")
 
+    def stay(self, *arguments, **environment):
+        """A checked program, started by hand in the test's folder by somebody who says that it is elsewhere."""
+        variables = {**self.environment, "PWD": "/", "LD_PRELOAD": library("i686"), **environment}
+        process = subprocess.Popen([victim("i686"), *arguments, "stay"], cwd=self.folder, env=variables, stdin=subprocess.PIPE,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(self.end, process)
+        self.read_until(process.stdout, "here")
+        return str(process.pid)
+
+    def test_a_log_that_lies_elsewhere_is_found_while_it_is_open(self):
+        pid = self.stay("away")
+        result = self.quarl("dump", pid)
+        self.assertEqual((result.returncode, result.stdout), (0, f"{self.folder}/victim_i686_{pid}_quarl.log\n"))
+        result = self.quarl("dump", pid)
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        self.assertIn(f"no log of process {pid} was written within 5 s in /; it writes where it was", result.stderr)
+
+    def test_what_is_not_written_is_told(self):
+        self.write("none.ini", "QUARL_MEM_HEAD=0\n")
+        result = self.quarl("dump", self.stay(QUARL_CFG_FILE="none.ini"))
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        self.assertIn("none without QUARL_MEM_HEAD or QUARL_OUTPUT_LOG", result.stderr)
+        result = self.quarl("dump", self.stay(QUARL_ONLY="other"))
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        self.assertIn("QUARL_ONLY=other may leave the program out", result.stderr)
+
+    def test_reload_tells_what_cannot_be_set_again(self):
+        path = self.write("quarlcfg.ini", "QUARL_PROF=1\n")
+        pid = self.stay()
+        self.write("quarlcfg.ini", "QUARL_PROF=1\nQUARL_TRACE_BUFSIZE=56000\n")
+        result = self.quarl("reload", pid)
+        self.assertEqual((result.returncode, result.stdout), (0, path + "\n"))
+        self.assertIn(":2: QUARL_TRACE_BUFSIZE cannot be set again: the process keeps what it was first set to", result.stderr)
+        self.assertIn("it reads the file at its next allocation", result.stderr)
+
     def test_reload_puts_the_file_in_force(self):
         path = self.write("own.ini", "QUARL_PROF=1\n")
         run, pid = self.serve("i686", "--raw", "--config", path)

@@ -1,11 +1,11 @@
 #include "process/checked_process.h"
 
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <set>
 #include <sstream>
 
 #include "items/config_check.h"
@@ -49,30 +49,55 @@ int CheckedProcess::dump_signal() const {
   return ConfigReport(slurp(*path)).state.find("QUARL_SIG")->effect.number;
 }
 
+// The library is loaded, but the process need not be checked.
+std::string CheckedProcess::why_not_handled(int signal) const {
+  if (auto only = environment_of(pid_, "QUARL_ONLY")) {
+    return fmt::format("QUARL_ONLY={} may leave the program out", *only);
+  }
+  if (signal == kDefaultDumpSignal)
+    return "it may have been started with the signal ignored, or handle it itself no more";
+  return "was its configuration file changed since it started?";
+}
+
 int CheckedProcess::signal_dump() const {
   int signal = dump_signal();
   int number = machine_signal(signal, is_emulated(pid_));
   if (!handles(pid_, number)) {
-    refuse("process {} does not handle {}, its QUARL_SIG; was its configuration file changed since it started?", pid_,
-           signal_name(signal));
+    refuse("process {} does not handle {}, its QUARL_SIG; {}", pid_, signal_name(signal), why_not_handled(signal));
   }
   if (kill(pid_, number) != 0) refuse("cannot signal process {}: {}", pid_, std::strerror(errno));
   return signal;
 }
 
 // They lie where the process began. A daemon is elsewhere by now; what the shell that started it said tells where.
-std::vector<std::string> CheckedProcess::logs() const {
-  std::set<std::string> found;
+std::set<std::string> CheckedProcess::log_folders() const {
+  std::set<std::string> folders = seen_in_;
   std::string chosen = environment_of(pid_, "QUARL_LOG_DIR").value_or("");
   for (const std::string& began : {environment_of(pid_, "PWD").value_or(""), current_directory(pid_)}) {
     std::error_code error;
     fs::path folder = fs::canonical(fs::path(began) / chosen, error);
-    if (error) continue;
+    if (!error) folders.insert(folder);
+  }
+  return folders;
+}
+
+std::map<std::string, CheckedProcess::Written> CheckedProcess::logs() {
+  std::map<std::string, Written> found;
+  auto look_at = [&](const fs::path& path) {
+    struct stat file {};
+    if (process_of_log(path.filename()) != pid_ || stat(path.c_str(), &file) != 0) return;
+    found[path] = {file.st_mtim.tv_sec * INT64_C(1000000000) + file.st_mtim.tv_nsec, file.st_size};
+  };
+  for (const fs::path& path : open_files(pid_)) {
+    if (process_of_log(path.filename()) == pid_) seen_in_.insert(path.parent_path());
+  }
+  for (const std::string& folder : log_folders()) {
+    std::error_code error;
     for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-      if (process_of_log(entry->path().filename()) == pid_) found.insert(entry->path());
+      look_at(entry->path());
     }
   }
-  return {found.begin(), found.end()};
+  return found;
 }
 
 }  // namespace quarl

@@ -3,9 +3,11 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
-#include <vector>
 
 namespace quarl {
 
@@ -22,13 +24,23 @@ class CheckedProcess {
   // the signal. A Refusal when the process does not handle that signal.
   int signal_dump() const;
 
-  // Paths of its log files, in the folder that QUARL_LOG_DIR names to it or the directory where it is now.
-  std::vector<std::string> logs() const;
+  // Its log files with the time and size of the last write, in the folder that QUARL_LOG_DIR names to it, where it
+  // began, where it is now, or where it has one open.
+  struct Written {
+    int64_t time;  // nanoseconds since the epoch
+    int64_t size;  // bytes
+    bool operator==(const Written&) const = default;
+  };
+  std::map<std::string, Written> logs();
+  // Where logs are looked for, besides those that are open; where one was seen belongs to it from then on.
+  std::set<std::string> log_folders() const;
 
  private:
   int dump_signal() const;
+  std::string why_not_handled(int signal) const;
 
   pid_t pid_;
+  std::set<std::string> seen_in_;  // folders of open logs
 };
 
 }  // namespace quarl

@@ -80,6 +80,17 @@ std::vector<pid_t> all_processes() {
   return numbers_in("/proc");
 }
 
+std::vector<fs::path> open_files(pid_t pid) {
+  std::vector<fs::path> files;
+  std::error_code gone;
+  for (fs::directory_iterator entry(proc_path(with_memory(pid), "fd"), gone), end; !gone && entry != end;
+       entry.increment(gone)) {
+    std::error_code closed;
+    files.push_back(fs::read_symlink(entry->path(), closed));
+  }
+  return files;
+}
+
 std::vector<pid_t> process_tree(pid_t root) {
   std::vector<pid_t> tree{root};
   for (size_t i = 0; i < tree.size(); ++i) {

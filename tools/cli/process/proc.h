@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +13,9 @@ namespace quarl {
 
 // The whole file, or "" when it cannot be read (the process may be gone at any moment).
 std::string read_proc(pid_t pid, const std::string& file);
+
+// Paths of the files that the process has open; none when it is another user's.
+std::vector<std::filesystem::path> open_files(pid_t pid);
 
 // Thread ids; empty when the process is gone.
 std::vector<pid_t> threads_of(pid_t pid);

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <memory>
+#include <sstream>
 
 #include "agent/agent_client.h"
+#include "config/items.h"
 #include "config/line.h"
 #include "items/assignment.h"
 #include "message.h"
@@ -54,15 +56,53 @@ void check_snapshot_item(const Assignment& item, const std::vector<std::string>&
          item.text());
 }
 
+// Items that this or that program needs are on by default, or the line before has set them.
+std::string missing_needs(const ItemRow& item, const std::vector<std::string>& before) {
+  std::string missing;
+  std::istringstream needs(item.depends);
+  for (std::string key; needs >> key;) {
+    bool sent =
+        std::any_of(before.begin(), before.end(), [&](const std::string& line) { return line.starts_with(key + "="); });
+    if (!find_item(key.c_str())->default_on && !sent) missing += (missing.empty() ? "" : " and ") + key;
+  }
+  return missing;
+}
+
+bool switches_on(const Assignment& item) {
+  return item.item->value != ItemValue::kText && leading_number(item.value.c_str()) > 0;
+}
+
+// What sending the item does not do, as far as that is known without a look at the process.
+void tell_effect(const Assignment& item, const std::vector<std::string>& before) {
+  const std::string_view key = item.item->key;
+  if (!item.item->resettable && (item.item->default_on || key == "QUARL_DEMO_THREAD")) {
+    return say("{} has no effect: the item cannot be set again, and was set when the program started", item.text());
+  }
+  if (!item.item->resettable) {
+    say("{} cannot be set again: {} acts only when nothing has set it before", key, item.text());
+  }
+  if (key == "QUARL_RECORD_LOG_AT_FREE") return say("{} has no effect: it is accepted for older files", item.text());
+  if (key == "QUARL_HEAD_TIME" && item.value == "2") {
+    say("{} starts no timer: only a program that was started with it keeps the time", item.text());
+  }
+  if (!switches_on(item)) return;
+  if (key == "QUARL_OUTPUT_LOG") {
+    say("the record log begins now, and does not know what was allocated before; it is made where the program writes "
+        "its "
+        "logs, unless a file of its name is there");
+  }
+  if (std::string missing = missing_needs(*item.item, before); !missing.empty()) {
+    say("{} has no effect unless the program was started with {}", item.text(), missing);
+  }
+}
+
 std::vector<std::string> lines_of(const std::string& command, const std::vector<std::string>& before, bool force) {
   if (command == "check") return {"QUARL_MEM_CHECK=1", "QUARL_MEM_CHECK=0"};
   if (command == "stats") return {"QUARL_PRINT_PROFINFO=1", "QUARL_PRINT_PROFINFO=0"};
   if (command == "reset") return {"QUARL_RESET=1"};
   Assignment item = parse_assignment(command);
   check_snapshot_item(item, before, force);
-  if (!item.item->resettable) {
-    say("{} cannot be set again: {} acts only when nothing has set it before", item.item->key, item.text());
-  }
+  tell_effect(item, before);
   return {item.text()};
 }
 

@@ -1,7 +1,9 @@
 #include "quarlheap/upkeep/agent_line.h"
 
 #include "config/configuration.h"
+#include "logs/files/log_files.h"
 #include "logs/statistics/statistics.h"
+#include "platform/confinement.h"
 #include "quarlheap/checking/heap_check.h"
 #include "quarlheap/upkeep/effects.h"
 #include "state/process.h"
@@ -9,7 +11,13 @@
 namespace quarl {
 namespace {
 
+// The records of a log that the line switches on have nowhere to go else.
+void make_record_log(const Flags& flags) REQUIRES(hook_mutex) {
+  if (flags.record_log() && !record_log.is_open() && !confined()) open_log_files();
+}
+
 void act(const Flags& flags) REQUIRES(hook_mutex) {
+  make_record_log(flags);
   if (flags.in_force(kMemCheck) && flags.guard()) qr_heap_check();
   if (flags.prints_statistics()) print_statistics();
   if (flags.set(kReset)) {
