@@ -20,9 +20,9 @@ void ShortLived::settle(Thread& thread) {
   thread.resized.reset();
 }
 
-void ShortLived::came(const LiveEntry& entry, const OpRecord& by) {
+void ShortLived::came(const LiveEntry& entry, const OpRecord&) {
   Thread& thread = threads_[entry.tid];
-  if (!is_mapping(entry) && put_backs_.is_one(by)) {
+  if (!is_mapping(entry) && ledger_.restored()) {
     // It is as young as it was.
     if (thread.resized) thread.last_allocated = entry.born;
     thread.resized.reset();

@@ -6,7 +6,6 @@
 #include <optional>
 
 #include "report/analysis/ledger.h"
-#include "report/analysis/put_backs.h"
 #include "report/analysis/selection.h"
 #include "report/analysis/site_sums.h"
 
@@ -22,7 +21,7 @@ class ShortLived : public HeldWatcher {
       : chooser_(chooser), ledger_(ledger), within_(within), sums_(grouping) {}
   void came(const LiveEntry& entry, const OpRecord& by) override;
   void went(const LiveEntry& entry, Going how, const OpRecord& by) override;
-  void passed(const OpRecord& record, const Ledger&) override { put_backs_.passed(record); }
+  void passed(const OpRecord&, const Ledger&) override {}
 
   // Before the first record: who is to be told of each block that counts.
   void tell(SiteSums::Listener listener) { sums_.tell(std::move(listener)); }
@@ -44,7 +43,6 @@ class ShortLived : public HeldWatcher {
   Chooser& chooser_;
   const Ledger& ledger_;
   uint32_t within_;
-  PutBacks put_backs_;
   SiteSums sums_;
   Usage released_;
   std::unordered_map<uint32_t, Thread> threads_;  // by tid

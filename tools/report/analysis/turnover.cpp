@@ -7,8 +7,8 @@ void Turnover::add(const LiveEntry& entry) {
 }
 
 // Whether a mapping carries a block is known at its end at the latest.
-void Turnover::came(const LiveEntry& entry, const OpRecord& by) {
-  if (!is_mapping(entry) && !put_backs_.is_one(by)) add(entry);
+void Turnover::came(const LiveEntry& entry, const OpRecord&) {
+  if (!is_mapping(entry) && !ledger_.restored()) add(entry);
 }
 
 void Turnover::went(const LiveEntry& entry, Going how, const OpRecord&) {

@@ -2,14 +2,13 @@
 #pragma once
 
 #include "report/analysis/ledger.h"
-#include "report/analysis/put_backs.h"
 #include "report/analysis/selection.h"
 #include "report/analysis/site_sums.h"
 
 namespace quarl::report {
 
 // A resize counts as one call, with all bytes of the new block. A block that a failed resize put back counts once; the
-// mapping that carries a large block does not count beside it.
+// mapping that the allocator made for a large block does not count beside it.
 class Turnover : public HeldWatcher {
  public:
   // Both must outlive this; `ledger` is the one that tells it.
@@ -17,7 +16,7 @@ class Turnover : public HeldWatcher {
       : chooser_(chooser), ledger_(ledger), sums_(grouping) {}
   void came(const LiveEntry& entry, const OpRecord& by) override;
   void went(const LiveEntry& entry, Going how, const OpRecord& by) override;
-  void passed(const OpRecord& record, const Ledger&) override { put_backs_.passed(record); }
+  void passed(const OpRecord&, const Ledger&) override {}
 
   // Before the first record: who is to be told of each block that counts.
   void tell(SiteSums::Listener listener) { sums_.tell(std::move(listener)); }
@@ -29,7 +28,6 @@ class Turnover : public HeldWatcher {
 
   Chooser& chooser_;
   const Ledger& ledger_;
-  PutBacks put_backs_;
   SiteSums sums_;
 };
 
