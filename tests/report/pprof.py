@@ -3,7 +3,7 @@
 import gzip
 from collections import namedtuple
 
-Sample = namedtuple("Sample", "count bytes stack")  # the stack innermost first
+Sample = namedtuple("Sample", "values count bytes stack thread")  # in use are the last two values; the stack innermost first
 Location = namedtuple("Location", "mapping address functions")
 Mapping = namedtuple("Mapping", "start limit path build_id")
 
@@ -57,7 +57,9 @@ class Profile:
             locations[dict(fields)[1]] = Location(dict(fields)[2], dict(fields)[3], lines)
         self.samples = []
         for fields in map(dict, map(fields_of, self.of(2))):
-            self.samples.append(Sample(*packed(fields[2]), [locations[place] for place in packed(fields.get(1, b""))]))
+            values, label = packed(fields[2]), dict(fields_of(fields.get(3, b"")))
+            assert not label or text[label[1]] == "thread"
+            self.samples.append(Sample(values, *values[-2:], [locations[place] for place in packed(fields.get(1, b""))], label.get(3)))
 
     def of(self, number):
         return [value for key, value in self.fields if key == number]

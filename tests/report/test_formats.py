@@ -52,10 +52,15 @@ class Formats(ReportTest):
     def test_pprof(self):
         profile = Profile(self.report("leaks", self.sample(), "--format", "pprof")[0])
         self.assertEqual(profile.strings[0], "")
-        self.assertEqual(profile.types, [("inuse_objects", "count"), ("inuse_space", "bytes")])
-        self.assertEqual([(sample.count, sample.bytes) for sample in profile.samples], [(2, 400), (1, 50)])
+        in_use = [("inuse_objects", "count"), ("inuse_space", "bytes")]
+        self.assertEqual(profile.types, [("alloc_objects", "count"), ("alloc_space", "bytes"), *in_use])
+        self.assertEqual([(sample.values, sample.thread) for sample in profile.samples],
+                         [([2, 400, 2, 400], 1), ([1, 50, 1, 50], 1), ([1, 7, 0, 0], 1)])
+        snapshot = self.write(self.layout.log([self.layout.record(MALLOC, ALLOCATED, 0x1000 * tid, 100, [0x8001], tid=tid) for tid in (5, 6)], count=2))
+        snapshot = Profile(self.report("leaks", snapshot, "--format", "pprof")[0])
+        self.assertEqual((snapshot.types, [(sample.values, sample.thread) for sample in snapshot.samples]), (in_use, [([1, 100], 5), ([1, 100], 6)]))
         name = 'a,"b"'
-        first, second = [sample.stack for sample in profile.samples]
+        first, second = [sample.stack for sample in profile.samples if sample.count]
         self.assertEqual(first, [(1, 0x8000, [f"{name}+0x0"]), (1, 0x9000, [f"{name}+0x1000"])])
         self.assertEqual(second[1], (0, 0xA000, ["0x0000a000"]))
         self.assertEqual(profile.mappings, [(0x8000, 0xA000, '/bin/a,"b"', "")])

@@ -85,7 +85,7 @@ class Library(ReportTest):
                 sites = {}
                 for sample in profile.samples:
                     own = [place for place in sample.stack if place.mapping == program]
-                    if own and sample.stack[0].mapping == program:
+                    if own and sample.count and sample.stack[0].mapping == program:
                         sites[tuple(name for place in own for name in place.functions)] = sample.bytes, sample.count
                 self.assertEqual(sites, LEAKS)
                 notes = subprocess.run(["readelf", "-n", PROGRAMS / f"leaky_{target}"], capture_output=True, text=True, check=True)

@@ -31,21 +31,29 @@ class ShortLived : public HeldWatcher {
   const Usage& released() const { return released_; }
 
  private:
+  struct Resized {
+    LiveEntry entry;
+    uint32_t taken;  // records before that of its release
+  };
   struct Thread {
     std::optional<uint32_t> last_allocated;  // LiveEntry::born of its latest block
-    std::deque<uint32_t> operations;         // records taken before each of its last ones; `within` at most
-    std::optional<LiveEntry> resized;        // temporary, if the resize that released it goes well
+    std::deque<uint32_t> operations;         // records taken before each of its last ones; `within` and one at most
+    std::optional<Resized> resized;          // by its last operation, if that goes well
   };
+  uint32_t born(const LiveEntry& entry) const;
   bool is_temporary(const LiveEntry& entry, const Thread& thread) const;
   void note_operation(Thread& thread, uint32_t taken) const;
-  void settle(Thread& thread);
+  void release(const LiveEntry& entry, uint32_t by, const Thread& thread);
+  void settle(uint32_t tid, Thread& thread);
+  void put_back(const LiveEntry& entry);
 
   Chooser& chooser_;
   const Ledger& ledger_;
   uint32_t within_;
   SiteSums sums_;
   Usage released_;
-  std::unordered_map<uint32_t, Thread> threads_;  // by tid
+  std::unordered_map<uint32_t, Thread> threads_;    // by tid
+  std::unordered_map<uint32_t, uint32_t> earlier_;  // of blocks put back: their first LiveEntry::born, by the new one
 };
 
 }  // namespace quarl::report

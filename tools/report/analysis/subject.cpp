@@ -54,6 +54,23 @@ SiteTable Subject::sites_now(Grouping grouping) {
   return sites;
 }
 
+ProfileSamples Subject::profile() {
+  AllocationSamples allocations(chooser(), pass().filling());
+  pass().watch(allocations);
+  ledger();
+  ProfileSamples samples;
+  if (log_->kind() == LogKind::kRecords) samples = allocations.take();
+  for_each_held([&](const LiveEntry& entry) {
+    if (hidden(entry.trace)) return;
+    samples[{entry.trace, entry.tid}].in_use += {entry.size, 1};
+  });
+  return samples;
+}
+
+bool Subject::hidden(TraceId trace) {
+  return !suppressions_.empty() && suppressions_.hides(symbolizer().trace(ledger().traces().addresses(trace)));
+}
+
 SiteTable Subject::table(Grouping grouping, Order order, const std::function<void(SiteTable&)>& fill) {
   static const Suppressions kNone;
   SiteTable table(ledger().traces(), symbolizer(), grouping, kNone);

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "report/analysis/profile_samples.h"
 #include "report/analysis/record_pass.h"
 #include "report/analysis/selection.h"
 #include "report/analysis/site_table.h"
@@ -39,6 +40,9 @@ class Subject {
   const SiteTable& sites(Grouping grouping = Grouping::kTrace);
   // The same at this moment, of a watcher that is told while the log is read.
   SiteTable sites_now(Grouping grouping);
+  // What is held, selected and not suppressed, and, of a record log that nothing was asked of yet, all that was ever
+  // allocated and is selected, by trace and thread.
+  ProfileSamples profile();
   // Of whatever `fill` adds to it, with nothing suppressed.
   SiteTable table(Grouping grouping, Order order, const std::function<void(SiteTable&)>& fill);
 
@@ -57,6 +61,7 @@ class Subject {
   void for_each_snapshot(Subject* known, const Visit& visit);
   TimePoint point();
   void add_own_losses(std::vector<std::string>& notes);
+  bool hidden(TraceId trace);
   void compare_with_statistics(std::vector<std::string>& notes);
 
   std::shared_ptr<const Log> log_;

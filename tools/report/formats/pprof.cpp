@@ -27,7 +27,10 @@ namespace value_type {
 enum : uint32_t { kType = 1, kUnit = 2 };
 }
 namespace sample {
-enum : uint32_t { kLocationId = 1, kValue = 2 };
+enum : uint32_t { kLocationId = 1, kValue = 2, kLabel = 3 };
+}
+namespace label {
+enum : uint32_t { kKey = 1, kNumber = 3 };
 }
 namespace mapping {
 enum : uint32_t {
@@ -58,10 +61,16 @@ class Writer {
   explicit Writer(Subject& subject) : subject_(subject), writer_(bytes_) { string(""); }
 
   std::string write() {
+    allocations_ = subject_.log().kind() == LogKind::kRecords;
+    const ProfileSamples samples = subject_.profile();
+    if (allocations_) {
+      add_type("alloc_objects", "count");
+      add_type("alloc_space", "bytes");
+    }
     add_type("inuse_objects", "count");
     add_type("inuse_space", "bytes");
     add_mappings();
-    for (const Site& site : subject_.sites().sites()) add_sample(site);
+    add_samples(samples);
     writer_.add_int64(profile::kTimeNanos, int64_t{subject_.snapshot().header.time} * 1'000'000'000);
     writer_.add_int64(profile::kDefaultSampleType, string("inuse_space"));
     for (const std::string& text : strings_) writer_.add_string(profile::kStringTable, text);
@@ -138,21 +147,49 @@ class Writer {
     return position->second;
   }
 
-  void add_sample(const Site& site) {
+  std::vector<uint64_t> locations(const Frames& frames) {
     std::vector<uint64_t> ids;
-    for (auto first = site.frames.begin(); first != site.frames.end();) {
-      auto last = std::find_if(first, site.frames.end(), [](const Frame& frame) { return !frame.inlined; });
-      auto end = last == site.frames.end() ? last : last + 1;
+    for (auto first = frames.begin(); first != frames.end();) {
+      auto last = std::find_if(first, frames.end(), [](const Frame& frame) { return !frame.inlined; });
+      auto end = last == frames.end() ? last : last + 1;
       ids.push_back(location(first, end));
       first = end;
     }
-    int64_t values[] = {static_cast<int64_t>(site.usage.count), static_cast<int64_t>(site.usage.bytes)};
+    return ids;
+  }
+
+  // Traces that look alike on the desk become one sample.
+  void add_samples(const ProfileSamples& samples) {
+    std::map<std::pair<std::vector<uint64_t>, uint32_t>, ProfileSample> merged;
+    for (const auto& [key, sums] : samples) {
+      const Frames frames = subject_.symbolizer().trace(subject_.ledger().traces().addresses(key.first));
+      ProfileSample& sample = merged[{locations(frames), key.second}];
+      sample.in_use += sums.in_use;
+      sample.allocated += sums.allocated;
+    }
+    for (const auto& [key, sums] : merged) add_sample(key.first, key.second, sums);
+  }
+
+  void add_sample(const std::vector<uint64_t>& ids, uint32_t tid, const ProfileSample& sums) {
+    std::vector<int64_t> values;
+    auto add = [&](const Usage& usage) {
+      values.push_back(static_cast<int64_t>(usage.count));
+      values.push_back(static_cast<int64_t>(usage.bytes));
+    };
+    if (allocations_) add(sums.allocated);
+    add(sums.in_use);
+    const int64_t thread = string("thread");
     protozero::pbf_writer message(writer_, profile::kSample);
     message.add_packed_uint64(sample::kLocationId, ids.begin(), ids.end());
-    message.add_packed_int64(sample::kValue, std::begin(values), std::end(values));
+    message.add_packed_int64(sample::kValue, values.begin(), values.end());
+    if (tid == 0) return;
+    protozero::pbf_writer label(message, sample::kLabel);
+    label.add_int64(label::kKey, thread);
+    label.add_int64(label::kNumber, tid);
   }
 
   Subject& subject_;
+  bool allocations_ = false;  // told besides what is in use
   std::string bytes_;
   protozero::pbf_writer writer_;
   std::vector<std::string> strings_;

@@ -4,7 +4,6 @@
 
 #include "report/formats/folded.h"
 #include "report/formats/json_document.h"
-#include "report/formats/pprof.h"
 #include "report/formats/text_page.h"
 
 namespace quarl::report {
@@ -45,8 +44,6 @@ void write_site_answer(Answer& answer, Subject& subject, const SiteTable& sites,
       return write_csv(answer.output(), site_rows(sites.sites(), answer.top()));
     case Format::kFolded:
       return write_folded(answer.output(), sites.sites());
-    case Format::kPprof:
-      return answer.output().write(pprof_of(subject));
     default:
       return write_site_text(answer, sites, what);
   }
