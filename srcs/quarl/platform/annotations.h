@@ -19,5 +19,12 @@
 #define ASSERT_CAPABILITY(lock) QUARL_ANNOTATION(assert_capability(lock))
 #define NO_THREAD_SAFETY_ANALYSIS QUARL_ANNOTATION(no_thread_safety_analysis)
 
+// A function that leaves its frame before it returns what another one returns; elsewhere each call has its frame.
+#if defined(__clang__)
+#define QUARL_TAIL_CALLS
+#else
+#define QUARL_TAIL_CALLS __attribute__((optimize("optimize-sibling-calls")))
+#endif
+
 // Visible to the application; everything else is hidden.
 #define QUARL_EXPORT __attribute__((visibility("default")))

@@ -16,6 +16,11 @@ struct StackRange {
 // Called by the constructor, for each line: that of the main thread's stack is taken, when it is that thread that asks.
 void learn_main_stack(const MapsLine& mapping);
 
+// Whether [low, end) lies on the stack that the thread was created with, when that is known.
+inline bool own_stack_holds(uintptr_t low, uintptr_t end) {
+  return low >= thread_cache().stack_low && end <= thread_cache().stack_high;
+}
+
 [[gnu::cold, gnu::noinline]] StackRange find_stack(uintptr_t present_frame);
 
 // The stack on which `present_frame` lies: the thread's own after a look at /proc/self/maps once per thread; on an

@@ -18,21 +18,17 @@ constexpr int kSpins = 100;
 
 constexpr int kForkPatience = 1000;  // milliseconds
 
-bool swap_word(uint32_t* word, uint32_t expected, uint32_t desired) {
-  return __atomic_compare_exchange_n(word, &expected, desired, false, __ATOMIC_SEQ_CST, __ATOMIC_RELAXED);
-}
-
 }  // namespace
 
 void HookLock::wait_and_lock() {
   const KeepErrno keep;
-  auto taken = static_cast<uint32_t>(current_tid());
+  uint32_t taken = own_word();
   // A thread that was woken spins again: the one that woke it has mostly taken the lock anew, and would have to wake it
   // again and again.
   while (!spin_and_take(taken)) {
-    const uint32_t seen = __atomic_load_n(&word_, __ATOMIC_RELAXED);
+    const uint32_t seen = word();
     if (seen == 0) continue;
-    if ((seen & kWaiters) == 0 && !swap_word(&word_, seen, seen | kWaiters)) continue;
+    if ((seen & kWaiters) == 0 && !swap_word(seen, seen | kWaiters, __ATOMIC_SEQ_CST)) continue;
     if (sleep_or_take_over(seen | kWaiters)) return;
     // Others may sleep on the word still: the mark stays until a release finds nobody to wake.
     taken |= kWaiters;
@@ -41,7 +37,7 @@ void HookLock::wait_and_lock() {
 
 bool HookLock::spin_and_take(uint32_t taken) {
   for (int spin = 0; spin < kSpins; ++spin) {
-    if (__atomic_load_n(&word_, __ATOMIC_RELAXED) == 0 && swap_word(&word_, 0, taken)) return true;
+    if (word() == 0 && swap_word(0, taken, __ATOMIC_SEQ_CST)) return true;
     relax();
   }
   return false;
@@ -50,11 +46,11 @@ bool HookLock::spin_and_take(uint32_t taken) {
 // Does not sleep on the word: whoever has the lock may be stopped for ever.
 bool HookLock::lock_within(int milliseconds) NO_THREAD_SAFETY_ANALYSIS {
   const KeepErrno keep;
-  const auto taken = static_cast<uint32_t>(current_tid());
+  const uint32_t taken = own_word();
   for (; milliseconds >= 0; --milliseconds) {
     if (spin_and_take(taken)) return true;
-    const uint32_t seen = __atomic_load_n(&word_, __ATOMIC_RELAXED);
-    if (held_for_fork() && swap_word(&word_, seen, taken | (seen & kWaiters))) return true;
+    const uint32_t seen = word();
+    if (held_for_fork() && swap_word(seen, taken | (seen & (kWaiters | kAsked)), __ATOMIC_SEQ_CST)) return true;
     sys::nap(1);
   }
   return false;
@@ -67,7 +63,7 @@ bool HookLock::sleep_or_take_over(uint32_t seen) {
     return false;
   }
   if (!held_for_fork() && sys::futex_wait_for(&word_, seen, kForkPatience)) return false;
-  return swap_word(&word_, seen, static_cast<uint32_t>(current_tid()) | kWaiters);
+  return swap_word(seen, own_word() | kWaiters | (seen & kAsked), __ATOMIC_SEQ_CST);
 }
 
 void HookLock::hold_for_fork() NO_THREAD_SAFETY_ANALYSIS {
@@ -76,23 +72,31 @@ void HookLock::hold_for_fork() NO_THREAD_SAFETY_ANALYSIS {
 }
 
 bool HookLock::held_for_fork() const {
-  return (__atomic_load_n(&word_, __ATOMIC_RELAXED) & ~kWaiters) == (static_cast<uint32_t>(current_tid()) | kForkHold);
+  return (word() & ~(kWaiters | kAsked)) == (own_word() | kForkHold);
 }
 
 void HookLock::end_fork_hold() NO_THREAD_SAFETY_ANALYSIS {
   while (held_for_fork()) {
-    const uint32_t seen = __atomic_load_n(&word_, __ATOMIC_RELAXED);
-    if ((seen & kForkHold) != 0 && swap_word(&word_, seen, seen & ~kForkHold)) return unlock();
+    const uint32_t seen = word();
+    if ((seen & kForkHold) != 0 && swap_word(seen, seen & ~kForkHold, __ATOMIC_SEQ_CST)) return unlock();
   }
 }
 
-void HookLock::wake_waiter() {
-  const KeepErrno keep;
-  sys::futex_wake(&word_, 1);
+void HookLock::release() {
+  const uint32_t before = __atomic_exchange_n(&word_, 0, __ATOMIC_SEQ_CST);
+  if ((before & kWaiters) != 0) sys::futex_wake(&word_, 1);
 }
 
-void HookLock::serve_late_request() NO_THREAD_SAFETY_ANALYSIS {
-  if (try_lock()) unlock();
+// By the owner, who finds the mark at the latest when he releases the lock, or here and now.
+void HookLock::have_pending_done() NO_THREAD_SAFETY_ANALYSIS {
+  for (;;) {
+    const uint32_t seen = word();
+    if (seen == 0) {
+      if (try_lock()) return finish_and_release();
+    } else if ((seen & kAsked) != 0 || swap_word(seen, seen | kAsked, __ATOMIC_SEQ_CST)) {
+      return;
+    }
+  }
 }
 
 uint32_t HookLock::run_pending() {
@@ -113,22 +117,24 @@ void HookLock::finish_and_release() NO_THREAD_SAFETY_ANALYSIS {
   write_held_texts(texts);
   if ((left & kPendingSignal) != 0) let_signal_come();
   if ((left & kPendingEnd) != 0) end_process();
-  if (pending()) serve_late_request();
+  // Asked for between the last look and the release. The release is a barrier for both.
+  if (pending()) have_pending_done();
 }
 
 void HookLock::leave_for_release(LeftWork work) {
   __atomic_fetch_or(&pending_, work, __ATOMIC_SEQ_CST);
+  __atomic_fetch_or(&word_, kAsked, __ATOMIC_SEQ_CST);
 }
 
-void HookLock::request(uint32_t work) NO_THREAD_SAFETY_ANALYSIS {
+void HookLock::request(uint32_t work) {
   const KeepErrno keep;
   __atomic_fetch_or(&pending_, work, __ATOMIC_SEQ_CST);
-  if (try_lock()) unlock();
+  have_pending_done();
   forget_exclusive_access();
 }
 
 bool HookLock::held_by_this_thread() const {
-  return (__atomic_load_n(&word_, __ATOMIC_RELAXED) & ~kWaiters) == static_cast<uint32_t>(current_tid());
+  return (word() & ~(kWaiters | kAsked)) == own_word();
 }
 
 void HookLock::reset_in_child() NO_THREAD_SAFETY_ANALYSIS {

@@ -30,16 +30,16 @@ enum LeftWork : uint32_t {
 
 class CAPABILITY("mutex") HookLock {
  public:
-  [[gnu::always_inline]] void lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS {
-    if (__builtin_expect(!take_free(), 0)) wait_and_lock();
+  // `tid` is current_tid(), for a caller that knows it already.
+  [[gnu::always_inline]] void lock(uint32_t tid) ACQUIRE() NO_THREAD_SAFETY_ANALYSIS {
+    if (__builtin_expect(!swap_word(0, tid, __ATOMIC_ACQUIRE), 0)) wait_and_lock();
   }
-  bool try_lock() TRY_ACQUIRE(true) NO_THREAD_SAFETY_ANALYSIS { return take_free(); }
-  [[gnu::always_inline]] void unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS {
-    if (__builtin_expect(pending(), 0)) return finish_and_release();
-    release();
-    // A request made between the look and the release found the lock taken. The release is a barrier for both.
-    if (__builtin_expect(pending(), 0)) serve_late_request();
+  bool try_lock() TRY_ACQUIRE(true) NO_THREAD_SAFETY_ANALYSIS { return swap_word(0, own_word(), __ATOMIC_ACQUIRE); }
+  [[gnu::always_inline]] void unlock(uint32_t tid) RELEASE() NO_THREAD_SAFETY_ANALYSIS {
+    if (__builtin_expect(!swap_word(tid, 0, __ATOMIC_RELEASE), 0)) finish_and_release();
   }
+  void lock() ACQUIRE() { lock(own_word()); }
+  void unlock() RELEASE() { unlock(own_word()); }
   // For a thread that has to go on all the same. True when it got the lock within that time.
   bool lock_within(int milliseconds) TRY_ACQUIRE(true);
   bool held_by_this_thread() const;
@@ -68,27 +68,25 @@ class CAPABILITY("mutex") HookLock {
  private:
   static constexpr uint32_t kWaiters = 0x80000000;
   static constexpr uint32_t kForkHold = 0x40000000;
+  static constexpr uint32_t kAsked = 0x20000000;
 
-  bool take_free() {
-    uint32_t free = 0;
-    return __atomic_compare_exchange_n(&word_, &free, static_cast<uint32_t>(current_tid()), false, __ATOMIC_ACQUIRE,
-                                       __ATOMIC_RELAXED);
+  static uint32_t own_word() { return static_cast<uint32_t>(current_tid()); }
+  bool swap_word(uint32_t expected, uint32_t desired, int order) {
+    return __atomic_compare_exchange_n(&word_, &expected, desired, false, order, __ATOMIC_RELAXED);
   }
-  void release() {
-    const uint32_t before = __atomic_exchange_n(&word_, 0, __ATOMIC_SEQ_CST);
-    if (__builtin_expect((before & kWaiters) != 0, 0)) wake_waiter();
-  }
+  uint32_t word() const { return __atomic_load_n(&word_, __ATOMIC_RELAXED); }
   bool pending() const { return __atomic_load_n(&pending_, __ATOMIC_RELAXED) != 0; }
+  void release();
+  void have_pending_done();
   [[gnu::cold, gnu::noinline]] void wait_and_lock();
   bool spin_and_take(uint32_t taken);
   bool sleep_or_take_over(uint32_t seen);
-  [[gnu::cold, gnu::noinline]] void wake_waiter();
   [[gnu::cold, gnu::noinline]] void finish_and_release();
   uint32_t run_pending();  // what is left for after the release
-  [[gnu::cold, gnu::noinline]] void serve_late_request();
 
-  uint32_t word_ =
-      0;  // 0: free; else the owner's task id, with kWaiters when a thread may sleep on it, kForkHold over a fork
+  // 0: free; else the owner's task id, with kWaiters when a thread may sleep on it, kForkHold over a fork, kAsked when
+  // there is pending work. So the owner who finds his task id alone when he releases it has nothing else to do.
+  uint32_t word_ = 0;
   uint32_t pending_ = 0;
   void (*worker_)(uint32_t) = nullptr;
 };
@@ -99,6 +97,7 @@ struct alignas(64) HotWords {
   HookLock lock;
   uint32_t last_seq_num;
   uint32_t heap_block_head, heap_block_tail, heap_block_count;
+  bool used_list_closed;
 };
 static_assert(sizeof(HotWords) == 64);
 extern HotWords hot_words;
@@ -107,10 +106,15 @@ inline constexpr HookLock& hook_mutex = hot_words.lock;
 
 class SCOPED_CAPABILITY ScopedLock {
  public:
-  ScopedLock() ACQUIRE(hook_mutex) { hook_mutex.lock(); }
-  ~ScopedLock() RELEASE() { hook_mutex.unlock(); }
+  explicit ScopedLock(int tid = current_tid()) ACQUIRE(hook_mutex) : tid_(static_cast<uint32_t>(tid)) {
+    hook_mutex.lock(tid_);
+  }
+  ~ScopedLock() RELEASE() { hook_mutex.unlock(tid_); }
   ScopedLock(const ScopedLock&) = delete;
   ScopedLock& operator=(const ScopedLock&) = delete;
+
+ private:
+  const uint32_t tid_;
 };
 
 }  // namespace quarl

@@ -44,7 +44,7 @@ uint32_t served_alignment(const Flags& flags, uint32_t wanted) {
   if (random_failure(flags)) return fail(flags, kOpMalloc, size, trace);
   stop_past_limits(flags, size);
   const Placement place = place_block(flags, kOpMalloc, trace.depth);
-  if (size == 0 || size_wraps(place, size)) return fail(flags, kOpMalloc, size, trace);
+  if (place.raw_size(size) <= place.raw_size(0)) return fail(flags, kOpMalloc, size, trace);  // none, or it wraps around
   void* raw = raw::allocate(place.raw_size(size));
   if (raw == nullptr) return fail(flags, kOpMalloc, size, trace);
   return finish_block({flags, kOpMalloc, size, place, trace}, raw);
@@ -65,16 +65,28 @@ uint32_t served_alignment(const Flags& flags, uint32_t wanted) {
   return finish_block({flags, kOpMemalign, size, place, trace}, raw);
 }
 
-}  // namespace
-
-[[gnu::noinline, gnu::flatten]] void* malloc_hook(size_t size, const void*) {
+[[gnu::noinline, gnu::flatten]] void* malloc_for_any_flags(size_t size, const void*) {
   const InsideChecker inside;
-  return run_hook<allocate>(kSlopMalloc, this_frame(), size);
+  return allocate(enter_hook(kSlopMalloc), this_frame(), size);
 }
 
-[[gnu::noinline]] void* memalign_hook(size_t wanted, size_t size, const void*) {
+[[gnu::noinline]] void* memalign_for_any_flags(size_t wanted, size_t size, const void*) {
   const InsideChecker inside;
-  return run_hook<allocate_aligned>(kSlopMalloc, this_frame(), wanted, size);
+  return allocate_aligned(enter_hook(kSlopMalloc), this_frame(), wanted, size);
+}
+
+}  // namespace
+
+QUARL_TAIL_CALLS [[gnu::noinline, gnu::flatten]] void* malloc_hook(size_t size, const void* caller) {
+  if (__builtin_expect(!as_by_default(settings, kSlopMalloc), 0)) return malloc_for_any_flags(size, caller);
+  const InsideChecker inside;
+  return allocate(kDefaultFlags, this_frame(), size);
+}
+
+QUARL_TAIL_CALLS [[gnu::noinline]] void* memalign_hook(size_t wanted, size_t size, const void* caller) {
+  if (__builtin_expect(!as_by_default(settings, kSlopMalloc), 0)) return memalign_for_any_flags(wanted, size, caller);
+  const InsideChecker inside;
+  return allocate_aligned(kDefaultFlags, this_frame(), wanted, size);
 }
 
 }  // namespace quarl

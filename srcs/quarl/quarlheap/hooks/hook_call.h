@@ -19,14 +19,10 @@ inline Flags enter_hook(uint32_t check_triggers) {
   return check_and_reload(check_triggers);
 }
 
-// Carries out the steps of a hook after its first one. They are compiled twice: for the default flags, of which the
-// compiler knows what is in force, and for any. All that leads from a hook to a raw entry is inlined: the allocator may
-// have to map a chunk, and each frame on the way would stand in the trace of the mapping for one of the application's.
-template <auto steps, typename... Arguments>
-[[gnu::always_inline]] inline auto run_hook(uint32_t check_triggers, Arguments... arguments) {
-  if (__builtin_expect(as_by_default(settings, check_triggers), 1)) return steps(kDefaultFlags, arguments...);
-  return steps(enter_hook(check_triggers), arguments...);
-}
+// The steps of a hook are compiled twice: in the hook itself for the default flags, of which the compiler knows what is
+// in force, and in a function of the same arguments for any flags, to which the hook leaves the call. The hook leaves
+// its frame before, and all that leads from either to a raw entry is inlined: the allocator may have to map a chunk, and
+// each frame on the way would stand in the trace of the mapping for one of the application's.
 
 // Captures the call trace when QUARL_HEAD_STACKDEPTH is in force. `frame` is the hook's: the trace begins in it.
 inline void take_trace(const Flags& flags, HookFrame frame, CallTrace* trace) {

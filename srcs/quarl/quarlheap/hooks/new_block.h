@@ -30,9 +30,9 @@ inline bool size_wraps(const Placement& place, uint32_t size) {
 void* bare_block(void* raw);
 
 // Before the lock is taken: writes what nobody else can see yet.
-[[gnu::always_inline]] inline void begin_block(const NewBlock& block, void* raw) {
+[[gnu::always_inline]] inline void begin_block(const NewBlock& block, void* raw, int tid) {
   if (!block.flags.header()) return;
-  fill_header(block.user(raw), block.layout(), block.size, block.op, block.trace, block.place.align_log2);
+  fill_header(block.user(raw), block.layout(), block.size, block.op, block.trace, block.place.align_log2, tid);
 }
 
 // Under the lock: number, list and record. Returns the user pointer.
@@ -50,8 +50,9 @@ void* bare_block(void* raw);
 // Returns the user pointer in the raw block.
 [[gnu::always_inline]] inline void* finish_block(const NewBlock& block, void* raw) {
   if (!block.flags.tracked()) return bare_block(raw);
-  begin_block(block, raw);
-  const ScopedLock lock;
+  const int tid = current_tid();
+  begin_block(block, raw, tid);
+  const ScopedLock lock(tid);
   const Counters counters = counters_for(block.flags);
   counters.allocated(block.op, block.size);
   count_mapped_chunk(counters, chunk_before(address_of(raw)));

@@ -38,14 +38,20 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
   return give_up(flags, classify_pointer(p), trace);
 }
 
-// Checks the block first.
-[[gnu::always_inline]] inline void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
-  const ScopedLock lock;
+// The same of a block that is sound for certain; null when that is not so, and nothing was done.
+[[gnu::always_inline]] inline void* give_up_if_certain(const Flags& flags, Address p, const CallTrace& trace)
+    REQUIRES(hook_mutex) {
   const HeaderLayout layout = HeaderLayout::for_new(flags, kOpMalloc);
   const BoundedBlock block = DoubtfulBlock(p).bounded_as(layout);
   Ties ties;
-  if (__builtin_expect(!is_certain(block, &ties), 0)) return give_up_doubtful(flags, p, trace);
+  if (__builtin_expect(!is_certain(block, &ties), 0)) return nullptr;
   return give_up(flags, {{p, block.offset(), layout, block.size()}, ties}, trace);
+}
+
+[[gnu::always_inline]] inline void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
+  const ScopedLock lock;
+  void* raw = give_up_if_certain(flags, p, trace);
+  return __builtin_expect(raw != nullptr, 1) ? raw : give_up_doubtful(flags, p, trace);
 }
 
 [[gnu::always_inline]] inline void release(const Flags& flags, HookFrame frame, void* ptr) {
@@ -63,15 +69,36 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
   ptr == nullptr ? count_failure(flags, kOpFree, 0, trace) : raw::release(ptr);
 }
 
-}  // namespace
-
-[[gnu::noinline, gnu::flatten]] void free_hook(void* ptr, const void*) {
+// For pointers of any kind, too.
+[[gnu::noinline, gnu::flatten]] void free_for_any_flags(void* ptr, const void*) {
   const InsideChecker inside;
   if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::release(ptr);
-  const Address p = address_of(ptr);
-  if (__builtin_expect(leads_nowhere(p), 0)) return release_nothing(this_frame(), ptr);
+  if (leads_nowhere(address_of(ptr))) return release_nothing(this_frame(), ptr);
+  prefetch_block(address_of(ptr));
+  release(enter_hook(kSlopFree), this_frame(), ptr);
+}
+
+// With the default flags, of a pointer as most are, to a block that is sound for certain. False when it is not, and
+// nothing was done. The hooks are there for as long as a block is found on the list, so the raw entry is called as it is.
+[[gnu::always_inline]] inline bool release_if_certain(Address p) {
+  const InsideChecker inside;
   prefetch_block(p);
-  run_hook<release>(kSlopFree, this_frame(), ptr);
+  void* raw = nullptr;
+  {
+    const ScopedLock lock;
+    raw = give_up_if_certain(kDefaultFlags, p, {});
+  }
+  if (__builtin_expect(raw == nullptr, 0)) return false;
+  ext_free(raw);
+  return true;
+}
+
+}  // namespace
+
+QUARL_TAIL_CALLS [[gnu::noinline, gnu::flatten]] void free_hook(void* ptr, const void* caller) {
+  const Address p = address_of(ptr);
+  if (__builtin_expect(lies_as_usual(p) && as_by_default(settings, kSlopFree), 1) && release_if_certain(p)) return;
+  free_for_any_flags(ptr, caller);
 }
 
 }  // namespace quarl

@@ -170,8 +170,9 @@ void count_moved_chunks(const Counters& counters, const Resize& resize, Address 
 void* make_new_block(const Resize& resize, void* raw) {
   if (!resize.flags.tracked()) return bare_block(raw);
   const NewBlock block{resize.flags, kOpRealloc, resize.new_size, resize.place, resize.trace};
-  begin_block(block, raw);
-  const ScopedLock lock;
+  const int tid = current_tid();
+  begin_block(block, raw, tid);
+  const ScopedLock lock(tid);
   const Counters counters = counters_for(resize.flags);
   counters.allocated(kOpRealloc, resize.new_size);
   if (resize.old_size > resize.new_size) counters.shrunk();
@@ -201,14 +202,34 @@ void* make_new_block(const Resize& resize, void* raw) {
   return nullptr;
 }
 
-}  // namespace
-
-[[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void*) {
-  const InsideChecker inside;
-  if (__builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr)) return raw::resize(ptr, size);
+// Whether a pointer leads nowhere; else its cache lines are on their way.
+bool looks_nowhere(void* ptr) {
   const bool nowhere = leads_nowhere(address_of(ptr));
   if (!nowhere) prefetch_block(address_of(ptr));
-  return run_hook<reallocate>(kSlopMalloc | kSlopFree, this_frame(), ptr, size, nowhere);
+  return nowhere;
+}
+
+bool is_foreign(void* ptr) {
+  return __builtin_expect(other_allocators, 0) && ptr != nullptr && of_other_allocator(ptr);
+}
+
+constexpr uint32_t kCheckTriggers = kSlopMalloc | kSlopFree;
+
+[[gnu::noinline]] void* realloc_for_any_flags(void* ptr, size_t size, const void*) {
+  const InsideChecker inside;
+  if (is_foreign(ptr)) return raw::resize(ptr, size);
+  const bool nowhere = looks_nowhere(ptr);
+  return reallocate(enter_hook(kCheckTriggers), this_frame(), ptr, size, nowhere);
+}
+
+}  // namespace
+
+QUARL_TAIL_CALLS [[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void* caller) {
+  if (__builtin_expect(!as_by_default(settings, kCheckTriggers), 0)) return realloc_for_any_flags(ptr, size, caller);
+  const InsideChecker inside;
+  if (is_foreign(ptr)) return raw::resize(ptr, size);
+  const bool nowhere = looks_nowhere(ptr);
+  return reallocate(kDefaultFlags, this_frame(), ptr, size, nowhere);
 }
 
 }  // namespace quarl

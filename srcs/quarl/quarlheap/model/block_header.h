@@ -131,6 +131,15 @@ class BoundedBlock {
   HeaderLayout layout_;
 };
 
+// Whether a pointer lies as those of most blocks do: on a page with live blocks, on which a usual header and its chunk
+// word lie as well.
+[[gnu::always_inline]] inline bool lies_as_usual(Address p) {
+  if (p % 8 != 0 || !page_holds(p, kUsualReach) || !page_is_live(p - 4)) return false;
+  // What follows from the test, for the compiler, which asks for it elsewhere.
+  if (!page_holds(p, kLongestFields) || !page_holds(p, kFixedSize)) __builtin_unreachable();
+  return true;
+}
+
 // A pointer that is said to be a block.
 class DoubtfulBlock {
  public:
@@ -161,7 +170,9 @@ class DoubtfulBlock {
   // The same of a block that has this layout; false, too, when it has another or does not name itself.
   [[gnu::always_inline]] BoundedBlock bounded_as(HeaderLayout layout) const {
     const bool has_it = all_fields_can_be_read() && header::is_of_layout(p_, layout);
-    return {p_, __builtin_expect(has_it, 1) ? bounded_offset(layout, layout.lowest_offset(0)) : 0, layout};
+    if (__builtin_expect(!has_it, 0)) return {p_, 0, layout};
+    const bool usual = layout.fields == kFullLayout.fields && has_usual_offset();
+    return {p_, __builtin_expect(usual, 1) ? kUsualOffset : bounded_offset(layout, layout.lowest_offset(0)), layout};
   }
 
   friend bool operator==(DoubtfulBlock a, DoubtfulBlock b) { return a.p_ == b.p_; }
@@ -170,6 +181,11 @@ class DoubtfulBlock {
   [[gnu::always_inline]] bool all_fields_can_be_read() const {
     if (__builtin_expect(p_ % 8 != 0 || !page_is_live(p_ - 4), 0)) return false;
     return __builtin_expect(page_holds(p_, kLongestFields), 1) || fields_exist(*this);
+  }
+
+  // Of one with all fields: all of a usual header and its chunk word lie on the page of the links.
+  bool has_usual_offset() const {
+    return page_holds(p_, kUsualReach) && TraceInfo{header::field(p_, kFullLayout.trace_info_offset())}.is_usual();
   }
 
   // The way from the raw block by a header of these fields, which can be read; 0 when it cannot be. `lowest` is their

@@ -6,6 +6,7 @@
 #include "platform/stack.h"
 #include "quarlheap/model/code_pages.h"
 #include "quarlheap/model/rule_trace.h"
+#include "state/settings.h"
 
 // This library, from its first byte to the end of its code: of the linker's.
 extern "C" const char __ehdr_start[] __attribute__((visibility("hidden")));
@@ -22,6 +23,83 @@ bool is_own_code(uint32_t address) {
 [[gnu::cold, gnu::noinline]] int complain_of_depth() {
   print(kStderr, "Max stack size must below 64\n");
   return kMaxTrace;
+}
+
+// The chain of frames behind one, as far as it was walked.
+struct Walk {
+  uintptr_t fp;
+  uintptr_t highest;  // that a frame can have
+  uint32_t* out;      // where the return address of the frame goes, or lies by now
+  const uint32_t* end;
+
+  // False when there is none behind it. Each lies higher than the one before.
+  [[gnu::always_inline]] bool go_on() {
+    const uintptr_t next = frame::caller_frame(fp);
+    if (next <= fp || next > highest || next % 4 != 0) return false;
+    fp = next;
+    return true;
+  }
+
+  // At an address on a page with more on it than plain code. False when it ends the trace; `out` is behind the last
+  // entry then.
+  [[gnu::always_inline]] bool look_closely(uint32_t address, CodePage page) {
+    if (page == kNoCode) return false;
+    const bool frameless = (page & kFrameless) != 0 && frame::returns_without_frame(address);
+    if (frameless) {
+      address = frame::frameless_return_address(fp);
+      if (++out == end) return false;
+      *out = address;
+    }
+    if (((page & (kMain | kClone)) == 0 && !frameless) || !is_outermost(address)) return true;
+    ++out;
+    return false;
+  }
+};
+
+// From the frame that the walk is at to its end. Returns the number of entries that lie in `buf` then.
+[[gnu::always_inline]] inline int walk_on(Walk walk, HookFrame hook, uint32_t* buf, int max) {
+  for (;;) {
+    const uint32_t address = frame::return_address(walk.fp);
+    *walk.out = address;
+    CodePage page = known_code_page(address);
+    if (__builtin_expect(page != kCode, 0)) {
+      if (page == kNoCode) page = learn_code_page(address);
+      if (page == (kCode | kMain)) {
+        if (is_in_main(address)) return static_cast<int>(walk.out - buf + 1);
+      } else if ((page & kByRules) != 0) {
+        return capture_by_rules(hook, buf, max);
+      } else if (!walk.look_closely(address, page)) {
+        break;
+      }
+    }
+    if (++walk.out == walk.end || !walk.go_on()) break;
+  }
+  return static_cast<int>(walk.out - buf);
+}
+
+// The same for the usual depth, from the hook on, as one step behind the other. Leaves it to the other where there is
+// more on a page than plain code.
+[[gnu::always_inline]] inline int walk_usual_depth(Walk walk, HookFrame hook, uint32_t* buf) {
+#pragma GCC unroll 8
+  for (int entry = 0; entry < kDefaultDepth; ++entry) {
+    const uint32_t address = frame::return_address(walk.fp);
+    buf[entry] = address;
+    if (__builtin_expect(known_code_page(address) != kCode, 0)) {
+      walk.out = buf + entry;
+      return walk_on(walk, hook, buf, kDefaultDepth);
+    }
+    if (entry + 1 < kDefaultDepth && !walk.go_on()) return entry + 1;
+  }
+  return kDefaultDepth;
+}
+
+// On a stack that is not known yet, or for another depth.
+[[gnu::noinline]] int walk_unusual(HookFrame fp, uintptr_t lowest, uint32_t* buf, int max) {
+  if (max > kMaxTrace) max = complain_of_depth();
+  const StackRange stack = stack_around(fp);
+  const uintptr_t highest = stack.high - frame::kEnd;
+  if (max <= 0 || lowest < stack.low || fp > highest) return 0;
+  return walk_on({fp, highest, buf, buf + max}, fp, buf, max);
 }
 
 }  // namespace
@@ -44,32 +122,11 @@ HookFrame hook_frame_of(HookFrame frame) {
 // Every allocation comes here, so a frame costs a few comparisons and no more. Each frame lies higher than the one
 // before, which is why the lower end of the stack is looked at once.
 int capture_trace(HookFrame fp, uint32_t* buf, int max) {
-  if (__builtin_expect(max > kMaxTrace, 0)) max = complain_of_depth();
-  const StackRange stack = stack_around(fp);
-  const uintptr_t highest = stack.high - frame::kEnd;
-  if (max <= 0 || fp + static_cast<uintptr_t>(frame::kLowestWord) < stack.low || fp > highest) return 0;
-  uint32_t* out = buf;
-  const uint32_t* end = buf + max;
-  uintptr_t next = fp;
-  do {
-    fp = next;
-    uint32_t address = frame::return_address(fp);
-    *out = address;
-    if (!is_plain_code(address)) {
-      const CodePage page = code_page(address);
-      if (page == kNoCode) break;
-      if ((page & kByRules) != 0) return capture_by_rules(fp, buf, max);
-      const bool frameless = (page & kFrameless) != 0 && frame::returns_without_frame(address);
-      if (frameless) {
-        address = frame::frameless_return_address(fp);
-        if (++out == end) break;
-        *out = address;
-      }
-      if (((page & kOutermost) != 0 || frameless) && is_outermost(address)) end = out + 1;
-    }
-    next = frame::caller_frame(fp);
-  } while (++out != end && next > fp && next <= highest && next % 4 == 0);
-  return static_cast<int>(out - buf);
+  const uintptr_t lowest = fp + static_cast<uintptr_t>(frame::kLowestWord);
+  if (__builtin_expect(max == kDefaultDepth && own_stack_holds(lowest, fp + frame::kEnd), 1)) {
+    return walk_usual_depth({fp, thread_cache().stack_high - frame::kEnd, buf, buf + max}, fp, buf);
+  }
+  return walk_unusual(fp, lowest, buf, max);
 }
 
 }  // namespace quarl

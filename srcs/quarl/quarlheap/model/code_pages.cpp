@@ -11,17 +11,14 @@ constinit CodePage code_pages[1U << (32 - kCodePageLog2)]{};
 
 namespace {
 
-constinit CodeRange ranges[2]{};
+constinit CodeRange ranges[2]{};  // of main and of clone
 
 constexpr uint32_t page_of(uint32_t address) {
   return address >> kCodePageLog2;
 }
 
-bool outermost_is_on(uint32_t page) {
-  for (const CodeRange& range : ranges) {
-    if (range.count() != 0 && page_of(range.start) <= page && page <= page_of(range.end - 1)) return true;
-  }
-  return false;
+bool is_on(const CodeRange& range, uint32_t page) {
+  return range.count() != 0 && page_of(range.start) <= page && page <= page_of(range.end - 1);
 }
 
 CodePage look_at(uint32_t address) {
@@ -30,7 +27,8 @@ CodePage look_at(uint32_t address) {
   if (kind == CodeKind::kNone) return kNoCode;
   const uint32_t page = page_of(address);
   const bool frameless = kind == CodeKind::kStartup && frame::may_return_without_frame(page << kCodePageLog2);
-  return static_cast<CodePage>(kCode | (outermost_is_on(page) ? kOutermost : 0) | (frameless ? kFrameless : 0));
+  return static_cast<CodePage>(kCode | (is_on(ranges[0], page) ? kMain : 0) | (is_on(ranges[1], page) ? kClone : 0) |
+                               (frameless ? kFrameless : 0));
 }
 
 void keep(uint32_t page, CodePage kind) {

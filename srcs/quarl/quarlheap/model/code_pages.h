@@ -8,7 +8,8 @@ namespace quarl {
 enum CodePage : uint8_t {
   kNoCode = 0,     // as far as is known
   kCode = 1,       // a return address is an entry of the trace, and nothing more but for:
-  kOutermost = 2,  // it may lie in outermost code
+  kMain = 2,       // it may lie in main
+  kClone = 16,     // it may lie in clone
   kFrameless = 4,  // the code at it may be a return without a frame, and can be read
   kByRules = 8,    // of this library, where QUARL_FRAMES is set: the walk goes by rules (rule_trace.h)
 };
@@ -34,9 +35,11 @@ struct Outermost {
 extern Outermost outermost;
 }  // namespace detail
 
+inline bool is_in_main(uint32_t address) {
+  return address - detail::outermost.main_first < detail::outermost.main_count;
+}
 inline bool is_outermost(uint32_t address) {
-  const detail::Outermost& code = detail::outermost;
-  return address - code.main_first < code.main_count || address - code.clone_first < code.clone_count;
+  return is_in_main(address) || address - detail::outermost.clone_first < detail::outermost.clone_count;
 }
 
 inline constexpr uint32_t kCodePageLog2 = 12;
@@ -48,15 +51,10 @@ extern CodePage code_pages[1U << (32 - kCodePageLog2)];
 // it finds to be code stays so.
 [[gnu::cold, gnu::noinline]] CodePage learn_code_page(uint32_t address);
 
-// What most addresses of a trace are. A plain read, which the compiler makes part of the comparison: a byte is what it
-// was or what it becomes.
-inline bool is_plain_code(uint32_t address) {
-  return __builtin_expect(code_pages[address >> kCodePageLog2] == kCode, 1);
-}
-
-inline CodePage code_page(uint32_t address) {
-  const CodePage page = __atomic_load_n(&code_pages[address >> kCodePageLog2], __ATOMIC_RELAXED);
-  return __builtin_expect(page != kNoCode, 1) ? page : learn_code_page(address);
+// kNoCode also where a walk was never before. A plain read, which the compiler makes part of a comparison: a byte is what
+// it was or what it becomes.
+inline CodePage known_code_page(uint32_t address) {
+  return code_pages[address >> kCodePageLog2];
 }
 
 }  // namespace quarl

@@ -56,6 +56,10 @@ struct TraceInfo {
   constexpr uint32_t depth() const { return word & 0xFF; }
   constexpr uint8_t operation() const { return static_cast<uint8_t>(word >> 8 & 0xF); }
   constexpr uint32_t align_log2() const { return word >> 16 & 0xFF; }
+
+  // What most blocks have, of whatever operation: a trace of the default depth and the plain alignment.
+  constexpr bool is_usual() const { return (word & ~make(0, static_cast<Operation>(0xF), 0).word) == kUsual; }
+  static constexpr uint32_t kUsual = kDefaultDepth | kPlainAlignLog2 << 16;
 };
 
 // Blocks of these operations have the info word whatever the configuration says: it holds their alignment.
@@ -132,6 +136,12 @@ inline constexpr HeaderLayout kFullLayout{kTidField | kTimeField | kTraceInfoFie
 constexpr uint32_t user_offset(uint32_t lowest, uint32_t alignment, uint32_t least) {
   return round_up(lowest, alignment <= 8 || alignment < least ? least : alignment);
 }
+
+// Of a block that has all fields and the usual trace info, whatever the least alignment of the process, at most 16.
+inline constexpr uint32_t kUsualOffset = user_offset(kFullLayout.lowest_offset(kDefaultDepth), 8, 16);
+static_assert(kUsualOffset == user_offset(kFullLayout.lowest_offset(kDefaultDepth), 8, 8));
+inline constexpr uint32_t kUsualReach = 128;  // bytes: at least such a header and its chunk word; a power of two
+static_assert(kUsualOffset + 4 <= kUsualReach);
 
 // lowest_offset(0) of each layout: where a header is read, the table is quicker than the sum.
 inline constexpr auto kFieldsSize = [] {

@@ -41,11 +41,12 @@ inline Placement place_block(const Flags& flags, Operation op, int depth, uint32
 // Writes the header below p and the guard behind the block, but for the links and the number: nobody knows of the block
 // until it has those, so no lock is needed.
 [[gnu::always_inline]] inline void fill_header(Address p, HeaderLayout layout, uint32_t user_size, Operation op,
-                                               const CallTrace& trace, uint32_t align_log2) {
+                                               const CallTrace& trace, uint32_t align_log2,
+                                               int tid = current_tid()) {
   header::word(p, kUserSize) = user_size;
   // Bytes, not a word: nothing says that the end of the user's bytes is aligned.
   if (layout.guard()) memcpy(pointer_to(p + user_size), kTailGuard, sizeof kTailGuard);
-  if (layout.tid()) header::field(p, layout.tid_offset()) = static_cast<uint32_t>(current_tid());
+  if (layout.tid()) header::field(p, layout.tid_offset()) = static_cast<uint32_t>(tid);
   if (layout.time()) header::field(p, layout.time_offset()) = static_cast<uint32_t>(clock_sec);
   if (!layout.trace_info()) return;
   const auto depth = static_cast<uint32_t>(trace.depth);  // 0 without a trace

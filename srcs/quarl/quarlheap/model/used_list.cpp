@@ -4,7 +4,6 @@
 
 namespace quarl {
 
-constinit bool used_list_closed = false;
 constinit ClosedList closed_list{};
 
 void close_used_list() {
@@ -120,10 +119,27 @@ bool find_right_link(Address p, HeaderWord link, uint32_t* word) {
   return true;
 }
 
-void replace_lost_tail(Address p) {
+namespace {
+
+// The list's end lies where no block can be: makes the last block that walks reach the end, for p to follow. A link
+// that was left behind may name p, whose memory is another's again.
+void replace_lost_tail(Address p) REQUIRES(hook_mutex) {
   if (heap_block_head == 0 && heap_block_tail == 0) return;
   const Address reached = last_before(heap_block_head, kNextLink, p);
   heap_block_tail = is_block(reached) && reached != p ? reached : 0;
+}
+
+}  // namespace
+
+void link_doubtfully(const SoundBlock& block) {
+  const Address p = block.p();
+  if (!page_is_live(heap_block_tail - 4)) replace_lost_tail(p);
+  const Address tail = heap_block_tail;
+  header::word(p, kPrevLink) = tail | block.layout().prev_flags();
+  if (used_list_closed) return;
+  if (tail != 0) header::set_link(tail, kNextLink, p);
+  heap_block_tail = p;
+  if (heap_block_head == 0) heap_block_head = p;
 }
 
 void unlink_damaged(Address p) {

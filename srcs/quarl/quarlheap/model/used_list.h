@@ -13,7 +13,7 @@ inline constexpr Address& heap_block_head GUARDED_BY(hook_mutex) = hot_words.hea
 inline constexpr Address& heap_block_tail GUARDED_BY(hook_mutex) = hot_words.heap_block_tail;
 // Blocks that were linked and not unlinked.
 inline constexpr uint32_t& heap_block_count GUARDED_BY(hook_mutex) = hot_words.heap_block_count;
-extern bool used_list_closed GUARDED_BY(hook_mutex);
+inline constexpr bool& used_list_closed GUARDED_BY(hook_mutex) = hot_words.used_list_closed;
 
 // The ends of the list when it was closed, for a debugger: the blocks are still there.
 struct ClosedList {
@@ -40,11 +40,15 @@ inline void set_link(Address p, HeaderWord which, Address target) {
   link = (link & kLinkFlags) | target;
 }
 
-// Whether p, a link's target, is a block that names itself. One that does is aligned as blocks are, or as good as one
-// to whoever wrote there.
+// Whether the words that every header has are there at p, a link's target.
+inline bool can_be_read(Address p) {
+  return page_is_live(p - 4) && (__builtin_expect(page_holds(p, kFixedSize), 1) || page_is_live(p - kFixedSize));
+}
+
+// Whether it is a block that names itself. One that does is aligned as blocks are, or as good as one to whoever wrote
+// there.
 inline bool is_one(Address p) {
-  if (!page_is_live(p - 4) || (word(p, kSelfLink) ^ p) > kLinkFlags) return false;
-  return __builtin_expect(page_holds(p, kFixedSize), 1) || page_is_live(p - kFixedSize);
+  return can_be_read(p) && (word(p, kSelfLink) ^ p) <= kLinkFlags;
 }
 
 // Whether it names its neighbour by this link, too.
@@ -54,9 +58,8 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
 
 }  // namespace header
 
-// The list's end lies where no block can be, or the list is empty: makes the last block that walks reach the end, for p
-// to follow. A link that was left behind may name p, whose memory is another's again.
-[[gnu::cold, gnu::noinline]] void replace_lost_tail(Address p) REQUIRES(hook_mutex);
+// The same where an end of the list lies where no block can be, or the list is empty or closed.
+[[gnu::cold, gnu::noinline]] void link_doubtfully(const SoundBlock& block) REQUIRES(hook_mutex);
 
 // Appends the block, and writes its links with the flags of its layout.
 [[gnu::always_inline]] inline void link_block(const SoundBlock& block) REQUIRES(hook_mutex) {
@@ -65,34 +68,42 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
   ++heap_block_count;
   header::word(p, kSelfLink) = p | block.layout().self_flags();
   header::word(p, kNextLink) = block.layout().next_flags();
-  if (__builtin_expect(!page_is_live(heap_block_tail - 4), 0)) replace_lost_tail(p);
   const Address tail = heap_block_tail;
+  if (__builtin_expect(!page_is_live(tail - 4) || heap_block_head == 0, 0)) return link_doubtfully(block);
   header::word(p, kPrevLink) = tail | block.layout().prev_flags();
-  if (__builtin_expect(used_list_closed, 0)) return;
-  if (__builtin_expect(tail != 0, 1)) header::set_link(tail, kNextLink, p);
+  header::set_link(tail, kNextLink, p);
   heap_block_tail = p;
-  if (__builtin_expect(heap_block_head == 0, 0)) heap_block_head = p;
 }
 
-// The two words that name a block on the list: links of its neighbours, or the ends of the list.
+// The two words that name a block on the list, links of its neighbours or the ends of the list, and whom it names.
 struct Ties {
   uint32_t* from_next = nullptr;
   uint32_t* from_prev = nullptr;
+  Address next = 0;
+  Address prev = 0;
 
   explicit operator bool() const { return from_prev != nullptr; }  // both are known, and name it
 };
+
+// The word of a neighbour, or the list's end where there is none, that names p; null when it does not.
+[[gnu::always_inline]] inline uint32_t* tie_of(Address p, Address neighbour, HeaderWord back, uint32_t& end)
+    REQUIRES(hook_mutex) {
+  if (__builtin_expect(neighbour == 0, 0)) return (end ^ p) <= kLinkFlags ? &end : nullptr;
+  if (__builtin_expect(!header::can_be_read(neighbour), 0)) return nullptr;
+  uint32_t& named = header::word(neighbour, back);
+  return __builtin_expect(((header::word(neighbour, kSelfLink) ^ neighbour) | (named ^ p)) <= kLinkFlags, 1) ? &named
+                                                                                                            : nullptr;
+}
 
 // Of a block that can be one: its ties, when they hold.
 [[gnu::always_inline]] inline Ties ties_of(Address p) REQUIRES(hook_mutex) {
   const Address next = header::link(p, kNextLink);
   const Address prev = header::link(p, kPrevLink);
   if (__builtin_expect(next == prev, 0) && next != 0) return {};
-  if (next != 0 && !header::is_one(next)) return {};
-  if (prev != 0 && !header::is_one(prev)) return {};
-  uint32_t* from_next = next != 0 ? &header::word(next, kPrevLink) : &heap_block_tail;
-  uint32_t* from_prev = prev != 0 ? &header::word(prev, kNextLink) : &heap_block_head;
-  if ((*from_next ^ p) > kLinkFlags || (*from_prev ^ p) > kLinkFlags) return {};
-  return {from_next, from_prev};
+  uint32_t* from_next = tie_of(p, next, kPrevLink, heap_block_tail);
+  if (__builtin_expect(from_next == nullptr, 0)) return {};
+  uint32_t* from_prev = tie_of(p, prev, kNextLink, heap_block_head);
+  return {from_next, from_prev, next, prev};
 }
 
 // Whether an end of the list names the block, or a neighbour that the block names.
@@ -126,8 +137,8 @@ struct Ties {
     return;
   }
   // Both name p; their flags stay.
-  *ties.from_next += header::link(p, kPrevLink) - p;
-  *ties.from_prev += header::link(p, kNextLink) - p;
+  *ties.from_next += ties.prev - p;
+  *ties.from_prev += ties.next - p;
 }
 
 // The end of a block: takes it off the list and marks its header.
