@@ -7,13 +7,25 @@
 // variable is null, goes to the raw entry.
 
     .syntax unified
+#if __ARM_ARCH >= 7
+    .arch armv7-a
+#else
     .arch armv5te
+#endif
     .arm
-    .hidden quarl_libc_contract
+    .hidden quarl_libc_contract, __malloc_hook, __free_hook, __realloc_hook, __memalign_hook, __mmap_hook, __munmap_hook
     .text
 
-// r12 = hook_depth of the calling thread. Keeps r0 to r3; __aeabi_read_tp changes r0, r12 and lr only.
+// r12 = hook_depth of the calling thread. Keeps r0 to r3; __aeabi_read_tp, for processors of which some do not hold the
+// thread's address in a register, changes r0, r12 and lr only.
 .macro load_hook_depth name
+#if __ARM_ARCH >= 7
+    mrc     p15, 0, sl, c13, c0, 3
+    ldr     r12, .Ldepth_\name
+.Ldepth_at_\name:
+    ldr     r12, [pc, r12]
+    ldr     r12, [sl, r12]
+#else
     mov     sl, r0
     bl      __aeabi_read_tp
     ldr     r12, .Ldepth_\name
@@ -21,6 +33,7 @@
     ldr     r12, [pc, r12]
     ldr     r12, [r0, r12]
     mov     r0, sl
+#endif
 .endm
 
 // r12 = the word in the hook variable.
@@ -28,7 +41,6 @@
     ldr     r12, .Lhook_\name
 .Lhook_at_\name:
     ldr     r12, [pc, r12]
-    ldr     r12, [r12]
 .endm
 
 // The offsets that the two macros above use.
@@ -37,7 +49,7 @@
 .Ldepth_\name:
     .word   quarl_thread_cache(GOTTPOFF) + (. - .Ldepth_at_\name - 8)
 .Lhook_\name:
-    .word   \hook(GOT_PREL) + (. - .Lhook_at_\name - 8)
+    .word   \hook - .Lhook_at_\name - 8
 .endm
 
 // A request of 0 bytes becomes an aligned one where glibc's promises are kept (contract.h), by a jump: the entry of memalign

@@ -38,16 +38,26 @@ uint32_t served_alignment(const Flags& flags, uint32_t wanted) {
   return alignment <= 8 ? raw::allocate(size) : raw::allocate_aligned(alignment, size);
 }
 
-[[gnu::always_inline]] inline void* allocate(const Flags& flags, HookFrame frame, size_t size) {
-  CallTrace trace;
-  take_trace(flags, frame, &trace);
+[[gnu::always_inline]] inline void* allocate_traced(const Flags& flags, size_t size, const CallTrace& trace) {
   if (random_failure(flags)) return fail(flags, kOpMalloc, size, trace);
   stop_past_limits(flags, size);
   const Placement place = place_block(flags, kOpMalloc, trace.depth);
-  if (place.raw_size(size) <= place.raw_size(0)) return fail(flags, kOpMalloc, size, trace);  // none, or it wraps around
+  if (place.raw_size(size) <= place.raw_size(0))
+    return fail(flags, kOpMalloc, size, trace);  // none, or it wraps around
   void* raw = raw::allocate(place.raw_size(size));
   if (raw == nullptr) return fail(flags, kOpMalloc, size, trace);
   return finish_block({flags, kOpMalloc, size, place, trace}, raw);
+}
+
+// Where most have the default depth, the compiler knows where all of their header lies.
+[[gnu::always_inline]] inline void* allocate(const Flags& flags, HookFrame frame, size_t size) {
+  CallTrace trace;
+  take_trace(flags, frame, &trace);
+  if (__builtin_expect(trace.depth == kDefaultDepth, 1)) {
+    trace.depth = kDefaultDepth;
+    return allocate_traced(flags, size, trace);
+  }
+  return allocate_traced(flags, size, trace);
 }
 
 [[gnu::always_inline]] inline void* allocate_aligned(const Flags& flags, HookFrame frame, size_t wanted, size_t size) {

@@ -79,7 +79,8 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
 }
 
 // With the default flags, of a pointer as most are, to a block that is sound for certain. False when it is not, and
-// nothing was done. The hooks are there for as long as a block is found on the list, so the raw entry is called as it is.
+// nothing was done. The hooks are there for as long as a block is found on the list, so the raw entry is called as it
+// is.
 [[gnu::always_inline]] inline bool release_if_certain(Address p) {
   const InsideChecker inside;
   prefetch_block(p);

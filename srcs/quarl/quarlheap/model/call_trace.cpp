@@ -35,45 +35,33 @@ struct Walk {
   // False when there is none behind it. Each lies higher than the one before.
   [[gnu::always_inline]] bool go_on() {
     const uintptr_t next = frame::caller_frame(fp);
-    if (next <= fp || next > highest || next % 4 != 0) return false;
+    if (!frame::lies_behind(next, fp, highest) || next % 4 != 0) return false;
     fp = next;
     return true;
-  }
-
-  // At an address on a page with more on it than plain code. False when it ends the trace; `out` is behind the last
-  // entry then.
-  [[gnu::always_inline]] bool look_closely(uint32_t address, CodePage page) {
-    if (page == kNoCode) return false;
-    const bool frameless = (page & kFrameless) != 0 && frame::returns_without_frame(address);
-    if (frameless) {
-      address = frame::frameless_return_address(fp);
-      if (++out == end) return false;
-      *out = address;
-    }
-    if (((page & (kMain | kClone)) == 0 && !frameless) || !is_outermost(address)) return true;
-    ++out;
-    return false;
   }
 };
 
 // From the frame that the walk is at to its end. Returns the number of entries that lie in `buf` then.
 [[gnu::always_inline]] inline int walk_on(Walk walk, HookFrame hook, uint32_t* buf, int max) {
-  for (;;) {
-    const uint32_t address = frame::return_address(walk.fp);
+  const Outermost outermost = outermost_code;
+  do {
+    uint32_t address = frame::return_address(walk.fp);
     *walk.out = address;
     CodePage page = known_code_page(address);
-    if (__builtin_expect(page != kCode, 0)) {
-      if (page == kNoCode) page = learn_code_page(address);
-      if (page == (kCode | kMain)) {
-        if (is_in_main(address)) return static_cast<int>(walk.out - buf + 1);
-      } else if ((page & kByRules) != 0) {
-        return capture_by_rules(hook, buf, max);
-      } else if (!walk.look_closely(address, page)) {
-        break;
+    if (page != kCode) {
+      if (__builtin_expect(page != (kCode | kMain), 0)) {
+        if (page == kNoCode) page = learn_code_page(address);
+        if (page == kNoCode) break;
+        if ((page & kByRules) != 0) return capture_by_rules(hook, buf, max);
+        if ((page & kFrameless) != 0 && frame::returns_without_frame(address)) {
+          if (++walk.out == walk.end) break;
+          *walk.out = address = frame::frameless_return_address(walk.fp);
+        }
+        if (outermost.clone_holds(address)) walk.end = walk.out + 1;
       }
+      if (outermost.main_holds(address)) walk.end = walk.out + 1;
     }
-    if (++walk.out == walk.end || !walk.go_on()) break;
-  }
+  } while (++walk.out != walk.end && walk.go_on());
   return static_cast<int>(walk.out - buf);
 }
 

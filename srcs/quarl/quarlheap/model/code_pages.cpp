@@ -6,7 +6,7 @@
 
 namespace quarl {
 
-constinit detail::Outermost detail::outermost{};
+constinit Outermost outermost_code{};
 constinit CodePage code_pages[1U << (32 - kCodePageLog2)]{};
 
 namespace {
@@ -47,7 +47,7 @@ void set_outermost_code(CodeRange main, CodeRange clone) {
   forget_outermost();
   ranges[0] = main;
   ranges[1] = clone;
-  detail::outermost = {main.first(), main.count(), clone.first(), clone.count()};
+  outermost_code = {main.first(), main.count(), clone.first(), clone.count()};
   forget_outermost();
 }
 

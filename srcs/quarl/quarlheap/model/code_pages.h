@@ -26,20 +26,18 @@ struct CodeRange {
 // The code of `main` and of `clone`.
 void set_outermost_code(CodeRange main, CodeRange clone);
 
-namespace detail {
 // The same, as it is looked at.
 struct Outermost {
   uint32_t main_first, main_count;
   uint32_t clone_first, clone_count;
-};
-extern Outermost outermost;
-}  // namespace detail
 
-inline bool is_in_main(uint32_t address) {
-  return address - detail::outermost.main_first < detail::outermost.main_count;
-}
+  bool main_holds(uint32_t address) const { return address - main_first < main_count; }
+  bool clone_holds(uint32_t address) const { return address - clone_first < clone_count; }
+};
+extern Outermost outermost_code;
+
 inline bool is_outermost(uint32_t address) {
-  return is_in_main(address) || address - detail::outermost.clone_first < detail::outermost.clone_count;
+  return outermost_code.main_holds(address) || outermost_code.clone_holds(address);
 }
 
 inline constexpr uint32_t kCodePageLog2 = 12;
@@ -51,8 +49,8 @@ extern CodePage code_pages[1U << (32 - kCodePageLog2)];
 // it finds to be code stays so.
 [[gnu::cold, gnu::noinline]] CodePage learn_code_page(uint32_t address);
 
-// kNoCode also where a walk was never before. A plain read, which the compiler makes part of a comparison: a byte is what
-// it was or what it becomes.
+// kNoCode also where a walk was never before. A plain read, which the compiler makes part of a comparison: a byte is
+// what it was or what it becomes.
 inline CodePage known_code_page(uint32_t address) {
   return code_pages[address >> kCodePageLog2];
 }

@@ -131,14 +131,15 @@ struct HeaderLayout {
 // All that a header can have.
 inline constexpr HeaderLayout kFullLayout{kTidField | kTimeField | kTraceInfoField | kTraceField | kGuardField};
 
-// Bytes from the raw block to the user pointer of a block of that alignment; `least` is the least of the process, 8 or
-// more.
+// Bytes from the raw block to the user pointer of a block of that alignment; `least` is the least of the process, 8 to
+// kMostAlignment.
+inline constexpr uint32_t kMostAlignment = 16;
 constexpr uint32_t user_offset(uint32_t lowest, uint32_t alignment, uint32_t least) {
   return round_up(lowest, alignment <= 8 || alignment < least ? least : alignment);
 }
 
-// Of a block that has all fields and the usual trace info, whatever the least alignment of the process, at most 16.
-inline constexpr uint32_t kUsualOffset = user_offset(kFullLayout.lowest_offset(kDefaultDepth), 8, 16);
+// Of a block that has all fields and the usual trace info, whatever the least alignment of the process.
+inline constexpr uint32_t kUsualOffset = user_offset(kFullLayout.lowest_offset(kDefaultDepth), 8, kMostAlignment);
 static_assert(kUsualOffset == user_offset(kFullLayout.lowest_offset(kDefaultDepth), 8, 8));
 inline constexpr uint32_t kUsualReach = 128;  // bytes: at least such a header and its chunk word; a power of two
 static_assert(kUsualOffset + 4 <= kUsualReach);

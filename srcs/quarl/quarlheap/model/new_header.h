@@ -35,14 +35,16 @@ inline Placement place_block(const Flags& flags, Operation op, int depth, uint32
   if (!flags.header()) return {0, 0, align_log2};
   const HeaderLayout layout = HeaderLayout::for_new(flags, op);
   const uint32_t lowest = layout.lowest_offset(static_cast<uint32_t>(depth));
+  // Known to the compiler: nothing to be rounded up.
+  const bool exact = align_log2 == kPlainAlignLog2 && lowest % kMostAlignment == 0;
+  if (__builtin_constant_p(exact) && exact) return {lowest, layout.guard_size(), align_log2};
   return {offset_for(lowest, 1U << align_log2), layout.guard_size(), align_log2};
 }
 
 // Writes the header below p and the guard behind the block, but for the links and the number: nobody knows of the block
 // until it has those, so no lock is needed.
 [[gnu::always_inline]] inline void fill_header(Address p, HeaderLayout layout, uint32_t user_size, Operation op,
-                                               const CallTrace& trace, uint32_t align_log2,
-                                               int tid = current_tid()) {
+                                               const CallTrace& trace, uint32_t align_log2, int tid = current_tid()) {
   header::word(p, kUserSize) = user_size;
   // Bytes, not a word: nothing says that the end of the user's bytes is aligned.
   if (layout.guard()) memcpy(pointer_to(p + user_size), kTailGuard, sizeof kTailGuard);
@@ -51,7 +53,7 @@ inline Placement place_block(const Flags& flags, Operation op, int depth, uint32
   if (!layout.trace_info()) return;
   const auto depth = static_cast<uint32_t>(trace.depth);  // 0 without a trace
   header::field(p, layout.trace_info_offset()) = TraceInfo::make(depth, op, align_log2).word;
-  void* lowest = pointer_to(p - layout.trace_offset(depth));
+  void* lowest = __builtin_assume_aligned(pointer_to(p - layout.trace_offset(depth)), 4);
   if (__builtin_expect(depth == kDefaultDepth, 1)) {  // as a few words, without a call
     memcpy(lowest, trace.words, 4 * kDefaultDepth);
   } else {

@@ -131,11 +131,10 @@ void replace_lost_tail(Address p) REQUIRES(hook_mutex) {
 
 }  // namespace
 
-void link_doubtfully(const SoundBlock& block) {
-  const Address p = block.p();
+void link_doubtfully(Address p, uint32_t prev_flags) {
   if (!page_is_live(heap_block_tail - 4)) replace_lost_tail(p);
   const Address tail = heap_block_tail;
-  header::word(p, kPrevLink) = tail | block.layout().prev_flags();
+  header::word(p, kPrevLink) = tail | prev_flags;
   if (used_list_closed) return;
   if (tail != 0) header::set_link(tail, kNextLink, p);
   heap_block_tail = p;

@@ -59,7 +59,7 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
 }  // namespace header
 
 // The same where an end of the list lies where no block can be, or the list is empty or closed.
-[[gnu::cold, gnu::noinline]] void link_doubtfully(const SoundBlock& block) REQUIRES(hook_mutex);
+[[gnu::cold, gnu::noinline]] void link_doubtfully(Address p, uint32_t prev_flags) REQUIRES(hook_mutex);
 
 // Appends the block, and writes its links with the flags of its layout.
 [[gnu::always_inline]] inline void link_block(const SoundBlock& block) REQUIRES(hook_mutex) {
@@ -69,7 +69,8 @@ inline bool names(Address p, HeaderWord which, Address neighbour) {
   header::word(p, kSelfLink) = p | block.layout().self_flags();
   header::word(p, kNextLink) = block.layout().next_flags();
   const Address tail = heap_block_tail;
-  if (__builtin_expect(!page_is_live(tail - 4) || heap_block_head == 0, 0)) return link_doubtfully(block);
+  if (__builtin_expect(!page_is_live(tail - 4) || heap_block_head == 0, 0))
+    return link_doubtfully(p, block.layout().prev_flags());
   header::word(p, kPrevLink) = tail | block.layout().prev_flags();
   header::set_link(tail, kNextLink, p);
   heap_block_tail = p;
@@ -92,7 +93,7 @@ struct Ties {
   if (__builtin_expect(!header::can_be_read(neighbour), 0)) return nullptr;
   uint32_t& named = header::word(neighbour, back);
   return __builtin_expect(((header::word(neighbour, kSelfLink) ^ neighbour) | (named ^ p)) <= kLinkFlags, 1) ? &named
-                                                                                                            : nullptr;
+                                                                                                             : nullptr;
 }
 
 // Of a block that can be one: its ties, when they hold.
