@@ -80,6 +80,12 @@ uint32_t served_alignment(const Flags& flags, uint32_t wanted) {
   return allocate(enter_hook(kSlopMalloc), this_frame(), size);
 }
 
+QUARL_TAIL_CALLS [[gnu::noinline, gnu::flatten]] void* malloc_with_records(size_t size, const void* caller) {
+  if (!as_by_default_with_records(settings, kSlopMalloc)) return malloc_for_any_flags(size, caller);
+  const InsideChecker inside;
+  return allocate(kRecordingFlags, this_frame(), size);
+}
+
 [[gnu::noinline]] void* memalign_for_any_flags(size_t wanted, size_t size, const void*) {
   const InsideChecker inside;
   return allocate_aligned(enter_hook(kSlopMalloc), this_frame(), wanted, size);
@@ -88,7 +94,7 @@ uint32_t served_alignment(const Flags& flags, uint32_t wanted) {
 }  // namespace
 
 QUARL_TAIL_CALLS [[gnu::noinline, gnu::flatten]] void* malloc_hook(size_t size, const void* caller) {
-  if (__builtin_expect(!as_by_default(settings, kSlopMalloc), 0)) return malloc_for_any_flags(size, caller);
+  if (__builtin_expect(!as_by_default(settings, kSlopMalloc), 0)) return malloc_with_records(size, caller);
   const InsideChecker inside;
   return allocate(kDefaultFlags, this_frame(), size);
 }

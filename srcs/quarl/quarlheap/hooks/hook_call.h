@@ -19,10 +19,11 @@ inline Flags enter_hook(uint32_t check_triggers) {
   return check_and_reload(check_triggers);
 }
 
-// The steps of a hook are compiled twice: in the hook itself for the default flags, of which the compiler knows what is
-// in force, and in a function of the same arguments for any flags, to which the hook leaves the call. The hook leaves
-// its frame before, and all that leads from either to a raw entry is inlined: the allocator may have to map a chunk,
-// and each frame on the way would stand in the trace of the mapping for one of the application's.
+// The steps of a hook are compiled more than once: in the hook itself for the default flags, of which the compiler
+// knows what is in force, for those of the record log, and for any flags. Each is a function of the hook's arguments
+// that leaves a call that is not its own to the next one, and its frame before. All that leads from any of them to a
+// raw entry is inlined: the allocator may have to map a chunk, and each frame on the way would stand in the trace of
+// the mapping for one of the application's.
 
 // Captures the call trace when QUARL_HEAD_STACKDEPTH is in force. `frame` is the hook's: the trace begins in it.
 inline void take_trace(const Flags& flags, HookFrame frame, CallTrace* trace) {

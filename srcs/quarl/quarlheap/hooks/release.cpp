@@ -78,28 +78,37 @@ bool nothing_to_do(const Flags& flags, Address p) NO_THREAD_SAFETY_ANALYSIS {
   release(enter_hook(kSlopFree), this_frame(), ptr);
 }
 
-// With the default flags, of a pointer as most are, to a block that is sound for certain. False when it is not, and
-// nothing was done. The hooks are there for as long as a block is found on the list, so the raw entry is called as it
-// is.
-[[gnu::always_inline]] inline bool release_if_certain(Address p) {
+// Of a pointer that lies as usual, to a block that is sound for certain. False when it is not, and nothing was done.
+// The hooks are there for as long as a block is found on the list, so the raw entry is called as it is.
+[[gnu::always_inline]] inline bool release_if_certain(const Flags& flags, HookFrame frame, Address p) {
   const InsideChecker inside;
   prefetch_block(p);
+  CallTrace trace;
+  if (flags.record_log()) take_trace(flags, frame, &trace);
   void* raw = nullptr;
   {
     const ScopedLock lock;
-    raw = give_up_if_certain(kDefaultFlags, p, {});
+    raw = give_up_if_certain(flags, p, trace);
   }
   if (__builtin_expect(raw == nullptr, 0)) return false;
   ext_free(raw);
   return true;
 }
 
+QUARL_TAIL_CALLS [[gnu::noinline, gnu::flatten]] void free_with_records(void* ptr, const void* caller) {
+  const Address p = address_of(ptr);
+  const bool own = lies_as_usual(p) && as_by_default_with_records(settings, kSlopFree);
+  if (own && release_if_certain(kRecordingFlags, this_frame(), p)) return;
+  free_for_any_flags(ptr, caller);
+}
+
 }  // namespace
 
 QUARL_TAIL_CALLS [[gnu::noinline, gnu::flatten]] void free_hook(void* ptr, const void* caller) {
   const Address p = address_of(ptr);
-  if (__builtin_expect(lies_as_usual(p) && as_by_default(settings, kSlopFree), 1) && release_if_certain(p)) return;
-  free_for_any_flags(ptr, caller);
+  const bool own = lies_as_usual(p) && as_by_default(settings, kSlopFree);
+  if (__builtin_expect(own, 1) && release_if_certain(kDefaultFlags, this_frame(), p)) return;
+  free_with_records(ptr, caller);
 }
 
 }  // namespace quarl
