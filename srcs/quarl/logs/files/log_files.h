@@ -41,6 +41,6 @@ void reopen_snapshot_log() REQUIRES(hook_mutex);
 void open_child_logs() REQUIRES(hook_mutex);
 
 // Writes the waiting records to the record log.
-void flush_to_record_log() REQUIRES(hook_mutex);
+[[gnu::cold, gnu::noinline]] void flush_to_record_log() REQUIRES(hook_mutex);
 
 }  // namespace quarl

@@ -11,7 +11,7 @@ OpRecord* next_record() {
 }
 
 void record_filled() {
-  if (primary_buffer.full()) flush_to_record_log();
+  if (__builtin_expect(primary_buffer.full(), 0)) flush_to_record_log();
 }
 
 void put_record(const OpRecord& record) {
