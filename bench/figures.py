@@ -1,6 +1,10 @@
-"""From measurements to tables."""
+"""From measurements to tables, and to their places in the document."""
 
 import statistics
+import sys
+from pathlib import Path
+
+DOCUMENT = Path(__file__).resolve().parent.parent / "docs" / "performance.md"
 
 
 def middle(values):
@@ -20,11 +24,33 @@ def medians(rounds, measures):
 
 
 def table(title, header, rows):
-    print(f"\n### {title}\n")
-    print("| " + " | ".join(header) + " |")
-    print("|" + "|".join(["---"] + ["---:"] * (len(header) - 1)) + "|")
-    for row in rows:
-        print("| " + " | ".join(row) + " |", flush=True)
+    if any(cell in ("nan", "inf", "-inf") for row in rows for cell in row):
+        sys.exit(f"bench: {title}: no figure where one should be")
+    lines = ["| " + " | ".join(row) + " |" for row in (header, *rows)]
+    lines.insert(1, "|" + "|".join(["---"] + ["---:"] * (len(header) - 1)) + "|")
+    place = find_table(DOCUMENT.read_text().splitlines(), title)
+    print(f"\n### {title}\n", *lines, sep="\n", flush=True)
+    if write_document:
+        text = DOCUMENT.read_text().splitlines()
+        text[slice(*place)] = lines
+        DOCUMENT.write_text("\n".join((*text, "")))
+
+
+write_document = False  # each table takes the place of the one in the document
+
+
+def find_table(text, title):
+    """The lines of the table of that title, [first, end)."""
+    heading = f"### {title}"
+    if heading not in text:
+        sys.exit(f"bench: no '{heading}' in {DOCUMENT.name}")
+    first = text.index(heading) + 1
+    while not text[first].startswith("|"):
+        first += 1
+    end = first
+    while end < len(text) and text[end].startswith("|"):
+        end += 1
+    return first, end
 
 
 NEAREST_HEADER = ("bare", "floor", "defaults", "floor to bare", "defaults to bare", "defaults to floor")
