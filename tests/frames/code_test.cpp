@@ -250,6 +250,71 @@ TEST(Code, KnowsTablesOfCases) {
   }
 }
 
+// The registers that no longer hold what they did when the function was called.
+std::vector<unsigned> overwritten(StepFunction step, const std::vector<uint8_t>& code) {
+  const bool arm = step != step_i386;
+  StackState state = StackState::at_function_start(arm);
+  EXPECT_EQ(step({0x1000, code}, state).size, code.size());
+  std::vector<unsigned> found;
+  for (uint8_t number = 0; number < (arm ? 15 : 8); ++number) {
+    const bool stack = number == (arm ? StackState::kSp : StackState::kEsp);
+    if (!stack && state.reg(number) != Value{Value::kEntry, number, 0}) found.push_back(number);
+  }
+  return found;
+}
+
+TEST(Code, ForgetsWhatIsOverwritten) {
+  const struct {
+    const char* what;
+    StepFunction step;
+    std::vector<uint8_t> code;
+    std::vector<unsigned> registers;
+  } cases[] = {
+      {"add al, 1", step_i386, {0x04, 0x01}, {0}},
+      {"add eax, 1", step_i386, {0x05, 1, 0, 0, 0}, {0}},
+      {"xor ecx, ecx", step_i386, {0x31, 0xC9}, {1}},
+      {"cmp eax, edx", step_i386, {0x39, 0xD0}, {}},
+      {"mov dh, al", step_i386, {0x88, 0xC6}, {2}},
+      {"mov ch, [eax]", step_i386, {0x8A, 0x28}, {1}},
+      {"and edi, -16", step_i386, {0x83, 0xE7, 0xF0}, {7}},
+      {"inc ebx", step_i386, {0x43}, {3}},
+      {"xchg ebx, eax", step_i386, {0x93}, {0, 3}},
+      {"call", step_i386, {0xE8, 0, 1, 0, 0}, {0, 1, 2}},
+      {"call [ebx]", step_i386, {0xFF, 0x13}, {0, 1, 2}},
+      {"int 0x80", step_i386, {0xCD, 0x80}, {0}},
+      {"leave", step_i386, {0xC9}, {5}},
+      {"mul ecx", step_i386, {0xF7, 0xE1}, {0, 2}},
+      {"not edi", step_i386, {0xF7, 0xD7}, {7}},
+      {"test ecx, 1", step_i386, {0xF7, 0xC1, 1, 0, 0, 0}, {}},
+      {"imul esi, eax, 3", step_i386, {0x6B, 0xF0, 0x03}, {6}},
+      {"shl edx, 3", step_i386, {0xC1, 0xE2, 0x03}, {2}},
+      {"cdq", step_i386, {0x99}, {2}},
+      {"rep movsd", step_i386, {0xF3, 0xA5}, {1, 6, 7}},
+      {"popa", step_i386, {0x61}, {0, 1, 2, 3, 5, 6, 7}},
+      {"setne bl", step_i386, {0x0F, 0x95, 0xC3}, {3}},
+      {"cmove esi, eax", step_i386, {0x0F, 0x44, 0xF0}, {6}},
+      {"bswap eax", step_i386, {0x0F, 0xC8}, {0}},
+      {"cpuid", step_i386, {0x0F, 0xA2}, {0, 1, 2, 3}},
+      {"bl", step_thumb, {0x00, 0xF0, 0x02, 0xF8}, {0, 1, 2, 3, 12, 14}},
+      {"movs r3, #1", step_thumb, {0x01, 0x23}, {3}},
+      {"adds r0, r1, r2", step_thumb, {0x88, 0x18}, {0}},
+      {"ldr r4, [r0]", step_thumb, {0x04, 0x68}, {4}},
+      {"cmp r0, #1", step_thumb, {0x01, 0x28}, {}},
+      {"pop {r5}", step_thumb, {0x20, 0xBC}, {5}},
+      {"ldmia r0!, {r1, r2}", step_thumb, {0x06, 0xC8}, {0, 1, 2}},
+      {"bl", step_arm, {0, 0, 0, 0xEB}, {0, 1, 2, 3, 12, 14}},
+      {"mov r4, r5", step_arm, {0x05, 0x40, 0xA0, 0xE1}, {4}},
+      {"cmp r0, #1", step_arm, {0x01, 0x00, 0x50, 0xE3}, {}},
+      {"ldr r6, [r0]", step_arm, {0x00, 0x60, 0x90, 0xE5}, {6}},
+      {"str r0, [r1], #4", step_arm, {0x04, 0x00, 0x81, 0xE4}, {1}},
+      {"umull r1, r2, r3, r4", step_arm, {0x93, 0x14, 0x82, 0xE0}, {1, 2}},
+      {"ldrd r4, r5, [r0]", step_arm, {0xD0, 0x40, 0xC0, 0xE1}, {4, 5}},
+      {"ldm r0!, {r1, r2}", step_arm, {0x06, 0x00, 0xB0, 0xE8}, {0, 1, 2}},
+      {"mrc p15, 0, r3, c13, c0, 3", step_arm, {0x70, 0x3F, 0x1D, 0xEE}, {3}},
+  };
+  for (const auto& each : cases) EXPECT_EQ(overwritten(each.step, each.code), each.registers) << each.what;
+}
+
 TEST(Code, KeepsWhatTwoWaysAgreeIn) {
   StackState one = StackState::at_function_start(true), other = one;
   const std::vector<uint8_t> push = {0x90, 0xB5}, grow = {0x85, 0xB0};  // push {r4, r7, lr}; sub sp, #20
