@@ -92,9 +92,11 @@ static void in_kernel_code(void) {
 }
 #endif
 
-// Lets the call go on once it was begun again.
+// Lets the call go on once it was begun again. The next signal may come before it does.
 static void begin_again(int signal, siginfo_t* info, void* context) {
-  if (!is_system_call(pc_of(context))) return;
+  static volatile int begun;
+  if (begun || !is_system_call(pc_of(context))) return;
+  begun = 1;
   allocate(kBegunAgain);
   write(ends[1], "", 1);
   USED(info);
