@@ -74,6 +74,20 @@ class EndSignals(case.Case):
                     if not config:
                         self.assertEqual(log.record_count, len(log.records))
 
+    @promise("A signal that is sent and comes while its thread is inside the checker waits until it has left, a second at most.")
+    def test_end_of_a_busy_process(self):
+        """Threads are in the middle of writing records: the file ends with a whole one, none is there twice."""
+        for name in ("SIGTERM", "SIGABRT", "SIGSEGV") * 2:
+            process = self.ends("busy", config="QUARL_OUTPUT_LOG=1 QUARL_TRACE_BUFSIZE=2800")
+            process.said("busy")
+            process.signal(getattr(signal, name))
+            self.assertEqual(process.finish(), -getattr(signal, name))
+            [path] = self.directory.glob(f"*_{process.pid}_quarlAll.log")
+            made = [record.seq_num for record in read_log(path).records if record.kind == 1]
+            self.assertTrue(made)
+            self.assertEqual(len(made), len(set(made)))
+            path.unlink()
+
     @promise("A crash is told first, as an event or on standard error: the signal, the address, the calls that led there, and the "
              "block that the address lies in or next to.")
     def test_each_crash_is_told_and_ends_as_it_would_have(self):

@@ -158,6 +158,23 @@ static void borrowed(void) {
   if (vfork() == 0) kill(getpid(), SIGTERM);
 }
 
+static void* work(void* unused) {
+  void* blocks[64] = {0};
+  for (unsigned draw = (unsigned)(unsigned long)&unused;; draw = draw * 1103515245 + 12345) {
+    free(blocks[draw >> 16 & 63]);
+    blocks[draw >> 16 & 63] = malloc(draw >> 8 & 1023);
+  }
+  return NULL;
+}
+
+// Until somebody ends it.
+static void busy(void) {
+  pthread_t thread;
+  for (int i = 0; i < kThreads; ++i) pthread_create(&thread, NULL, work, NULL);
+  announce("busy", NULL);
+  work(NULL);
+}
+
 static void aborted(void) {
   abort();
 }
@@ -170,7 +187,7 @@ __attribute__((noipa)) void go(const char* way) {
                {"inside", inside},       {"bus", bus},         {"trap", trap},         {"abort", aborted},
                {"allocator", allocator}, {"checker", checker}, {"threads", threads},   {"small_stack", small_stack},
                {"suspended", suspended}, {"own", own},         {"restored", restored}, {"child", child},
-               {"borrowed", borrowed}};
+               {"borrowed", borrowed},   {"busy", busy}};
   for (unsigned i = 0; i < sizeof kWays / sizeof *kWays; ++i) {
     if (strcmp(kWays[i].name, way) == 0) kWays[i].function();
   }
