@@ -162,7 +162,8 @@ class BorrowedRights(case.Case):
         victim.write_text("precious")
         (self.work / "quarlcfg.ini").write_text("QUARL_OUTPUT_LOG=1\nQUARL_PRINT_PROFINFO=1\nQUARL_LOG_OVERLAY=1\n")
         process, status = self.run_program(QUARL_CFG_FILE=str(self.work / "quarlcfg.ini"), QUARL_KEEP="findings",
-                                            QUARL_LOG_DIR=str(self.directory), QUARL_ONLY="nothing")
+                                            QUARL_LOG_DIR=str(self.directory), QUARL_ONLY="nothing",
+                                            QUARL_EVENTS=str(self.work / "events"), QUARL_MESSAGES="nowhere")
         self.assertEqual((status, process.out, process.err), (0, "", ""))
         self.assertEqual(sorted(path.name for path in self.work.iterdir()),
                          [f"program_{process.pid}_quarl.log", "quarlcfg.ini"])
