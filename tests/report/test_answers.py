@@ -205,7 +205,7 @@ class Time(ReportTest):
             records.append(record(FREE, RELEASED, 0x2000, 48, time=1000 + second))
         plot = self.text("timeline", self.write(self.layout.log(records))).splitlines()
         self.assertRegex(plot[1], r"^ *67,109,012 \| +█ +$")
-        self.assertRegex(plot[15], r"^ *3 \| +█ +$")
+        self.assertRegex(plot[16], r"^ *3 \| +█ +$")
 
 
 class Threads(ReportTest):

@@ -315,16 +315,17 @@ test("the graph has the call tree, and turned round the callers of all or of one
 });
 
 test("a comparison has its changes in the table and the graph, and one scale for both sides", options, async () => {
-  const [first, last] = [`${logOf("chain")}@1`, logOf("chain")];
-  const { changes } = json("diff", first, last);
-  const [earlier, later] = [json(first), json(last)];
-  const check = async (opened) => {
+  const [first, last] = [`${logOf("chain")}@1`, `${logOf("chain")}@8`];
+  const check = (from, to) => async (opened) => {
+    const { changes } = json("diff", from, to);
+    const [earlier, later] = [json(from), json(to)];
+    const signed = (value) => (value > 0 ? "+" : "") + grouped(value);
     assert.equal(await opened.getAttribute('#site-table th:has(button[data-column="change"])', "aria-sort"), "descending");
     await allRows(opened, "#site-table");
     const shown = await Promise.all(["change", "count-change"].map(async (id) => (await column(opened, "#site-table", id)).map(number)));
     const rows = shown[0].map((bytes, index) => [bytes, shown[1][index]]).filter(([bytes, count]) => bytes !== 0 || count !== 0);
     assert.deepEqual(rows.sort(), changes.map((change) => [change.bytes, change.count]).sort());
-    assert.ok((await detail(opened)).includes(`+${grouped(later.unfreed.bytes - earlier.unfreed.bytes)} bytes (from ${grouped(earlier.unfreed.bytes)} to ${grouped(later.unfreed.bytes)})`));
+    assert.ok((await detail(opened)).includes(`${signed(later.unfreed.bytes - earlier.unfreed.bytes)} bytes (from ${grouped(earlier.unfreed.bytes)} to ${grouped(later.unfreed.bytes)})`));
     const most = Math.max(...[...earlier.histogram, ...later.histogram].map((level) => level.count));
     for (const [side, histogram] of [["now", later.histogram], ["before", earlier.histogram]]) {
       const measured = await opened.locator(`#levels .bar.${side}`).evaluateAll((tracks) => tracks.map((track) => track.firstChild.getBoundingClientRect().width / track.getBoundingClientRect().width));
@@ -335,11 +336,12 @@ test("a comparison has its changes in the table and the graph, and one scale for
   };
   await withPage(page("chain"), async (opened) => {
     await opened.selectOption("#base", { label: "snapshot 1" });
-    await check(opened);
+    await check(first, last)(opened);
     await opened.selectOption("#base", { label: "nothing" });
     assert.equal(await opened.locator('#site-table button[data-column="change"]').count(), 0);
   });
-  await withPage(pageOf("diff", first, last), check);
+  await withPage(pageOf("diff", first, last), check(first, last));
+  await withPage(pageOf("diff", last, first), check(last, first));
 });
 
 test("10,000 sites of long names: all there, none fills the table, under 3 MB", options, async () => {

@@ -14,10 +14,14 @@ PageWatches::PageWatches(Subject& subject)
   short_lived_->tell([this](const LiveEntry& entry) { temporary_cells_.add(entry); });
 }
 
-// The earliest time is asked of a pass of its own, which ends there: the other is yet to come.
+// Ahead of the pass that is yet to come only a few records are looked at: times are recorded of all or of none.
 PageMoments PageWatches::moments_of(Subject& subject) {
-  RecordPass ahead(subject.log(), subject.snapshot(), {});
-  return {ahead.first_time(), ahead.now()};
+  uint32_t earliest = 0;
+  RecordStream stream(subject.log(), subject.snapshot());
+  for (const OpRecord& record : stream.next()) {
+    if (record.time != 0 && (earliest == 0 || record.time < earliest)) earliest = record.time;
+  }
+  return {earliest, RecordPass(subject.log(), subject.snapshot(), {}).now()};
 }
 
 const PeakWatch& PageWatches::peak() {
