@@ -53,14 +53,28 @@ function neighbour(side, block) {
   return [element("p", {}, `${side}: ${counted(block.size, "byte")} at ${hex(block.address)}, ${counted(block.distance, "byte")} away, asked for by`), place(framesOf(block.stack))];
 }
 
+function faultBox(fault) {
+  return element("div", { class: "fault", tabindex: "-1" },
+    element("b", {}, `${fault.fault} of a block of ${counted(fault.size, "byte")} at ${hex(fault.address)}`),
+    element("p", {}, `${fault.operation} by thread ${fault.thread}, number ${fault.sequence}, ${clockTime(fault.time)}; asked for by`), trace(framesOf(fault.stack)),
+    neighbour("below", fault.below), neighbour("above", fault.above));
+}
+
+const faultsAtOnce = 20;
+
 export function showFaults() {
   const box = document.getElementById("faults-box");
   if (data.fault_list.length === 0) box.append(empty("No overrun was found."));
   if (data.faults > data.fault_list.length) box.append(element("p", { class: "hint" }, `The first ${grouped(data.fault_list.length)} of ${grouped(data.faults)}.`));
-  for (const fault of data.fault_list) {
-    box.append(element("div", { class: "fault" },
-      element("b", {}, `${fault.fault} of a block of ${counted(fault.size, "byte")} at ${hex(fault.address)}`),
-      element("p", {}, `${fault.operation} by thread ${fault.thread}, number ${fault.sequence}, ${clockTime(fault.time)}; asked for by`), trace(framesOf(fault.stack)),
-      neighbour("below", fault.below), neighbour("above", fault.above)));
-  }
+  let shown = 0;
+  const more = element("button", { type: "button", class: "more", onclick: () => showMore()?.focus() }, "Show more");
+  const showMore = () => {
+    const next = data.fault_list.slice(shown, shown + faultsAtOnce).map(faultBox);
+    shown += next.length;
+    more.before(...next);
+    more.hidden = shown === data.fault_list.length;
+    return next[0];
+  };
+  box.append(more);
+  showMore();
 }
