@@ -54,6 +54,7 @@ class Formats(ReportTest):
         self.assertEqual(profile.strings[0], "")
         in_use = [("inuse_objects", "count"), ("inuse_space", "bytes")]
         self.assertEqual(profile.types, [("alloc_objects", "count"), ("alloc_space", "bytes"), *in_use])
+        profile.samples.sort(key=lambda sample: -sample.values[1])
         self.assertEqual([(sample.values, sample.thread) for sample in profile.samples],
                          [([2, 400, 2, 400], 1), ([1, 50, 1, 50], 1), ([1, 7, 0, 0], 1)])
         snapshot = self.write(self.layout.log([self.layout.record(MALLOC, ALLOCATED, 0x1000 * tid, 100, [0x8001], tid=tid) for tid in (5, 6)], count=2))

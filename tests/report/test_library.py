@@ -86,7 +86,9 @@ class Library(ReportTest):
                 for sample in profile.samples:
                     own = [place for place in sample.stack if place.mapping == program]
                     if own and sample.count and sample.stack[0].mapping == program:
-                        sites[tuple(name for place in own for name in place.functions)] = sample.bytes, sample.count
+                        site = tuple(name for place in own for name in place.functions)
+                        bytes_, count = sites.get(site, (0, 0))
+                        sites[site] = bytes_ + sample.bytes, count + sample.count
                 self.assertEqual(sites, LEAKS)
                 notes = subprocess.run(["readelf", "-n", PROGRAMS / f"leaky_{target}"], capture_output=True, text=True, check=True)
                 self.assertEqual(profile.mappings[program - 1].build_id, re.search(r"Build ID: (\w+)", notes.stdout)[1])

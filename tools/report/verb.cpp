@@ -116,7 +116,11 @@ int guarded(Run run, const Options& options) {
 void add_common(CLI::App& command, Options& options, const std::vector<Format>& formats) {
   add_format_options(command, options, formats);
   add_reading_options(command, options);
-  add_selection_options(command, options.selection);
+}
+
+// What these tell is no blocks that could be chosen from.
+bool takes_selection(const std::string& name) {
+  return name != "timeline" && name != "threads" && name != "faults";
 }
 
 void add_own_options(CLI::App& command, Options& options, const std::string& name) {
@@ -165,6 +169,7 @@ void add_subverb(CLI::App& report, const std::shared_ptr<Options>& options, cons
   }
   add_files(*command, *options, verb.files);
   add_common(*command, *options, verb.formats);
+  if (takes_selection(verb.name)) add_selection_options(*command, options->selection);
   add_own_options(*command, *options, verb.name);
   command->callback([=, &exit_status] {
     options->top_given = has_option(*command, "--top");
@@ -177,6 +182,8 @@ void check_summary(const Options& options) {
   bool import = options.format == Format::kSqlite;
   if (!import && options.files.size() > 1)
     throw CLI::ValidationError("FILE", "only --format sqlite takes several logs");
+  if (import && !options.selection.empty())
+    throw CLI::ValidationError("--format", "sqlite takes everything; choose in the database");
   if (import && options.output.empty()) throw CLI::RequiredError("--output (the database)");
 }
 
@@ -193,6 +200,7 @@ void add_verb(CLI::App& app, int& exit_status) {
       "allows, 4 not more in what is there of a log\nthat was cut or whose process was killed.");
   report->add_option("FILE", options->files, "A log; FILE@N means its snapshot N, without it the last one");
   add_common(*report, *options, {kText, kJson, kCsv, kFolded, kPprof, kHtml, kSqlite});
+  add_selection_options(*report, options->selection);
   add_site_options(*report, *options);
   for (const Verb& verb : verbs()) add_subverb(*report, options, verb, exit_status);
   report->callback([=, &exit_status] {
