@@ -1,7 +1,7 @@
-// Everything that makes sums hard: large blocks, which the allocator serves by mappings of their own, coming and going on
-// several threads; resizes across that threshold, in place and by moving, and ones that fail; aligned blocks of every
-// kind; mappings that are released in parts; a child that releases what its parent allocated. Its first argument is the
-// number of rounds; with a second one it takes a dump in the middle and is killed at the end.
+// Everything that makes sums hard: large blocks, which the allocator serves by mappings of their own, coming and going
+// on several threads; resizes across that threshold, in place and by moving, and ones that fail; aligned blocks of
+// every kind; mappings that are released in parts; a child that releases what its parent allocated. Its first argument
+// is the number of rounds; with a second one it takes a dump in the middle and is killed at the end.
 #define _GNU_SOURCE
 #include <pthread.h>
 #include <signal.h>
@@ -65,8 +65,8 @@ APART void align_some(void* volatile* block, unsigned* state) {
 
 APART void map_in_parts(unsigned round) {
   char* mapping = map_pages(6);
-  munmap(mapping, 2 * kPage);                                          // its front: the library keeps it
-  if (round % 8 != 0) munmap(mapping + 2 * kPage, 4 * kPage);         // its end: all of it is gone
+  munmap(mapping, 2 * kPage);                                  // its front: the library keeps it
+  if (round % 8 != 0) munmap(mapping + 2 * kPage, 4 * kPage);  // its end: all of it is gone
 }
 
 APART void step(unsigned thread, unsigned round, unsigned* state) {

@@ -5,8 +5,8 @@ namespace {
 
 // Rounding up to pages, with what the allocator adds before it does so.
 constexpr uint32_t kMostBehindBlock = 2 * 4096;
-// Records of other threads that come between a mapping and its block at most; without thread ids the block is looked for
-// in few, as all of the application's own mappings cost the whole search.
+// Records of other threads that come between a mapping and its block at most; without thread ids the block is looked
+// for in few, as all of the application's own mappings cost the whole search.
 constexpr size_t kMostBetween = 16384;
 constexpr size_t kMostWithoutThread = 256;
 
@@ -26,8 +26,8 @@ bool fits_mapping(Extent mapping, Extent block) {
   return block.address > mapping.address && block_end <= end && end - block_end < kMostBehindBlock;
 }
 
-// A thread records the mapping and the block with nothing of its own in between, but for the end of the mapping that the
-// block had before it moved.
+// A thread records the mapping and the block with nothing of its own in between, but for the end of the mapping that
+// the block had before it moved.
 LargeBlocks::Answer LargeBlocks::look_ahead(std::span<const OpRecord> records, bool last) const {
   const OpRecord& mapping = records.front();
   size_t without_thread = 0;

@@ -1,5 +1,6 @@
-// Tells the mappings that the allocator made for large blocks from the application's own: a large block would be counted
-// twice else. The allocator maps, and then the block is recorded, so that what follows a mapping tells what it is.
+// Tells the mappings that the allocator made for large blocks from the application's own: a large block would be
+// counted twice else. The allocator maps, and then the block is recorded, so that what follows a mapping tells what it
+// is.
 #pragma once
 
 #include <span>
@@ -22,9 +23,9 @@ bool fits_mapping(Extent mapping, Extent block);
 
 class LargeBlocks {
  public:
-  // Gives mappings for large blocks, and their ends, operations of their own, kOpChunkMap and kOpChunkUnmap. Returns how
-  // many of the records, from the first on, are decided; the rest is to be given again with what follows. With `last`
-  // nothing follows, and all are. The records are those of a record log, in order.
+  // Gives mappings for large blocks, and their ends, operations of their own, kOpChunkMap and kOpChunkUnmap. Returns
+  // how many of the records, from the first on, are decided; the rest is to be given again with what follows. With
+  // `last` nothing follows, and all are. The records are those of a record log, in order.
   size_t mark(std::span<OpRecord> records, bool last);
 
  private:

@@ -33,7 +33,7 @@ ThreadTallies RecordPass::threads() {
 
 // Of a record log from its first record, of a chain from its first snapshot, to the last write.
 uint32_t RecordPass::covered_seconds() {
-  uint32_t first = has_order(log_) ? whole().times_.first : log_.snapshots().front().header.time;
+  uint32_t first = has_order(log_) ? first_time() : log_.snapshots().front().header.time;
   return snapshot_.header.time > first && first != 0 ? snapshot_.header.time - first : 0;
 }
 
@@ -53,7 +53,7 @@ uint32_t RecordPass::last_time() const {
 }
 
 RecordPass& RecordPass::whole() {
-  go_on();
+  go_on(false);
   return *this;
 }
 
@@ -61,11 +61,16 @@ std::span<const OpRecord> RecordPass::next() {
   return has_order(log_) ? ordered_.next() : stream_.next();
 }
 
-void RecordPass::go_on() {
+uint32_t RecordPass::first_time() {
+  go_on(true);
+  return times_.first;
+}
+
+void RecordPass::go_on(bool to_first_time) {
   if (ended_) return;
   Progress progress(log_.file().path(), stream_.total());
   Ledger::Observer observer = observers();
-  for (;;) {
+  while (!to_first_time || times_.first == 0) {
     auto batch = next();
     const bool last = cut(batch);
     times_.add(batch);

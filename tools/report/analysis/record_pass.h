@@ -76,7 +76,7 @@ class RecordPass {
   uint32_t last_time() const;
   bool is_past(const OpRecord& record) const;
   bool cut(std::span<const OpRecord>& batch) const;
-  void go_on();
+  void go_on(bool to_first_time);
   void finish();
   void add_uncounted_faults();
   Ledger::Observer observers();
