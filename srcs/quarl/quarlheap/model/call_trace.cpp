@@ -50,7 +50,7 @@ struct Walk {
     CodePage page = known_code_page(address);
     if (page != kCode) {
       if (__builtin_expect(page != (kCode | kMain), 0)) {
-        if (page == kNoCode) page = learn_code_page(address);
+        page = code_page(address);
         if (page == kNoCode) break;
         if ((page & kByRules) != 0) return capture_by_rules(hook, buf, max);
         if ((page & kFrameless) != 0 && frame::returns_without_frame(address)) {

@@ -55,4 +55,9 @@ inline CodePage known_code_page(uint32_t address) {
   return code_pages[address >> kCodePageLog2];
 }
 
+inline CodePage code_page(uint32_t address) {
+  const CodePage page = known_code_page(address);
+  return __builtin_expect(page != kNoCode, 1) ? page : learn_code_page(address);
+}
+
 }  // namespace quarl

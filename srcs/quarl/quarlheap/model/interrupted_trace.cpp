@@ -27,7 +27,7 @@ StackThere stack_there(uint32_t sp) {
 }
 
 bool is_code(uint32_t address) {
-  return known_code_page(address) != kNoCode || learn_code_page(address) != kNoCode;
+  return code_page(address) != kNoCode;
 }
 
 class InterruptedWalk {
