@@ -4,7 +4,7 @@
 # fault | what was planted | what the story must say
 readonly faults='double-free|a block released twice|released twice
 tail-overrun|13 bytes written into a block of 12, then released|1 byte written behind a block of 12 bytes
-head-overrun|the word below a block overwritten, then released|4 bytes written in front of a block of 40 bytes
+head-overrun|the word below a block overwritten, then released|1 word written in front of a block of 40 bytes
 freed-realloc|a released pointer handed to realloc|resized after its release
 exit-overrun|13 bytes written into a block of 12, never released|1 byte written behind a block of 12 bytes
 api-overrun|an overrun that is there only while quarl_check_mem() is called|1 byte written behind a block of 12 bytes'

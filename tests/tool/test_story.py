@@ -74,7 +74,7 @@ class RealPrograms(ToolTest):
                                  head + over + "  found      when it was released\n" +
                                  self.aligned(released, "overrun") + tail + stopped)
                 self.assertEqual(self.told(target, "head", "free"),
-                                 "quarl: victim_[PID]: 4 bytes written in front of a block of 40 bytes\n"
+                                 "quarl: victim_[PID]: 1 word written in front of a block of 40 bytes\n"
                                  "  allocated  #1 by thread TID, malloc\n" + under + "  found      when it was released\n" +
                                  self.aligned(released, "underrun") +
                                  "  in front   2a 00 00 00, should be WORD, 4 bytes before it\n" + stopped)

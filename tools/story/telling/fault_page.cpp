@@ -32,15 +32,17 @@ bool reaches_end(const std::vector<Fields>& words) {
   return !found.empty() && found.size() == expected.size() && found.back() != expected.back();
 }
 
+// Behind the block bytes count. In front of it stand addresses and numbers, of which a written byte may be as it was:
+// words count there.
 std::string overrun_head(const Event& event, bool tail) {
   Fields fields = event.fields();
   std::vector<Fields> words = fields.objects("bytes");
-  std::string side = tail ? "behind" : "in front of";
   auto block = fields.object("block");
-  std::string where = side + " " + (block ? name_of_block(*block) : "a block");
+  std::string where = (tail ? "behind " : "in front of ") + (block ? name_of_block(*block) : "a block");
   auto wrong = wrong_bytes(words);
   if (!wrong) return "memory was written " + where;
-  return fmt::format("{}{} written {}", tail && reaches_end(words) ? "at least " : "", counted(*wrong, "byte"), where);
+  if (!tail) return fmt::format("{} written {}", counted(words.size(), "word"), where);
+  return fmt::format("{}{} written {}", reaches_end(words) ? "at least " : "", counted(*wrong, "byte"), where);
 }
 
 std::string double_free_head(const Event& event) {
