@@ -39,6 +39,7 @@ int sys::duplicate_above(int, int) {
   abort();
 }
 void print(int, const char*, ...) {}
+void print_failure(int, Trouble, const char*, ...) {}
 const char* error_text(int) {
   return "";
 }
