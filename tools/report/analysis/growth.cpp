@@ -25,6 +25,7 @@ double mean(const std::vector<double>& values) {
 
 double slope_of(const std::vector<double>& axis, const std::vector<Usage>& points) {
   std::vector<double> bytes;
+  bytes.reserve(points.size());
   for (const Usage& usage : points) bytes.push_back(static_cast<double>(usage.bytes));
   const double middle = mean(axis), level = mean(bytes);
   double rise = 0, run = 0;

@@ -30,10 +30,11 @@ SymbolFile* Desk::find(const std::string& target_path, const std::vector<Mapping
 SymbolFile* Desk::find_build(const std::string& target_path, const std::string& build_id) {
   std::vector<std::string> paths = candidates(target_path);
   if (build_id.size() > 2) {
-    std::string split = "/.build-id/" + build_id.substr(0, 2) + "/" + build_id.substr(2) + ".debug";
+    const std::string split = "/.build-id/" + build_id.substr(0, 2) + "/" + build_id.substr(2) + ".debug";
+    const std::string installed = "/usr/lib/debug" + split;
     for (const std::string& directory : options_.debug_dirs) paths.push_back(directory + split);
-    for (const std::string& root : options_.sysroots) paths.push_back(root + "/usr/lib/debug" + split);
-    paths.push_back("/usr/lib/debug" + split);
+    for (const std::string& root : options_.sysroots) paths.push_back(root + installed);
+    paths.push_back(installed);
   }
   std::vector<std::string> others;
   for (const std::string& path : paths) {

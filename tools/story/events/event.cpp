@@ -48,8 +48,8 @@ std::string with_private_bytes(std::string_view line) {
 
 std::optional<Event> Event::parse(std::string_view line) {
   Event event;
-  event.object_ = Json::parse(with_private_bytes(line), nullptr, false);
-  if (!event.object_.is_object()) return std::nullopt;
+  event.object_ = std::make_shared<const Json>(Json::parse(with_private_bytes(line), nullptr, false));
+  if (!event.object_->is_object()) return std::nullopt;
   Fields fields = event.fields();
   auto pid = task(fields, "pid");
   event.kind_ = fields.text("event");

@@ -3,6 +3,8 @@
 
 #include <sys/types.h>
 
+#include <memory>
+
 #include "story/events/fields.h"
 
 namespace quarl::story {
@@ -17,10 +19,10 @@ class Event {
   pid_t tid() const { return tid_; }
   uint64_t dropped() const { return fields().number("dropped").value_or(0); }
   // What it says besides; not longer than the event lives.
-  Fields fields() const { return Fields(object_); }
+  Fields fields() const { return Fields(*object_); }
 
  private:
-  Json object_;
+  std::shared_ptr<const Json> object_;
   std::string kind_;
   pid_t pid_ = 0;
   pid_t tid_ = 0;
