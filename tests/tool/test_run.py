@@ -41,6 +41,15 @@ class Faults(Run):
                     self.assertEqual(result.stderr.count("the thread was stopped there; it is ended now\n"), stopped)
                     self.assertEqual(result.stderr.count("\n  found "), 1 if acts else 0, result.stderr)
 
+    def test_threads_that_are_stopped_at_once(self):
+        for target in TARGETS:
+            with self.subTest(target):
+                library(target)
+                result = self.run_victim(target, "threads")
+                self.assertEqual(result.returncode, 86, result)
+                self.assertTrue(summary_of(result).startswith("quarl: 8 faults; "), result.stderr)
+                self.assertEqual(result.stderr.count("the thread was stopped there; it is ended now\n"), 8)
+
     def test_fault_status_is_chosen(self):
         for status, expected in ((3, 3), (0, 7)):
             result = self.run_victim("i686", "thread", options=["--fault-exitcode", str(status)])
@@ -203,6 +212,13 @@ class Environment(Run):
 
 
 class Status(Run):
+    def test_signal_without_a_story(self):
+        run = self.start("run", "--", victim("i686"), "wait")
+        self.read_until(run.stdout, "waiting")
+        run.send_signal(signal.SIGALRM)
+        self.read_until(run.stderr, "quarl: the program was ended by SIGALRM\n")
+        self.assertEqual(run.wait(DEADLINE), 128 + signal.SIGALRM)
+
     def test_signals(self):
         result = self.run_victim("i686", "abort")
         self.assertEqual(result.returncode, 128 + signal.SIGABRT)

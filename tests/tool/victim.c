@@ -44,6 +44,12 @@ static void in_thread(void) {
   pthread_join(thread, NULL);
 }
 
+static void in_many_threads(void) {
+  pthread_t threads[8];
+  for (int i = 0; i < 8; ++i) pthread_create(&threads[i], NULL, free_twice_in_thread, NULL);
+  for (int i = 0; i < 8; ++i) pthread_join(threads[i], NULL);
+}
+
 static void in_child(void) {
   if (fork() == 0) {
     free_twice();
@@ -158,6 +164,7 @@ static void show_contract(void) {
 static void act(const char* what) {
   if (!strcmp(what, "double")) free_twice();  // act
   if (!strcmp(what, "thread")) in_thread();
+  if (!strcmp(what, "threads")) in_many_threads();
   if (!strcmp(what, "child")) in_child();
   if (!strcmp(what, "tail")) overrun(20);
   if (!strcmp(what, "head")) underrun();  // act

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "items/signal_text.h"
 #include "message.h"
 #include "process/proc.h"
 #include "story/telling/summary.h"
@@ -33,6 +34,12 @@ void tell_left_out(const TargetRun& run, const RunEvents& events) {
   say("libquarl.so was not loaded into process {}: nothing of it was checked. The loader leaves it out where a program "
       "changes its user or has file capabilities; run a copy of the program",
       run.pid());
+}
+
+// The shell tells nothing of it: for the shell it is the runner that ends.
+void tell_signal(const TargetRun& run, const RunEvents& events) {
+  if (run.ending_signal() == 0 || events.teller().crashes() > 0) return;
+  say("the program was ended by {}", signal_name(run.ending_signal()));
 }
 
 // Logs in the folder, and those that a program wrote elsewhere.
@@ -75,6 +82,7 @@ void tell_end(const TargetRun& run, const RunEvents& events, const LogFolder& fo
   const bool runs_on = !survivors.empty();
   tell_survivors(survivors, events);
   tell_left_out(run, events);
+  tell_signal(run, events);
   std::string complaint = events.complaint();
   if (!complaint.empty()) say("{}", printable(complaint));
   std::vector<std::string> logs = folder.logs(findings_only, run.killed());

@@ -20,16 +20,27 @@ void StoppedThreads::look(pid_t pid) {
   }
 }
 
+// Those that are told to be stopped, and are not dealt with yet.
+std::vector<std::pair<pid_t, pid_t>> StoppedThreads::expected() const {
+  std::vector<std::pair<pid_t, pid_t>> threads;
+  for (const story::Process& process : events_.processes().all()) {
+    if (process.replaced) continue;
+    for (pid_t tid : process.parked) {
+      if (!known_.contains({process.pid, tid})) threads.emplace_back(process.pid, tid);
+    }
+  }
+  return threads;
+}
+
+// What is dealt with reads more events, of threads that are stopped or have ended meanwhile.
 bool StoppedThreads::look_where_told() {
   bool awaited = false;
-  for (const story::Process& process : events_.processes().all()) {
-    for (pid_t tid : process.parked) {
-      if (process.replaced || known_.contains({process.pid, tid})) continue;
-      auto since = awaited_.try_emplace({process.pid, tid}, Clock::now()).first->second;
-      if (Clock::now() - since > kPatience) continue;
-      look(process.pid);
-      awaited = awaited || !known_.contains({process.pid, tid});
-    }
+  for (const auto& thread : expected()) {
+    if (known_.contains(thread)) continue;
+    auto since = awaited_.try_emplace(thread, Clock::now()).first->second;
+    if (Clock::now() - since > kPatience) continue;
+    look(thread.first);
+    awaited = awaited || !known_.contains(thread);
   }
   return awaited;
 }

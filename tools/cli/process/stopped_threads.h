@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include "process/parked_threads.h"
 #include "process/run_events.h"
@@ -31,6 +32,7 @@ class StoppedThreads {
     Clock::time_point since;  // when it was asked for
     int before;               // snapshots that the process had written by then
   };
+  std::vector<std::pair<pid_t, pid_t>> expected() const;
   void handle(const ParkedThread& thread);
   bool dump_comes(const ParkedThread& thread);
 

@@ -36,6 +36,8 @@ class TargetRun {
   pid_t pid() const { return pid_; }
   // The process that a signal has ended; 0 when it was none.
   pid_t killed() const { return WIFSIGNALED(wait_status_) ? pid_ : 0; }
+  // The signal; 0 when it was none.
+  int ending_signal() const { return WIFSIGNALED(wait_status_) ? WTERMSIG(wait_status_) : 0; }
   // Checked processes of the run that are still there.
   std::set<pid_t> survivors() const;
 
