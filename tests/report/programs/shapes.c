@@ -4,6 +4,7 @@
 // is the number of rounds; with a second one it takes a dump in the middle and is killed at the end.
 #define _GNU_SOURCE
 #include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -97,11 +98,22 @@ APART void step(unsigned thread, unsigned round, unsigned* state) {
 
 static unsigned rounds;
 
+// One step at a time. Else a thread may get the addresses of a mapping that another one has given back before the
+// record of that is written, and the records do not tell which of two mappings at one place has ended.
+static pthread_mutex_t turn = PTHREAD_MUTEX_INITIALIZER;
+
 static void* work(void* argument) {
   unsigned thread = (unsigned)(uintptr_t)argument, state = thread * 77 + 5;
-  for (unsigned round = 0; round < rounds; ++round) step(thread, round, &state);
+  for (unsigned round = 0; round < rounds; ++round) {
+    pthread_mutex_lock(&turn);
+    step(thread, round, &state);
+    pthread_mutex_unlock(&turn);
+    sched_yield();
+  }
+  pthread_mutex_lock(&turn);
   shrink_in_place();
   fail_to_resize();
+  pthread_mutex_unlock(&turn);
   return NULL;
 }
 
