@@ -2,6 +2,7 @@
 
 import csv
 import io
+import json
 import random
 import unittest
 
@@ -206,6 +207,59 @@ class Time(ReportTest):
         plot = self.text("timeline", self.write(self.layout.log(records))).splitlines()
         self.assertRegex(plot[1], r"^ *67,109,012 \| +█ +$")
         self.assertRegex(plot[16], r"^ *3 \| +█ +$")
+
+
+class Resident(ReportTest):
+    """Memory that the process had at its snapshots, as its events tell."""
+
+    def tell(self, *events, name="events.jsonl"):
+        lines = ["no JSON"]
+        for time, kind, log, resident, *pid in events:
+            lines.append(json.dumps({"v": 1, "event": "snapshot", "pid": pid[0] if pid else 4242, "time": time, "kind": kind,
+                                     "path": f"/var/log/{log}", **({"resident": resident} if resident else {})}))
+        (self.folder / name).write_text("\n".join(lines))
+        return self.folder / name
+
+    def points(self, path, *options):
+        rows = list(csv.DictReader(io.StringIO(self.text("timeline", path, "--format", "csv", *options))))
+        document = self.json("timeline", path, *options)
+        self.assertEqual([str(point.get("resident") or "") for point in document["points"]], [row.get("resident") or "" for row in rows])
+        return [point.get("resident", "left out") for point in document["points"]]
+
+    def test_each_snapshot_of_a_chain_has_its_own(self):
+        name = "app_4242_quarl_autosnap.log"
+        path = self.write(self.layout.bare_chain([100, 105, 110, 110, 300]), name)
+        self.assertEqual(self.points(path), ["left out"] * 5)
+        self.assertNotIn("Resident", self.text(path) + self.text("timeline", path))
+        told = self.tell((90.5, "auto", name, 11), (100.9, "auto", name, 1000), (102, "auto", "app_4243_quarl_autosnap.log", 12),
+                         (103, "auto", name, 13, 77), (104, "dump", "app_4242_quarl.log", 14), (106.0, "auto", name, None),
+                         (110.1, "auto", name, 3000), (110.2, "auto", name, 4000), (500, "auto", name, 15))
+        self.assertEqual(self.points(path), [1000, None, 3000, 4000, None])  # of the second one the kernel did not tell
+        told.unlink()
+        self.tell(*[(time + 0.5, "auto", name, size) for time, size in ((100, 1 << 20), (106, 2 << 20), (110, 3 << 20), (110, 4 << 20), (301, 5 << 20))])
+        self.assertEqual(self.points(path), [(index + 1) << 20 for index in range(5)])
+        self.assertRegex(self.text(path), r"Resident +5,242,880 bytes")
+        self.assertEqual([self.json(f"{path}@{number}")["resident"] for number in (1, 4, 5)], [1 << 20, 4 << 20, 5 << 20])
+        plot = self.text("timeline", path)
+        self.assertRegex(plot, r"Resident memory[^\n]*\n +5,242,880 \|")
+        elsewhere = (self.folder / "events.jsonl").rename(self.folder / "other")
+        self.assertEqual(self.points(path, "--events", elsewhere)[4], 5 << 20)
+
+    def test_of_a_snapshot_log_and_beside_a_record_log(self):
+        record = self.layout.record
+        one = [record(MALLOC, ALLOCATED, 0x1000, 100, time=1000)]
+        snapshot = self.write(self.layout.log(one, count=1, time=2000), "app_4242_quarl.log")
+        records = [record(MALLOC, ALLOCATED, 0x1000 * i, 10, time=1000 + 10 * i) for i in range(1, 6)]
+        path = self.write(self.layout.log(records, time=1100), "app_4242_quarlAll.log")
+        self.tell((1005, "auto", "app_4242_quarl_autosnap.log", 1), (1015.25, "dump", "app_4242_quarl.log", 700),
+                  (1034, "auto", "app_4242_quarl_autosnap.log", 800), (1036, "auto", "app_4242_quarl_autosnap.log", 900),
+                  (1100.5, "exit", "app_4242_quarl.log", 950), (1100.5, "exit", "next_4242_quarl.log", 2), (2000.5, "dump", "app_4242_quarl.log", 5000))
+        self.assertEqual(self.points(snapshot), [5000])
+        self.assertEqual(self.points(path), [700, None, 900, None, 5000])
+        self.assertEqual(self.json(path)["resident"], 950)
+        timeless = [record(MALLOC, ALLOCATED, 0x1000 * i, 10, time=0) for i in range(1, 6)]
+        path = self.write(self.layout.log(timeless, time=1100), "app_4242_quarlAll.log")
+        self.assertEqual(set(self.points(path)), {"left out"})  # they have no time that an event could fall into
 
 
 class Threads(ReportTest):

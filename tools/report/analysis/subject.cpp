@@ -98,7 +98,29 @@ Timeline Subject::timeline(const Visit& visit, Subject* known) {
     if (visit) visit(each);
   });
   limit_peaks(timeline.points);
-  return records ? pass().timeline() : timeline;
+  if (records) timeline = pass().timeline();
+  add_resident_to(timeline);
+  return timeline;
+}
+
+std::vector<ResidentEvent> Subject::resident_events() const {
+  return read_resident_events(desk_.events_of(log_->file().path()), *log_, snapshot_.header.pid);
+}
+
+// A chain has a point for each snapshot.
+void Subject::add_resident_to(Timeline& timeline) const {
+  std::vector<ResidentEvent> events = resident_events();
+  if (log_->kind() == LogKind::kRecords) return add_resident(timeline, events);
+  std::vector<std::optional<uint64_t>> found = resident_at(log_->snapshots(), events);
+  for (size_t index = 0; index < found.size(); ++index) timeline.points[index].resident = found[index];
+}
+
+std::optional<uint64_t> Subject::resident() {
+  std::vector<std::optional<uint64_t>> found = resident_at(log_->snapshots(), resident_events());
+  for (size_t index = 0; index < found.size(); ++index) {
+    if (&log_->snapshots()[index] == &snapshot_) return found[index];
+  }
+  return std::nullopt;
 }
 
 void Subject::for_each_snapshot(Subject* known, const Visit& visit) {

@@ -50,6 +50,9 @@ class Subject {
   // The timeline of the whole log. `visit`, if there is one, sees the subject of every snapshot while it is there;
   // where that is this one or `known` they are taken, so that nothing is read again.
   Timeline timeline(const Visit& visit = nullptr, Subject* known = nullptr);
+  // Bytes of the process that lay in memory when this snapshot, or what a record log holds at its last dump, had been
+  // written; nothing when no event tells.
+  std::optional<uint64_t> resident();
   // The log's notes and what reading the records added to them.
   std::vector<std::string> notes();
   // Of these what keeps the records from being all that should be there: nothing can be said of what is missing.
@@ -60,6 +63,8 @@ class Subject {
  private:
   void for_each_snapshot(Subject* known, const Visit& visit);
   TimePoint point();
+  std::vector<ResidentEvent> resident_events() const;
+  void add_resident_to(Timeline& timeline) const;
   void add_own_losses(std::vector<std::string>& notes);
   bool hidden(TraceId trace);
   void compare_with_statistics(std::vector<std::string>& notes);

@@ -12,6 +12,7 @@ constexpr size_t kMaxPoints = 2048;
 TimePoint join(const TimePoint& a, TimePoint b) {
   b.peak = std::max(a.peak, b.peak);
   b.most_entries = std::max(a.most_entries, b.most_entries);
+  if (!b.resident) b.resident = a.resident;
   return b;
 }
 
@@ -43,6 +44,16 @@ void limit_peaks(std::vector<TimePoint>& points) {
     if (counted <= highest) point.peak = std::max(before, point.bytes);
     highest = std::max(highest, counted);
     before = point.bytes;
+  }
+}
+
+void add_resident(Timeline& timeline, const std::vector<ResidentEvent>& events) {
+  if (timeline.axis != TimeAxis::kSeconds) return;
+  std::vector<TimePoint>& points = timeline.points;
+  for (const ResidentEvent& event : events) {
+    auto behind =
+        std::find_if(points.begin(), points.end(), [&](const TimePoint& point) { return point.at > event.time; });
+    if (behind != points.begin() && event.resident) std::prev(behind)->resident = event.resident;
   }
 }
 

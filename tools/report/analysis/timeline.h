@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "report/analysis/ledger.h"
+#include "report/reading/resident_events.h"
 #include "report/reading/snapshot.h"
 
 namespace quarl::report {
@@ -17,6 +18,9 @@ struct TimePoint {
   uint64_t peak = 0;                // of bytes, since the point before
   uint64_t most_entries = 0;        // since the point before
   uint32_t snapshot = 0;            // its number, 0 from a record log
+  // Bytes of the process that lay in memory when a snapshot had been written, the last one since the point before;
+  // nothing when no event tells.
+  std::optional<uint64_t> resident;
 };
 
 enum class TimeAxis { kSeconds, kRecords };
@@ -36,6 +40,9 @@ TimePoint snapshot_point(const Snapshot& snapshot, const ProfInfo& statistics, c
 // A counted peak is that of the whole run: turns those of a chain's points, in their order, into the peaks since the
 // point before. Where a later one is no higher the most that is known are the two points themselves.
 void limit_peaks(std::vector<TimePoint>& points);
+
+// Puts events to the points of a record log in whose time they fall; there is nothing to go by without times.
+void add_resident(Timeline& timeline, const std::vector<ResidentEvent>& events);
 
 // At most `most` points; neighbours are joined to the later of them, with the peaks of all.
 std::vector<TimePoint> thinned(const std::vector<TimePoint>& points, size_t most);

@@ -75,6 +75,7 @@ void add_summary(Json& document, Subject& subject, size_t top) {
                           {"file_bytes", held.file_bytes},
                           {"file_peak", in_order ? Json(held.file_peak) : Json()},
                           {"count", held.entries}};
+  if (auto resident = subject.resident()) document["resident"] = *resident;
   document["histogram"] = to_json(histogram_rows(build_histogram(subject)));
   document["faults"] = subject.ledger().faults().count();
   add_sites(document, subject.sites(), top, "unfreed");

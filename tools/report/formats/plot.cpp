@@ -86,18 +86,23 @@ void write_axis(Output& output, const Timeline& timeline, size_t width) {
 void write_plot(Output& output, const Timeline& timeline, size_t height) {
   if (timeline.points.empty()) return output.print("The log holds no points in time.\n");
   size_t width = std::clamp<size_t>(output.terminal() ? output.width() : 80, 40, 200) - kLabel - 3;
-  auto plot = [&](const Measure& measure) {
+  auto plot = [&](const Timeline& points, const Measure& measure) {
     output.print("{}\n", output.bold(measure.title));
-    write_area(output, columns_of(timeline, width, measure), height);
-    write_axis(output, timeline, width);
+    write_area(output, columns_of(points, width, measure), height);
+    write_axis(output, points, width);
   };
-  plot({"Bytes held (heap and anonymous mappings)", [](const TimePoint& point) { return point.bytes; },
-        [](const TimePoint& point) { return point.peak; }});
+  plot(timeline, {"Bytes held (heap and anonymous mappings)", [](const TimePoint& point) { return point.bytes; },
+                  [](const TimePoint& point) { return point.peak; }});
   bool counted = std::any_of(timeline.points.begin(), timeline.points.end(),
                              [](const TimePoint& p) { return p.entries.has_value(); });
   if (counted)
-    plot({"Blocks and mappings held", [](const TimePoint& point) { return point.entries.value_or(0); },
-          [](const TimePoint& point) { return point.most_entries; }});
+    plot(timeline, {"Blocks and mappings held", [](const TimePoint& point) { return point.entries.value_or(0); },
+                    [](const TimePoint& point) { return point.most_entries; }});
+  Timeline resident = timeline;
+  std::erase_if(resident.points, [](const TimePoint& point) { return !point.resident; });
+  if (resident.points.empty()) return;
+  plot(resident, {"Resident memory, where snapshots were taken", [](const TimePoint& point) { return *point.resident; },
+                  [](const TimePoint& point) { return *point.resident; }});
 }
 
 }  // namespace quarl::report

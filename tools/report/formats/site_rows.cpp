@@ -120,13 +120,16 @@ Table timeline_rows(const Timeline& timeline) {
                {"bytes", "bytes"},
                {"file_bytes", "file bytes"},
                {"count", "blocks"},
-               {"peak", "peak"}},
+               {"peak", "peak"},
+               {"resident", "resident"}},
               {}};
   for (const TimePoint& point : timeline.points) {
-    table.rows.push_back({point.at, or_nothing(point.snapshot), point.bytes, point.file_bytes,
-                          point.entries ? Cell{*point.entries} : Cell{}, point.peak});
+    table.rows.push_back({point.at, or_nothing(point.snapshot), point.bytes, point.file_bytes, known(point.entries),
+                          point.peak, known(point.resident)});
   }
-  return table;
+  bool told = std::any_of(timeline.points.begin(), timeline.points.end(),
+                          [](const TimePoint& point) { return point.resident.has_value(); });
+  return told ? table : without_column(std::move(table), "resident");
 }
 
 Table thread_rows(const ThreadTallies& tallies) {

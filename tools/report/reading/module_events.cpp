@@ -1,19 +1,14 @@
 #include "report/reading/module_events.h"
 
 #include <charconv>
-#include <fstream>
-#include <nlohmann/json.hpp>
 #include <optional>
+
+#include "report/reading/events_file.h"
 
 namespace quarl::report {
 namespace {
 
 using Json = nlohmann::json;
-
-std::string text_of(const Json& event, const char* key) {
-  auto found = event.find(key);
-  return found != event.end() && found->is_string() ? found->get<std::string>() : "";
-}
 
 // "0x9f15f60"
 std::optional<uint32_t> address_of(const Json& event, const char* key) {
@@ -22,11 +17,6 @@ std::optional<uint32_t> address_of(const Json& event, const char* key) {
   if (!text.starts_with("0x")) return std::nullopt;
   auto [stop, error] = std::from_chars(text.data() + 2, text.data() + text.size(), value, 16);
   return error == std::errc() && stop == text.data() + text.size() ? std::optional(value) : std::nullopt;
-}
-
-bool is_of(const Json& event, uint32_t pid) {
-  auto found = event.is_object() ? event.find("pid") : event.end();
-  return event.is_object() && found != event.end() && found->is_number() && *found == pid;
 }
 
 // From one program of a process to the next that it executes.
@@ -45,14 +35,11 @@ void add_module(const Json& event, Run& run) {
 
 std::vector<ModuleEvent> read_module_events(const std::string& path, uint32_t pid, const std::string& program) {
   std::vector<Run> runs(1);
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) {
-    Json event = Json::parse(line, nullptr, false);
-    if (!is_of(event, pid)) continue;
+  for_each_event(path, pid, [&](const Json& event) {
     std::string kind = text_of(event, "event");
     if (kind == "loaded") runs.push_back({text_of(event, "program"), {}});
     if (kind == "module") add_module(event, runs.back());
-  }
+  });
   auto wanted = std::find_if(runs.rbegin(), runs.rend(),
                              [&](const Run& run) { return !program.empty() && run.program == program; });
   return wanted != runs.rend() ? wanted->modules : runs.back().modules;
