@@ -75,8 +75,7 @@ void write_held(Output& output, Subject& subject) {
   if (in_order) write_recorded(output, subject.ledger().held());
   if (statistics != nullptr) write_counted(output, in_order ? "Counted" : "Held", *statistics);
   if (auto resident = subject.resident()) {
-    write_field(output, "Resident",
-                fmt::format("{}, of all that the process has in memory", counted(*resident, "byte")));
+    write_field(output, "Resident", fmt::format("{}, of the whole process", counted(*resident, "byte")));
   }
   write_field(output, "Unfreed", in_blocks(sites.total()));
   write_field(output, "  heap", in_blocks(of_kind(subject, false, false)));
