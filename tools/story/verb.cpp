@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "story/events/events_file.h"
+#include "events/events_file.h"
 #include "story/telling/summary.h"
 #include "story/telling/terminal.h"
 

@@ -4,12 +4,13 @@
 #include <string>
 #include <vector>
 
-#include "story/events/event_reader.h"
+#include "events/event_reader.h"
 #include "story/processes/processes.h"
 
 namespace {
 
-using namespace quarl::story;
+using namespace quarl::events;
+using quarl::story::Processes;
 
 // Each kind of value of each key, so that all readings run; what they say in all.
 size_t ask(const Fields& fields) {

@@ -35,7 +35,7 @@ RunEvents::RunEvents(const std::string& path, const std::string& sysroot, bool r
 bool RunEvents::read() {
   bool any = false;
   file_.clear();
-  file_.read([&](const story::Event& event) {
+  file_.read([&](const events::Event& event) {
     any = true;
     teller_.take(event);
   });

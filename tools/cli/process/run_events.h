@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "story/events/events_file.h"
+#include "events/events_file.h"
 #include "story/telling/teller.h"
 
 namespace quarl {
@@ -35,7 +35,7 @@ class RunEvents {
   std::string complaint() const { return file_.complaint(); }
 
  private:
-  story::EventsFile file_;
+  events::EventsFile file_;
   story::Teller teller_;
 };
 

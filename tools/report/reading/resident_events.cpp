@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "report/reading/events_file.h"
+#include "events/events_file.h"
 
 namespace quarl::report {
 namespace {
@@ -17,12 +17,6 @@ std::string stem_of(const std::string& name) {
   return mark == std::string::npos ? name : name.substr(0, mark + kMark.size());
 }
 
-std::optional<uint64_t> number_of(const nlohmann::json& event, const char* key) {
-  auto found = event.find(key);
-  bool sound = found != event.end() && found->is_number() && found->get<double>() >= 0 && found->get<double>() < 1e15;
-  return sound ? std::optional(static_cast<uint64_t>(found->get<double>())) : std::nullopt;
-}
-
 }  // namespace
 
 std::vector<ResidentEvent> read_resident_events(const std::string& path, const Log& log, uint32_t pid) {
@@ -32,12 +26,14 @@ std::vector<ResidentEvent> read_resident_events(const std::string& path, const L
     return records ? stem_of(name) : name;
   };
   const std::string wanted = name_of_log(log.file().path());
-  std::vector<ResidentEvent> events;
-  for_each_event(path, pid, [&](const nlohmann::json& event) {
-    if (text_of(event, "event") != "snapshot" || name_of_log(text_of(event, "path")) != wanted) return;
-    if (auto time = number_of(event, "time")) events.push_back({*time, number_of(event, "resident")});
+  std::vector<ResidentEvent> told;
+  events::for_each_event(path, pid, [&](const events::Event& event) {
+    events::Fields fields = event.fields();
+    auto time = fields.time("time");
+    if (event.kind() != "snapshot" || name_of_log(fields.text("path")) != wanted || !time) return;
+    told.push_back({static_cast<uint64_t>(*time), fields.number("resident")});
   });
-  return events;
+  return told;
 }
 
 std::vector<std::optional<uint64_t>> resident_at(const std::vector<Snapshot>& snapshots,

@@ -10,9 +10,11 @@
 #include <tuple>
 #include <vector>
 
-#include "story/events/event.h"
+#include "events/event.h"
 
 namespace quarl::story {
+
+using namespace events;
 
 struct Module {
   std::string path;

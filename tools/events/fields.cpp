@@ -1,9 +1,11 @@
-#include "story/events/fields.h"
+#include "events/fields.h"
 
 #include <charconv>
 
-namespace quarl::story {
+namespace quarl::events {
 namespace {
+
+constexpr double kNever = 1e15;  // seconds, and whole ones fit into a double
 
 // All of the text; false for anything else in it.
 template <typename Number>
@@ -45,6 +47,12 @@ std::optional<uint64_t> Fields::number(const char* key) const {
   const Json* value = find(key);
   if (value == nullptr || !value->is_number_unsigned()) return std::nullopt;
   return value->get<uint64_t>();
+}
+
+std::optional<double> Fields::time(const char* key) const {
+  const Json* value = find(key);
+  const double seconds = value != nullptr && value->is_number() ? value->get<double>() : -1;
+  return seconds >= 0 && seconds < kNever ? std::optional(seconds) : std::nullopt;
 }
 
 std::optional<int64_t> Fields::distance(const char* key) const {
@@ -106,4 +114,4 @@ std::vector<Fields> Fields::objects(const char* key) const {
   return objects;
 }
 
-}  // namespace quarl::story
+}  // namespace quarl::events

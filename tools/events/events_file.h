@@ -1,9 +1,9 @@
 // An events file that may still grow.
 #pragma once
 
-#include "story/events/event_reader.h"
+#include "events/event_reader.h"
 
-namespace quarl::story {
+namespace quarl::events {
 
 class EventsFile {
  public:
@@ -33,4 +33,7 @@ class EventsFile {
   EventReader reader_;
 };
 
-}  // namespace quarl::story
+// Takes the events of one process that are in a file now, in their order; none of one that cannot be read.
+void for_each_event(const std::string& path, uint32_t pid, const EventReader::Take& take);
+
+}  // namespace quarl::events

@@ -1,4 +1,4 @@
-#include "story/events/events_file.h"
+#include "events/events_file.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -9,9 +9,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 
-namespace quarl::story {
+namespace quarl::events {
 
 namespace {
 
@@ -66,4 +67,16 @@ std::string EventsFile::complaint() const {
   return fmt::format("{}:{}: this line is no event{}", path_, reader_.first_bad_line(), more);
 }
 
-}  // namespace quarl::story
+void for_each_event(const std::string& path, uint32_t pid, const EventReader::Take& take) {
+  std::ifstream file(path, std::ios::binary);
+  EventReader reader;
+  auto take_own = [&](const Event& event) {
+    if (static_cast<uint32_t>(event.pid()) == pid) take(event);
+  };
+  char bytes[65536];
+  while (file.read(bytes, sizeof bytes), file.gcount() > 0)
+    reader.feed({bytes, static_cast<size_t>(file.gcount())}, take_own);
+  reader.feed("\n", take_own);  // nothing more will come to a last line without its end
+}
+
+}  // namespace quarl::events

@@ -5,9 +5,9 @@
 
 #include <memory>
 
-#include "story/events/fields.h"
+#include "events/fields.h"
 
-namespace quarl::story {
+namespace quarl::events {
 
 class Event {
  public:
@@ -28,4 +28,4 @@ class Event {
   pid_t tid_ = 0;
 };
 
-}  // namespace quarl::story
+}  // namespace quarl::events

@@ -1,6 +1,6 @@
-#include "story/events/event_reader.h"
+#include "events/event_reader.h"
 
-namespace quarl::story {
+namespace quarl::events {
 namespace {
 
 constexpr size_t kLongestLine = 65536;  // many times of what the interface allows
@@ -42,4 +42,4 @@ void EventReader::take_line(std::string_view line, const Take& take) {
   if (bad_lines_++ == 0) first_bad_line_ = lines_;
 }
 
-}  // namespace quarl::story
+}  // namespace quarl::events

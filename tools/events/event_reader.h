@@ -3,9 +3,9 @@
 
 #include <functional>
 
-#include "story/events/event.h"
+#include "events/event.h"
 
-namespace quarl::story {
+namespace quarl::events {
 
 class EventReader {
  public:
@@ -30,4 +30,4 @@ class EventReader {
   uint64_t first_bad_line_ = 0;
 };
 
-}  // namespace quarl::story
+}  // namespace quarl::events

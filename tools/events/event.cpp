@@ -1,6 +1,6 @@
-#include "story/events/event.h"
+#include "events/event.h"
 
-namespace quarl::story {
+namespace quarl::events {
 namespace {
 
 constexpr uint64_t kVersion = 1;
@@ -59,4 +59,4 @@ std::optional<Event> Event::parse(std::string_view line) {
   return event;
 }
 
-}  // namespace quarl::story
+}  // namespace quarl::events

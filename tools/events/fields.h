@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace quarl::story {
+namespace quarl::events {
 
 using Json = nlohmann::json;
 
@@ -27,6 +27,7 @@ class Fields {
 
   std::string text(const char* key) const;  // "" when there is none
   std::optional<uint64_t> number(const char* key) const;
+  std::optional<double> time(const char* key) const;  // seconds since 1970, not negative
   std::optional<uint32_t> address(const char* key) const;
   std::optional<int64_t> distance(const char* key) const;  // may be negative
   bool flag(const char* key) const;
@@ -42,4 +43,4 @@ class Fields {
   const Json& object_;
 };
 
-}  // namespace quarl::story
+}  // namespace quarl::events
