@@ -169,9 +169,8 @@ class EndSignals(case.Case):
         self.assertEqual(process.finish(), -signal.SIGSEGV)
         self.assertEqual(len(STORY.findall(process.err)), 1)
 
-    @promise("A thread that holds up the checker, because nobody reads what it prints, holds up the end for a second; the logs are not "
-             "written then, and standard error says so.")
-    def test_lock_that_is_never_released(self):
+    def driver_that_holds_the_lock(self):
+        """A driver, and its thread that stands in the checker with a report that nobody reads."""
         driver = self.driver("QUARL_SLOPOVER_EXIT=0", environment=TOLD)
         worker = driver.spawn()
         block = driver.malloc(10)
@@ -179,19 +178,19 @@ class EndSignals(case.Case):
         driver.fill_output()
         worker.send("check")
         driver.await_that(lambda: worker.tid in driver.tasks_that_wait("pipe_w"), "a full pipe")
+        return driver, worker
+
+    @promise("A thread that holds up the checker, because nobody reads what it prints, holds up the end for a second; the logs are not "
+             "written then, and standard error says so.")
+    def test_lock_that_is_never_released(self):
+        driver, worker = self.driver_that_holds_the_lock()
         driver.signal(signal.SIGTERM)
         self.assertEqual((driver.popen.wait(60), driver.await_match(GIVEN_UP, "err")[0]), (-signal.SIGTERM, GIVEN_UP))
 
     @promise("A signal that is sent and comes while its thread is inside the checker waits until it has left, a second at most.")
     def test_signal_for_the_thread_that_stands_in_the_checker(self):
         """It is put off, in vain; the log is written by the very thread that holds the lock."""
-        driver = self.driver("QUARL_SLOPOVER_EXIT=0", environment=TOLD)
-        worker = driver.spawn()
-        block = driver.malloc(10)
-        driver.fill(block + 10, 0, 1)
-        driver.fill_output()
-        worker.send("check")
-        driver.await_that(lambda: worker.tid in driver.tasks_that_wait("pipe_w"), "a full pipe")
+        driver, worker = self.driver_that_holds_the_lock()
         driver.signal(signal.SIGTERM, worker.tid)
         self.assertEqual(driver.popen.wait(60), -signal.SIGTERM)
         self.assertIn(10, self.sizes(self.log_of(driver, "driver")))

@@ -2,9 +2,9 @@
 
 #include <set>
 
+#include "report/formats/fault_json.h"
 #include "report/formats/gzip.h"
 #include "report/formats/json_document.h"
-#include "report/formats/operation_name.h"
 #include "report/formats/page_cells.h"
 #include "report/formats/page_sites.h"
 #include "report/formats/page_watches.h"
@@ -189,29 +189,9 @@ class Page {
 
   void add_faults() {
     Json rows = Json::array();
-    for (const Fault& fault : subject_.ledger().faults().all()) {
-      const OpRecord& record = fault.record;
-      rows.push_back({{"fault", result_name(record.result)},
-                      {"address", record.start_addr},
-                      {"size", record.size},
-                      {"operation", operation_name(record.operation)},
-                      {"thread", record.tid},
-                      {"time", record.time},
-                      {"sequence", record.seq_num},
-                      {"stack", sites_.stack_of(subject_.symbolizer().trace(trace_of(record)))},
-                      {"below", neighbour_json(fault.below)},
-                      {"above", neighbour_json(fault.above)}});
-    }
+    const TraceMember trace = {"stack", [this](const Frames& frames) -> Json { return sites_.stack_of(frames); }};
+    for (const Fault& fault : subject_.ledger().faults().all()) rows.push_back(fault_json(subject_, fault, trace));
     document_["fault_list"] = std::move(rows);
-  }
-
-  Json neighbour_json(const std::optional<Neighbour>& neighbour) {
-    if (!neighbour) return nullptr;
-    const LiveEntry& block = neighbour->block;
-    return {{"address", block.address},
-            {"size", block.size},
-            {"distance", neighbour->distance},
-            {"stack", stack_of(subject_, block.trace)}};
   }
 
   size_t stack_of(Subject& subject, TraceId trace) {

@@ -1,32 +1,9 @@
 #include "report/formats/json_document.h"
 
-#include "report/formats/operation_name.h"
+#include "report/formats/fault_json.h"
 
 namespace quarl::report {
 namespace {
-
-Json neighbour_json(Subject& subject, const std::optional<Neighbour>& neighbour) {
-  if (!neighbour) return nullptr;
-  const LiveEntry& block = neighbour->block;
-  return {{"address", block.address},
-          {"size", block.size},
-          {"distance", neighbour->distance},
-          {"frames", frames_json(subject.symbolizer().trace(subject.ledger().traces().addresses(block.trace)))}};
-}
-
-Json fault_json(Subject& subject, const Fault& fault) {
-  const OpRecord& record = fault.record;
-  return {{"fault", result_name(record.result)},
-          {"address", record.start_addr},
-          {"size", record.size},
-          {"operation", operation_name(record.operation)},
-          {"thread", record.tid},
-          {"time", record.time},
-          {"sequence", record.seq_num},
-          {"frames", frames_json(subject.symbolizer().trace(trace_of(record)))},
-          {"below", neighbour_json(subject, fault.below)},
-          {"above", neighbour_json(subject, fault.above)}};
-}
 
 Json known_json(const std::optional<uint64_t>& value) {
   return value ? Json(*value) : Json();
@@ -116,7 +93,8 @@ Json changes_json(const std::vector<SiteDifference>& changes, size_t top) {
 
 Json faults_json(Subject& subject) {
   Json array = Json::array();
-  for (const Fault& fault : subject.ledger().faults().all()) array.push_back(fault_json(subject, fault));
+  for (const Fault& fault : subject.ledger().faults().all())
+    array.push_back(fault_json(subject, fault, {"frames", frames_json}));
   return array;
 }
 
