@@ -1,8 +1,10 @@
 """quarl run: tables are made for the program and for what it loads, once, where the user's caches are."""
 
+import concurrent.futures
 import os
 import subprocess
 import unittest
+from pathlib import Path
 
 from tables import BUILD, DEADLINE, TOOL, Table, TablesTest
 
@@ -13,7 +15,9 @@ class Cache(TablesTest):
     def run_program(self, target, *options, **variables):
         if not (BUILD / target / "libquarl.so").exists():
             self.skipTest(f"libquarl.so for {target} is not built")
-        program = self.compiled(target, PROGRAM)
+        program = self.folder / f"program_{target}"
+        if not program.exists():
+            self.compiled(target, PROGRAM)
         environment = {name: value for name, value in os.environ.items() if not name.startswith(("QUARL_", "LD_"))}
         environment |= {"XDG_CACHE_HOME": str(self.folder / "cache"), "XDG_STATE_HOME": str(self.folder / "state"), **variables}
         done = subprocess.run([TOOL, "run", *options, "--", program], capture_output=True, text=True, timeout=DEADLINE,
@@ -33,6 +37,15 @@ class Cache(TablesTest):
                 self.assertTrue(all(Table(path).sound for path in tables))
                 self.assertEqual(self.run_program(target), str(folder))
                 self.assertEqual({path: path.stat().st_mtime_ns for path in folder.iterdir()}, tables)
+
+    def test_runs_at_once_make_whole_tables(self):
+        self.compiled("i686", PROGRAM)
+        with concurrent.futures.ThreadPoolExecutor(4) as runs:
+            folders = list(runs.map(lambda _: self.run_program("i686"), range(4)))
+        [folder] = set(folders)
+        tables = list(Path(folder).iterdir())
+        self.assertGreaterEqual(len(tables), 3)
+        self.assertEqual([path.suffix for path in tables if not Table(path).sound or path.suffix != ".frames"], [])
 
     def test_the_user_decides(self):
         self.assertEqual(self.run_program("i686", "--no-frames"), "none")

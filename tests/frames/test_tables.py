@@ -140,6 +140,8 @@ class Rootfs(TablesTest):
         self.assertRegex(error, r"^quarl: .*/root/half is cut short\nquarl: .*/root/short is damaged\n$")
         _, error = self.frames(self.root / "half", status=1)
         self.assertIn("half is cut short", error)
+        (self.root / "libc.so").write_text("GROUP ( /lib/libc.so.6 )")  # a script for the linker
+        self.assertIn("libc.so is no ELF file", self.frames(self.root / "libc.so", status=1)[1])
         self.assertEqual(self.frames("nowhere", status=1)[1], "quarl: nowhere: no such file\n")
 
     def test_random_damage_ends_nothing(self):

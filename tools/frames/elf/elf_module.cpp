@@ -9,6 +9,14 @@
 #include <utility>
 
 namespace quarl::frames {
+namespace {
+
+bool is_elf(int descriptor) {
+  char start[SELFMAG];
+  return pread(descriptor, start, sizeof start, 0) == sizeof start && std::memcmp(start, ELFMAG, SELFMAG) == 0;
+}
+
+}  // namespace
 
 ElfModule::ElfModule(std::string path, std::string debug_path)
     : path_(std::move(path)), debug_path_(std::move(debug_path)), debug_path_pointer_(debug_path_.data()) {
@@ -33,6 +41,10 @@ void ElfModule::open() {
   dwfl_ = dwfl_begin(&callbacks_);
   int descriptor = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
   if (dwfl_ == nullptr || descriptor < 0) throw NoModule("cannot be opened");
+  if (!is_elf(descriptor)) {
+    ::close(descriptor);
+    throw NoModule("is no ELF file");
+  }
   module_ = dwfl_report_elf(dwfl_, path_.c_str(), path_.c_str(), descriptor, 0, false);
   if (module_ == nullptr) ::close(descriptor);
   dwfl_report_end(dwfl_, nullptr, nullptr);
