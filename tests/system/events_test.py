@@ -182,6 +182,22 @@ class Kinds(EventCase):
         met = [path for i, path in enumerate(callers) if path in map(str, libraries) and callers[i - 1] != path]
         self.assertEqual(met, [str(path) for path in (*libraries, libraries[0])])
 
+    def test_libraries_are_told_before_they_go(self):
+        """So that the logs, whose map is of a later time, can be read."""
+        libraries = [str(self.target.build / "victims" / f"libreopened_{room}.so") for room in (16, 400)]
+        driver = self.driver(QUIET_END, environment=self.environment)
+        first, second = (int(driver.dlopen(path)) for path in libraries)
+        place = driver.do(f"dlsym {second:#x} reopened_allocation")
+        self.assertEqual(self.told("module"), [])
+        self.assertEqual((driver.dlclose(first), driver.dlclose(second)), (0, 0))
+        modules = {event["path"]: event for event in self.told("module")}
+        self.assertEqual(len(modules), len(self.told("module")))  # each once
+        self.assertLessEqual({*libraries, str(self.target.victim("driver"))}, set(modules))
+        symbols = subprocess.run([self.target.tool("nm"), libraries[1]], capture_output=True, text=True, check=True).stdout
+        offset = int(re.search(r"^(\w+) T reopened_allocation$", symbols, re.M)[1], 16)
+        self.assertEqual(int(modules[libraries[1]]["bias"], 16) + offset, place & ~1)
+        self.assertEqual(driver.finish(), 0)
+
     def test_logs_limits_and_reload(self):
         driver = self.driver("QUARL_ALL=1 QUARL_PROF=1 QUARL_HEAP_LIMIT=1 QUARL_SLOPOVER_EXIT=0", environment=self.environment)
         driver.malloc(600)

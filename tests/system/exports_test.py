@@ -13,7 +13,7 @@ WEAK = {"taSymTbl", "ulSymTblSize"}
 HOOKS = {f"__{name}_hook" for name in ("malloc", "free", "realloc", "memalign", "mmap", "munmap", "malloc_initialize")}
 ENTRIES = {"malloc", "free", "calloc", "realloc", "reallocarray", "memalign", "aligned_alloc", "posix_memalign",
            "valloc", "pvalloc", "malloc_usable_size", "mallopt", "mmap", "mmap64", "munmap", "__register_atfork",
-           "prctl", "syscall", "sbrk", "__sbrk", "brk", "dlopen", "dlmopen", "dlsym", "dlvsym", "sigaction",
+           "prctl", "syscall", "sbrk", "__sbrk", "brk", "dlopen", "dlmopen", "dlsym", "dlvsym", "dlclose", "sigaction",
            "signal", "bsd_signal", "ssignal", "sysv_signal", "__sysv_signal", "sigset"}
 RAW = {f"ext_{name}" for name in ("malloc", "free", "realloc", "memalign", "mmap", "munmap")} | {"pthread_self_pid"}
 

@@ -5,6 +5,8 @@
 // library, whose blocks are never ours; nothing is changed there.
 //
 // Who opens the C library itself and asks that handle for malloc or free (ctypes does) gets ours: what all others call.
+//
+// And the way by which libraries go, so that they can be told before.
 #include <dlfcn.h>
 #include <string.h>
 
@@ -12,6 +14,7 @@
 
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/loaded_symbols.h"
+#include "platform/unloading.h"
 
 namespace quarl::glibc {
 namespace {
@@ -41,8 +44,9 @@ uint64_t way_to(const char* name) {
 // own would be led around in a circle.
 bool goes_on(const char* name) {
   static constexpr const char* kNames[] = {
-      "dlopen", "dlmopen",   "dlsym",  "dlvsym",     "prctl",   "syscall",     "__register_atfork", "sbrk",  "__sbrk",
-      "brk",    "sigaction", "signal", "bsd_signal", "ssignal", "sysv_signal", "__sysv_signal",     "sigset"};
+      "dlopen",  "dlmopen",           "dlsym",   "dlvsym",      "dlclose",       "prctl",
+      "syscall", "__register_atfork", "sbrk",    "__sbrk",      "brk",           "sigaction",
+      "signal",  "bsd_signal",        "ssignal", "sysv_signal", "__sysv_signal", "sigset"};
   for (const char* each : kNames) {
     if (strcmp(name, each) == 0) return true;
   }
@@ -89,6 +93,10 @@ extern "C" {
 [[gnu::visibility("hidden")]] void* quarl_way_to_dlvsym(void* handle) {
   using namespace quarl::glibc;
   return looks_into_opened(handle) ? reinterpret_cast<void*>(find_version_in) : next_or_nothing("dlvsym");
+}
+[[gnu::visibility("hidden")]] void* quarl_way_to_dlclose(void* /*handle*/) {
+  if (quarl::before_unloading != nullptr) quarl::before_unloading();
+  return quarl::glibc::next_or_nothing("dlclose");
 }
 
 }  // extern "C"

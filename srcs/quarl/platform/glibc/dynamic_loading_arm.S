@@ -1,5 +1,5 @@
 // dlopen(file, flags) and dlmopen(namespace, file, flags): the flags lose in place what dynamic_loading.cpp does not let
-// pass. dlsym(handle, name) and dlvsym(handle, name, version). All go on by a jump, so that whom the loader takes for its
+// pass. dlsym(handle, name) and dlvsym(handle, name, version). dlclose(handle). All go on by a jump, so that whom the loader takes for its
 // caller is still the program. quarl_way_to_* return the function to go on to in r0 and the flags that may pass in r1.
     .syntax unified
     .arch armv5te
@@ -40,24 +40,21 @@ dlmopen:
     .fnend
     .size   dlmopen, . - dlmopen
 
-    .globl  dlsym
-    .type   dlsym, %function
+// The function takes the handle from r0.
+.macro by_handle name, function
+    .globl  \name
+    .type   \name, %function
     .align  2
-dlsym:
+\name:
     .fnstart
-    way     quarl_way_to_dlsym      // takes the handle from r0
+    way     \function
     bx      r12
     .fnend
-    .size   dlsym, . - dlsym
+    .size   \name, . - \name
+.endm
 
-    .globl  dlvsym
-    .type   dlvsym, %function
-    .align  2
-dlvsym:
-    .fnstart
-    way     quarl_way_to_dlvsym     // takes the handle from r0
-    bx      r12
-    .fnend
-    .size   dlvsym, . - dlvsym
+    by_handle dlsym, quarl_way_to_dlsym
+    by_handle dlvsym, quarl_way_to_dlvsym
+    by_handle dlclose, quarl_way_to_dlclose
 
     .section .note.GNU-stack, "", %progbits

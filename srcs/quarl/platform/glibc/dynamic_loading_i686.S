@@ -1,5 +1,5 @@
 // dlopen(file, flags) and dlmopen(namespace, file, flags): the flags lose in place what dynamic_loading.cpp does not let
-// pass. dlsym(handle, name) and dlvsym(handle, name, version). All go on by a jump, so that whom the loader takes for its
+// pass. dlsym(handle, name) and dlvsym(handle, name, version). dlclose(handle). All go on by a jump, so that whom the loader takes for its
 // caller is still the program. quarl_way_to_* return the function to go on to in eax and the flags that may pass in edx.
     .text
 
@@ -53,5 +53,6 @@ dlmopen:
 
     by_handle dlsym, quarl_way_to_dlsym
     by_handle dlvsym, quarl_way_to_dlvsym
+    by_handle dlclose, quarl_way_to_dlclose
 
     .section .note.GNU-stack, "", @progbits

@@ -8,6 +8,7 @@
 #include "platform/libc_hooks.h"
 #include "platform/mapped_object.h"
 #include "platform/print.h"
+#include "platform/unloading.h"
 #include "state/events/event_file.h"
 #include "state/events/event_lock.h"
 #include "state/events/event_modules.h"
@@ -88,9 +89,13 @@ void become(int pid) REQUIRES(event_lock) {
   __atomic_store_n(&dropped, 0, __ATOMIC_RELAXED);
 }
 
-bool begin_event(const char* kind) REQUIRES(event_lock) {
+bool begin_telling() REQUIRES(event_lock) {
   become(getpid());
-  if (!loaded_told && !send_loaded()) return false;
+  return loaded_told || send_loaded();
+}
+
+bool begin_event(const char* kind) REQUIRES(event_lock) {
+  if (!begin_telling()) return false;
   begin_line(event_line, kind);
   dropped_told = __atomic_load_n(&dropped, __ATOMIC_RELAXED);
   if (dropped_told != 0) event_line.number("dropped", dropped_told);
@@ -127,9 +132,7 @@ JsonLine& Event::line() const NO_THREAD_SAFETY_ANALYSIS {
 
 bool Event::resolve(const uint32_t* addresses, int count) const NO_THREAD_SAFETY_ANALYSIS {
   if (!ready_ || !whole || count <= 0) return false;
-  const auto tell = [](uint32_t id, const char* path, const MappedObject& object, uint32_t address)
-                        NO_THREAD_SAFETY_ANALYSIS { return send_module(id, path, object, address); };
-  whole = modules.resolve(addresses, count, tell, frames);
+  whole = modules.resolve(addresses, count, send_module, frames);
   return true;
 }
 
@@ -164,6 +167,7 @@ void settle_events() NO_THREAD_SAFETY_ANALYSIS {
   if (!file.settle(path) && errno != ENXIO) tell_unopened(path);
   detail::events_on = true;
   trouble_listener = tell_trouble;
+  before_unloading = tell_modules;
 }
 
 bool tell_loaded(Describer describe) NO_THREAD_SAFETY_ANALYSIS {
@@ -176,6 +180,15 @@ bool tell_loaded(Describer describe) NO_THREAD_SAFETY_ANALYSIS {
   if (!before && !send_loaded()) drop();
   event_lock.release();
   return !before;
+}
+
+void tell_modules() NO_THREAD_SAFETY_ANALYSIS {
+  const KeepErrno keep;
+  const HeldSignals held(events_wanted());
+  if (!events_wanted()) return;
+  const bool taken = event_lock.take();
+  if (!taken || !begin_telling() || !modules.tell_all(send_module)) drop();
+  if (taken) event_lock.release();
 }
 
 void leave_parent_events() NO_THREAD_SAFETY_ANALYSIS {

@@ -63,6 +63,9 @@ void settle_events();
 using Describer = void (*)(JsonLine& line);
 bool tell_loaded(Describer describe);
 
+// Tells the modules that are mapped now and were not told yet, for what refers to them later without a line of its own.
+void tell_modules();
+
 // In a forked child, on its only thread: it tells its own `loaded` before its first event.
 void leave_parent_events();
 

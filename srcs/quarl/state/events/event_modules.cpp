@@ -64,8 +64,15 @@ void EventModules::begin_process() {
   maps_.open(kOwnMaps, O_RDONLY);
 }
 
-bool EventModules::resolve(const uint32_t* addresses, int count, Teller tell, Frame* frames) {
-  for (int i = 0; i < count; ++i) frames[i] = {0, addresses[i]};
+struct EventModules::Code {
+  const MapsLine& line;
+  const MappedObject& object;
+  uint32_t base;  // where its file begins in memory
+};
+
+// Until a visit answers false, and that is the answer then.
+template <typename Wanted, typename Visit>
+bool EventModules::for_each_code(Wanted wanted, Visit visit) {
   MapsReader maps(path_, sizeof path_, maps_.is_ours() ? maps_.fd() : -1);
   MapsLine line;
   uint64_t file = 0;  // whose first byte lies at `base`
@@ -76,21 +83,41 @@ bool EventModules::resolve(const uint32_t* addresses, int count, Teller tell, Fr
       file = line.file_id;
       base = static_cast<uint32_t>(line.low);
     }
-    if (!line.executable || line.file_id != file || !holds_any(line, addresses, count)) continue;
+    if (!line.executable || line.file_id != file || !wanted(line)) continue;
     MappedObject object;
     if (!object.read(base, frame::kElfMachine, sys::copy_memory)) continue;
-    const uint32_t mark = mark_of(line.file_id, object);
-    uint32_t id = id_of(base, mark);
-    if (id == 0) {
-      restore_path(path_);
-      if (!tell(id = ++next_id_, path_, object, base)) return false;
-      keep(base, mark, id);
-    }
-    for (int i = 0; i < count; ++i) {
-      if (addresses[i] >= line.low && addresses[i] < line.high) frames[i] = {id, addresses[i] - object.bias};
-    }
+    if (!visit(Code{line, object, base})) return false;
   }
   return true;
+}
+
+// 0: it was to be told, and could not be.
+uint32_t EventModules::told_id(const Code& code, Teller tell) {
+  const uint32_t mark = mark_of(code.line.file_id, code.object);
+  if (const uint32_t known = id_of(code.base, mark)) return known;
+  restore_path(path_);
+  const uint32_t id = ++next_id_;
+  if (!tell(id, path_, code.object, code.base)) return 0;
+  keep(code.base, mark, id);
+  return id;
+}
+
+bool EventModules::resolve(const uint32_t* addresses, int count, Teller tell, Frame* frames) {
+  for (int i = 0; i < count; ++i) frames[i] = {0, addresses[i]};
+  const auto wanted = [=](const MapsLine& line) { return holds_any(line, addresses, count); };
+  return for_each_code(wanted, [&](const Code& code) {
+    const uint32_t id = told_id(code, tell);
+    for (int i = 0; id != 0 && i < count; ++i) {
+      const bool here = addresses[i] >= code.line.low && addresses[i] < code.line.high;
+      if (here) frames[i] = {id, addresses[i] - code.object.bias};
+    }
+    return id != 0;
+  });
+}
+
+bool EventModules::tell_all(Teller tell) {
+  const auto any = [](const MapsLine&) { return true; };
+  return for_each_code(any, [&](const Code& code) { return told_id(code, tell) != 0; });
 }
 
 }  // namespace quarl

@@ -1,5 +1,5 @@
-// The ELF files that frames lie in: each is told once, before the first frame in it. They are looked up in what the
-// kernel says is mapped at that moment, without the loader, its lists or its lock.
+// The ELF files that frames lie in: each is told once, before the first frame in it or before it may go. They are
+// looked up in what the kernel says is mapped at that moment, without the loader, its lists or its lock.
 #pragma once
 
 #include <cstddef>
@@ -22,6 +22,9 @@ class EventModules {
   // when one could not be told. At most kMostFrames.
   bool resolve(const uint32_t* addresses, int count, Teller tell, Frame* frames);
 
+  // Tells all that are mapped and were not told. As resolve().
+  bool tell_all(Teller tell);
+
   // In a process that begins, or in a child, which tells its modules anew. The mappings are kept open, for where a jail
   // has no /proc.
   void begin_process();
@@ -36,6 +39,11 @@ class EventModules {
   };
   static constexpr uint32_t kMost = 256;
 
+  struct Code;  // that is mapped, and its file
+
+  template <typename Wanted, typename Visit>
+  bool for_each_code(Wanted wanted, Visit visit);
+  uint32_t told_id(const Code& code, Teller tell);
   uint32_t id_of(uint32_t base, uint32_t mark) const;
   void keep(uint32_t base, uint32_t mark, uint32_t id);
 
