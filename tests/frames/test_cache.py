@@ -9,6 +9,11 @@ from pathlib import Path
 from tables import BUILD, DEADLINE, TOOL, Table, TablesTest
 
 PROGRAM = '#include <stdio.h>\n#include <stdlib.h>\nint main(void) { puts(getenv("QUARL_FRAMES") ?: "none"); return 0; }\n'
+LIBRARY = "#include <stdlib.h>\nvoid *give(void) { return malloc(77); }\n"
+LOADER = """#include <dlfcn.h>
+#include <stdio.h>
+int main(void) { return ((void *(*)(void))dlsym(dlopen("LIBRARY", RTLD_NOW), "give"))() == 0 || puts("gave") < 0; }
+"""
 
 
 class Cache(TablesTest):
@@ -23,6 +28,7 @@ class Cache(TablesTest):
         done = subprocess.run([TOOL, "run", *options, "--", program], capture_output=True, text=True, timeout=DEADLINE,
                               env=environment, check=False, cwd=self.folder)
         self.assertEqual(done.returncode, 0, done.stderr)
+        self.said = done.stderr
         return done.stdout.strip()
 
     def test_tables_are_made_once(self):
@@ -46,6 +52,17 @@ class Cache(TablesTest):
         tables = list(Path(folder).iterdir())
         self.assertGreaterEqual(len(tables), 3)
         self.assertEqual([path.suffix for path in tables if not Table(path).sound or path.suffix != ".frames"], [])
+
+    def test_a_library_that_came_later_has_rules_the_next_time(self):
+        for target in ("i686", "armhf"):
+            with self.subTest(target):
+                library = self.compiled(target, LIBRARY, "-shared", "-fPIC", name="late")
+                self.compiled(target, LOADER.replace("LIBRARY", str(library)))
+                said = [self.run_program(target) and self.said for _ in range(2)]
+                self.assertIn("quarl: a library that was loaded on the way had no unwind rules", said[0])
+                self.assertNotIn("unwind rules", said[1])
+                tables = [Table(path) for path in (self.folder / "cache/quarl/frames-1").iterdir()]
+                self.assertIn(library.name, [os.path.basename(table.path) for table in tables])
 
     def test_the_user_decides(self):
         self.assertEqual(self.run_program("i686", "--no-frames"), "none")

@@ -11,6 +11,7 @@
 #include "items/config_reader.h"
 #include "items/run_config.h"
 #include "message.h"
+#include "process/late_libraries.h"
 #include "process/run_end.h"
 #include "refusal.h"
 #include "target/launch_command.h"
@@ -64,8 +65,8 @@ Environment: QUARL_EVENTS, QUARL_MESSAGES=none and QUARL_END_SIGNALS=1 are set u
 your own in QUARL_EVENTS is followed; where it is a FIFO or a terminal, no stories are told.
 
 Traces: unwind rules of the program and of the libraries that its loader names are prepared first and kept below
-~/.cache/quarl (XDG_CACHE_HOME counts) for the next time; "quarl frames --help" tells more. Removing that folder has them
-made anew, as after debug files were installed. QUARL_FRAMES=DIR in the environment names tables of one's own.
+~/.cache/quarl (XDG_CACHE_HOME counts) for the next time; those of libraries that were loaded later are made at the end,
+for another run. "quarl frames --help" tells more. Removing that folder has them made anew, as after debug files were installed. QUARL_FRAMES=DIR in the environment names tables of one's own.
 
 Agent: with --agent it listens on 127.0.0.1, unless QUARL_AGENT_ADDRESS is set already (0.0.0.0 means all addresses of
 this machine). Whoever can connect to it steers the checker in the program.
@@ -147,6 +148,10 @@ void set_environment(LaunchCommand& command, const RunOptions& options, bool fin
     command.environment.push_back({"QUARL_KEEP", findings_only ? "findings" : "all"});
 }
 
+bool prepares_rules(const RunOptions& options) {
+  return !options.no_frames && std::getenv("QUARL_FRAMES") == nullptr;
+}
+
 int follow_run(RunOptions options, LaunchCommand command, const LogFolder& folder, const std::string& sysroot) {
   RunFiles files;
   std::string config = prepare_config(options, folder, files);
@@ -164,6 +169,7 @@ int follow_run(RunOptions options, LaunchCommand command, const LogFolder& folde
   RunEvents followed(events.empty() ? "/dev/null" : events, sysroot, options.settings.raw);
   TargetRun target(options.settings, followed);
   int status = target.run(command);
+  if (prepares_rules(options)) prepare_late_libraries(followed, folder.logs(findings_only, target.killed()), sysroot);
   tell_end(target, followed, folder, files, findings_only);
   return status;
 }
@@ -175,8 +181,8 @@ int run(const RunOptions& options) {
   std::string library = find_library(program.elf.target, options.library);
   std::vector<std::string> arguments(options.command.begin() + 1, options.command.end());
   LaunchCommand command = make_launch_command(program, arguments, library, sysroot);
-  if (!options.no_frames && std::getenv("QUARL_FRAMES") == nullptr) {
-    std::string frames = frames::cached_tables(loaded_files(command, program, sysroot), sysroot);
+  if (prepares_rules(options)) {
+    std::string frames = frames::cached_tables(loaded_files(command, program, sysroot), sysroot).folder;
     if (!frames.empty()) command.environment.push_back({"QUARL_FRAMES", frames});
   }
   LogFolder folder(options.settings.logs, program.path);

@@ -33,10 +33,11 @@ bool lacks_table(const std::string& path, const fs::path& folder) {
 
 }  // namespace
 
-std::string cached_tables(const std::vector<std::string>& files, const std::string& sysroot) {
+CachedTables cached_tables(const std::vector<std::string>& files, const std::string& sysroot) {
   fs::path folder = cache_folder();
   std::error_code error;
-  if (folder.empty() || (fs::create_directories(folder, error), error)) return "";
+  if (folder.empty() || (fs::create_directories(folder, error), error)) return {};
+  CachedTables tables{folder.string()};
   std::vector<std::string> sysroots;
   if (!sysroot.empty()) sysroots.push_back(sysroot);
   try {
@@ -46,11 +47,12 @@ std::string cached_tables(const std::vector<std::string>& files, const std::stri
     }
     TableOptions options;
     options.debug_path = debug_path({}, sysroots);
-    make_tables(lacking, folder.string(), options);
+    for (const Outcome& outcome : make_tables(lacking, tables.folder, options))
+      tables.made += outcome.table.empty() ? 0 : 1;
   } catch (const std::exception&) {
     // A full disk, a folder of somebody else: what is there is used.
   }
-  return folder.string();
+  return tables;
 }
 
 }  // namespace quarl::frames

@@ -6,8 +6,13 @@
 
 namespace quarl::frames {
 
+struct CachedTables {
+  std::string folder;  // empty when there can be none
+  size_t made = 0;     // tables that were not there yet
+};
+
 // Makes the tables of these files that are not in the cache yet, with the debug files of this machine and of the
-// sysroot. Files that get none are passed over. Returns the folder; empty when there can be none.
-std::string cached_tables(const std::vector<std::string>& files, const std::string& sysroot);
+// sysroot. Files that get none are passed over.
+CachedTables cached_tables(const std::vector<std::string>& files, const std::string& sysroot);
 
 }  // namespace quarl::frames
