@@ -171,6 +171,9 @@ void add_suppression_options(CLI::App& command, Options& options) {
                   "Leave out known leaks: lines leak:PATTERN, matched against function, file and module")
       ->type_name("FILE")
       ->check(CLI::Validator(CLI::ExistingFile).description(""));
+  command.add_flag_callback(
+      "--no-default-suppressions", [&options] { options.default_suppressions = false; },
+      "Also what the C and C++ libraries keep by design (report --list-suppressions)");
 }
 
 void add_site_options(CLI::App& command, Options& options) {

@@ -184,6 +184,9 @@ void check_summary(const Options& options) {
     throw CLI::ValidationError("FILE", "only --format sqlite takes several logs");
   if (import && !options.selection.empty())
     throw CLI::ValidationError("--format", "sqlite takes everything; choose in the database");
+  if (import && (!options.suppressions.empty() || !options.default_suppressions))
+    throw CLI::ValidationError("--format",
+                               "sqlite takes everything; the table kept_traces tells what is kept by design");
   if (import && options.output.empty()) throw CLI::RequiredError("--output (the database)");
 }
 
@@ -203,8 +206,14 @@ void add_verb(CLI::App& app, int& exit_status) {
   add_selection_options(*report, options->selection);
   add_site_options(*report, *options);
   for (const Verb& verb : verbs()) add_subverb(*report, options, verb, exit_status);
+  CLI::Option* list =
+      report->add_flag("--list-suppressions")->description("List what --no-default-suppressions would show");
   report->callback([=, &exit_status] {
     if (!report->get_subcommands().empty()) return;
+    if (list->count() != 0) {
+      exit_status = guarded(list_suppressions, *options);
+      return;
+    }
     check_summary(*options);
     options->top_given = has_option(*report, "--top");
     exit_status = guarded(summarise, *options);

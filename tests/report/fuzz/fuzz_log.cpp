@@ -37,7 +37,8 @@ void answer(const Log& log, const Snapshot& snapshot) {
   const Held& held = ledger.held();
   if (bytes != held.bytes + held.file_bytes || entries != held.entries) abort();
   uint64_t counted = 0;
-  for (const Level& level : build_histogram(ledger)) counted += level.usage.count;
+  auto for_each = [&](const auto& visit) { ledger.for_each_held(visit); };
+  for (const Level& level : build_histogram(for_each)) counted += level.usage.count;
   if (counted != entries) abort();
   Maps maps = log.maps(snapshot);
   for (const Mapping& mapping : maps.all()) {

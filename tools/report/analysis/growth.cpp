@@ -46,6 +46,7 @@ void Growth::add(uint32_t time, const SiteTable& sites) {
     series.points.push_back(site.usage);
   }
   times_.push_back(time);
+  left_out_ = sites.left_out();
 }
 
 bool Growth::by_time() const {

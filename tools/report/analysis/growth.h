@@ -30,6 +30,8 @@ class Growth {
   // Those that rise, the highest rank first.
   std::vector<GrownSite> sites() const;
   size_t snapshots() const { return times_.size(); }
+  // In the last of them.
+  const LeftOut& left_out() const { return left_out_; }
   const std::vector<uint32_t>& times() const { return times_; }
   // True when the slopes are those of seconds: every snapshot has a time, and they are not all of one moment.
   bool by_time() const;
@@ -42,6 +44,7 @@ class Growth {
   std::vector<double> axis() const;
 
   std::vector<uint32_t> times_;
+  LeftOut left_out_;
   std::unordered_map<std::string, Series> series_;  // by Site::key
 };
 

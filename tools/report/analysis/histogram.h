@@ -1,4 +1,4 @@
-// How many held and selected blocks and mappings fall into each of the five size levels that the library prints at
+// How many blocks and mappings fall into each of the five size levels that the library prints at
 // exit.
 #pragma once
 
@@ -20,10 +20,10 @@ Histogram empty_histogram();
 // Index of the level that a block of `size` bytes falls into.
 size_t level_of(uint32_t size);
 
-// Of what `owner`, a ledger or a subject, has to show.
-Histogram build_histogram(auto& owner) {
+// Of all entries with which `for_each` calls the function that it is given.
+Histogram build_histogram(const auto& for_each) {
   Histogram levels = empty_histogram();
-  owner.for_each_held([&](const LiveEntry& entry) { levels[level_of(entry.size)].usage += {entry.size, 1}; });
+  for_each([&](const LiveEntry& entry) { levels[level_of(entry.size)].usage += {entry.size, 1}; });
   return levels;
 }
 

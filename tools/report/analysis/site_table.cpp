@@ -51,7 +51,6 @@ SiteTable::TracePlace& SiteTable::place_of(TraceId trace) {
   if (place.known) return place;
   place.known = true;
   place.frames = symbolizer_.trace(traces_.addresses(trace));
-  place.hidden = !suppressions_.empty() && suppressions_.hides(place.frames);
   return place;
 }
 
@@ -66,8 +65,8 @@ void SiteTable::add(TraceId trace, uint32_t tid, uint32_t size, const SiteSum& s
 template <typename Part>
 void SiteTable::add_part(TraceId trace, uint32_t tid, uint32_t size, const Usage& usage, const Part& part) {
   TracePlace& place = place_of(trace);
-  (place.hidden ? suppressed_ : total_) += usage;
-  if (!place.hidden) site_of(trace, tid, size, place.frames).add(part);
+  total_ += usage;
+  site_of(trace, tid, size, place.frames).add(part);
 }
 
 std::string SiteTable::key_of(uint32_t tid, uint32_t size, const Frames& frames) const {

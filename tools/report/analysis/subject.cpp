@@ -46,9 +46,11 @@ const SiteTable& Subject::sites(Grouping grouping) {
 
 SiteTable Subject::sites_now(Grouping grouping) {
   const Ledger& ledger = pass().filling();
-  SiteTable sites(ledger.traces(), symbolizer(), grouping, suppressions_);
+  SiteTable sites(ledger.traces(), symbolizer(), grouping);
   ledger.for_each_held([&](const LiveEntry& entry) {
-    if (chooser().takes(entry, ledger.traces())) sites.add(entry);
+    if (!chooser().takes(entry, ledger.traces())) return;
+    const Hiding hiding = hiding_of(entry.trace);
+    hiding == Hiding::kNone ? sites.add(entry) : sites.leave_out(entry, hiding);
   });
   sites.finish();
   return sites;
@@ -60,20 +62,21 @@ ProfileSamples Subject::profile() {
   ledger();
   ProfileSamples samples;
   if (log_->kind() == LogKind::kRecords) samples = allocations.take();
-  for_each_held([&](const LiveEntry& entry) {
-    if (hidden(entry.trace)) return;
-    samples[{entry.trace, entry.tid}].in_use += {entry.size, 1};
-  });
+  for_each_unfreed([&](const LiveEntry& entry) { samples[{entry.trace, entry.tid}].in_use += {entry.size, 1}; });
   return samples;
 }
 
-bool Subject::hidden(TraceId trace) {
-  return !suppressions_.empty() && suppressions_.hides(symbolizer().trace(ledger().traces().addresses(trace)));
+Hiding Subject::hiding_of(TraceId trace) {
+  if (suppressions_.empty()) return Hiding::kNone;
+  const TraceTable& traces = pass().filling().traces();
+  if (trace >= hidings_.size()) hidings_.resize(traces.size());
+  std::optional<Hiding>& known = hidings_[trace];
+  if (!known) known = suppressions_.hiding_of(symbolizer().trace(traces.addresses(trace)));
+  return *known;
 }
 
 SiteTable Subject::table(Grouping grouping, Order order, const std::function<void(SiteTable&)>& fill) {
-  static const Suppressions kNone;
-  SiteTable table(ledger().traces(), symbolizer(), grouping, kNone);
+  SiteTable table(ledger().traces(), symbolizer(), grouping);
   fill(table);
   table.finish(order);
   return table;
@@ -87,6 +90,12 @@ Chooser& Subject::chooser() {
 void Subject::for_each_held(const std::function<void(const LiveEntry&)>& visit) {
   ledger().for_each_held([&](const LiveEntry& entry) {
     if (chooser().takes(entry, ledger().traces())) visit(entry);
+  });
+}
+
+void Subject::for_each_unfreed(const std::function<void(const LiveEntry&)>& visit) {
+  for_each_held([&](const LiveEntry& entry) {
+    if (hiding_of(entry.trace) == Hiding::kNone) visit(entry);
   });
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "report/analysis/profile_samples.h"
 #include "report/analysis/record_pass.h"
@@ -36,11 +37,13 @@ class Subject {
   Chooser chooser_at(uint32_t now) { return {selection_, symbolizer(), now}; }
   // Visits what is held and selected.
   void for_each_held(const std::function<void(const LiveEntry&)>& visit);
-  // What is held and selected, without what is suppressed.
+  // Of that, visits what is unfreed: without what is suppressed.
+  void for_each_unfreed(const std::function<void(const LiveEntry&)>& visit);
+  // What is unfreed.
   const SiteTable& sites(Grouping grouping = Grouping::kTrace);
   // The same at this moment, of a watcher that is told while the log is read.
   SiteTable sites_now(Grouping grouping);
-  // What is held, selected and not suppressed, and, of a record log that nothing was asked of yet, all that was ever
+  // What is unfreed, and, of a record log that nothing was asked of yet, all that was ever
   // allocated and is selected, by trace and thread.
   ProfileSamples profile();
   // Of whatever `fill` adds to it, with nothing suppressed.
@@ -66,7 +69,7 @@ class Subject {
   std::vector<ResidentEvent> resident_events() const;
   void add_resident_to(Timeline& timeline) const;
   void add_own_losses(std::vector<std::string>& notes);
-  bool hidden(TraceId trace);
+  Hiding hiding_of(TraceId trace);
   void compare_with_statistics(std::vector<std::string>& notes);
 
   std::shared_ptr<const Log> log_;
@@ -79,6 +82,7 @@ class Subject {
   std::optional<Symbolizer> symbolizer_;
   std::optional<RecordPass> pass_;
   std::optional<Chooser> chooser_;
+  std::vector<std::optional<Hiding>> hidings_;  // by trace id
   std::map<Grouping, SiteTable> sites_;
 };
 

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "report/analysis/default_rules.h"
+
 namespace quarl::report {
 namespace {
 
@@ -29,6 +31,18 @@ std::vector<std::string_view> split_at_stars(std::string_view pattern) {
   return pieces;
 }
 
+std::string_view trimmed(std::string_view line) {
+  constexpr std::string_view kBlanks = " \t\r\n\v\f";
+  line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
+  return line.substr(0, line.find_last_not_of(kBlanks) + 1);
+}
+
+// Of a line "leak:PATTERN"; empty when it is none.
+std::string_view pattern_in(std::string_view line) {
+  constexpr std::string_view kPrefix = "leak:";
+  return line.starts_with(kPrefix) ? line.substr(kPrefix.size()) : std::string_view();
+}
+
 }  // namespace
 
 bool pattern_matches(std::string_view pattern, std::string_view text) {
@@ -47,23 +61,27 @@ bool pattern_matches(std::string_view pattern, std::string_view text) {
 }
 
 void Suppressions::load(const std::string& path) {
-  constexpr std::string_view kPrefix = "leak:";
   std::ifstream file(path);
   if (!file) throw std::runtime_error(fmt::format("{}: cannot be read", path));
   std::string line;
   for (int number = 1; std::getline(file, line); ++number) {
-    while (!line.empty() && isspace(static_cast<unsigned char>(line.back()))) line.pop_back();
-    line.erase(0, std::min(line.find_first_not_of(" \t"), line.size()));
-    if (line.empty() || line.front() == '#') continue;
-    if (!line.starts_with(kPrefix) || line.size() == kPrefix.size()) {
+    const std::string_view text = trimmed(line);
+    if (text.empty() || text.front() == '#') continue;
+    const std::string_view pattern = pattern_in(text);
+    if (pattern.empty()) {
       throw std::runtime_error(
-          fmt::format("{}:{}: \"leak:PATTERN\" was expected, \"{}\" is there", path, number, line));
+          fmt::format("{}:{}: \"leak:PATTERN\" was expected, \"{}\" is there", path, number, text));
     }
-    add(line.substr(kPrefix.size()));
+    patterns_.emplace_back(pattern);
   }
 }
 
-bool Suppressions::hides(const Frames& frames) const {
+Hiding Suppressions::hiding_of(const Frames& frames) const {
+  if (user_hides(frames)) return Hiding::kByUser;
+  return defaults_ && default_rule_of(frames) != nullptr ? Hiding::kByDefault : Hiding::kNone;
+}
+
+bool Suppressions::user_hides(const Frames& frames) const {
   auto shown = [&](const std::string& pattern) {
     return std::any_of(frames.begin(), frames.end(), [&](const Frame& frame) {
       return (!frame.function.empty() && pattern_matches(pattern, frame.function)) ||

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "report/formats/json_document.h"
 #include "report/formats/site_rows.h"
 #include "report/formats/text_page.h"
 
@@ -60,10 +61,12 @@ Json growth_json(const Growth& growth, const std::vector<GrownSite>& sites, size
                      {"points", point_json(grown)},
                      {"frames", frames_json(grown.site.frames)}});
   }
-  return {{"axis", growth.by_time() ? "seconds" : "snapshots"},
-          {"times", growth.times()},
-          {"site_count", sites.size()},
-          {"sites", std::move(array)}};
+  Json document = {{"axis", growth.by_time() ? "seconds" : "snapshots"},
+                   {"times", growth.times()},
+                   {"site_count", sites.size()},
+                   {"sites", std::move(array)}};
+  add_left_out(document, growth.left_out());
+  return document;
 }
 
 void write_growth_text(Output& output, const Growth& growth, const std::vector<GrownSite>& sites, size_t top) {
@@ -71,6 +74,7 @@ void write_growth_text(Output& output, const Growth& growth, const std::vector<G
       "{} rise over {} snapshots; ranked by bytes a {} times steadiness, the share of snapshots that hold more than "
       "all before\n",
       output.bold(counted(sites.size(), "site")), growth.snapshots(), every(growth));
+  write_left_out(output, growth.left_out());
   for (size_t index = 0; index < std::min(top, sites.size()); ++index) write_site(output, growth, sites[index]);
   write_remainder(output, std::min(top, sites.size()), sites.size());
 }

@@ -43,20 +43,18 @@ class Page {
   }
 
  private:
-  PageCells held_cells(Subject& subject) {
+  PageCells unfreed_cells(Subject& subject) {
     PageCells cells(watches_.moments());
-    subject.for_each_held([&](const LiveEntry& entry) { cells.add(entry); });
+    subject.for_each_unfreed([&](const LiveEntry& entry) { cells.add(entry); });
     return cells;
   }
 
-  // The largest sites are taken first: what more there are than a page takes is summed up. `shown` are the stacks of
-  // the sites that are not suppressed, null for all.
-  Json cells_json(const PageCells& cells, Subject& subject, const std::set<size_t>* shown) {
+  // The largest sites are taken first: what more there are than a page takes is summed up.
+  Json cells_json(const PageCells& cells, Subject& subject) {
     std::unordered_map<TraceId, size_t> sites;
     Usage total, rest;
     for (const auto& [trace, usage] : cells.traces()) {
       size_t stack = stack_of(subject, trace);
-      if (shown != nullptr && !shown->contains(stack)) continue;
       total += usage;
       if (auto site = sites_.site_of(stack)) {
         sites[trace] = *site;
@@ -70,10 +68,8 @@ class Page {
   }
 
   Json held_json(const std::string& label, Subject& subject) {
-    std::set<size_t> shown;
-    for (const Site& site : subject.sites().sites()) shown.insert(sites_.stack_of(site.frames));
     Json json = {{"label", label}, {"time", subject.snapshot().header.time}};
-    json.update(cells_json(held_cells(subject), subject, &shown));
+    json.update(cells_json(unfreed_cells(subject), subject));
     return json;
   }
 
@@ -88,10 +84,10 @@ class Page {
   // Not what is held at the end, but what was held at the highest point, and what came and went.
   void add_flow() {
     const OpRecord& record = watches_.peak().record();
-    document_["peak"] = cells_json(watches_.peak_cells(), subject_, nullptr);
+    document_["peak"] = cells_json(watches_.peak_cells(), subject_);
     document_["peak"].update({{"bytes", watches_.peak().bytes()}, {"sequence", record.seq_num}, {"time", record.time}});
-    document_["hot"] = cells_json(watches_.hot_cells(), subject_, nullptr);
-    document_["temporary"] = cells_json(watches_.temporary_cells(), subject_, nullptr);
+    document_["hot"] = cells_json(watches_.hot_cells(), subject_);
+    document_["temporary"] = cells_json(watches_.temporary_cells(), subject_);
     document_["temporary"]["released"] = usage_json(watches_.released());
   }
 
@@ -168,7 +164,7 @@ class Page {
   // The largest of those that are held; the cells have the sums of all.
   void add_mappings() {
     std::vector<LiveEntry> held;
-    subject_.for_each_held([&](const LiveEntry& entry) {
+    subject_.for_each_unfreed([&](const LiveEntry& entry) {
       if (is_mapping(entry)) held.push_back(entry);
     });
     std::sort(held.begin(), held.end(), [](const LiveEntry& a, const LiveEntry& b) {

@@ -53,14 +53,19 @@ void add_summary(Json& document, Subject& subject, size_t top) {
                           {"file_peak", in_order ? Json(held.file_peak) : Json()},
                           {"count", held.entries}};
   if (auto resident = subject.resident()) document["resident"] = *resident;
-  document["histogram"] = to_json(histogram_rows(build_histogram(subject)));
+  document["histogram"] = to_json(histogram_rows(histogram_of_unfreed(subject)));
   document["faults"] = subject.ledger().faults().count();
   add_sites(document, subject.sites(), top, "unfreed");
 }
 
+void add_left_out(Json& document, const LeftOut& left_out) {
+  document["suppressed"] = usage_json(left_out.by_user);
+  document["suppressed_by_default"] = usage_json(left_out.by_default);
+}
+
 void add_sites(Json& document, const SiteTable& sites, size_t top, const char* member) {
   document[member] = usage_json(sites.total());
-  document["suppressed"] = usage_json(sites.suppressed());
+  add_left_out(document, sites.left_out());
   document["site_count"] = sites.sites().size();
   Json array = Json::array();
   for (size_t index = 0; index < std::min(top, sites.sites().size()); ++index)

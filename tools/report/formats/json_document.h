@@ -12,6 +12,8 @@ inline constexpr int kJsonVersion = 1;
 Json json_head(const char* verb, Subject& subject, const Desk& desk);
 Json log_json(Subject& subject);
 void add_summary(Json& document, Subject& subject, size_t top);
+// The members `suppressed` and `suppressed_by_default`.
+void add_left_out(Json& document, const LeftOut& left_out);
 // `member` is what all of them add up to.
 void add_sites(Json& document, const SiteTable& sites, size_t top, const char* member);
 Json tree_json(const CallNode& root);

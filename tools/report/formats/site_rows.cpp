@@ -107,6 +107,10 @@ Table statistics_rows(Subject& subject) {
   return table;
 }
 
+Histogram histogram_of_unfreed(Subject& subject) {
+  return build_histogram([&](const auto& visit) { subject.for_each_unfreed(visit); });
+}
+
 Table histogram_rows(const Histogram& histogram) {
   Table table{{{"size", "size in bytes"}, {"count", "blocks"}, {"bytes", "bytes"}}, {}};
   for (const Level& level : histogram) table.rows.push_back({name_of(level), level.usage.count, level.usage.bytes});

@@ -15,6 +15,7 @@ Table difference_rows(const std::vector<SiteDifference>& changes);
 // Calls, failures and bytes per operation, as the library's own table groups them; from the records where the log has
 // no statistics.
 Table statistics_rows(Subject& subject);
+Histogram histogram_of_unfreed(Subject& subject);
 Table histogram_rows(const Histogram& histogram);
 Table timeline_rows(const Timeline& timeline);
 Table thread_rows(const ThreadTallies& tallies);

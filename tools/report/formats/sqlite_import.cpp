@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <zlib.h>
 
+#include "report/analysis/default_rules.h"
 #include "report/analysis/statistics.h"
 #include "report/formats/operation_name.h"
 #include "report/formats/sqlite_schema.h"
@@ -27,13 +28,14 @@ struct SqliteImport::Statements {
         frame(database, "INSERT INTO frames VALUES (NULL, ?, ?, ifnull(?, ''), ifnull(?, ''), ?, ?)"),
         trace_of(database, "SELECT id FROM traces WHERE signature = ifnull(?, '')"),
         trace(database, "INSERT INTO traces VALUES (NULL, ifnull(?, ''))"),
+        kept_trace(database, "INSERT OR IGNORE INTO kept_traces VALUES (?, ?)"),
         trace_frame(database, "INSERT INTO trace_frames VALUES (?, ?, ?)"),
         record(database, "INSERT INTO records VALUES (NULL, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, 0)"),
         hold(database, "UPDATE records SET held = 1 WHERE id = ?"),
         sum_up(database, "UPDATE snapshots SET bytes = ?, peak = ?, file_bytes = ?, file_peak = ? WHERE id = ?") {}
 
   Statement operation, result, process_of, process, snapshot, statistics, thread, module_of, module, frame_of, frame,
-      trace_of, trace, trace_frame, record, hold, sum_up;
+      trace_of, trace, kept_trace, trace_frame, record, hold, sum_up;
 };
 
 namespace {
@@ -222,9 +224,15 @@ int64_t SqliteImport::trace(Symbolizer& symbolizer, const Frames& frames) {
     ids.push_back(frame(symbolizer, each));
     signature += fmt::format("{} ", ids.back());
   }
-  if (int64_t known = statements_->trace_of.find(0, signature)) return known;
+  int64_t id = statements_->trace_of.find(0, signature);
+  if (id == 0) id = add_trace(signature, ids);
+  if (const DefaultRule* rule = default_rule_of(frames)) statements_->kept_trace.run(id, std::string(rule->name));
+  return id;
+}
+
+int64_t SqliteImport::add_trace(const std::string& signature, const std::vector<int64_t>& ids) {
   statements_->trace.run(signature);
-  int64_t id = database_.last_id();
+  const int64_t id = database_.last_id();
   for (size_t position = 0; position < ids.size(); ++position) {
     statements_->trace_frame.run(id, static_cast<int64_t>(position), ids[position]);
   }

@@ -29,6 +29,7 @@ class SqliteImport {
   void sum_up(const Log& log, const Snapshot& snapshot, RecordPass& pass, int64_t id);
   void add_threads(const ThreadTallies& tallies, int64_t id);
   int64_t trace(Symbolizer& symbolizer, const Frames& frames);
+  int64_t add_trace(const std::string& signature, const std::vector<int64_t>& frames);
   int64_t frame(Symbolizer& symbolizer, const Frame& frame);
   int64_t module(Symbolizer& symbolizer, const std::string& path);
 

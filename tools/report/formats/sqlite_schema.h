@@ -66,6 +66,10 @@ CREATE TABLE IF NOT EXISTS trace_frames (
   frame_id INTEGER NOT NULL REFERENCES frames (id),
   PRIMARY KEY (trace_id, position)
 ) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS kept_traces (
+  trace_id INTEGER PRIMARY KEY REFERENCES traces (id),
+  rule TEXT NOT NULL
+);
 CREATE TABLE IF NOT EXISTS records (
   id INTEGER PRIMARY KEY,
   snapshot_id INTEGER NOT NULL REFERENCES snapshots (id),

@@ -32,7 +32,7 @@ void write_frames(Output& output, const Frames& frames) {
 
 Usage of_kind(Subject& subject, bool mapping, bool file) {
   Usage usage;
-  subject.for_each_held([&](const LiveEntry& entry) {
+  subject.for_each_unfreed([&](const LiveEntry& entry) {
     if (is_mapping(entry) != mapping || entry.from_file != file) return;
     usage += {entry.size, 1};
   });
@@ -81,7 +81,9 @@ void write_held(Output& output, Subject& subject) {
   write_field(output, "  heap", in_blocks(of_kind(subject, false, false)));
   write_field(output, "  mappings", in_blocks(of_kind(subject, true, false)));
   write_field(output, "  files", in_blocks(of_kind(subject, true, true)));
-  if (sites.suppressed().count != 0) write_field(output, "Suppressed", in_blocks(sites.suppressed()));
+  const LeftOut& left_out = sites.left_out();
+  if (left_out.by_user.count != 0) write_field(output, "Suppressed", in_blocks(left_out.by_user));
+  if (left_out.by_default.count != 0) write_field(output, "Left out", kept_text(left_out.by_default));
 }
 
 void write_neighbour(Output& output, Subject& subject, const char* side, const std::optional<Neighbour>& neighbour) {
@@ -119,6 +121,15 @@ std::string in_blocks(const Usage& usage) {
   return fmt::format("{} in {}", counted(usage.bytes, "byte"), counted(usage.count, "block"));
 }
 
+std::string kept_text(const Usage& usage) {
+  return in_blocks(usage) + " that the C and C++ libraries keep by design (--no-default-suppressions shows it)";
+}
+
+void write_left_out(Output& output, const LeftOut& left_out) {
+  if (left_out.by_user.count != 0) output.print("{} suppressed\n", in_blocks(left_out.by_user));
+  if (left_out.by_default.count != 0) output.print("left out: {}\n", kept_text(left_out.by_default));
+}
+
 void write_place(Output& output, const Site& site) {
   if (site.frames.empty()) output.print("    {}\n", site.name);
   write_frames(output, site.frames);
@@ -146,7 +157,7 @@ void write_summary(Output& output, Subject& subject, size_t top) {
   write_statistics(output, subject);
   write_held(output, subject);
   output.print("\n{}\n", output.bold("Unfreed by size"));
-  write_text(output, histogram_rows(build_histogram(subject)));
+  write_text(output, histogram_rows(histogram_of_unfreed(subject)));
   output.print("\n");
   write_field(output, "Faults", grouped(subject.ledger().faults().count()));
   const std::vector<Site>& sites = subject.sites().sites();
@@ -157,7 +168,7 @@ void write_summary(Output& output, Subject& subject, size_t top) {
 
 void write_sites(Output& output, const SiteTable& sites, size_t top, const std::string& state) {
   output.print("{} {}\n", output.bold(in_blocks(sites.total())), state);
-  if (sites.suppressed().count != 0) output.print("{} suppressed\n", in_blocks(sites.suppressed()));
+  write_left_out(output, sites.left_out());
   size_t shown = 0;
   for (const Site& site : sites.sites()) {
     if (shown++ == top) break;
@@ -173,10 +184,11 @@ void write_tree(Output& output, const CallNode& root, const char* order) {
   write_node(output, root, "  ", root.usage.bytes);
 }
 
-void write_changes(Output& output, const std::vector<SiteDifference>& changes, size_t top) {
+void write_changes(Output& output, const std::vector<SiteDifference>& changes, size_t top, const LeftOut& left_out) {
   int64_t bytes = 0, blocks = 0;
   for (const SiteDifference& change : changes) bytes += change.bytes(), blocks += change.count();
   output.print("{} bytes in {} blocks between the two\n", output.bold(grouped_sign(bytes)), grouped_sign(blocks));
+  write_left_out(output, left_out);
   size_t shown = 0;
   for (const SiteDifference& change : changes) {
     if (shown++ == top) break;

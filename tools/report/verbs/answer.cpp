@@ -3,6 +3,7 @@
 #include <charconv>
 #include <filesystem>
 
+#include "report/formats/text_page.h"
 #include "report/reading/log_error.h"
 
 namespace quarl::report {
@@ -42,6 +43,7 @@ const char* name_of(View view) {
 Answer::Answer(const Options& options)
     : options_(options), output_(options.output, options.color, options.names), desk_(options.desk) {
   if (!options.suppressions.empty()) suppressions_.load(options.suppressions);
+  if (options.default_suppressions) suppressions_.add_defaults();
 }
 
 Subject Answer::open(const std::string& argument, Wanted wanted) {
@@ -49,6 +51,12 @@ Subject Answer::open(const std::string& argument, Wanted wanted) {
   std::shared_ptr<const Log>& log = logs_[path];
   if (!log) log = std::make_shared<const Log>(path, options_.kind);
   return Subject(log, choose(*log, number), desk_, suppressions_, options_.selection, wanted);
+}
+
+void Answer::note_left_out(const LeftOut& left_out) const {
+  const bool told = format() == Format::kText || format() == Format::kJson || format() == Format::kHtml;
+  if (told || left_out.by_default.count == 0) return;
+  fmt::print(stderr, "quarl report: left out: {}\n", kept_text(left_out.by_default));
 }
 
 int Answer::finish(Subject& subject) {

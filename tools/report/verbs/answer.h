@@ -27,6 +27,8 @@ class Answer {
   // meant. Throws LogError when the log cannot be read or has no such snapshot. Subjects of one file share its log.
   Subject open(const std::string& argument, Wanted wanted = {});
 
+  // In formats that have no place for it, tells on standard error what the default rules leave out.
+  void note_left_out(const LeftOut& left_out) const;
   // Writes out the answer, and the notes and warnings to standard error. Returns the exit status.
   int finish(Subject& subject);
   int finish(const std::vector<std::string>& notes);

@@ -51,7 +51,8 @@ Table caller_rows(const CallNode& root) {
   return table;
 }
 
-void write(Answer& answer, Subject& subject, const CallNode& root, const Usage& all) {
+void write(Answer& answer, Subject& subject, const CallNode& root, const SiteTable& sites) {
+  const Usage& all = sites.total();
   const Options& options = answer.options();
   switch (options.format) {
     case Format::kJson: {
@@ -59,6 +60,7 @@ void write(Answer& answer, Subject& subject, const CallNode& root, const Usage& 
       document["function"] = options.function;
       document["view"] = name_of(options.view);
       document["all"] = usage_json(all);
+      add_left_out(document, sites.left_out());
       document["tree"] = tree_json(root);
       return write_json(answer.output(), document);
     }
@@ -69,6 +71,7 @@ void write(Answer& answer, Subject& subject, const CallNode& root, const Usage& 
     default:
       answer.output().print("{} of {} {}: through {}\n", answer.output().bold(in_blocks(root.usage)), in_blocks(all),
                             name_of(options.view), options.function);
+      write_left_out(answer.output(), sites.left_out());
       return write_tree(answer.output(), root, "functions above, their callers below");
   }
 }
@@ -80,7 +83,8 @@ int report_callers(const Options& options) {
   Subject subject = answer.open(options.files.front());
   const SiteTable& sites = sites_of(subject, options.view);
   const CallNode root = build_caller_tree(sites.sites(), options.function);
-  write(answer, subject, root, sites.total());
+  write(answer, subject, root, sites);
+  answer.note_left_out(sites.left_out());
   answer.finish(subject.log().notes());
   if (root.usage.count != 0) return 0;
   fmt::print(stderr, "quarl report: no call trace has a function that matches {}\n", options.function);

@@ -11,8 +11,11 @@ namespace quarl::report {
 namespace {
 
 void write_json_of(Answer& answer, Subject& before, Subject& after, const std::vector<SiteDifference>& changes) {
+  const Grouping grouping = answer.options().grouping;
   Json document = json_head("diff", after, answer.desk());
   document["before"] = log_json(before);
+  add_left_out(document["before"], before.sites(grouping).left_out());
+  add_left_out(document, after.sites(grouping).left_out());
   document["change_count"] = changes.size();
   document["changes"] = changes_json(changes, answer.top());
   write_json(answer.output(), document);
@@ -59,8 +62,9 @@ int report_difference(const Options& options) {
       answer.output().write(html->text(&before, answer.desk()));
       break;
     default:
-      write_changes(answer.output(), changes, answer.top());
+      write_changes(answer.output(), changes, answer.top(), later.left_out());
   }
+  answer.note_left_out(later.left_out());
   std::vector<std::string> losses = before.losses();
   for (const std::string& loss : after.losses()) losses.push_back(loss);
   int status = answer.finish(all_notes(before, after));

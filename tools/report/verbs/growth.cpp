@@ -80,6 +80,7 @@ int report_growth(const Options& options) {
                     options.files.front(), kFewestSnapshots, growth.snapshots()));
   }
   write_growth(answer, last, growth);
+  answer.note_left_out(growth.left_out());
   return answer.finish(last.log().notes());
 }
 

@@ -13,6 +13,7 @@ int report_leaks(const Options& options) {
   if (profile) answer.output().write(pprof_of(subject));
   const SiteTable& sites = subject.sites(options.grouping);
   if (!profile) write_site_answer(answer, subject, sites, {"leaks", "unfreed", "unfreed", Json::object(), {}});
+  answer.note_left_out(sites.left_out());
   int status = answer.finish(subject);
   return status != 0 ? status : answer.judge(sites.total(), subject.losses());
 }

@@ -38,6 +38,7 @@ struct Options {
   std::optional<LogKind> kind;
   DeskOptions desk;
   std::string suppressions;
+  bool default_suppressions = true;
   std::optional<uint64_t> fail_on_leak;  // bytes
   ColorChoice color = ColorChoice::kAuto;
   Names names = Names::kShort;

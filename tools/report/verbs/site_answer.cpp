@@ -20,9 +20,10 @@ void write_site_json(Answer& answer, Subject& subject, const SiteTable& sites, c
 
 void write_site_text(Answer& answer, const SiteTable& sites, const SiteAnswer& what) {
   for (const std::string& line : what.lines) answer.output().print("{}\n", line);
-  if (answer.options().tree) return write_tree(answer.output(), build_call_tree(sites.sites()));
-  bool traces = sites.grouping() == Grouping::kTrace;
+  const bool traces = sites.grouping() == Grouping::kTrace && !answer.options().tree;
   if (traces) return write_sites(answer.output(), sites, answer.top(), what.state);
+  write_left_out(answer.output(), sites.left_out());
+  if (answer.options().tree) return write_tree(answer.output(), build_call_tree(sites.sites()));
   write_text(answer.output(),
              without_column(site_rows(sites.sites(), answer.top(), answer.output().names()), "source"));
 }

@@ -56,6 +56,7 @@ int summarise(const Options& options) {
   bool page = options.format == Format::kHtml;
   Subject subject = answer.open(options.files.front(), {.timeline = page, .threads = page});
   write(answer, subject);
+  if (answer.format() != Format::kCsv) answer.note_left_out(subject.sites().left_out());
   int status = answer.finish(subject);
   return status != 0 ? status : answer.judge(subject.sites().total(), subject.losses());
 }

@@ -7,6 +7,7 @@
 namespace quarl::report {
 
 int summarise(const Options& options);
+int list_suppressions(const Options& options);
 int report_leaks(const Options& options);
 int report_difference(const Options& options);
 int report_timeline(const Options& options);

@@ -11,9 +11,16 @@ function peakAbout({ bytes, sequence, time }) {
   return `What was held at the highest point, ${counted(bytes, "byte")}${when ? ` reached ${when}` : ""}.`;
 }
 
+// What the default rules and the reader's own left out.
+function leftOut({ suppressed, suppressed_by_default: kept }) {
+  const usage = ({ bytes, count }) => `${counted(bytes, "byte")} in ${counted(count, "block")}`;
+  return (suppressed.count ? ` ${usage(suppressed)} suppressed.` : "") +
+    (kept.count ? ` Left out: ${usage(kept)} that the C and C++ libraries keep by design.` : "");
+}
+
 // The views that the log can tell of; `compared`: whether with other snapshots.
 function viewList() {
-  const views = [{ id: "leaks", title: "Unfreed", about: "What is held at the end, by who asked for it.", ...blocks, compared: true, ...data.held_now }];
+  const views = [{ id: "leaks", title: "Unfreed", about: `What is held at the end, by who asked for it.${leftOut(data)}`, ...blocks, compared: true, ...data.held_now }];
   if (!data.peak) return views;
   return [...views,
     { id: "peak", title: "Peak", ...blocks, about: peakAbout(data.peak), ...data.peak },
