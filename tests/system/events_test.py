@@ -86,7 +86,7 @@ class Faults(EventCase):
         second.send(f"free {inner + 32:#x}")
         driver.await_that(lambda: len(self.told("parked")) == 2, "the second stop")
         twice, passed = self.told("fault")
-        self.assertEqual((twice["kind"], twice["found"], twice["block"]), ("double-free", "release", {"address": f"{block:#x}"}))
+        self.assertEqual((twice["kind"], twice["found"], twice["block"]["address"]), ("double-free", "release", f"{block:#x}"))
         self.assertEqual((passed["kind"], passed["found"], passed["block"]["address"]), ("head-overrun", "search", f"{broken:#x}"))
         self.assertEqual([event["thread"] for event in self.told("parked")], [first.tid, second.tid])
         for worker in (first, second):
@@ -96,6 +96,59 @@ class Faults(EventCase):
         driver.set_word(broken - 4, broken | 3)
         self.assert_ends(driver, driver.out)
         self.assertEqual(self.told()[-1]["faults"], 2)
+
+    def test_what_is_known_of_a_released_block(self):
+        """Its header outlives it, but for what the allocator keeps there; nothing is told of one that was written over."""
+        driver = self.driver(QUIET_END, environment=self.environment)
+        driver.malloc(16)
+        nest = "repeat 1 " * 4
+        blocks = {size: int(driver.do(f"{nest}malloc {size}")) for size in (12, 600, 3000)}
+        driver.fill(int(driver.do(nest + "malloc 16")) + 16, 0, 1)
+        driver.check()
+        events = self.told()
+        made = addresses(events, events[-1], events[-1]["block"]["allocated"])
+        for number, (size, block) in enumerate(blocks.items(), 2):
+            worker = driver.spawn()
+            driver.free(block)
+            worker.send(f"free {block:#x}")
+            driver.await_that(lambda: len(self.told("parked")) == number - 1, "the stop")
+            events = self.told()
+            told = [event for event in events if event.kind == "fault"][-1]
+            lost, known = told["block"].pop("lost", 0), addresses(events, told, told["block"].pop("allocated"))
+            self.assertEqual(told["block"], {"address": f"{block:#x}", "size": size, "operation": "malloc", "seq": number,
+                                             "thread": driver.pid})
+            self.assertEqual(known, made[lost:])
+            self.assertLess(lost, len(made))
+        worker, block = driver.spawn(), driver.malloc(12)
+        driver.free(block)
+        driver.fill(block - 40, 0x41, 34)
+        worker.send(f"free {block:#x}")
+        driver.await_that(lambda: len(self.told("parked")) == 4, "the stop")
+        self.assertEqual(self.told("fault")[-1]["block"], {"address": f"{block:#x}"})
+        driver.kill()
+
+    def test_what_a_damaged_header_says_is_not_believed(self):
+        driver = self.driver(QUIET_END, environment=self.environment)
+        driver.malloc(16)
+        block = driver.malloc(40)
+        header = [driver.word(block - 4 * i) for i in range(1, 13)]
+        driver.fill(block - 48, 0x41, 48)
+        driver.check()
+        self.assertEqual(self.told("fault")[-1]["block"], {"address": f"{block:#x}", "damaged": True})
+        for i, word in enumerate(header, 1):
+            driver.set_word(block - 4 * i, word)
+        driver.set_word(block - 16, 0x41414141)
+        driver.check()
+        size_wrong = self.told("fault")[-1]["block"]
+        driver.set_word(block - 16, 40)
+        driver.set_word(block - 4, 0x41414141)
+        driver.check()
+        link_wrong = self.told("fault")[-1]["block"]
+        self.assertEqual((size_wrong.pop("damaged"), link_wrong.pop("size")), (True, 40))
+        self.assertEqual(size_wrong, link_wrong)
+        self.assertEqual({key: link_wrong[key] for key in ("operation", "seq", "thread")},
+                         {"operation": "malloc", "seq": 2, "thread": driver.pid})
+        driver.kill()
 
     def test_links_that_lead_nowhere(self):
         driver = self.driver(QUIET_END, environment=self.environment)

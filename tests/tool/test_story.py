@@ -39,10 +39,14 @@ def calls(*places):
     return "".join(f"      {name:<{width}}   {where}\n" for name, where in places)
 
 
+TWICE = "quarl: victim_[PID]: a block of 40 bytes released twice\n  allocated  #1 by thread TID, malloc\n"
+RELEASED = "  released   not recorded; with QUARL_OUTPUT_LOG=1 the record log tells by whom\n"
+
+
 def free_twice(fate="it is ended now"):
     main = ("main", line_of("act(arguments[i]);"))
-    return ("quarl: victim_[PID]: the block at ADDRESS released twice\n  found      when it was released again\n" +
-            calls(("free_twice", line_of("free(block);  // again")), ("act", line_of("free_twice();  // act")), main) +
+    made = calls(("free_twice", line_of("void* block = malloc(40);")), ("act", line_of("free_twice();  // act")), main)
+    return (TWICE + made + RELEASED + "  found      when it was released again\n" + calls(("free_twice", line_of("free(block);  // again")), ("act", line_of("free_twice();  // act")), main) +
             f"  the thread was stopped there; {fate}\n")
 
 
@@ -87,12 +91,11 @@ class RealPrograms(ToolTest):
     def test_outermost_frames_of_a_thread_are_left_out(self):
         for target in ("i686", "armhf"):
             with self.subTest(target):
-                self.assertEqual(self.told(target, "thread"),
-                                 "quarl: victim_[PID]: the block at ADDRESS released twice\n"
-                                 "  found      when it was released again\n" +
-                                 calls(("free_twice", line_of("free(block);  // again")),
-                                       ("free_twice_in_thread", line_of("free_twice();  // thread"))) +
-                                 "  the thread was stopped there; it is ended now\n")
+                outer = ("free_twice_in_thread", line_of("free_twice();  // thread"))
+                self.assertEqual(re.sub("#[0-9]+", "#1", self.told(target, "thread")),
+                                 TWICE + calls(("free_twice", line_of("void* block = malloc(40);")), outer) +
+                                 RELEASED + "  found      when it was released again\n" +
+                                 calls(("free_twice", line_of("free(block);  // again")), outer) + "  the thread was stopped there; it is ended now\n")
 
 
 class Desk(ToolTest):
@@ -186,6 +189,29 @@ class Written(ToolTest):
                              f"  in         thread 7\n      0x00000010\n  address    {text} a block of 12 bytes{end}\n"
                              "  allocated  #2, malloc\n")
             self.assertTrue(told.endswith("quarl: no faults; 1 crash; what was kept is not known\n"), told)
+
+    def test_blocks_of_which_little_is_known(self):
+        """Nothing is said of them that is not there; and where the answer is."""
+        def told(kind, block, *before):
+            return self.tell(self.loaded(), *before, self.event("fault", kind=kind, found="release", block=block, bytes=[]))
+        head = told("head-overrun", {"address": "0x1000", "damaged": True})
+        self.assertEqual(stories(head), "quarl: app[7]: memory was written in front of the block at 0x00001000\n"
+                         "  allocated  not known: its header is damaged\n  found      when it was released\n")
+        twice = told("double-free", {"address": "0x1000"})
+        self.assertEqual(stories(twice), "quarl: app[7]: the block at 0x00001000 released twice\n"
+                         "  allocated  not known any more: its memory was used since\n" + RELEASED +
+                         "  found      when it was released again\n")
+        block = {"address": "0x1000", "size": 5, "operation": "malloc", "lost": 2}
+        twice = told("double-free", block, self.event("log", kind="record", path="/l/app_7_quarlAll.log"))
+        self.assertEqual(stories(twice), "quarl: app[7]: a block of 5 bytes released twice\n"
+                         "  allocated  malloc; its innermost calls are overwritten\n"
+                         "  released   the record log tells by whom: quarl report events --address 0x1000 /l/app_7_quarlAll.log\n"
+                         "  found      when it was released again\n")
+        near = {"address": "0x1000", "damaged": True, "distance": 20}
+        crash = self.tell(self.loaded(), self.event("crash", signal=11, at="0x1014", near=near))
+        self.assertEqual(stories(crash), "quarl: app[7]: ended by SIGSEGV: no access to 0x00001014\n  in         thread 7\n"
+                         "  address    20 bytes behind the first byte of the block at 0x00001000\n"
+                         "  allocated  not known: its header is damaged\n")
 
     def test_other_events(self):
         told = self.tell(

@@ -51,6 +51,20 @@ std::string double_free_head(const Event& event) {
   return event.fields().text("found") == "resize" ? name + " resized after its release" : name + " released twice";
 }
 
+// The checker keeps nothing of a release; the record log does, when there is one.
+void add_first_release(Page& page, const Process& process, const Fields& block) {
+  if (!block.trace("released").empty()) return;
+  if (!block.number("size")) page.line("allocated", "not known any more: its memory was used since");
+  auto log = std::find_if(process.logs.begin(), process.logs.end(),
+                          [](const std::string& path) { return path.ends_with("_quarlAll.log"); });
+  if (log == process.logs.end()) {
+    page.line("released", "not recorded; with QUARL_OUTPUT_LOG=1 the record log tells by whom");
+  } else {
+    page.line("released", fmt::format("the record log tells by whom: quarl report events --address 0x{:x} {}",
+                                      block.address("address").value_or(0), *log));
+  }
+}
+
 std::string found_text(const std::string& found, bool twice) {
   if (found == "release") return twice ? "when it was released again" : "when it was released";
   if (found == "resize") return "when it was resized";
@@ -84,7 +98,10 @@ Page fault_page(const Process& process, const Event& event, PlaceFinder& places)
   const bool twice = fields.text("kind") == "double-free", tail = fields.text("kind") == "tail-overrun";
   const bool known = twice || tail || fields.text("kind") == "head-overrun";
   Page page(process.name(), !known ? fields.text("kind") : twice ? double_free_head(event) : overrun_head(event, tail));
-  if (auto block = fields.object("block")) add_history(page, process, *block, places);
+  if (auto block = fields.object("block")) {
+    add_history(page, process, *block, places);
+    if (twice) add_first_release(page, process, *block);
+  }
   page.line("found", found_text(fields.text("found"), twice), places.calls(process, fields.trace("trace")));
   if (!twice) add_bytes(page, fields, tail);
   return page;

@@ -15,6 +15,8 @@ std::string name_of_signal(int signal) {
   return name == nullptr ? fmt::format("signal {}", signal) : fmt::format("SIG{}", name);
 }
 
+constexpr std::string_view kTextStart = "quarl: ";  // of what is printed without a page around it
+
 // Where an address lies that is `distance` bytes from a block's first one.
 std::string near_text(const Fields& block, int64_t distance) {
   std::string relation = block.text("relation"), name = name_of_block(block);
@@ -23,6 +25,7 @@ std::string near_text(const Fields& block, int64_t distance) {
   if (relation == "before") return fmt::format("{} in front of {}", bytes(distance == INT64_MIN ? 0 : -distance), name);
   if (relation == "behind") return fmt::format("{} behind the end of {}", bytes(distance - size), name);
   if (relation == "released") return fmt::format("{} into {} that was released", bytes(distance), name);
+  if (relation.empty()) return fmt::format("{} behind the first byte of {}", bytes(distance), name);
   return fmt::format("{} into {}", bytes(distance), name);
 }
 
@@ -67,6 +70,7 @@ Page limit_page(const Process& process, const Event& event, PlaceFinder& places)
 Page trouble_page(const Process& process, const Event& event) {
   Fields fields = event.fields();
   std::string head = fields.text("text").empty() ? "trouble with " + fields.text("what") : fields.text("text");
+  if (head.starts_with(kTextStart)) head.erase(0, kTextStart.size());
   for (const char* key : {"path", "error"}) {
     std::string detail = fields.text(key);
     if (!detail.empty() && head.find(detail) == std::string::npos) head += ": " + detail;

@@ -44,22 +44,29 @@ void report_signal(const Crash& crash) {
 }
 
 void put_place(const NearBlock& near, Report* report) {
-  const OpRecord& block = near.row;
   if (near.relation == BlockRelation::kInside) {
     report->format("quarl: the address is byte %d of", static_cast<int>(near.distance));
   } else {
-    const char* side = near.relation == BlockRelation::kBehind ? "behind" : "in front of";
+    const bool above = near.relation == BlockRelation::kBehind;
+    const char* side = !above ? "in front of" : near.block.sized ? "behind" : "behind the first byte of";
     report->format("quarl: the address is %u bytes %s", near.gap, side);
   }
-  report->format(" a block of %u bytes at 0x%lx, %s #%u by thread %u\n", block.size, digits(block.start_addr),
-                 operation_name(block.operation), block.seq_num, block.tid);
+}
+
+void put_block(const KnownBlock& block, Address p, Report* report) {
+  if (block.sized) report->format(" a block of %u bytes at 0x%lx", block.row.size, digits(p));
+  if (!block.sized) report->format(" a block at 0x%lx whose header is damaged", digits(p));
+  const OpRecord& row = block.row;
+  if (block.made) report->format(", %s #%u by thread %u", operation_name(row.operation), row.seq_num, row.tid);
+  report->format("\n");
+  if (block.made) put_calls("allocated from", row.trace, row.stack_depth, report);
 }
 
 void report_block(const NearBlock& near) {
   if (!near) return;
   Report report;
   put_place(near, &report);
-  put_calls("allocated from", near.row.trace, near.row.stack_depth, &report);
+  put_block(near.block, near.p, &report);
   write_to_standard_error(report);
 }
 
@@ -78,14 +85,10 @@ const char* name_of(BlockRelation relation) {
 }
 
 void put_near(const Event& event, const NearBlock& near) {
-  const OpRecord& block = near.row;
-  JsonLine& line = event.line();
-  line.open_object("near").text("relation", name_of(near.relation)).integer("distance", near.distance);
-  line.address("address", block.start_addr).number("size", block.size);
-  line.text("operation", operation_name(block.operation));
-  if (block.seq_num != 0) line.number("seq", block.seq_num);
-  if (block.tid != 0) line.number("thread", block.tid);
-  event.trace("allocated", block.trace, block.stack_depth);
+  JsonLine& line = event.line().open_object("near");
+  const bool known = near.block.sized || near.relation == BlockRelation::kBefore;
+  line.text("relation", known ? name_of(near.relation) : nullptr).integer("distance", near.distance);
+  put_known(event, near.p, near.block);
   line.close();
 }
 

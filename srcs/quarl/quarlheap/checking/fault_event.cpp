@@ -1,7 +1,7 @@
 #include "quarlheap/checking/fault_event.h"
 
+#include "quarlheap/checking/known_block.h"
 #include "quarlheap/model/call_trace.h"
-#include "quarlheap/model/operation_name.h"
 #include "state/events/event.h"
 
 namespace quarl {
@@ -11,8 +11,9 @@ constinit FoundBy::Way found_by GUARDED_BY(hook_mutex) = FoundBy::kUnsaid;
 constinit bool stops GUARDED_BY(hook_mutex) = false;
 constinit uint32_t faults GUARDED_BY(hook_mutex) = 0;
 
-// Of the call that met the fault: not on a stack that may be a signal handler's.
+// The call that met the fault, and the block: not on a stack that may be a signal handler's.
 constinit uint32_t finder[kMaxTrace] GUARDED_BY(hook_mutex){};
+constinit KnownBlock known GUARDED_BY(hook_mutex){};
 
 const char* kind_of(FaultCode code) {
   switch (code) {
@@ -56,8 +57,8 @@ void put_wrong(JsonLine& line, Address at, const uint32_t* expected) {
 bool put_wrong_link(JsonLine& line, Address p, HeaderWord which) REQUIRES(hook_mutex) {
   if (!link_is_wrong(p, which)) return false;
   uint32_t expected = 0;
-  const bool known = find_right_link(p, which, &expected);
-  put_wrong(line, p + static_cast<uint32_t>(4 * which), known ? &expected : nullptr);
+  const bool right_known = find_right_link(p, which, &expected);
+  put_wrong(line, p + static_cast<uint32_t>(4 * which), right_known ? &expected : nullptr);
   return true;
 }
 
@@ -75,23 +76,27 @@ void put_wrong_head(JsonLine& line, DoubtfulBlock block) REQUIRES(hook_mutex) {
   if (!found) put_wrong(line, p + static_cast<uint32_t>(4 * kUserSize), nullptr);
 }
 
-void put_block(const Event& event, DoubtfulBlock block, const OpRecord* row) {
-  JsonLine& line = event.line();
-  line.open_object("block").address("address", block.p());
-  if (row != nullptr) {
-    line.number("size", row->size).text("operation", operation_name(row->operation));
-    if (row->seq_num != 0) line.number("seq", row->seq_num);
-    if (row->tid != 0) line.number("thread", row->tid);
-    event.trace("allocated", row->trace, static_cast<int8_t>(row->stack_depth));
-  }
+void put_block(const Event& event, DoubtfulBlock block) REQUIRES(hook_mutex) {
+  JsonLine& line = event.line().open_object("block");
+  put_known(event, block.p(), known);
   line.close();
 }
 
-void put_wrong_bytes(JsonLine& line, DoubtfulBlock block, FaultCode code, const OpRecord* row) REQUIRES(hook_mutex) {
+void put_wrong_bytes(JsonLine& line, DoubtfulBlock block, FaultCode code) REQUIRES(hook_mutex) {
+  if (code == QR_FAULT_DOUBLE_FREE) return;
   line.open_array("bytes");
-  if (code == QR_FAULT_TAIL) put_wrong(line, block.p() + row->size, &kTailGuardWord);
+  if (code == QR_FAULT_TAIL) put_wrong(line, block.p() + known.size(), &kTailGuardWord);
   if (code == QR_FAULT_HEAD) put_wrong_head(line, block);
   line.close();
+}
+
+// The event of one that is being told.
+void put_fault(const Event& event, DoubtfulBlock block, FaultCode code, int finder_depth) REQUIRES(hook_mutex) {
+  JsonLine& line = event.line();
+  line.text("kind", kind_of(code)).text("found", way_found()).flag("stops", stops);
+  put_block(event, block);
+  put_wrong_bytes(line, block, code);
+  event.trace("trace", finder, finder_depth);
 }
 
 }  // namespace
@@ -108,18 +113,13 @@ void expect_fault_that_stops(bool search) {
   if (search) found_by = FoundBy::kSearch;
 }
 
-void tell_fault(DoubtfulBlock block, FaultCode code, const OpRecord* row) {
+void tell_fault(DoubtfulBlock block, FaultCode code) {
   ++faults;
   if (events_wanted()) {
     const int depth = trace_finder(reinterpret_cast<HookFrame>(__builtin_frame_address(0)));
-    const Event event("fault");
-    if (event) {
-      JsonLine& line = event.line();
-      line.text("kind", kind_of(code)).text("found", way_found()).flag("stops", stops);
-      put_block(event, block, row);
-      if (row != nullptr) put_wrong_bytes(line, block, code, row);
-      event.trace("trace", finder, depth);
-    }
+    known = {};
+    code == QR_FAULT_DOUBLE_FREE ? know_released(block, &known) : know_live(block, &known);
+    if (const Event event("fault"); event) put_fault(event, block, code, depth);
   }
   if (!stops) return;
   stops = false;

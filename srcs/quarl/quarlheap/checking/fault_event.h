@@ -1,7 +1,6 @@
 // The event of a fault: which block, what is wrong with it, and who met it.
 #pragma once
 
-#include "logs/format.h"
 #include "quarlheap/checking/block_check.h"
 
 namespace quarl {
@@ -24,8 +23,8 @@ class FoundBy {
 // For a fault that stops the calling thread, which is told next: it goes back to no FoundBy.
 void expect_fault_that_stops(bool search) REQUIRES(hook_mutex);
 
-// Counts the fault, and tells it with the row that its report has; null: of a block whose header says nothing.
-void tell_fault(DoubtfulBlock block, FaultCode code, const OpRecord* row) REQUIRES(hook_mutex);
+// Counts the fault and tells it.
+void tell_fault(DoubtfulBlock block, FaultCode code) REQUIRES(hook_mutex);
 
 // Faults found in this process.
 uint32_t faults_found() REQUIRES(hook_mutex);

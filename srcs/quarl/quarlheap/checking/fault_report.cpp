@@ -50,7 +50,7 @@ void report_overrun(DoubtfulBlock block, FaultCode code) REQUIRES(hook_mutex) {
   fill_fault_row(block, at_head ? kKindSlopHead : kKindSlopTail, &record);
   log_fault(record);
   print_overrun(at_head ? kHeadOverrun : kTailOverrun, record);
-  tell_fault(block, code, &record);
+  tell_fault(block, code);
 }
 
 }  // namespace
@@ -71,7 +71,7 @@ void qr_report_fault(DoubtfulBlock block, int code) {
       text.format("other fault!\n");
   }
   write_at_once(text);
-  if (code == QR_FAULT_DOUBLE_FREE) tell_fault(block, QR_FAULT_DOUBLE_FREE, nullptr);
+  if (code == QR_FAULT_DOUBLE_FREE) tell_fault(block, QR_FAULT_DOUBLE_FREE);
 }
 
 }  // namespace quarl

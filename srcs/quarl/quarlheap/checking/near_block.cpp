@@ -1,7 +1,6 @@
 #include "quarlheap/checking/near_block.h"
 
 #include "quarlheap/checking/block_check.h"
-#include "quarlheap/model/block_row.h"
 #include "quarlheap/model/used_list.h"
 
 namespace quarl {
@@ -43,8 +42,9 @@ void find_near_block(Address at, NearBlock* found) {
   found->relation = best.relation;
   if (!*found) return;
   found->gap = best.gap;
+  found->p = nearest.p();
   found->distance = static_cast<int32_t>(at - nearest.p());
-  fill_live_row(nearest, &found->row);
+  know_live(nearest, &found->block);
 }
 
 }  // namespace quarl

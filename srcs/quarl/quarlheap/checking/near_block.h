@@ -1,8 +1,7 @@
 // The live block that an address lies in or next to.
 #pragma once
 
-#include "quarlheap/model/block_header.h"
-#include "state/hook_lock.h"
+#include "quarlheap/checking/known_block.h"
 
 namespace quarl {
 
@@ -10,9 +9,10 @@ enum class BlockRelation : uint8_t { kNone, kInside, kBehind, kBefore };
 
 struct NearBlock {
   BlockRelation relation = BlockRelation::kNone;
-  uint32_t gap = 0;      // bytes between the address and the block
+  Address p = 0;         // the block
+  uint32_t gap = 0;      // bytes between the address and the block; of one without a known size its first byte
   int32_t distance = 0;  // from its first byte, negative before it
-  OpRecord row;          // what its header tells
+  KnownBlock block;
 
   explicit operator bool() const { return relation != BlockRelation::kNone; }
 };

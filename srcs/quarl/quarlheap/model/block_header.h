@@ -167,6 +167,11 @@ class DoubtfulBlock {
     const HeaderLayout layout = header::layout(p_);
     return {p_, bounded_offset(layout, kFieldsSize[layout.fields]), layout};
   }
+  // By the fields that it ought to have, whatever its flags say.
+  BoundedBlock bounded_by(HeaderLayout layout) const {
+    if (!can_be_block() || !page_is_live(p_ - kLongestFields)) return {};
+    return {p_, bounded_offset(layout, kFieldsSize[layout.fields]), layout};
+  }
   // The same of a block that has this layout; false, too, when it has another or does not name itself.
   [[gnu::always_inline]] BoundedBlock bounded_as(HeaderLayout layout) const {
     const bool has_it = all_fields_can_be_read() && header::is_of_layout(p_, layout);
