@@ -218,6 +218,23 @@ class Kinds(EventCase):
             self.assertEqual(module["address"], module["bias"])
         self.assert_ends(driver, driver.out)
 
+    def test_items_that_are_numbers_and_texts(self):
+        driver = self.driver("QUARL_ALL=1\nQUARL_MEM_HEAD=1\nQUARL_SIG=SIGUSR2\nQUARL_HEAD_TIME=2\nQUARL_TIMER_SIG=40\n"
+                             "QUARL_TIME_INTERVAL=7\nQUARL_SLOPOVER_USER=41\nQUARL_LOG_FILENAME=mine\nQUARL_MMAP=0\n",
+                             environment=self.environment)
+        told = self.told("loaded")[0]["items"]
+        expected = {"QUARL_SIG": int(signal.SIGUSR2), "QUARL_HEAD_TIME": 2, "QUARL_TIMER_SIG": 40, "QUARL_TIME_INTERVAL": 7,
+                    "QUARL_SLOPOVER_USER": 41, "QUARL_LOG_FILENAME": "mine", "QUARL_MMAP": None, "QUARL_HEAD_TID": 1}
+        self.assertEqual({key: told.get(key) for key in expected}, expected)
+        self.assertEqual(driver.finish(), 0)
+        self.path.unlink()
+        driver = self.driver("", environment=self.environment)
+        told = self.told("loaded")[0]["items"]
+        expected = {"QUARL_SIG": int(signal.SIGUSR1), "QUARL_HEAD_TIME": 1, "QUARL_TIMER_SIG": int(signal.SIGALRM),
+                    "QUARL_TIME_INTERVAL": None, "QUARL_SLOPOVER_USER": None, "QUARL_LOG_FILENAME": None, "QUARL_MMAP": 1}
+        self.assertEqual({key: told.get(key) for key in expected}, expected)
+        self.assertEqual(driver.finish(), 0)
+
     def test_library_in_the_place_of_another(self):
         libraries = [self.target.build / "victims" / f"libreopened_{room}.so" for room in (16, 400)]
         driver = self.driver(QUIET_END + "QUARL_SLOPOVER_FREE=1 QUARL_HEAD_STACKDEPTH=2", environment=self.environment)

@@ -33,9 +33,10 @@ Effect set_log_filename(Settings&, const ItemRow&, const char* value) {
   return effect;
 }
 
-Effect set_dump_signal(Settings&, const ItemRow&, const char* value) {
+Effect set_dump_signal(Settings& cfg, const ItemRow&, const char* value) {
   constexpr int kUnnamed = 0;
   const int named = signal_of_value(value, kUnnamed);
+  cfg.dump_signal = named == kUnnamed ? kDefaultDumpSignal : named;
   if (named == kUnnamed) return with_number(Effect::kOfferDumpSignal, kDefaultDumpSignal);
   return with_number(Effect::kHandleDumpSignal, named);
 }
@@ -134,7 +135,8 @@ Effect set_slopover_api(Settings& cfg, const ItemRow& row, const char* value) {
 
 Effect set_slopover_user(Settings& cfg, const ItemRow& row, const char* value) {
   put(cfg, row, true);
-  return with_number(Effect::kHandleCheckSignal, leading_number(value));
+  cfg.check_signal = leading_number(value);
+  return with_number(Effect::kHandleCheckSignal, cfg.check_signal);
 }
 
 }  // namespace quarl

@@ -61,6 +61,8 @@ struct Settings {
   int snap_interval = 0;                // seconds between automatic snapshots, 0: none
   uint32_t next_snap_time = 0;          // when the next one is due, in seconds of the checker clock
   int timer_clock_on = 0;               // 1: the interval timer is wanted or running
+  int dump_signal = 0;                  // QUARL_SIG that is handled, 0: none
+  int check_signal = 0;                 // of QUARL_SLOPOVER_USER
   int random_seeded = 0;                // 1: the generator of QUARL_RANDOM_FAIL was seeded
 };
 extern Settings settings;

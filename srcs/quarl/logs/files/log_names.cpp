@@ -29,6 +29,10 @@ void set_log_names(const char* prefix) {
   renew_log_names();
 }
 
+const char* log_prefix() {
+  return prefix_in_use;
+}
+
 void renew_log_names() {
   set_name(record_log_name, prefix_in_use, "_quarlAll.log");
   set_name(snapshot_log_name, "", "_quarl.log");

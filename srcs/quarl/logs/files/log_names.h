@@ -13,6 +13,9 @@ extern char autosnap_log_name[kNameSize];
 // NAME_PID_quarl_autosnap.log for the others. The prefix has at most 15 characters and is remembered.
 void set_log_names(const char* prefix);
 
+// The one in use, "" for none.
+const char* log_prefix();
+
 // In a forked child: the same with its own id.
 void renew_log_names();
 

@@ -45,6 +45,14 @@ bool is_to_stay_ignored(int number) {
   return keeps_libc_promises() && sigaction(number, nullptr, &inherited) == 0 && inherited.sa_handler == SIG_IGN;
 }
 
+void offer_dump_signal(int number) {
+  if (is_to_stay_ignored(number)) {
+    settings.dump_signal = 0;
+  } else {
+    signal(number, handle_dump_signal);
+  }
+}
+
 // A forked child has no timer, and its parent's configuration file must not end it.
 void refuse_snapshots() {
   if (forked_child) return;
@@ -63,8 +71,7 @@ void carry_out(const Effect& effect) {
     case Effect::kNameLogs:
       return set_log_names(effect.text);
     case Effect::kOfferDumpSignal:
-      if (is_to_stay_ignored(effect.number)) return;
-      [[fallthrough]];
+      return offer_dump_signal(effect.number);
     case Effect::kHandleDumpSignal:
       signal(effect.number, handle_dump_signal);
       return;

@@ -75,6 +75,10 @@ void start_interval_timer(int seconds) {
   timer_interval = seconds;
 }
 
+int interval_of_timer() {
+  return timer_interval;
+}
+
 void delete_interval_timer() {
   if (settings.timer_clock_on == 0) return;
   // timer_clock_on alone says that it is wanted; the interval that it runs.

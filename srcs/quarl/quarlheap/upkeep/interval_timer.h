@@ -7,6 +7,9 @@ namespace quarl {
 // failure is told (print_trouble) and clears timer_clock_on.
 void start_interval_timer(int seconds);
 
+// Its period in seconds; 0 while none runs.
+int interval_of_timer();
+
 void delete_interval_timer();
 
 // No tick comes between the two.
