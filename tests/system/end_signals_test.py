@@ -141,15 +141,16 @@ class EndSignals(case.Case):
             self.assertNotIn("handle_end_signal", shown)
             self.assertEqual(int(re.search(r"\$1 = 0x([0-9a-f]+)", shown)[1], 16), int(story[5], 16))
 
-    @promise("The main thread's stack may have overflowed: the checker works on stacks of its own, and the program's own alternate stack "
-             "stays what it is.")
+    @promise("The stack may have overflowed, that of the main thread or of another that has allocated: the checker works on stacks of its "
+             "own, and the program's own alternate stack stays what it is.")
     def test_stack_overflow(self):
-        for way in ("overflow", "small_stack"):
+        for way in ("overflow", "small_stack", "thread_overflow", "child_overflow"):
             with self.subTest(way):
                 process = self.ends(way)
                 self.assertEqual(process.finish(), -signal.SIGSEGV)
                 story = STORY.search(process.err)
-                log = self.log_of(process)
+                log = self.log_of(process, pid=int(story[2]))
+                self.assertEqual(way in ("overflow", "small_stack"), story[2] == story[3])
                 calls = self.names(log, addresses(story[6]))
                 self.assertEqual((len(calls), set(calls)), (64, {"fall"}))
                 self.assertIn(NEVER_GIVEN_BACK, self.sizes(log))

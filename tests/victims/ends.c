@@ -96,6 +96,29 @@ static void threads(void) {
   pthread_join(thread[0], NULL);
 }
 
+// Threads that have allocated, one after the other, and the last one's stack overflows.
+static void* fall_in_thread(void* depth) {
+  free(malloc(10));
+  return depth == NULL ? NULL : (void*)(long)fall(0);
+}
+
+static void thread_overflow(void) {
+  for (int i = 0; i < 200; ++i) {
+    pthread_t thread;
+    pthread_create(&thread, NULL, fall_in_thread, (void*)(long)(i == 199));
+    pthread_join(thread, NULL);
+  }
+}
+
+static void child_overflow(void) {
+  pid_t forked = fork();
+  if (forked == 0) thread_overflow();
+  int status = 0;
+  waitpid(forked, &status, 0);
+  announce("child", (void*)(long)forked);
+  raise(WTERMSIG(status));
+}
+
 static void small_stack(void) {
   static char stack[8192];
   stack_t alternate = {.ss_sp = stack, .ss_size = sizeof stack};
@@ -187,7 +210,8 @@ __attribute__((noipa)) void go(const char* way) {
                {"inside", inside},       {"bus", bus},         {"trap", trap},         {"abort", aborted},
                {"allocator", allocator}, {"checker", checker}, {"threads", threads},   {"small_stack", small_stack},
                {"suspended", suspended}, {"own", own},         {"restored", restored}, {"child", child},
-               {"borrowed", borrowed},   {"busy", busy}};
+               {"borrowed", borrowed},   {"busy", busy},       {"thread_overflow", thread_overflow},
+               {"child_overflow", child_overflow}};
   for (unsigned i = 0; i < sizeof kWays / sizeof *kWays; ++i) {
     if (strcmp(kWays[i].name, way) == 0) kWays[i].function();
   }

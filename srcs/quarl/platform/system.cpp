@@ -85,6 +85,10 @@ void send_to_this_thread(int number, siginfo_t* info) {
   system_call(SYS_tgkill, process, thread, number);
 }
 
+bool thread_exists(int thread) {
+  return call(SYS_tgkill, getpid(), thread, 0) == 0 || errno != ESRCH;
+}
+
 bool stat_fd(int fd, struct stat64* out) {
   const OwnCall own;
   return !own.refused() && fstat64(fd, out) == 0;

@@ -49,6 +49,9 @@ bool wait_writable(int fd, int milliseconds);  // room for PIPE_BUF bytes of a p
 // Sends a signal to the calling thread, with the words that it came with when it did. Blocked, it waits for the thread.
 void send_to_this_thread(int number, siginfo_t* info);
 
+// Whether the process has a thread of that id.
+bool thread_exists(int thread);
+
 // Also in a process that has confined itself: a report of a fault, and what a lock cannot do without.
 void write_regardless(int fd, const void* data, size_t size);  // one plain write
 // Whether the aligned word at this address can be read: the kernel is asked, which answers without a fault.

@@ -31,11 +31,18 @@ inline ThreadCache& thread_cache() {
   return quarl_thread_cache;
 }
 
+// Called on each thread when it first asks for its id, which it knows then; null for nobody. Under the hook lock or not,
+// in signal handlers too.
+using ThreadGreeter = void (*)();
+extern ThreadGreeter thread_greeter;
+
+// Asks for the id of the calling thread, and has it greeted.
+[[gnu::cold, gnu::noinline]] int meet_thread();
+
 // Kernel task id of the calling thread: one system call per thread.
 inline int current_tid() {
-  ThreadCache& cache = thread_cache();
-  if (__builtin_expect(cache.tid == 0, 0)) cache.tid = pthread_self_pid();
-  return cache.tid;
+  const int tid = thread_cache().tid;
+  return __builtin_expect(tid != 0, 1) ? tid : meet_thread();
 }
 
 // Marks the calling thread as inside the checker: its calls of public entries reach the raw ones.

@@ -13,6 +13,7 @@
 #include "platform/system.h"
 #include "quarlheap/checking/crash_report.h"
 #include "quarlheap/lifecycle/checker_end.h"
+#include "quarlheap/lifecycle/signal_stacks.h"
 #include "quarlheap/model/used_list.h"
 #include "quarlheap/upkeep/dump.h"
 #include "quarlheap/upkeep/end_event.h"
@@ -28,7 +29,6 @@ constexpr int kPatience = 1000;       // milliseconds for another thread to leav
 constexpr int kLastPatience = 60000;  // for another thread to end the process
 constexpr int kSteps = 7;
 constexpr uint32_t kStepStack = 64 << 10;
-constexpr uint32_t kAlternateStack = 64 << 10;
 
 struct EndSignal {
   int number;
@@ -249,14 +249,6 @@ uint32_t own_stack(uint32_t size) {
   return memory != MAP_FAILED ? address_of(memory) : 0;
 }
 
-// Where the main thread's own stack may have overflowed.
-void give_alternate_stack() {
-  stack_t present{};
-  if (sigaltstack(nullptr, &present) != 0 || (present.ss_flags & SS_DISABLE) == 0) return;
-  const stack_t own = {pointer_to(own_stack(kAlternateStack)), 0, kAlternateStack};
-  if (own.ss_sp != nullptr) sigaltstack(&own, nullptr);
-}
-
 bool asked_for() {
   const char* value = environment("QUARL_END_SIGNALS");
   return value != nullptr && strcmp(value, "1") == 0;
@@ -272,7 +264,7 @@ void install_end_signals() {
   if (!asked_for()) return;
   if (!wanted) {
     step_stacks = own_stack((kSteps + 1) * kStepStack);
-    give_alternate_stack();
+    give_signal_stacks();
   }
   wanted = true;
   for (const EndSignal& each : kEndSignals) {
