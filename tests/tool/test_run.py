@@ -216,8 +216,30 @@ class Status(Run):
         run = self.start("run", "--", victim("i686"), "wait")
         self.read_until(run.stdout, "waiting")
         run.send_signal(signal.SIGALRM)
-        self.read_until(run.stderr, "quarl: the program was ended by SIGALRM\n")
+        self.read_until(run.stderr, "quarl: the program was ended by SIGALRM, without a story\n")
         self.assertEqual(run.wait(DEADLINE), 128 + signal.SIGALRM)
+
+    def test_end_without_a_word(self):
+        """Why nothing is known of what was kept, and what tells it."""
+        past = "quarl: the program left past the checker's end, by _exit or .*quarl dump PID"
+        killed = "quarl: the program was ended by SIGKILL, which no program sees come"
+        blocked = "quarl: the program was ended by SIGSEGV without a story: the signal was blocked"
+        for acts, status, told in ((["leave"], 7, past), (["killed"], 137, killed), (["blocked"], 139, blocked),
+                                   (["in-thread", "blocked"], 139, blocked)):
+            with self.subTest(acts):
+                result = self.run_victim("i686", *acts)
+                self.assertEqual(result.returncode, status)
+                self.assertRegex(result.stderr, f"^{told}")
+                self.assertIn("\nquarl: no faults; what was kept is not known", result.stderr)
+        self.assertNotIn("_exit", self.run_victim("i686").stderr)
+
+    def test_overflow_of_a_threads_stack(self):
+        for target in ("i686", "armhf"):
+            with self.subTest(target):
+                result = self.run_victim(target, "in-thread", "deep")
+                self.assertEqual(result.returncode, 139)
+                self.assertRegex(result.stderr, r"quarl: victim_\w+\[\d+\]: ended by SIGSEGV: no access to 0x\w+\n"
+                                 r"  in         thread \d+\n(      fall +victim.c:\d+\n)+")
 
     def test_signals(self):
         result = self.run_victim("i686", "abort")

@@ -43,6 +43,16 @@ TWICE = "quarl: victim_[PID]: a block of 40 bytes released twice\n  allocated  #
 RELEASED = "  released   not recorded; with QUARL_OUTPUT_LOG=1 the record log tells by whom\n"
 
 
+OVERWRITTEN = "; its innermost calls are overwritten"
+
+
+def without_innermost(told):
+    """Of a block that was released twice the story without its first call: the allocator may have kept its lists there."""
+    if OVERWRITTEN in told:
+        return told.replace(OVERWRITTEN, "")
+    return re.sub(r"(  allocated .*\n)      free_twice .*\n", r"\1", told)
+
+
 def free_twice(fate="it is ended now"):
     main = ("main", line_of("act(arguments[i]);"))
     made = calls(("free_twice", line_of("void* block = malloc(40);")), ("act", line_of("free_twice();  // act")), main)
@@ -82,7 +92,7 @@ class RealPrograms(ToolTest):
                                  "  allocated  #1 by thread TID, malloc\n" + under + "  found      when it was released\n" +
                                  self.aligned(released, "underrun") +
                                  "  in front   2a 00 00 00, should be WORD, 4 bytes before it\n" + stopped)
-                self.assertEqual(self.told(target, "double"), free_twice())
+                self.assertEqual(without_innermost(self.told(target, "double")), without_innermost(free_twice()))
 
     def aligned(self, text, longest):
         """Names of a story stand in one column."""
@@ -92,10 +102,12 @@ class RealPrograms(ToolTest):
         for target in ("i686", "armhf"):
             with self.subTest(target):
                 outer = ("free_twice_in_thread", line_of("free_twice();  // thread"))
-                self.assertEqual(re.sub("#[0-9]+", "#1", self.told(target, "thread")),
-                                 TWICE + calls(("free_twice", line_of("void* block = malloc(40);")), outer) +
-                                 RELEASED + "  found      when it was released again\n" +
-                                 calls(("free_twice", line_of("free(block);  // again")), outer) + "  the thread was stopped there; it is ended now\n")
+                expected = (TWICE + calls(("free_twice", line_of("void* block = malloc(40);")), outer) + RELEASED +
+                            "  found      when it was released again\n" +
+                            calls(("free_twice", line_of("free(block);  // again")), outer) +
+                            "  the thread was stopped there; it is ended now\n")
+                told = re.sub("#[0-9]+", "#1", self.told(target, "thread"))
+                self.assertEqual(without_innermost(told), without_innermost(expected))
 
 
 class Desk(ToolTest):

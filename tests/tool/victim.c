@@ -161,6 +161,21 @@ static void show_contract(void) {
   free(empty);
 }
 
+// The stack of whoever calls it overflows.
+static volatile int deepest = 1 << 30;
+static int fall(int depth) {
+  volatile char room[4000];
+  room[0] = (char)depth;
+  return depth < deepest ? fall(depth + 1) + room[0] : 0;
+}
+
+static void die_of_what_is_blocked(void) {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, NULL);
+  *(volatile int*)8 = 1;
+}
+
 static void act(const char* what) {
   if (!strcmp(what, "double")) free_twice();  // act
   if (!strcmp(what, "thread")) in_thread();
@@ -173,6 +188,9 @@ static void act(const char* what) {
     printf("###### slop over occurs at tail of a memory block whose detail info is as follows:\n");
   if (!strcmp(what, "abort")) abort();
   if (!strcmp(what, "leave")) _exit(7);
+  if (!strcmp(what, "killed")) raise(SIGKILL);
+  if (!strcmp(what, "blocked")) die_of_what_is_blocked();
+  if (!strcmp(what, "deep")) kept = (void*)(intptr_t)fall(0);
   if (!strcmp(what, "serve")) serve();
   if (!strcmp(what, "stay")) stay();
   if (!strcmp(what, "hold")) hold();
@@ -194,7 +212,21 @@ static void act(const char* what) {
   }
 }
 
+static void* act_in_thread(void* what) {
+  free(malloc(10));
+  act(what);
+  return NULL;
+}
+
 int main(int count, char** arguments) {
-  for (int i = 1; i < count; ++i) act(arguments[i]);
+  for (int i = 1; i < count; ++i) {
+    pthread_t thread;
+    if (strcmp(arguments[i], "in-thread") != 0) {
+      act(arguments[i]);
+    } else if (++i < count) {
+      pthread_create(&thread, NULL, act_in_thread, arguments[i]);
+      pthread_join(thread, NULL);
+    }
+  }
   return 7;
 }

@@ -206,11 +206,25 @@ __attribute__((noipa)) void go(const char* way) {
   static const struct {
     const char* name;
     void (*function)(void);
-  } kWays[] = {{"null", null},           {"wild", wild},       {"overflow", overflow}, {"behind", behind},
-               {"inside", inside},       {"bus", bus},         {"trap", trap},         {"abort", aborted},
-               {"allocator", allocator}, {"checker", checker}, {"threads", threads},   {"small_stack", small_stack},
-               {"suspended", suspended}, {"own", own},         {"restored", restored}, {"child", child},
-               {"borrowed", borrowed},   {"busy", busy},       {"thread_overflow", thread_overflow},
+  } kWays[] = {{"null", null},
+               {"wild", wild},
+               {"overflow", overflow},
+               {"behind", behind},
+               {"inside", inside},
+               {"bus", bus},
+               {"trap", trap},
+               {"abort", aborted},
+               {"allocator", allocator},
+               {"checker", checker},
+               {"threads", threads},
+               {"small_stack", small_stack},
+               {"suspended", suspended},
+               {"own", own},
+               {"restored", restored},
+               {"child", child},
+               {"borrowed", borrowed},
+               {"busy", busy},
+               {"thread_overflow", thread_overflow},
                {"child_overflow", child_overflow}};
   for (unsigned i = 0; i < sizeof kWays / sizeof *kWays; ++i) {
     if (strcmp(kWays[i].name, way) == 0) kWays[i].function();

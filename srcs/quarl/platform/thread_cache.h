@@ -31,8 +31,8 @@ inline ThreadCache& thread_cache() {
   return quarl_thread_cache;
 }
 
-// Called on each thread when it first asks for its id, which it knows then; null for nobody. Under the hook lock or not,
-// in signal handlers too.
+// Called on each thread when it first asks for its id, which it knows then; null for nobody. Under the hook lock or
+// not, in signal handlers too.
 using ThreadGreeter = void (*)();
 extern ThreadGreeter thread_greeter;
 

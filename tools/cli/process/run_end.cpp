@@ -1,5 +1,6 @@
 #include "process/run_end.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -8,6 +9,7 @@
 #include "items/signal_text.h"
 #include "message.h"
 #include "process/proc.h"
+#include "story/telling/pages.h"
 #include "story/telling/summary.h"
 
 namespace quarl {
@@ -36,10 +38,35 @@ void tell_left_out(const TargetRun& run, const RunEvents& events) {
       run.pid());
 }
 
+// Checked, and gone without its last words.
+bool ended_without_a_word(const TargetRun& run, const RunEvents& events) {
+  const story::Process* main = events.processes().find(run.pid());
+  return main != nullptr && main->loaded && !main->ending;
+}
+
+// Of a signal that the program should have told of.
+std::string why_no_story(int signal) {
+  if (signal == SIGKILL) return ", which no program sees come: no logs were written at the end";
+  const char* wanted = std::getenv("QUARL_END_SIGNALS");
+  if (wanted != nullptr && std::string_view(wanted) != "1") return "; QUARL_END_SIGNALS=1 has it tell its story";
+  if (!story::is_crash(signal)) return ", without a story";
+  return " without a story: the signal was blocked or is not one that the checker takes, or the stack of a thread that "
+         "never allocated overflowed; a core file or gdb tells more";
+}
+
 // The shell tells nothing of it: for the shell it is the runner that ends.
 void tell_signal(const TargetRun& run, const RunEvents& events) {
-  if (run.ending_signal() == 0 || events.teller().crashes() > 0) return;
-  say("the program was ended by {}", signal_name(run.ending_signal()));
+  const int signal = run.ending_signal();
+  if (signal == 0 || events.teller().crashes() > 0) return;
+  say("the program was ended by {}{}", signal_name(signal),
+      ended_without_a_word(run, events) ? why_no_story(signal) : "");
+}
+
+void tell_way_past_exit(const TargetRun& run, const RunEvents& events) {
+  if (run.ending_signal() != 0 || !ended_without_a_word(run, events)) return;
+  say("the program left past the checker's end, by _exit or by exec of a program that is not checked: its logs hold "
+      "what "
+      "was written before. While it runs, \"quarl dump PID\" writes what it holds");
 }
 
 // Logs in the folder, and those that a program wrote elsewhere.
@@ -83,6 +110,7 @@ void tell_end(const TargetRun& run, const RunEvents& events, const LogFolder& fo
   tell_survivors(survivors, events);
   tell_left_out(run, events);
   tell_signal(run, events);
+  tell_way_past_exit(run, events);
   std::string complaint = events.complaint();
   if (!complaint.empty()) say("{}", printable(complaint));
   std::vector<std::string> logs = folder.logs(findings_only, run.killed());
