@@ -48,6 +48,7 @@ void tell(const char* path) {
              settings.stack_depth);
   fmt::print("maps_size_kb {}\ntrace_buf_size {}\n", settings.maps_size_kb, settings.trace_buf_size);
   fmt::print("snap_detail {}\nsnap_interval {}\n", settings.snap_detail, settings.snap_interval);
+  fmt::print("dump_signal {}\ncheck_signal {}\n", settings.dump_signal, settings.check_signal);
   fmt::print("timer_clock_on {}\nrandom_seeded {}\n", settings.timer_clock_on, settings.random_seeded);
   fmt::print("qr_sig_num {}\nQR_TRACE_MMAP {}\n", state.timer_signal(), state.on("QUARL_MMAP") ? 1 : 0);
   for (int signal : handled_signals(state)) fmt::print("handles {}\n", signal);

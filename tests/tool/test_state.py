@@ -15,8 +15,8 @@ from tool import BUILD, DEADLINE, ToolTest, library, victim
 CONFIG_STATE = os.path.realpath(os.path.join(BUILD, "host/tests/tool/config_state"))
 FILES = 300
 SETTINGS = ("cfg_flags", "slop_flags", "stack_depth", "maps_size_kb", "trace_buf_size", "snap_detail", "snap_interval",
-            "next_snap_time", "timer_clock_on", "random_seeded")
-LAYOUT = "<IIhxxiIiiIii"  # of quarl::Settings
+            "next_snap_time", "timer_clock_on", "dump_signal", "check_signal", "random_seeded")
+LAYOUT = "<IIhxxiIiiIiiii"  # of quarl::Settings
 SYMBOLS = ("_ZN5quarl8settingsE", "qr_sig_num", "QR_TRACE_MMAP")
 RELOAD_REQUEST = 1 << 20  # in cfg_flags; no item
 THREADS_REFUSED = "Can not set thread type.For the PROF function is not set.\n"

@@ -70,12 +70,12 @@ def mapped_ranges():
             yield int(start, 16), int(end, 16)
 
 
-def find_table(memory):
-    """The address of qr_process_table."""
+def candidates(memory):
+    """Addresses at which qr_process_table may lie."""
     try:
         found = int(gdb.parse_and_eval("(unsigned long)&qr_process_table")) & 0xFFFFFFFF
         if memory.read(found, len(MAGIC)) == MAGIC:
-            return found
+            yield found
     except (gdb.error, Unreadable):
         pass
     for start, end in mapped_ranges():
@@ -83,9 +83,21 @@ def find_table(memory):
             at = start
             while (at := gdb.selected_inferior().search_memory(at, end - at, MAGIC)) is not None:
                 if memory.read(at + len(MAGIC) + 4, len(HEADER_MAGIC)) == HEADER_MAGIC:
-                    return at
+                    yield at
                 at += 1
         except (gdb.error, Unreadable):
+            continue
+
+
+def find_table(memory):
+    """The table. Pages of the library's file may hold another copy of it, with addresses that are not of this process."""
+    for at in candidates(memory):
+        table = Table(memory, at)
+        try:
+            for address in table.variables.values():
+                memory.word(address)
+            return table
+        except Unreadable:
             continue
     raise gdb.GdbError("quarl: the process has no libquarl.so, or does not run yet")
 
@@ -93,8 +105,7 @@ def find_table(memory):
 class Table:
     """What the library says about itself: where its variables are, and how a block's header is laid out."""
 
-    def __init__(self, memory):
-        at = find_table(memory)
+    def __init__(self, memory, at):
         raw = memory.read(at + len(MAGIC), 4)
         memory.order = "<" if raw[0] else ">"
         self.version, rows = struct.unpack(f"{memory.order}2H", raw)
@@ -147,7 +158,7 @@ class Heap:
 
     def __init__(self):
         self.memory = Memory()
-        self.table = Table(self.memory)
+        self.table = find_table(self.memory)
         first, last, self.count = (self.variable(name) for name in ("first_block", "last_block", "block_count"))
         if first == 0 and not self.variable("hooks_installed"):  # the checker has ended; the blocks are still there
             first, last, self.count = self.memory.words(self.table.variables["closed_list"], 3)
@@ -330,7 +341,7 @@ class Parked(Command):
 
     def run(self, argument):
         memory = Memory()
-        table = Table(memory)
+        table = find_table(memory)
         words = memory.words(table.variables["parked_threads"], 2 * PARKED_PLACES)
         parked = [(tid, why) for tid, why in zip(words[::2], words[1::2]) if tid]
         for tid, why in parked:
@@ -347,7 +358,7 @@ class Mappings(Command):
 
     def run(self, argument):
         memory = Memory()
-        table = Table(memory)
+        table = find_table(memory)
         at, seen, total = memory.word(table.variables["first_mapping"]), set(), 0
         while at and at not in seen:
             seen.add(at)
@@ -368,7 +379,7 @@ class Statistics(Command):
 
     def run(self, argument):
         memory = Memory()
-        table = Table(memory)
+        table = find_table(memory)
         at, count = memory.word(table.variables["statistics"]), len(OPERATIONS)
         if at == 0:
             print("statistics are off (QUARL_PROF)")
