@@ -15,6 +15,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
 #include <wchar.h>
@@ -118,6 +119,10 @@ APART static void leaked_dlopen(void) {
   sink = dlopen("libresolv.so.2", RTLD_NOW);
 }
 
+APART static void leaked_mapping(void) {
+  sink = mmap(NULL, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+}
+
 APART static void leaked_newlocale(void) {
   sink = newlocale(LC_CTYPE_MASK, "C.UTF-8", NULL);
 }
@@ -157,6 +162,7 @@ int main(void) {
   leaked_opendir();
   leaked_realpath();
   leaked_dlopen();
+  leaked_mapping();
   leaked_newlocale();
   qsort(numbers, 2, sizeof *numbers, leaked_by_comparison);
   atexit(leaked_by_handler);

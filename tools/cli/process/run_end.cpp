@@ -90,6 +90,12 @@ std::string whereabouts(const RunEvents& events, const LogFolder& folder, const 
   return question.empty() ? text : text + "; more: quarl " + question;
 }
 
+// As the report tells it that the last line points to. Of a process that runs on the log may still be written.
+std::optional<report::Unfreed> unfreed_of(const TargetRun& run, const std::vector<std::string>& logs) {
+  const std::string log = story::leak_log(logs, run.pid());
+  return log.empty() ? std::nullopt : report::unfreed_in(log);
+}
+
 bool found_anything(const RunEvents& events) {
   const story::Teller& teller = events.teller();
   return teller.faults() + teller.crashes() + teller.troubles() > 0;
@@ -117,7 +123,7 @@ void tell_end(const TargetRun& run, const RunEvents& events, const LogFolder& fo
   if (runs_on || !logs.empty() || found_anything(events) || !findings_only) files.events.clear();
   if (runs_on) files.config.clear();
   std::vector<std::string> all = all_logs(events, std::move(logs));
-  say("{}{}", story::summary(events.teller(), events.processes().find(run.pid())),
+  say("{}{}", story::summary(events.teller(), events.processes().find(run.pid()), unfreed_of(run, all)),
       printable(whereabouts(events, folder, all, run.pid())));
 }
 

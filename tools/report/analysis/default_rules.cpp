@@ -68,6 +68,8 @@ const std::vector<DefaultRule>& default_rules() {
        "libgcc_s, loaded when a thread is cancelled or calls pthread_exit, or a trace is taken"},
       {"loaded files", "ld.so", "_dl_find_object_update _dlfo_mappings_segment_allocate", false,
        "the table by which unwinders find code"},
+      {"checker", "libquarl", "quarl::end_thread", false,
+       "libgcc_s, loaded when the checker ends a thread for a fault"},
       {"thread storage", "ld.so", "_dl_allocate_tls _dl_allocate_tls_init __tls_get_addr ___tls_get_addr", false,
        "thread-local variables and their tables, until the thread ends and is joined"},
       {"C++ locale", "libstdc++",
@@ -88,7 +90,7 @@ struct Library {
   std::string_view file;  // pattern of the base name
 };
 
-constexpr std::array<Library, 16> kLibraries = {{{"libc", "^libc.so.6$"},
+constexpr std::array<Library, 17> kLibraries = {{{"libc", "^libc.so.6$"},
                                                  {"libc", "^libc-2.*.so$"},
                                                  {"libc", "^libpthread.so.0$"},
                                                  {"libc", "^libpthread-2.*.so$"},
@@ -96,6 +98,7 @@ constexpr std::array<Library, 16> kLibraries = {{{"libc", "^libc.so.6$"},
                                                  {"ld.so", "^ld-2.*.so$"},
                                                  {"libstdc++", "^libstdc++.so.6*"},
                                                  {"libgcc_s", "^libgcc_s.so.1$"},
+                                                 {"libquarl", "^libquarl*.so*"},
                                                  {"", "^libdl.so.2$"},
                                                  {"", "^libdl-2.*.so$"},
                                                  {"", "^libresolv.so.2$"},

@@ -11,7 +11,7 @@ namespace quarl::report {
 
 struct DefaultRule {
   const char* name;
-  const char* library;    // whose functions these are: "libc", "ld.so", "libstdc++" or "libgcc_s"
+  const char* library;    // whose functions these are: "libc", "ld.so", "libstdc++", "libgcc_s" or "libquarl"
   const char* functions;  // with blanks between; a '*' at the end stands for any characters
   // True when what one of them asked for itself is the program's, and only what others asked for on its behalf is kept.
   bool below_only;
