@@ -37,7 +37,8 @@ standard error: where the block was allocated, who met the fault, and which byte
 from the file later. What the library prints itself, reports as well as the tables of QUARL_PRINT_PROFINFO, is shown
 with --raw instead of the stories. The program's own input and output are not touched.
 A parked thread is released to end, which the kernel tells as well when no event does. Of a fault that several checks
-meet the story is told once. 32-bit programs that PROGRAM starts are checked, too; of others it is said that they are not.
+meet the story is told once. 32-bit programs that PROGRAM starts are checked, too; of others it is said that they are not,
+and of 64-bit ones the loader says itself, on their standard error, that libquarl.so is of the wrong ELF class.
 
 Configuration: without --config the program reads what it would read anyway, the file named by QUARL_CFG_FILE or
 quarlcfg.ini in the current directory. Items from the command line are written to a file beside the logs together with
