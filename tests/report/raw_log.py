@@ -87,6 +87,24 @@ def live_at(lives, index):
     return [life for life in lives if life.index <= index and (life.end is None or life.end > index)]
 
 
+def held_over_time(path, chosen):
+    """{time: [bytes, bytes from files, blocks and mappings, most bytes]} at the end of each second with a record, of what
+    is `chosen` alone; a record of an earlier time (a failed resize puts a block back) belongs to the second it comes in."""
+    live, points, now = {}, {}, 0
+    for record in without_carriers(records_of(path)):
+        key = record.address, record.operation in MMAPS or record.operation in (6, 11)
+        if record.result == 1 and record.address:
+            live[key] = record
+        elif record.result == 2:
+            live.pop(key, None)
+        now = max(now, record.time)
+        mine = [held for held in live.values() if chosen(held)]
+        whole = sum(held.size for held in mine if not held.from_file)
+        most = max(points.get(now, [0] * 4)[3], whole)
+        points[now] = [whole, sum(held.size for held in mine if held.from_file), len(mine), most]
+    return points
+
+
 def sums(lives, key=lambda life: life.record.tid):
     """{key: (bytes, count)}."""
     totals = defaultdict(lambda: (0, 0))

@@ -6,7 +6,8 @@ import unittest
 from pathlib import Path
 
 import raw_log
-from log_builder import (ALLOCATED, FAILED, FREE, MALLOC, MMAP, MUNMAP, REALLOC, REALLOC_RELEASE, RELEASED)
+from log_builder import (ALLOCATED, FAILED, FREE, MALLOC, MMAP, MUNMAP, REALLOC, REALLOC_RELEASE, RELEASED,
+                         SLOP_HEAD, SLOP_TAIL)
 from support import ReportTest, run_checked, the_log
 
 ITEMS = {"ALL": 1, "MEM_HEAD": 1, "PROF": 1, "THREAD": 1, "HEAD_TID": 1, "HEAD_TIME": 2, "MMAP": 1, "OUTPUT_LOG": 1}
@@ -121,6 +122,75 @@ class Views(ReportTest):
         log = self.write(self.layout.log([self.layout.record(MALLOC, ALLOCATED, 0x1000, 1)], count=1, time=9), "s_1_quarl.log")
         for verb in (["peak"], ["at", "1"], ["hot"], ["temporary"]):
             self.assertIn("needs a record log", self.report(*verb, log, status=1)[1])
+
+
+    def test_a_timeline_of_what_is_chosen(self):
+        module = "".join(f"{0x8000 + 0x1000 * i:08x}-{0x9000 + 0x1000 * i:08x} r-xp 00000000 00:00 1 /lib/{name}\n" for i, name in enumerate("ab"))
+        columns = ("bytes", "file_bytes", "count", "peak")
+        told = lambda path, *options: self.json("timeline", path, *options)["points"]
+        figures = lambda path, *options: {point["time"]: [point[key] for key in columns] for point in told(path, *options)}
+        for log in self.logs():
+            everything = self.json("timeline", log)
+            self.assertEqual(self.json("timeline", log, "--min-size", 0)["points"], everything["points"])
+            thread = next(raw_log.records_of(log)).tid
+            for options, chosen in ((("--thread", thread), lambda record: record.tid == thread),
+                                    (("--min-size", 500, "--max-size", 9000), lambda record: 500 <= record.size <= 9000),
+                                    (("--thread", thread, "--min-size", 8192), lambda record: record.tid == thread and record.size >= 8192)):
+                mine = raw_log.held_over_time(log, chosen)
+                if everything["axis"] == "seconds":
+                    self.assertEqual(figures(log, *options), mine, options)
+                else:  # all within a second, with a point for each record
+                    points, [(*last, most)] = told(log, *options), mine.values()
+                    self.assertEqual([points[-1][key] for key in columns[:3]], last)
+                    self.assertEqual(max(point["peak"] for point in points), most)
+            self.assertIn("--min-age", self.report("timeline", log, "--min-age", 1, status=2)[1])
+        record = self.layout.record
+        log = self.write(self.layout.log([record(MALLOC, ALLOCATED, 0x40, 10, [0x8011], seq=1), record(MALLOC, ALLOCATED, 0x80, 7, [0x9011], seq=2, time=1001)],
+                                         maps=module, time=1001))
+        self.assertEqual(figures(log, "--module", "lib/b$"), {1000: [0, 0, 0, 0], 1001: [7, 0, 1, 7]})
+
+    def test_a_timeline_of_what_is_chosen_from_snapshots(self):
+        record = self.layout.record
+        block = lambda address, size, **more: record(MALLOC, ALLOCATED, address, size, [0x11], **more)
+        rows = [[block(0x40, 10, tid=5, time=90), block(0x80, 500, tid=6, time=99)], [block(0x40, 10, tid=5, time=90)],
+                [block(0x40, 10, tid=5, time=90), block(0xC0, 30, tid=5, time=119), record(MMAP, ALLOCATED, 0x10000, 4096, tid=5, time=119)]]
+        shots = [(100 + 10 * index, 600, records, []) for index, records in enumerate(rows)]
+        path = self.write(self.layout.chain(shots), "t_1_quarl_autosnap.log")
+        points = lambda *options: [(p["time"], p["bytes"], p["count"], p["peak"]) for p in self.json("timeline", path, *options)["points"]]
+        self.assertEqual(points("--thread", 5), [(100, 10, 1, 10), (110, 10, 1, 10), (120, 4136, 3, 4136)])
+        self.assertEqual(points("--min-size", 100), [(100, 500, 1, 500), (110, 0, 0, 500), (120, 4096, 1, 4096)])
+        self.assertEqual(points("--min-age", 15), [(100, 0, 0, 0), (110, 10, 1, 10), (120, 10, 1, 10)])
+        bare = self.write(self.layout.bare_chain([100, 105]), "b_1_quarl_autosnap.log")
+        self.assertIn("snapshot 1 does not list what it holds", self.report("timeline", bare, "--thread", 5, status=2)[1])
+
+    def test_one_thread(self):
+        for log in (self.real(), self.made_up(1)):
+            rows = self.json("threads", log)["threads"]
+            self.assertGreater(len(rows), 1)
+            for row in rows:
+                self.assertEqual(self.json("threads", log, "--thread", row["tid"])["threads"], [row])
+            self.assertIn("no thread 77777 was recorded", self.report("threads", log, "--thread", 77777, status=1)[1])
+        for option in ("--min-size", "--max-age", "--module"):
+            self.assertIn(option, self.report("threads", log, option, 1, status=2)[1])
+
+    def test_faults_are_chosen_before_they_are_too_many(self):
+        record = self.layout.record
+        maps = "00008000-00009000 r-xp 00000000 00:00 1 /lib/a\n00009000-0000a000 r-xp 00000000 00:00 1 /lib/b\n"
+        faults = [record(MALLOC, SLOP_TAIL, 0x100000 + 64 * index, 20, [0x8011], tid=1, seq=index + 1) for index in range(1500)]
+        faults += [record(MALLOC, SLOP_HEAD, 0x200000 + 64 * index, 30 + index, [0x9011], tid=2, seq=2000 + index) for index in range(3)]
+        path = self.write(self.layout.log([record(MALLOC, ALLOCATED, 0x40, 8, [0x8011]), *faults], maps=maps, time=9))
+        shown = lambda *options: (lambda told: (told["fault_count"], [fault["size"] for fault in told["faults"]]))(self.json("faults", path, *options))
+        self.assertEqual((shown()[0], len(shown()[1])), (1503, 1000))
+        self.assertEqual(shown("--thread", 2), (3, [30, 31, 32]))
+        self.assertEqual(shown("--min-size", 31), (2, [31, 32]))
+        self.assertEqual(shown("--module", "lib/b"), (3, [30, 31, 32]))
+        self.assertEqual(shown("--thread", 2, "--max-size", 30), (1, [30]))
+        self.assertTrue(self.text("faults", path, "--thread", 2).startswith("3 faults\n"))
+        self.assertEqual(len(self.text("faults", path, "--thread", 2, "--format", "csv").splitlines()), 4)
+        self.assertIn("--min-age", self.report("faults", path, "--min-age", 1, status=2)[1])
+        # Whether the listing of a snapshot ends at a fault does not go by what is shown.
+        snapshot = self.write(self.layout.log([record(MALLOC, SLOP_HEAD, 0x40, 8, [0x8011], tid=1)], count=1, time=9), "s_1_quarl.log")
+        self.assertFalse(self.json("faults", snapshot, "--thread", 2)["log"]["whole"])
 
 
 class Growth(ReportTest):

@@ -118,11 +118,6 @@ void add_common(CLI::App& command, Options& options, const std::vector<Format>& 
   add_reading_options(command, options);
 }
 
-// What these tell is no blocks that could be chosen from.
-bool takes_selection(const std::string& name) {
-  return name != "timeline" && name != "threads" && name != "faults";
-}
-
 void add_own_options(CLI::App& command, Options& options, const std::string& name) {
   if (name == "leaks" || name == "diff") add_site_options(command, options);
   if (name == "callers") {
@@ -169,7 +164,7 @@ void add_subverb(CLI::App& report, const std::shared_ptr<Options>& options, cons
   }
   add_files(*command, *options, verb.files);
   add_common(*command, *options, verb.formats);
-  if (takes_selection(verb.name)) add_selection_options(*command, options->selection);
+  add_selection_options(*command, options->selection);
   add_own_options(*command, *options, verb.name);
   command->callback([=, &exit_status] {
     options->top_given = has_option(*command, "--top");

@@ -30,6 +30,8 @@ void consider(Fault& fault, const LiveEntry& block) {
 }  // namespace
 
 void FaultList::add(const OpRecord& record) {
+  any_at_head_ = any_at_head_ || record.result == kKindSlopHead;
+  if (takes_ && !takes_(record)) return;
   bool known =
       std::any_of(faults_.begin(), faults_.end(), [&](const Fault& f) { return same_fault(f.record, record); });
   if (known) return;

@@ -45,6 +45,8 @@ class Ledger {
   void apply(std::span<const OpRecord> records, const Observer& observer = nullptr);
   // Is told of every change from now on.
   void watch(HeldWatcher& watcher) { watchers_.push_back(&watcher); }
+  // Before the first record, see FaultList.
+  void choose_faults(FaultList::Takes takes) { faults_.choose(std::move(takes)); }
   // A fault record found outside the snapshot's own records.
   void add_fault(const OpRecord& record);
   // To be called after the last record.

@@ -99,7 +99,7 @@ Ledger::Observer RecordPass::observers() {
   if (!thread_count_ && !timeline_) return observer_;
   return [this](const OpRecord& record, const Ledger& ledger) {
     if (thread_count_) thread_count_->add(record, ledger);
-    if (timeline_) timeline_->sample(record, ledger);
+    if (timeline_) timeline_->sample(record, ledger.held());
     if (observer_) observer_(record, ledger);
   };
 }

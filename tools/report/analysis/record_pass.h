@@ -30,8 +30,9 @@ class RecordPass {
   RecordPass(const RecordPass&) = delete;
   RecordPass& operator=(const RecordPass&) = delete;
 
-  // Both before anything is asked. The watcher must outlive the reading.
+  // All before anything is asked. The watcher must outlive the reading.
   void watch(HeldWatcher& watcher) { ledger_.watch(watcher); }
+  void choose_faults(FaultList::Takes takes) { ledger_.choose_faults(std::move(takes)); }
   void read_until(const Moment& moment) { moment_ = moment; }
   // The ledger as it is now: for watchers, which are told while it is filled.
   const Ledger& filling() const { return ledger_; }

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "report/analysis/chosen_timeline.h"
+
 namespace quarl::report {
 
 Subject::Subject(std::shared_ptr<const Log> log, const Snapshot& snapshot, Desk& desk, const Suppressions& suppressions,
@@ -112,6 +114,19 @@ Timeline Subject::timeline(const Visit& visit, Subject* known) {
   return timeline;
 }
 
+Timeline Subject::chosen_timeline() {
+  if (log_->kind() == LogKind::kRecords) {
+    ChosenTimeline chosen(chooser(), pass().filling());
+    pass().watch(chosen);
+    ledger();
+    return chosen.finish();
+  }
+  Timeline timeline;
+  for_each_snapshot(nullptr, [&](Subject& each) { timeline.points.push_back(each.chosen_point()); });
+  limit_peaks(timeline.points);
+  return timeline;
+}
+
 std::vector<ResidentEvent> Subject::resident_events() const {
   return read_resident_events(desk_.events_of(log_->file().path()), *log_, snapshot_.header.pid);
 }
@@ -149,6 +164,19 @@ TimePoint Subject::point() {
   return snapshot_point(snapshot_, statistics(), snapshot_.records == 0 ? nullptr : &ledger().held());
 }
 
+TimePoint Subject::chosen_point() {
+  Held held;
+  for_each_held([&](const LiveEntry& entry) { hold(held, entry); });
+  return snapshot_point(snapshot_, {}, &held);
+}
+
+void Subject::choose_faults() {
+  if (selection_.empty()) return;
+  pass().choose_faults([this](const OpRecord& record) {
+    return chooser().takes(record.tid, record.size, record.time, trace_of(record));
+  });
+}
+
 std::vector<std::string> Subject::notes() {
   std::vector<std::string> notes = log_->notes();
   add_own_losses(notes);
@@ -183,9 +211,7 @@ void Subject::add_own_losses(std::vector<std::string>& notes) {
     }
     return;
   }
-  auto damaged_head = [](const Fault& fault) { return fault.record.result == kKindSlopHead; };
-  const std::vector<Fault>& faults = ledger().faults().all();
-  if (std::any_of(faults.begin(), faults.end(), damaged_head)) {
+  if (ledger().faults().any_at_head()) {
     notes.push_back("The listing of blocks ends at a block with an overrun at its head: later ones are missing.");
   }
   if (const ProfInfo* statistics = counted(); statistics != nullptr && pass().records() == 0) {

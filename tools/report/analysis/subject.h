@@ -32,6 +32,8 @@ class Subject {
   Symbolizer& symbolizer();
   RecordPass& pass();
   const Ledger& ledger() { return pass().ledger(); }
+  // Has the ledger list only faults of selected blocks; before anything is asked.
+  void choose_faults();
   // The selection, put at the moment up to which the log is read.
   Chooser& chooser();
   Chooser chooser_at(uint32_t now) { return {selection_, symbolizer(), now}; }
@@ -53,6 +55,9 @@ class Subject {
   // The timeline of the whole log. `visit`, if there is one, sees the subject of every snapshot while it is there;
   // where that is this one or `known` they are taken, so that nothing is read again.
   Timeline timeline(const Visit& visit = nullptr, Subject* known = nullptr);
+  // The same of what is selected alone. A snapshot has no peak of that: the most that is known since the point before
+  // are the two points themselves. Resident memory is the whole process's and is left out.
+  Timeline chosen_timeline();
   // Bytes of the process that lay in memory when this snapshot, or what a record log holds at its last dump, had been
   // written; nothing when no event tells.
   std::optional<uint64_t> resident();
@@ -66,6 +71,7 @@ class Subject {
  private:
   void for_each_snapshot(Subject* known, const Visit& visit);
   TimePoint point();
+  TimePoint chosen_point();
   std::vector<ResidentEvent> resident_events() const;
   void add_resident_to(Timeline& timeline) const;
   void add_own_losses(std::vector<std::string>& notes);

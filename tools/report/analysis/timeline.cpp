@@ -70,7 +70,7 @@ std::vector<TimePoint> thinned(const std::vector<TimePoint>& points, size_t most
   return kept;
 }
 
-void TimelineSampler::sample(const OpRecord& record, const Ledger& ledger) {
+void TimelineSampler::sample(const OpRecord& record, const Held& held) {
   uint64_t at = timeline_.axis == TimeAxis::kRecords ? records_ : record.time;
   ++records_;
   if (at == 0 && timeline_.axis == TimeAxis::kSeconds) return;
@@ -80,11 +80,11 @@ void TimelineSampler::sample(const OpRecord& record, const Ledger& ledger) {
     close_point();
     current_.at = at;
   }
-  current_.bytes = ledger.held().bytes;
-  current_.file_bytes = ledger.held().file_bytes;
-  current_.entries = ledger.held().entries;
+  current_.bytes = held.bytes;
+  current_.file_bytes = held.file_bytes;
+  current_.entries = held.entries;
   current_.peak = std::max(current_.peak, current_.bytes);
-  current_.most_entries = std::max(current_.most_entries, ledger.held().entries);
+  current_.most_entries = std::max(current_.most_entries, held.entries);
 }
 
 void TimelineSampler::close_point() {
@@ -107,9 +107,9 @@ Timeline TimelineSampler::finish() {
   return std::move(timeline_);
 }
 
-void RecordTimeline::sample(const OpRecord& record, const Ledger& ledger) {
-  by_time_.sample(record, ledger);
-  by_record_.sample(record, ledger);
+void RecordTimeline::sample(const OpRecord& record, const Held& held) {
+  by_time_.sample(record, held);
+  by_record_.sample(record, held);
 }
 
 Timeline RecordTimeline::finish() {

@@ -47,11 +47,11 @@ void add_resident(Timeline& timeline, const std::vector<ResidentEvent>& events);
 // At most `most` points; neighbours are joined to the later of them, with the peaks of all.
 std::vector<TimePoint> thinned(const std::vector<TimePoint>& points, size_t most);
 
-// Samples a ledger while it is filled. When the points become too many, each two neighbours are joined.
+// Samples what is held while records pass. When the points become too many, each two neighbours are joined.
 class TimelineSampler {
  public:
   explicit TimelineSampler(TimeAxis axis) { timeline_.axis = axis; }
-  void sample(const OpRecord& record, const Ledger& ledger);
+  void sample(const OpRecord& record, const Held& held);
   Timeline finish();
 
  private:
@@ -67,7 +67,8 @@ class TimelineSampler {
 // The timeline of a record log: by time, or by record where no times were recorded.
 class RecordTimeline {
  public:
-  void sample(const OpRecord& record, const Ledger& ledger);
+  // `held` once the record was taken.
+  void sample(const OpRecord& record, const Held& held);
   Timeline finish();
 
  private:

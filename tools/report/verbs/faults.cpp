@@ -2,6 +2,7 @@
 #include "report/formats/operation_name.h"
 #include "report/formats/text_page.h"
 #include "report/verbs/answer.h"
+#include "report/verbs/refusals.h"
 #include "report/verbs/verbs.h"
 
 namespace quarl::report {
@@ -31,7 +32,9 @@ Table fault_rows(Subject& subject) {
 
 int report_faults(const Options& options) {
   Answer answer(options);
+  refuse_age(options.selection, "an overrun has no age: its time may be that of the allocation or of the report");
   Subject subject = answer.open(options.files.front());
+  subject.choose_faults();
   if (options.format == Format::kJson) {
     Json document = json_head("faults", subject, answer.desk());
     document["fault_count"] = subject.ledger().faults().count();
