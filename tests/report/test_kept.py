@@ -9,6 +9,7 @@ import json
 import os
 import re
 import sqlite3
+import struct
 import subprocess
 import sys
 import unittest
@@ -224,6 +225,23 @@ class Kept(ReportTest):
                 del whose[None]
                 # There setenv jumps to a function that has no name in a stripped library, and is in no trace itself.
                 self.assertLessEqual(set(whose), {"kept_environment"} if target == "armhf" else set())
+
+    def test_what_a_rules_function_calls_back_is_the_programs(self):
+        """The log as if a function of the program had asked for all that is kept, called by the same functions."""
+        path, _ = self.keeping("i686")
+        log = truth.Log(path)
+        rules = Rules(self.json("--list-suppressions")["rules"], log)
+        own = next(address for record in log.records for address in record.trace if rules.frame(address)[0].startswith("keeping"))
+        data, start = bytearray(path.read_bytes()), struct.unpack_from("<12I", path.read_bytes(), 40)[7]
+        for index, record in enumerate(log.records):
+            if rules.keep(record):
+                trace = (own, *record.trace)
+                data[start + 280 * index + 14] = len(trace)
+                struct.pack_into(f"<{len(trace)}I", data, start + 280 * index + 24, *trace)
+        before = self.json("leaks", path, "--no-default-suppressions")["unfreed"]
+        path.write_bytes(data)
+        after = self.json("leaks", path)
+        self.assertEqual((after["unfreed"], after["suppressed_by_default"]), (before, {"bytes": 0, "count": 0}))
 
     def test_the_build_server_goes_by_what_is_left(self):
         path, _ = self.keeping("i686")
