@@ -204,6 +204,21 @@ class Environment(Run):
         self.assertIn("QUARL_EVENTS names no file", result.stderr)
         self.assertIn("double free", result.stdout)
         self.assertIn(b'"event":"fault"', os.read(reader, 65536))
+        self.assertTrue(summary_of(result).startswith("quarl: 1 thread stopped; what the checker found is not known here"))
+
+    @unittest.skipIf(os.getuid() != 0, "only root may become another user")
+    def test_events_that_cannot_be_written(self):
+        """The run has heard of nothing: it neither says that there was no fault, nor that nothing was checked."""
+        path = self.write("own.jsonl", "")
+        os.chmod(path, 0o444)
+        for folder in (self.folder, self.state):
+            os.chmod(folder, 0o777)
+        library("i686")
+        self.environment["QUARL_EVENTS"] = path
+        result = self.quarl("run", "--no-frames", "--", victim("i686"), "double", user=65534)
+        self.assertEqual(result.returncode, 86, result)
+        self.assertIn(f"came into {path}: the disk is full, or its user may not write there\n", result.stderr)
+        self.assertTrue(summary_of(result).startswith("quarl: 1 thread stopped; what the checker found is not known here"))
 
     def test_where_messages_go_is_the_users_choice(self):
         self.environment["QUARL_MESSAGES"] = "stderr"

@@ -1,6 +1,7 @@
 #include "process/run_end.h"
 
 #include <signal.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -25,13 +26,33 @@ void tell_survivors(const std::set<pid_t>& survivors, const RunEvents& events) {
   }
 }
 
+bool are_followed(const RunEvents& events) {
+  return events.path() != "/dev/null";
+}
+
+// Nothing more can be appended to the file.
+bool is_stuck(const std::string& path) {
+  struct statvfs disk {};
+  return access(path.c_str(), W_OK) != 0 || (statvfs(path.c_str(), &disk) == 0 && disk.f_bavail == 0);
+}
+
+// The checker was there, or may have been, and could not tell of it.
+bool are_lost(const TargetRun& run, const RunEvents& events) {
+  if (!are_followed(events) || events.processes().find(run.pid()) != nullptr) return false;
+  return run.stopped() > 0 || is_stuck(events.path());
+}
+
 // QUARL_ONLY leaves programs out on purpose.
 bool was_left_out(const TargetRun& run, const RunEvents& events) {
-  const story::Process* main = events.processes().find(run.pid());
-  return events.path() != "/dev/null" && main == nullptr && std::getenv("QUARL_ONLY") == nullptr;
+  const bool heard_of = events.processes().find(run.pid()) != nullptr;
+  return are_followed(events) && !heard_of && std::getenv("QUARL_ONLY") == nullptr;
 }
 
 void tell_left_out(const TargetRun& run, const RunEvents& events) {
+  if (are_lost(run, events)) {
+    return say("nothing of process {} came into {}: the disk is full, or its user may not write there", run.pid(),
+               printable(events.path()));
+  }
   if (!was_left_out(run, events)) return;
   say("libquarl.so was not loaded into process {}: nothing of it was checked. The loader leaves it out where a program "
       "changes its user or has file capabilities; run a copy of the program",
@@ -65,8 +86,7 @@ void tell_signal(const TargetRun& run, const RunEvents& events) {
 void tell_way_past_exit(const TargetRun& run, const RunEvents& events) {
   if (run.ending_signal() != 0 || !ended_without_a_word(run, events)) return;
   say("the program left past the checker's end, by _exit or by exec of a program that is not checked: its logs hold "
-      "what "
-      "was written before. While it runs, \"quarl dump PID\" writes what it holds");
+      "what was written before. While it runs, \"quarl dump PID\" writes what it holds");
 }
 
 // Logs in the folder, and those that a program wrote elsewhere.
@@ -96,6 +116,15 @@ std::optional<report::Unfreed> unfreed_of(const TargetRun& run, const std::vecto
   return log.empty() ? std::nullopt : report::unfreed_in(log);
 }
 
+// "no faults" is said only by who would have heard of one.
+std::string summary(const TargetRun& run, const RunEvents& events, const std::vector<std::string>& logs) {
+  if (are_followed(events) && !are_lost(run, events))
+    return story::summary(events.teller(), events.processes().find(run.pid()), unfreed_of(run, logs));
+  std::string text = "what the checker found is not known here";
+  const auto stopped = static_cast<uint64_t>(run.stopped());
+  return stopped == 0 ? text : fmt::format("{} stopped; {}", story::counted(stopped, "thread"), text);
+}
+
 bool found_anything(const RunEvents& events) {
   const story::Teller& teller = events.teller();
   return teller.faults() + teller.crashes() + teller.troubles() > 0;
@@ -123,8 +152,7 @@ void tell_end(const TargetRun& run, const RunEvents& events, const LogFolder& fo
   if (runs_on || !logs.empty() || found_anything(events) || !findings_only) files.events.clear();
   if (runs_on) files.config.clear();
   std::vector<std::string> all = all_logs(events, std::move(logs));
-  say("{}{}", story::summary(events.teller(), events.processes().find(run.pid()), unfreed_of(run, all)),
-      printable(whereabouts(events, folder, all, run.pid())));
+  say("{}{}", summary(run, events, all), printable(whereabouts(events, folder, all, run.pid())));
 }
 
 }  // namespace quarl

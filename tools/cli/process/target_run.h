@@ -34,6 +34,8 @@ class TargetRun {
   int run(const LaunchCommand& command);
 
   pid_t pid() const { return pid_; }
+  // Threads that the checker has stopped.
+  int stopped() const { return stopped_.count(); }
   // The process that a signal has ended; 0 when it was none.
   pid_t killed() const { return WIFSIGNALED(wait_status_) ? pid_ : 0; }
   // The signal; 0 when it was none.
