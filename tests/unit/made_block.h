@@ -35,7 +35,7 @@ class MadeBlock {
     for (int i = 0; i < shape.depth; ++i) trace.words[i] = 0xABC00000U + static_cast<uint32_t>(i);
     const ScopedLock lock;
     const HeaderLayout layout = HeaderLayout::for_new(shape.flags, shape.op);
-    fill_header(p, layout, shape.size, shape.op, trace, shape.align_log2);
+    fill_header(p, layout, shape.size, shape.op, placement, trace);
     number_header(p, layout);
     header::word(p, kSelfLink) = p | layout.self_flags();
     header::word(p, kNextLink) = layout.next_flags();

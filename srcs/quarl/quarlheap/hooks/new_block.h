@@ -32,7 +32,7 @@ void* bare_block(void* raw);
 // Before the lock is taken: writes what nobody else can see yet.
 [[gnu::always_inline]] inline void begin_block(const NewBlock& block, void* raw, int tid) {
   if (!block.flags.header()) return;
-  fill_header(block.user(raw), block.layout(), block.size, block.op, block.trace, block.place.align_log2, tid);
+  fill_header(block.user(raw), block.layout(), block.size, block.op, block.place, block.trace, tid);
 }
 
 // Under the lock: number, list and record. Returns the user pointer.

@@ -111,6 +111,7 @@ bool lengthen_trace(Resize* resize) {
   if (!resize->flags.in_force(kHeadStackdepth) || depth > kMaxTrace) return false;
   memset(resize->trace.words + resize->trace.depth, 0, sizeof(uint32_t) * missing);
   resize->trace.depth = static_cast<int>(depth);
+  resize->place.depth = depth;
   resize->place.offset = resize->old_offset;
   return true;
 }

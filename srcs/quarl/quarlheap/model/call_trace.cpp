@@ -1,6 +1,7 @@
 #include "quarlheap/model/call_trace.h"
 
 #include "frame.h"
+#include "kept.h"
 #include "platform/address.h"
 #include "platform/print.h"
 #include "platform/stack.h"
@@ -26,19 +27,36 @@ bool is_own_code(uint32_t address) {
 }
 
 // The chain of frames behind one, as far as it was walked.
-struct Walk {
-  uintptr_t fp;
-  uintptr_t highest;  // that a frame can have
-  uint32_t* out;      // where the return address of the frame goes, or lies by now
-  const uint32_t* end;
+class Walk {
+ public:
+  // From a frame on, none of whose callers' lies above `highest`. Return addresses go to buf[0 .. max), max > 0.
+  Walk(HookFrame hook, uintptr_t highest, uint32_t* buf, int max)
+      : fp(hook), out(buf), end(buf + max), highest_(highest & ~3U), left_((highest_ - hook) / 4) {}
 
   // False when there is none behind it. Each lies higher than the one before.
   [[gnu::always_inline]] bool go_on() {
     const uintptr_t next = frame::caller_frame(fp);
-    if (!frame::lies_behind(next, fp, highest) || next % 4 != 0) return false;
+    const uint32_t left = words_to_highest(next);
+    if (left >= left_) return false;
     fp = next;
+    left_ = left;
     return true;
   }
+
+  uintptr_t fp;
+  uint32_t* out;  // where the return address of the frame goes, or lies by now
+  const uint32_t* end;
+
+ private:
+  // Of a frame above the highest, or whose address is no multiple of 4, more than of any other: the two low bits of the
+  // distance become its high ones. So one comparison tests all that a frame has to be.
+  uint32_t words_to_highest(uintptr_t frame) const {
+    const uint32_t bytes = highest_ - frame;
+    return bytes >> 2 | bytes << 30;
+  }
+
+  uintptr_t highest_;  // that a frame can have
+  uint32_t left_;      // words from the present one to it
 };
 
 // From the frame that the walk is at to its end. Returns the number of entries that lie in `buf` then.
@@ -56,6 +74,7 @@ struct Walk {
         if ((page & kFrameless) != 0 && frame::returns_without_frame(address)) {
           if (++walk.out == walk.end) break;
           *walk.out = address = frame::frameless_return_address(walk.fp);
+          (void)code_page(address);  // the walk of the usual depth goes by it
         }
         if (outermost.clone_holds(address)) walk.end = walk.out + 1;
       }
@@ -65,20 +84,39 @@ struct Walk {
   return static_cast<int>(walk.out - buf);
 }
 
-// The same for the usual depth, from the hook on, as one step behind the other. Leaves it to the other where there is
-// more on a page than plain code.
-[[gnu::always_inline]] inline int walk_usual_depth(Walk walk, HookFrame hook, uint32_t* buf) {
+// The same for the usual depth, from the hook on, as one step behind the other, `first` entries of which are there
+// already and `address` is the next. Leaves it to the other where a page has more on it than main and other code.
+template <int first>
+[[gnu::always_inline]] inline int walk_usual_depth(Walk walk, uint32_t address, HookFrame hook, uint32_t* buf) {
+  const auto& pages = kept(code_pages);
+  const auto& outermost = kept(outermost_code);
 #pragma GCC unroll 8
-  for (int entry = 0; entry < kDefaultDepth; ++entry) {
-    const uint32_t address = frame::return_address(walk.fp);
+  for (int entry = first; entry < kDefaultDepth; ++entry) {
     buf[entry] = address;
-    if (__builtin_expect(known_code_page(address) != kCode, 0)) {
-      walk.out = buf + entry;
-      return walk_on(walk, hook, buf, kDefaultDepth);
+    const bool last = entry + 1 == kDefaultDepth;
+    const CodePage& page = pages[address >> kCodePageLog2];
+    if (last && (page & kCode) != 0) break;
+    if (__builtin_expect(page != kCode, 0)) {
+      // Read anew, so that the first look is part of a comparison.
+      if (__atomic_load_n(&page, __ATOMIC_RELAXED) != (kCode | kMain)) {
+        walk.out = buf + (entry == first ? 0 : entry);
+        return walk_on(walk, hook, buf, kDefaultDepth);
+      }
+      if (outermost.main_holds(address)) return entry + 1;
     }
-    if (entry + 1 < kDefaultDepth && !walk.go_on()) return entry + 1;
+    if (!walk.go_on()) return entry + 1;
+    address = frame::return_address(walk.fp);
   }
   return kDefaultDepth;
+}
+
+// Where public entries have no frame, the hook's holds the return addresses of both.
+[[gnu::always_inline]] inline int walk_usual_depth(Walk walk, HookFrame hook, uint32_t* buf) {
+  const uint32_t address = frame::return_address(hook);
+  if (known_code_page(address) != (kCode | kFrameless) || !frame::returns_without_frame(address))
+    return walk_usual_depth<0>(walk, address, hook, buf);
+  buf[0] = address;
+  return walk_usual_depth<1>(walk, frame::frameless_return_address(hook), hook, buf);
 }
 
 // On a stack that is not known yet, or for another depth.
@@ -87,7 +125,7 @@ struct Walk {
   const StackRange stack = stack_around(fp);
   const uintptr_t highest = stack.high - frame::kEnd;
   if (max <= 0 || lowest < stack.low || fp > highest) return 0;
-  return walk_on({fp, highest, buf, buf + max}, fp, buf, max);
+  return walk_on(Walk(fp, highest, buf, max), fp, buf, max);
 }
 
 }  // namespace
@@ -112,7 +150,7 @@ HookFrame hook_frame_of(HookFrame frame) {
 int capture_trace(HookFrame fp, uint32_t* buf, int max) {
   const uintptr_t lowest = fp + static_cast<uintptr_t>(frame::kLowestWord);
   if (__builtin_expect(max == kDefaultDepth && own_stack_holds(lowest, fp + frame::kEnd), 1)) {
-    return walk_usual_depth({fp, thread_cache().stack_high - frame::kEnd, buf, buf + max}, fp, buf);
+    return walk_usual_depth(Walk(fp, thread_cache().stack_high - frame::kEnd, buf, kDefaultDepth), fp, buf);
   }
   return walk_unusual(fp, lowest, buf, max);
 }

@@ -27,19 +27,15 @@ inline uintptr_t caller_frame(uintptr_t fp) {
   return word_at(fp - 12);
 }
 
-// Whether `next` is above fp and at most `highest`, which fp is: as one comparison, for which there are registers.
-inline bool lies_behind(uintptr_t next, uintptr_t fp, uintptr_t highest) {
-  return next - fp - 1 < highest - fp;
-}
-
 // ldmfd sp!, {sl, pc}: the return of a routine without a frame.
 inline constexpr uint8_t kFramelessReturn[] = {0x00, 0x84, 0xBD, 0xE8};
 inline constexpr uint32_t kFramelessReturnWord = 0xE8BD8400;  // the same, read as a word
 
-// True when it is the code at `address`. Where that is odd (Thumb) or unaligned, it is taken byte by byte.
+// True when it is the code at `address`, which may be odd (Thumb) or unaligned.
 inline bool returns_without_frame(uint32_t address) {
-  if (__builtin_expect(address % 4 == 0, 1)) return word_at(address) == kFramelessReturnWord;
-  return memcmp(pointer_to(address), kFramelessReturn, sizeof kFramelessReturn) == 0;
+  uint32_t code = 0;
+  memcpy(&code, pointer_to(address), sizeof code);
+  return code == kFramelessReturnWord;
 }
 
 // Whether it can be anywhere on a page, the smallest of the target's: all of it, or its beginning at the end.

@@ -20,11 +20,6 @@ inline uintptr_t caller_frame(uintptr_t fp) {
   return word_at(fp);
 }
 
-// Whether `next` is above fp and at most `highest`, which fp is.
-inline bool lies_behind(uintptr_t next, uintptr_t fp, uintptr_t highest) {
-  return next > fp && next <= highest;
-}
-
 // Every routine that calls a hook has a frame here.
 inline bool returns_without_frame(uint32_t) {
   return false;
