@@ -14,8 +14,7 @@ namespace quarl {
 constinit bool frames_in_use = false;
 constinit AddressRange own_code{};
 constinit AddressRange loader_code{};
-constinit detail::RuleSlot detail::rule_cache[1 << kRuleSlotBits]{};
-constinit uint32_t detail::generation_mark = 0;
+constinit detail::RuleCache detail::rule_cache{};
 
 namespace {
 
@@ -35,7 +34,7 @@ constinit uint32_t generation = 0;
 
 void raise_generation() {
   const uint32_t now = __atomic_add_fetch(&generation, 1, __ATOMIC_ACQ_REL);
-  __atomic_store_n(&detail::generation_mark, now * 0xC2B2AE35U, __ATOMIC_RELEASE);
+  __atomic_store_n(&detail::rule_cache.generation_mark, now * 0xC2B2AE35U, __ATOMIC_RELEASE);
 }
 
 AddressRange code_of(const Module& module) {
@@ -203,12 +202,12 @@ void settle_frames_in_child() {
 }
 
 [[gnu::cold, gnu::noinline]] StepWord look_up_step(uint32_t pc, bool interrupted) {
-  const uint32_t mark = __atomic_load_n(&detail::generation_mark, __ATOMIC_ACQUIRE);
+  const uint32_t mark = __atomic_load_n(&detail::rule_cache.generation_mark, __ATOMIC_ACQUIRE);
   const Answer answer = find_rule(pc, (pc & ~frame::kThumbBit) - (interrupted ? 0 : 1));
   if (answer.rule == nullptr) return 0;
   const StepWord step = step_word(*answer.rule);
   if (answer.lasting && !interrupted) {
-    detail::RuleSlot& slot = detail::rule_slot(pc);
+    detail::RuleSlot& slot = detail::rule_cache.slots[detail::slot_of(pc)];
     __atomic_store_n(&slot.step, step, __ATOMIC_RELAXED);
     __atomic_store_n(&slot.check, detail::check_word(pc, step, mark), __ATOMIC_RELAXED);
   }

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "frames/step_word.h"
+#include "kept.h"
 #include "platform/address.h"
 
 namespace quarl {
@@ -41,16 +42,19 @@ void settle_frames_in_child();
 
 namespace detail {
 inline constexpr int kRuleSlotBits = 10;
-inline constexpr uint32_t kSpread = 0x9E3779B1;  // odd, near 2^32 divided by the golden ratio
 struct RuleSlot {
-  uint32_t check;  // address ^ step * kSpread ^ generation mark
+  uint32_t check;  // check_word()
   StepWord step;
 };
-extern RuleSlot rule_cache[1 << kRuleSlotBits];
-extern uint32_t generation_mark;
+struct RuleCache {
+  uint32_t generation_mark;
+  RuleSlot slots[1 << kRuleSlotBits];
+};
+extern RuleCache rule_cache;
 
-inline RuleSlot& rule_slot(uint32_t pc) {
-  return rule_cache[pc * kSpread >> (32 - kRuleSlotBits)];
+inline constexpr uint32_t kSpread = 0x9E3779B1;  // odd, near 2^32 divided by the golden ratio
+inline uint32_t slot_of(uint32_t pc) {
+  return pc * kSpread >> (32 - kRuleSlotBits);
 }
 inline uint32_t check_word(uint32_t pc, StepWord step, uint32_t mark) {
   return pc ^ step * kSpread ^ mark;
@@ -60,13 +64,22 @@ inline uint32_t check_word(uint32_t pc, StepWord step, uint32_t mark) {
 // Takes no lock, allocates nothing. Seldom it reads /proc/self/maps and maps a table.
 StepWord look_up_step(uint32_t pc, bool interrupted);
 
-// How to leave the frame to which a call returns at `pc`; 0 when there is no code. A rule stays readable for ever.
-inline StepWord step_at(uint32_t pc) {
-  const detail::RuleSlot& slot = detail::rule_slot(pc);
-  const StepWord step = __atomic_load_n(&slot.step, __ATOMIC_RELAXED);
-  const uint32_t check = __atomic_load_n(&slot.check, __ATOMIC_RELAXED);
-  const uint32_t mark = __atomic_load_n(&detail::generation_mark, __ATOMIC_RELAXED);
-  return __builtin_expect(check == detail::check_word(pc, step, mark), 1) ? step : look_up_step(pc, false);
-}
+// What steps are taken by, as one walk uses it.
+class StepCache {
+ public:
+  StepCache() : cache_(kept(detail::rule_cache)) {}
+
+  // How to leave the frame to which a call returns at `pc`; 0 when there is no code. A rule stays readable for ever.
+  [[gnu::always_inline]] StepWord at(uint32_t pc) const {
+    const detail::RuleSlot& slot = cache_.slots[detail::slot_of(pc)];
+    const StepWord step = __atomic_load_n(&slot.step, __ATOMIC_RELAXED);
+    const uint32_t check = __atomic_load_n(&slot.check, __ATOMIC_RELAXED);
+    const uint32_t mark = __atomic_load_n(&cache_.generation_mark, __ATOMIC_RELAXED);
+    return __builtin_expect(check == detail::check_word(pc, step, mark), 1) ? step : look_up_step(pc, false);
+  }
+
+ private:
+  const detail::RuleCache& cache_;
+};
 
 }  // namespace quarl

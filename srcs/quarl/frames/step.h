@@ -76,15 +76,16 @@ inline bool leave_by_word(StepWord step, Registers* in, uint32_t high) {
   const uint32_t base = kStepBase.of(step);
   const uint32_t from = base == 0 ? in->sp : !frame::kHasR11 || base == 1 ? in->frame : in->r11;
   const uint32_t cfa = from + kStepCfa.of(step) * 4;
-  const uint32_t room = cfa - in->sp;
-  if (__builtin_expect(room - 1 >= high - in->sp || cfa % 4 != 0, 0)) return false;
-  const uint32_t back = frame::kHasR11 ? kStepReturn.of(step) * 4 : 4;
-  const uint32_t saved = kStepFrame.of(step) * 4;
-  const uint32_t saved_r11 = frame::kHasR11 ? kStepR11.of(step) * 4 : 0;
+  const uint32_t bytes = cfa - in->sp;
+  const uint32_t room = bytes >> 2 | bytes << 30;  // words; of bytes that are no multiple of 4 more than any stack has
+  if (__builtin_expect(room - 1 >= (high - in->sp) / 4, 0)) return false;
+  const uint32_t back = frame::kHasR11 ? kStepReturn.of(step) : 1;
+  const uint32_t saved = kStepFrame.of(step);
+  const uint32_t saved_r11 = frame::kHasR11 ? kStepR11.of(step) : 0;
   if (__builtin_expect(back > room || saved > room || saved_r11 > room, 0)) return false;
-  in->pc = word_at(cfa - back);
-  if (saved != 0) in->frame = word_at(cfa - saved);
-  if (saved_r11 != 0) in->r11 = word_at(cfa - saved_r11);
+  in->pc = word_at(cfa - back * 4);
+  if (saved != 0) in->frame = word_at(cfa - saved * 4);
+  if (saved_r11 != 0) in->r11 = word_at(cfa - saved_r11 * 4);
   in->sp = cfa;
   return true;
 }

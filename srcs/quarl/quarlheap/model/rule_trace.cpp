@@ -14,7 +14,7 @@ struct SlowStep {
 };
 [[gnu::cold, gnu::noinline]] SlowStep leave_slowly(StepWord step, Registers in, uint32_t high) {
   if (!leave_by_rule(rule_of(step), &in, high)) return {in, 0};
-  return {in, in.interrupted ? look_up_step(in.pc, true) : step_at(in.pc)};
+  return {in, in.interrupted ? look_up_step(in.pc, true) : StepCache().at(in.pc)};
 }
 
 }  // namespace
@@ -31,12 +31,13 @@ struct SlowStep {
     if (out == end || !frame::leave_by_pointer(&at, high, true)) return static_cast<int>(out - buf);
   }
   if (__builtin_expect(loader_code.holds(at.pc), 0)) note_loader_at_work();
-  for (StepWord step = step_at(at.pc); step != 0;) {
+  const StepCache steps;
+  for (StepWord step = steps.at(at.pc); step != 0;) {
     *out++ = at.pc;
     if (out == end) break;
     if (__builtin_expect(is_packed(step), 1)) {
       if (!leave_by_word(step, &at, high)) break;
-      step = step_at(at.pc);
+      step = steps.at(at.pc);
     } else {
       const SlowStep slow = leave_slowly(step, at, high);
       at = slow.registers;

@@ -23,7 +23,8 @@ inline uint32_t r7_of_caller(uint32_t fp, uint32_t r7, bool own) {
     if (at % 4 != 0 || (!own && !is_startup_code(at))) return r7;
     const uint32_t instruction = word_at(at);
     if ((instruction & ~kRegistersBelowFp) != kPush) continue;
-    const auto above_r7 = static_cast<uint32_t>(__builtin_popcount(instruction & 0xFF00));
+    // fp, ip, lr and pc are; the processors have no instruction that counts bits.
+    const uint32_t above_r7 = 4 + (instruction >> 8 & 1) + (instruction >> 9 & 1) + (instruction >> 10 & 1);
     return (instruction & 1 << 7) != 0 ? word_at(fp - 4 * above_r7) : r7;
   }
   return r7;
