@@ -2,10 +2,10 @@
 // contrast, without a network. With QUARL_SCREENSHOTS set to a folder, pictures are left there.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
-import { existsSync, mkdtempSync, rmSync, statSync, truncateSync } from "node:fs";
+import { existsSync, mkdtempSync, rmSync, statSync, truncateSync, writeFileSync } from "node:fs";
 import { createRequire } from "node:module";
 import { tmpdir } from "node:os";
-import { dirname, join } from "node:path";
+import { basename, dirname, join } from "node:path";
 import { after, before, test } from "node:test";
 import { fileURLToPath, pathToFileURL } from "node:url";
 
@@ -189,6 +189,22 @@ test("the timeline shows the peak that no point falls on, as the text does", opt
     for (const [index, point] of points.entries()) {
       await opened.keyboard.press(index === 0 ? "Home" : "ArrowRight");
       assert.match(await opened.textContent("#plot-detail"), new RegExp(`: ${grouped(point.bytes)} bytes held, at most ${grouped(point.peak)} since.*mappings: ${grouped(point.count)},`));
+    }
+  });
+});
+
+test("the timeline tells the resident memory where an event does", options, async () => {
+  const { points } = json("timeline", logOf("chain"));
+  const told = join(folder, "told.jsonl");
+  const event = (point, index) => ({ v: 1, event: "snapshot", pid: 4242, time: point.time, kind: "auto", path: `/var/log/${basename(logOf("chain"))}`, resident: 1e6 + index });
+  writeFileSync(told, points.slice(0, -1).map((point, index) => `${JSON.stringify(event(point, index))}\n`).join(""));
+  await withPage(pageOf(logOf("chain"), "--events", told), async (opened) => {
+    await opened.focus("#plot");
+    for (const index of points.keys()) {
+      await opened.keyboard.press(index === 0 ? "Home" : "ArrowRight");
+      const text = await opened.textContent("#plot-detail");
+      const wanted = index < points.length - 1 ? [`resident memory of the process: ${grouped(1e6 + index)} bytes`] : null;
+      assert.deepEqual(text.match(/resident memory.*/)?.slice() ?? null, wanted);
     }
   });
 });

@@ -128,7 +128,8 @@ class Page {
     for (const TimePoint& point : thinned(timeline.points, kMaxPoints)) {
       Json entries = point.entries ? Json(*point.entries) : Json();
       points.push_back({point.at, point.bytes, std::max(point.bytes, point.peak), std::move(entries),
-                        point.entries ? Json(point.most_entries) : Json()});
+                        point.entries ? Json(point.most_entries) : Json(),
+                        point.resident ? Json(*point.resident) : Json()});
     }
     document_["timeline"] = {{"axis", name_of(timeline.axis)}, {"points", std::move(points)}};
   }

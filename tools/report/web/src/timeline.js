@@ -9,7 +9,7 @@ const readout = document.getElementById("plot-detail");
 const color = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 let plot = null;
 
-const [at, bytes, most, entries, mostEntries] = [0, 1, 2, 3, 4]; // of a point
+const [at, bytes, most, entries, mostEntries, resident] = [0, 1, 2, 3, 4, 5]; // of a point
 const inSeconds = () => data.timeline.axis === "seconds";
 const when = (value) => (inSeconds() ? clockTime(value) : `record ${grouped(value)}`);
 
@@ -49,7 +49,8 @@ function options(counted) {
 
 function describe(point) {
   const blocks = point[entries] === null ? "" : `; blocks and mappings: ${grouped(point[entries])}, at most ${grouped(point[mostEntries])}`;
-  return `${when(point[at])}: ${grouped(point[bytes])} bytes held, at most ${grouped(point[most])} since the point before${blocks}`;
+  const inMemory = point[resident] === null ? "" : `; resident memory of the process: ${grouped(point[resident])} bytes`;
+  return `${when(point[at])}: ${grouped(point[bytes])} bytes held, at most ${grouped(point[most])} since the point before${blocks}${inMemory}`;
 }
 
 function highestIndex() {
