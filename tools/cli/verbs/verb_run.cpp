@@ -67,7 +67,8 @@ your own in QUARL_EVENTS is followed; where it is a FIFO or a terminal, no stori
 
 Traces: unwind rules of the program and of the libraries that its loader names are prepared first and kept below
 ~/.cache/quarl (XDG_CACHE_HOME counts) for the next time; those of libraries that were loaded later are made at the end,
-for another run. "quarl frames --help" tells more. Removing that folder has them made anew, as after debug files were installed. QUARL_FRAMES=DIR in the environment names tables of one's own.
+for another run. "quarl frames --help" tells more. Removing that folder has them made anew, as after debug files were
+installed. QUARL_FRAMES=DIR in the environment names tables of one's own.
 
 Agent: with --agent it listens on 127.0.0.1, unless QUARL_AGENT_ADDRESS is set already (0.0.0.0 means all addresses of
 this machine). Whoever can connect to it steers the checker in the program.
