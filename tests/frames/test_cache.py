@@ -38,7 +38,7 @@ class Cache(TablesTest):
                 self.assertEqual(self.run_program(target), str(folder))
                 tables = {path: path.stat().st_mtime_ns for path in folder.iterdir()}
                 names = [os.path.basename(Table(path).path) for path in tables]
-                for name in (f"program_{target}", "libquarl.so", "libc.so.6"):
+                for name in (f"program_{target}", "libquarl.so", "libc.so.6", "libgcc_s.so.1"):
                     self.assertIn(name, names)
                 self.assertTrue(all(Table(path).sound for path in tables))
                 self.assertEqual(self.run_program(target), str(folder))

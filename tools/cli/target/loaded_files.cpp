@@ -65,6 +65,15 @@ std::string ask_loader(const LaunchCommand& command, const Program& program) {
   return output_of(argv, environment);
 }
 
+// The C library loads it when a thread ends by pthread_exit, as one with a fault does.
+void add_unwinder(std::vector<std::string>& files) {
+  auto is_libc = [](const std::string& file) { return fs::path(file).filename() == "libc.so.6"; };
+  auto libc = std::ranges::find_if(files, is_libc);
+  if (libc == files.end()) return;
+  fs::path unwinder = fs::path(*libc).replace_filename("libgcc_s.so.1");
+  if (fs::exists(unwinder)) files.push_back(unwinder.string());
+}
+
 }  // namespace
 
 // Its lines are "NAME => PATH (ADDRESS)" or "PATH (ADDRESS)".
@@ -79,6 +88,7 @@ std::vector<std::string> loaded_files(const LaunchCommand& command, const Progra
     bool below = !sysroot.empty() && !path.starts_with(sysroot) && fs::exists(sysroot + path);
     files.push_back(below ? sysroot + path : path);
   }
+  add_unwinder(files);
   return files;
 }
 
