@@ -255,7 +255,7 @@ class Kept(ReportTest):
     def test_a_known_leak_is_the_users(self):
         path, _ = self.keeping("i686")
         known = self.folder / "known.txt"
-        known.write_text("leak:^kept_users$\nleak:^leaked_realpath$\n")
+        known.write_text("# known\r\nleak:^kept_users$\r\n\n  leak: ^leaked_realpath$ \n")
         before, after = self.json("leaks", path), self.json("leaks", path, "--suppress", known)
         moved = before["suppressed_by_default"]["count"] - after["suppressed_by_default"]["count"]
         self.assertGreater(moved, 5)

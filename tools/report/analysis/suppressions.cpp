@@ -40,7 +40,7 @@ std::string_view trimmed(std::string_view line) {
 // Of a line "leak:PATTERN"; empty when it is none.
 std::string_view pattern_in(std::string_view line) {
   constexpr std::string_view kPrefix = "leak:";
-  return line.starts_with(kPrefix) ? line.substr(kPrefix.size()) : std::string_view();
+  return line.starts_with(kPrefix) ? trimmed(line.substr(kPrefix.size())) : std::string_view();
 }
 
 }  // namespace
