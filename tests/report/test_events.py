@@ -1,6 +1,7 @@
 """Code of libraries that had gone when the log's map was written, by the events of the process."""
 
 import json
+import os
 import unittest
 
 from log_builder import ALLOCATED, MALLOC
@@ -17,6 +18,19 @@ def event(kind, pid=PID, **keys):
 def module(path, build_id="", address=BASE, number=1, pid=PID):
     identity = {"build_id": build_id} if build_id else {}
     return event("module", pid, id=number, path=path, address=f"{address:#x}", bias=f"{address:#x}", **identity)
+
+
+class NoFile(ReportTest):
+    def test_only_files_are_waited_for(self):
+        log = self.write(self.layout.log([self.layout.record(MALLOC, ALLOCATED, 0x1000, 10, [0x8001])], time=1))
+        beside = self.folder / "events.jsonl"
+        for make in (os.mkfifo, os.mkdir, lambda path: path.symlink_to("/dev/zero")):
+            make(beside)
+            for verb in ("leaks", "timeline"):
+                self.report(verb, log)
+                self.assertIn("not a regular file", self.report(verb, log, "--events", beside, status=2)[1])
+            os.rmdir(beside) if beside.is_dir() else beside.unlink()
+        self.assertIn("no file", self.report(log, "--events", beside, status=2)[1])
 
 
 class Events(ReportTest):

@@ -1,5 +1,6 @@
 #include "report/command_line.h"
 
+#include <filesystem>
 #include <map>
 
 #include "report/formats/operation_name.h"
@@ -75,6 +76,18 @@ CLI::Validator existing_directory() {
   return CLI::Validator(CLI::ExistingDirectory).description("");
 }
 
+// Events are read more than once, which a FIFO is not; of one without a writer the reading would not begin.
+std::string check_regular(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) return "there is no file " + path;
+  return std::filesystem::is_regular_file(path, error) ? "" : path + " is not a regular file; copy it to one first";
+}
+
+// Numbers of 64 bits are read modulo 2^64: -1 would allow everything.
+std::string check_not_negative(const std::string& text) {
+  return text.starts_with('-') ? "a number from 0 on was expected, " + text + " was given" : "";
+}
+
 std::string check_rename(const std::string& text) {
   size_t equals = text.find('=');
   return equals == 0 || equals == std::string::npos ? "FROM=TO was expected, \"" + text + "\" was given" : "";
@@ -116,7 +129,7 @@ void add_reading_options(CLI::App& command, Options& options) {
           "--events", options.desk.events,
           "The process's events: what was unloaded, and which builds ran (default: events.jsonl beside the log)")
       ->type_name("FILE")
-      ->check(CLI::Validator(CLI::ExistingFile).description(""));
+      ->check(check_regular);
   command
       .add_option("--map", options.desk.renames, "Look for target files under FROM in TO instead; can be given again")
       ->type_name("FROM=TO")
@@ -144,6 +157,7 @@ void add_grouping_options(CLI::App& command, Options& options) {
   command
       .add_option("--top", options.top,
                   "How many sites to give (default 20 in text, 10 in a summary; all in other formats)")
+      ->check(check_not_negative)
       ->type_name("N");
 }
 
@@ -183,6 +197,7 @@ void add_site_options(CLI::App& command, Options& options) {
   command
       .add_option_function<uint64_t>("--fail-on-leak", limit,
                                      "End with status 3 when more than this is unfreed (diff: has grown)")
+      ->check(check_not_negative)
       ->type_name("BYTES");
 }
 
@@ -204,7 +219,9 @@ void add_event_options(CLI::App& command, EventFilter& filter) {
       .add_option("--function", filter.function,
                   "With a frame whose function matches: * any characters, ^ and $ the ends")
       ->type_name("PATTERN");
-  command.add_option("--limit", filter.limit, "At most this many (default all)")->type_name("N");
+  command.add_option("--limit", filter.limit, "At most this many (default all)")
+      ->check(check_not_negative)
+      ->type_name("N");
 }
 
 bool has_option(const CLI::App& command, const std::string& name) {

@@ -13,7 +13,9 @@
 
 namespace quarl::report {
 
-LogFile::LogFile(std::string path) : path_(std::move(path)), descriptor_(open(path_.c_str(), O_RDONLY | O_CLOEXEC)) {
+// A FIFO is opened without waiting for its writer, to be refused.
+LogFile::LogFile(std::string path)
+    : path_(std::move(path)), descriptor_(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
   struct stat status = {};
   if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
     throw LogError(path_, 0, fmt::format("cannot be opened: {}", strerror(errno)));

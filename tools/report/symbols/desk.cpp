@@ -53,7 +53,9 @@ void Desk::warn_of_other_build(const std::string& path, const std::string& targe
 
 std::string Desk::events_of(const std::string& log_path) const {
   if (!options_.events.empty()) return options_.events;
-  return (std::filesystem::path(log_path).parent_path() / "events.jsonl").string();
+  const std::filesystem::path beside = std::filesystem::path(log_path).parent_path() / "events.jsonl";
+  std::error_code error;
+  return std::filesystem::is_regular_file(beside, error) ? beside.string() : "";
 }
 
 void Desk::warn(const std::string& sentence) {
