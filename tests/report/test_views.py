@@ -173,6 +173,23 @@ class Views(ReportTest):
         for option in ("--min-size", "--max-age", "--module"):
             self.assertIn(option, self.report("threads", log, option, 1, status=2)[1])
 
+    def test_what_can_choose_nothing_is_refused(self):
+        # Each would be told as no leaks at all otherwise, and pass on a build server.
+        record = self.layout.record
+        timeless = self.write(self.layout.log([record(MALLOC, ALLOCATED, 0x1000, 100, [0x11], time=0, seq=1)], time=9))
+        for option in ("--min-age", "--max-age"):
+            for verb in (["leaks", "--fail-on-leak", 1], ["peak"], ["hot"], ["--fail-on-leak", 1]):
+                self.assertIn("no times (QUARL_HEAD_TIME=2", self.report(*verb, timeless, option, 0, status=1)[1])
+        for moment in ("@5", "+1", "2026-01-31 12:00:00"):
+            self.assertIn("ask for a number", self.report("at", moment, timeless, status=1)[1])
+        self.assertEqual(self.json("at", 1, timeless)["live"], {"bytes": 100, "count": 1})
+        for what in ("size", "age"):
+            crossed = [f"--min-{what}", 6, f"--max-{what}", 5, "--fail-on-leak", 1]
+            self.assertIn("nothing is left to choose", self.report("leaks", timeless, *crossed, status=2)[1])
+        self.assertEqual(self.json("leaks", timeless, "--min-size", 100, "--max-size", 100)["unfreed"]["count"], 1)
+        for negative in (["leaks", "--fail-on-leak", -1], ["--top", -1], ["events", "--limit", -1]):
+            self.assertIn("from 0 on", self.report(*negative, timeless, status=2)[1])
+
     def test_faults_are_chosen_before_they_are_too_many(self):
         record = self.layout.record
         maps = "00008000-00009000 r-xp 00000000 00:00 1 /lib/a\n00009000-0000a000 r-xp 00000000 00:00 1 /lib/b\n"

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "report/command_line.h"
+#include "report/verbs/refusals.h"
 #include "report/verbs/verbs.h"
 
 namespace quarl::report {
@@ -103,6 +104,7 @@ const std::vector<Verb>& verbs() {
 }
 
 int guarded(Run run, const Options& options) {
+  refuse_empty_ranges(options.selection);
   try {
     return run(options);
   } catch (const CLI::Error&) {

@@ -40,6 +40,13 @@ const char* name_of(View view) {
   return view == View::kAllocated ? "allocated" : "held";
 }
 
+void require_times(const Log& log, const Snapshot& snapshot, const char* so) {
+  RecordPass pass(log, snapshot, {});
+  if (pass.first_time() != 0 || pass.records() == 0) return;
+  throw std::runtime_error(
+      fmt::format("{}: its records have no times (QUARL_HEAD_TIME=2 has them written); {}", log.file().path(), so));
+}
+
 Answer::Answer(const Options& options)
     : options_(options), output_(options.output, options.color, options.names), desk_(options.desk) {
   if (!options.suppressions.empty()) suppressions_.load(options.suppressions);
@@ -50,7 +57,9 @@ Subject Answer::open(const std::string& argument, Wanted wanted) {
   auto [path, number] = parse_argument(argument);
   std::shared_ptr<const Log>& log = logs_[path];
   if (!log) log = std::make_shared<const Log>(path, options_.kind);
-  return Subject(log, choose(*log, number), desk_, suppressions_, options_.selection, wanted);
+  const Snapshot& snapshot = choose(*log, number);
+  if (options_.selection.asks_for_age()) require_times(*log, snapshot, "nothing in it has an age");
+  return Subject(log, snapshot, desk_, suppressions_, options_.selection, wanted);
 }
 
 void Answer::note_left_out(const LeftOut& left_out) const {

@@ -43,4 +43,7 @@ class Answer {
   std::map<std::string, std::shared_ptr<const Log>> logs_;  // by path
 };
 
+// Throws when there are records and none of them has a time; `so` is what follows from that.
+void require_times(const Log& log, const Snapshot& snapshot, const char* so);
+
 }  // namespace quarl::report

@@ -30,9 +30,7 @@ std::optional<uint32_t> date_in(const std::string& text) {
 
 uint32_t start_of(Subject& subject) {
   RecordPass pass(subject.log(), subject.snapshot(), {});
-  const uint32_t first = pass.first_time();
-  if (first != 0) return first;
-  throw std::runtime_error(subject.label() + ": its records have no times (QUARL_HEAD_TIME); ask for a number");
+  return pass.first_time();
 }
 
 Moment moment_in(const std::string& text, Subject& subject) {
@@ -73,6 +71,7 @@ int report_moment(const Options& options) {
   const Moment moment = moment_in(options.moment, whole);
   const bool chain = whole.log().kind() == LogKind::kSnapshotChain && moment.time;
   if (!chain) require_records(whole, "what was live at a moment");
+  if (!chain && moment.time) require_times(whole.log(), whole.snapshot(), "ask for a number");
   Subject subject = answer.open(chain ? argument_of(answer, options.files.front(), moment) : options.files.front());
   if (!chain) subject.pass().read_until(moment);
   SiteTable sites = subject.table(options.grouping, options.order, [&](SiteTable& table) {
