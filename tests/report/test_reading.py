@@ -1,5 +1,6 @@
 """Logs of every kind and both byte orders, cut short and damaged."""
 
+import os
 import struct
 import unittest
 
@@ -142,6 +143,16 @@ class Damaged(ReportTest):
         content[second + 84:second + 88] = struct.pack("<I", second)
         self.assertIn(f"at offset {second + 84}", self.report(self.write(content), status=1)[1])
 
+    def test_names_do_not_steer_the_terminal(self):
+        name = "a\x1b[2J\rb\u00fc"
+        maps = f"00008000-00009000 r-xp 00000000 00:00 1 /lib/\x1b[31mred\n"
+        log = self.write(self.layout.log([self.layout.record(MALLOC, ALLOCATED, 0x1000, 10, [0x8011])], time=1, maps=maps,
+                                         name=name, threads=[self.layout.thread(7, "t\x1b]0;x\x07")]))
+        for verb in ([], ["leaks"], ["leaks", "--by", "module"], ["leaks", "--tree"], ["threads"], ["timeline"]):
+            self.assertNotRegex(self.text(*verb, log), "[\0-\x09\x0b-\x1f\x7f]")
+        self.assertIn("a?[2J?b\u00fc", self.text(log))
+        self.assertEqual(self.json(log)["log"]["process"], name)
+
     def test_counts_and_records_that_cannot_be(self):
         layout = self.layout
         good = layout.record(MALLOC, ALLOCATED, 0x1000, 10)
@@ -153,6 +164,9 @@ class Damaged(ReportTest):
     def test_what_is_no_file_is_refused(self):
         self.assertIn("not a regular file", self.report(self.folder, status=1)[1])
         self.assertIn("cannot be opened", self.report(self.folder / "none", status=1)[1])
+        fifo = self.folder / "fifo_1_quarl.log"  # nobody writes to it
+        os.mkfifo(fifo)
+        self.assertIn("not a regular file", self.report(fifo, status=1)[1])
 
 
 class FailOnLeak(ReportTest):

@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -23,6 +24,12 @@ bool wants_color(ColorChoice choice, bool terminal) {
 }
 
 }  // namespace
+
+std::string without_controls(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](unsigned char byte) { return byte < ' ' || byte == 0x7f; }, '?');
+  return text;
+}
 
 Output::Output(const std::string& path, ColorChoice color, Names names)
     : path_(path), file_(path.empty() ? stdout : fopen(path.c_str(), "we")), names_(names) {

@@ -13,6 +13,9 @@ namespace quarl::report {
 
 enum class ColorChoice { kAuto, kAlways, kNever };
 
+// With "?" for control characters: names come from logs and files, and could steer a terminal.
+std::string without_controls(std::string text);
+
 class Output {
  public:
   // Writes to the file `path`, or to standard output when it is empty. Throws std::runtime_error when it cannot be

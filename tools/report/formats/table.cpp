@@ -10,7 +10,7 @@ std::string text_of(const Cell& cell, bool plain) {
   if (auto number = std::get_if<uint64_t>(&cell)) return plain ? fmt::format("{}", *number) : grouped(*number);
   if (auto number = std::get_if<int64_t>(&cell)) return grouped_sign(*number);
   if (auto number = std::get_if<double>(&cell)) return fmt::format("{:.1f}", *number);
-  if (auto text = std::get_if<std::string>(&cell)) return *text;
+  if (auto text = std::get_if<std::string>(&cell)) return without_controls(*text);
   return "-";
 }
 

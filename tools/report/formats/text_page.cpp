@@ -8,7 +8,7 @@ namespace {
 constexpr size_t kTopOfSummary = 10;
 
 void write_field(Output& output, const char* name, const std::string& value) {
-  output.print("{} {}\n", output.bold(fmt::format("{:<12}", name)), value);
+  output.print("{} {}\n", output.bold(fmt::format("{:<12}", name)), without_controls(value));
 }
 
 std::string age(const Site& site) {
@@ -27,7 +27,8 @@ void write_frames(Output& output, const Frames& frames) {
   size_t number = 0;
   if (!frames.empty() && !frames.front().entry.empty()) output.print("    in  {}\n", frames.front().entry);
   for (const Frame& frame : frames)
-    output.print("    #{:<2} {}{}\n", number++, describe(frame, output.names()), frame.inlined ? " [inlined]" : "");
+    output.print("    #{:<2} {}{}\n", number++, without_controls(describe(frame, output.names())),
+                 frame.inlined ? " [inlined]" : "");
 }
 
 Usage of_kind(Subject& subject, bool mapping, bool file) {
@@ -110,7 +111,7 @@ void write_node(Output& output, const CallNode& node, const std::string& indent,
   for (const CallNode& child : node.children) {
     double share = whole == 0 ? 0 : 100.0 * static_cast<double>(child.usage.bytes) / static_cast<double>(whole);
     output.print("{:>16} {:>10} {:5.1f}%  {}{}\n", grouped(child.usage.bytes), grouped(child.usage.count), share,
-                 indent, child.name);
+                 indent, without_controls(child.name));
     write_node(output, child, indent + "  ", whole);
   }
 }
@@ -131,7 +132,7 @@ void write_left_out(Output& output, const LeftOut& left_out) {
 }
 
 void write_place(Output& output, const Site& site) {
-  if (site.frames.empty()) output.print("    {}\n", site.name);
+  if (site.frames.empty()) output.print("    {}\n", without_controls(site.name));
   write_frames(output, site.frames);
 }
 
