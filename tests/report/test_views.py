@@ -183,6 +183,8 @@ class Views(ReportTest):
         for moment in ("@5", "+1", "2026-01-31 12:00:00"):
             self.assertIn("ask for a number", self.report("at", moment, timeless, status=1)[1])
         self.assertEqual(self.json("at", 1, timeless)["live"], {"bytes": 100, "count": 1})
+        timed = self.write(self.layout.log([record(MALLOC, ALLOCATED, 0x1000, 100, [0x11], seq=1)], time=9))
+        self.assertEqual(self.json("at", "+4294967295", timed)["live"], {"bytes": 100, "count": 1})  # the end of all times
         for what in ("size", "age"):
             crossed = [f"--min-{what}", 6, f"--max-{what}", 5, "--fail-on-leak", 1]
             self.assertIn("nothing is left to choose", self.report("leaks", timeless, *crossed, status=2)[1])

@@ -1,4 +1,5 @@
 // `at`: what was live at a moment of the run.
+#include <algorithm>
 #include <charconv>
 #include <ctime>
 
@@ -39,7 +40,10 @@ Moment moment_in(const std::string& text, Subject& subject) {
     if (auto time = number_in(std::string_view(text).substr(1))) return {std::nullopt, time};
   }
   if (text.starts_with('+')) {
-    if (auto seconds = number_in(std::string_view(text).substr(1))) return {std::nullopt, start_of(subject) + *seconds};
+    if (auto seconds = number_in(std::string_view(text).substr(1))) {
+      const uint32_t start = start_of(subject);
+      return {std::nullopt, start + std::min(*seconds, UINT32_MAX - start)};
+    }
   }
   if (auto time = date_in(text)) return {std::nullopt, time};
   throw CLI::ValidationError("MOMENT", "\"" + text +
