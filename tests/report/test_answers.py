@@ -6,7 +6,7 @@ import json
 import random
 import unittest
 
-from log_builder import (ALLOCATED, FAILED, FREE, MALLOC, MEMALIGN, MMAP, MMAP_FILE, MUNMAP, REALLOC, REALLOC_RELEASE,
+from log_builder import (ALLOCATED, CHUNK_MAP, FAILED, FREE, MALLOC, MEMALIGN, MMAP, MMAP_FILE, MUNMAP, REALLOC, REALLOC_RELEASE,
                          RELEASED, SLOP_HEAD, SLOP_TAIL, broken)
 from support import ReportTest
 
@@ -279,6 +279,15 @@ class Threads(ReportTest):
         document = self.json("threads", self.write(table))
         self.assertEqual((document["source"], document["seconds"], document["threads"][0]["bytes_per_second"]), ("thread table", 25, 40.0))
         self.assertIn("no thread was recorded", self.report("threads", self.write(self.layout.log(time=1)), status=1)[1])
+
+    def test_a_peak_with_large_blocks_is_qualified(self):
+        small = self.layout.thread(1, "small", {MALLOC: 1}, {MALLOC: 10}, held=10, peak=10)
+        large = self.layout.thread(2, "large", {MALLOC: 1, MMAP: 1, CHUNK_MAP: 1}, {MALLOC: 300000, MMAP: 303104, CHUNK_MAP: 303104},
+                                   held=300000, peak=603104)
+        for threads, exact in (([small], [True]), ([large, small], [False, True])):
+            path = self.write(self.layout.log(time=1, threads=threads))
+            self.assertEqual([thread["peak_exact"] for thread in self.json("threads", path)["threads"]], exact)
+            self.assertEqual("counts twice for a moment" in self.text("threads", path), not all(exact))
 
 
 class Events(ReportTest):

@@ -32,6 +32,7 @@ ThreadTally tally_of(const ThreadProf& thread) {
   tally.failures = std::accumulate(std::begin(thread.failed), std::end(thread.failed), uint64_t{0});
   tally.held = held_bytes(thread);
   tally.peak = known_peak(thread.unfree_peak);
+  tally.peak_exact = peak_is_exact(thread);
   tally.in_place = thread.in_place;
   tally.shrunk = thread.shrink;
   return tally;

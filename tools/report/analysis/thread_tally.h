@@ -23,6 +23,7 @@ struct ThreadTally {
   // what it allocated less what it released, whoever had allocated that.
   int64_t held = 0;
   std::optional<uint64_t> peak;      // of that, from the thread table
+  bool peak_exact = true;            // no large block is in it twice, as which it counts for a moment
   std::optional<uint64_t> in_place;  // reallocs whose block stayed where it was; from the table, as the next
   std::optional<uint64_t> shrunk;    // reallocs to a smaller size
 };

@@ -159,7 +159,7 @@ class Page {
     ThreadTallies tallies = subject_.pass().threads();
     document_["threads"] = {{"source", tallies.from_table ? "thread table" : "records"},
                             {"seconds", tallies.seconds},
-                            {"rows", to_json(thread_rows(tallies))}};
+                            {"rows", threads_json(tallies)}};
   }
 
   // The largest of those that are held; the cells have the sums of all.

@@ -160,6 +160,15 @@ Table thread_rows(const ThreadTallies& tallies) {
   return table;
 }
 
+Json threads_json(const ThreadTallies& tallies) {
+  Json rows = to_json(thread_rows(tallies));
+  for (size_t index = 0; index < rows.size(); ++index) {
+    const ThreadTally& thread = tallies.threads[index];
+    if (thread.peak) rows[index]["peak_exact"] = thread.peak_exact;
+  }
+  return rows;
+}
+
 Json usage_json(const Usage& usage) {
   return {{"bytes", usage.bytes}, {"count", usage.count}};
 }

@@ -19,6 +19,8 @@ Histogram histogram_of_unfreed(Subject& subject);
 Table histogram_rows(const Histogram& histogram);
 Table timeline_rows(const Timeline& timeline);
 Table thread_rows(const ThreadTallies& tallies);
+// Those rows, with `peak_exact` where there is a peak.
+Json threads_json(const ThreadTallies& tallies);
 
 Json site_json(const Site& site);
 Json frames_json(const Frames& frames);

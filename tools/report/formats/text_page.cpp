@@ -1,5 +1,7 @@
 #include "report/formats/text_page.h"
 
+#include <algorithm>
+
 #include "report/formats/operation_name.h"
 
 namespace quarl::report {
@@ -219,6 +221,12 @@ void write_threads(Output& output, const ThreadTallies& tallies) {
                tallies.seconds == 0 ? "no rates: less than a second is covered, or its times were not recorded"
                                     : fmt::format("rates over {}", counted(tallies.seconds, "second")));
   write_text(output, thread_rows(tallies));
+  if (!tallies.from_table) return;
+  output.print("held: what a thread allocated less what it released, whoever had allocated that\n");
+  const bool exact = std::all_of(tallies.threads.begin(), tallies.threads.end(),
+                                 [](const ThreadTally& thread) { return !thread.peak || thread.peak_exact; });
+  if (!exact)
+    output.print("peak: of threads with blocks of 128 KiB and more, such a block counts twice for a moment\n");
 }
 
 }  // namespace quarl::report

@@ -1,4 +1,5 @@
 #include "report/formats/json_document.h"
+#include "report/formats/site_rows.h"
 #include "report/formats/text_page.h"
 #include "report/verbs/answer.h"
 #include "report/verbs/refusals.h"
@@ -30,7 +31,7 @@ int report_threads(const Options& options) {
     Json document = json_head("threads", subject, answer.desk());
     document["source"] = tallies.from_table ? "thread table" : "records";
     document["seconds"] = tallies.seconds;
-    document["threads"] = to_json(thread_rows(tallies));
+    document["threads"] = threads_json(tallies);
     write_json(answer.output(), document);
   } else if (options.format == Format::kCsv) {
     write_csv(answer.output(), thread_rows(tallies));

@@ -11,7 +11,7 @@ export function showThreads() {
   const box = document.getElementById("threads-box");
   const { rows, source, seconds } = data.threads;
   if (rows.length === 0) return box.append(empty("No thread was recorded (QUARL_THREAD, or QUARL_HEAD_TID with a record log, records them)."));
-  const optional = [number("peak", "Peak"), number("in_place", "In place"), number("shrunk", "Shrunk")].filter(({ id }) => rows.some((row) => row[id] !== null));
+  const optional = [number("peak", "Peak", { cell: (row) => (row.peak === null || row.peak_exact ? "" : "at most ") + grouped(row.peak) }), number("in_place", "In place"), number("shrunk", "Shrunk")].filter(({ id }) => rows.some((row) => row[id] !== null));
   box.append(element("p", { class: "hint" }, source === "records" ? "Counted from the records." : "From the thread table.", seconds ? ` Rates over ${counted(seconds, "second")}.` : ""));
   const table = new SortedTable(box, [
     { id: "tid", header: "Thread", value: (row) => row.tid, cell: (row) => String(row.tid) },
