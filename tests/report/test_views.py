@@ -233,6 +233,8 @@ class Growth(ReportTest):
         self.assertIn("+1 bytes a second, steadiness 1.00: from 10 bytes in 1 block to 50 bytes in 5 blocks", self.text("grow", log))
         again = self.json("grow", f"{log}@5", f"{log}@1", f"{log}@3")
         self.assertEqual([site["slope"] for site in again["sites"]], [1.0, 1.0])
+        fallen = self.text("grow", self.chain((1,), (3,), (6,), (5,)))
+        self.assertIn(": from 10 bytes in 1 block to 50 bytes in 5 blocks, at most 60 bytes in 6 blocks\n", fallen)
         self.assertIn("3 snapshots", self.report("grow", self.chain((1,), (2,)), status=1)[1])
 
 

@@ -1,5 +1,6 @@
 #include "report/formats/growth_page.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "report/formats/json_document.h"
@@ -23,10 +24,17 @@ Json point_json(const GrownSite& site) {
   return points;
 }
 
+// Of a site that has fallen again, how high it was.
+std::string height(const GrownSite& grown) {
+  auto lower = [](const Usage& a, const Usage& b) { return a.bytes < b.bytes; };
+  const Usage& most = *std::max_element(grown.points.begin(), grown.points.end(), lower);
+  return most.bytes > grown.points.back().bytes ? ", at most " + in_blocks(most) : "";
+}
+
 void write_site(Output& output, const Growth& growth, const GrownSite& grown) {
-  output.print("\n{}, steadiness {:.2f}: from {} to {}\n",
+  output.print("\n{}, steadiness {:.2f}: from {} to {}{}\n",
                output.bold(fmt::format("+{} bytes a {}", rate(grown.slope), every(growth))), grown.steadiness,
-               in_blocks(grown.points.front()), in_blocks(grown.points.back()));
+               in_blocks(grown.points.front()), in_blocks(grown.points.back()), height(grown));
   write_place(output, grown.site);
 }
 
