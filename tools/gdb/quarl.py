@@ -14,6 +14,7 @@ MAGIC, VERSION = b"QRPROCT\n", 1
 HEADER_MAGIC = b"QRBH"
 OPERATIONS = ("malloc", "realloc", "calloc", "free", "memalign", "mmap", "munmap", "chunk map", "chunk unmap",
               "realloc release", "mmap file", "munmap file")  # docs/log-format.md
+MALLOC, FREE = OPERATIONS.index("malloc"), OPERATIONS.index("free")
 RECORD, DEEPEST = 280, 64
 REASONS = ("a fault", "the heap limit", "the stack limit")
 PARKED_PLACES = 32
@@ -384,9 +385,12 @@ class Statistics(Command):
         if at == 0:
             print("statistics are off (QUARL_PROF)")
             return
-        calls, failed = memory.words(at, count), memory.words(at + 4 * count, count)
-        held, files, peak, file_peak = memory.words(at + 8 * count, 4)
-        totals = struct.unpack(f"{memory.order}{count}Q", memory.read(at + 8 * count + 16, 8 * count))
+        calls, failed = list(memory.words(at, count)), memory.words(at + 4 * count, count)
+        _, files, _, file_peak = memory.words(at + 8 * count, 4)
+        totals = list(struct.unpack(f"{memory.order}{count}Q", memory.read(at + 8 * count + 16, 8 * count)))
+        hot = table.variables["hot_figures"]
+        *totals[MALLOC:FREE + 1:FREE - MALLOC], = struct.unpack(f"{memory.order}2Q", memory.read(hot, 16))
+        calls[MALLOC], calls[FREE], held, peak = memory.words(hot + 16, 4)
         print(f"{'':16}{'calls':>12}{'failed':>12}{'bytes':>16}")
         for row in zip(OPERATIONS, calls, failed, totals):
             print("{:16}{:>12}{:>12}{:>16}".format(*row))

@@ -91,6 +91,13 @@ class CAPABILITY("mutex") HookLock {
   void (*worker_)(uint32_t) = nullptr;
 };
 
+// What malloc and free count for the whole process.
+struct HotFigures {
+  uint64_t malloc_bytes, free_bytes;
+  uint32_t malloc_calls, free_calls;
+  uint32_t unfree_size, unfree_peak;
+};
+
 // The words that every allocation and every release writes, beside the lock that guards them: they go from one
 // processor to the next as one cache line. Each has a name of its own where it belongs.
 struct alignas(64) HotWords {
@@ -98,6 +105,7 @@ struct alignas(64) HotWords {
   uint32_t last_seq_num;
   uint32_t heap_block_head, heap_block_tail, heap_block_count;
   bool used_list_closed;
+  HotFigures figures;
 };
 static_assert(sizeof(HotWords) == 64);
 extern HotWords hot_words;

@@ -82,7 +82,7 @@ void lay_out_from(int64_t start, LogHeader* header) {
 FileResult append_sections(LogFile& file, const LogHeader& header, bool threads) {
   FileResult done = file.append(&header, sizeof header);
   if (done.ok()) done = file.append_zeros(maps_section_size());
-  if (done.ok()) done = append_or_zeros(file, prof_info, sizeof *prof_info);
+  if (done.ok()) done = append_or_zeros(file, gathered_statistics(), sizeof(ProfInfo));
   if (done.ok() && threads) done = append_or_zeros(file, thread_table, kThreadTableSize);
   return done;
 }
@@ -110,8 +110,9 @@ void refresh_maps_section(LogFile& file, const LogHeader& header) {
 }
 
 void refresh_statistics_sections(LogFile& file, const LogHeader& header) {
-  if (prof_info == nullptr) return;
-  told(file.patch(header.stats_offset, prof_info, sizeof *prof_info));
+  const ProfInfo* statistics = gathered_statistics();
+  if (statistics == nullptr) return;
+  told(file.patch(header.stats_offset, statistics, sizeof *statistics));
   if (Flags().set(kThread) && thread_table != nullptr) {
     told(file.patch(header.threads_offset, thread_table, kThreadTableSize));
   }

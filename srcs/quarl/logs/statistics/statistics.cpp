@@ -58,11 +58,23 @@ bool make_thread_table() {
   return nullptr;
 }
 
+const ProfInfo* gathered_statistics() {
+  if (prof_info == nullptr) return nullptr;
+  prof_info->calls[kOpMalloc] = hot_figures.malloc_calls;
+  prof_info->calls[kOpFree] = hot_figures.free_calls;
+  prof_info->totals[kOpMalloc] = hot_figures.malloc_bytes;
+  prof_info->totals[kOpFree] = hot_figures.free_bytes;
+  prof_info->unfree_size = hot_figures.unfree_size;
+  prof_info->unfree_peak = hot_figures.unfree_peak;
+  return prof_info;
+}
+
 uint32_t held_bytes() {
-  return prof_info != nullptr ? __atomic_load_n(&prof_info->unfree_size, __ATOMIC_RELAXED) : 0;
+  return __atomic_load_n(&hot_words.figures.unfree_size, __ATOMIC_RELAXED);
 }
 
 void reset_statistics() {
+  hot_figures = {};
   if (prof_info != nullptr) memset(prof_info, 0, sizeof *prof_info);
 }
 

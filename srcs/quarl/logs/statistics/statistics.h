@@ -9,7 +9,7 @@
 namespace quarl {
 
 // Null until the item that needs it is first applied, and when there is no memory: everything skips it then.
-extern ProfInfo* prof_info;
+extern ProfInfo* prof_info;       // what is hot of it is in hot_figures
 extern ThreadProf* thread_table;  // kThreadSlots entries
 
 // Allocate them, cleared, when they do not exist. False when there is no memory.
@@ -23,6 +23,9 @@ inline Counters counters_for(const Flags& flags) REQUIRES(hook_mutex) {
   if (!flags.prof() || prof_info == nullptr) return {};
   return {prof_info, flags.per_thread() && thread_table != nullptr ? own_thread_entry() : nullptr};
 }
+
+// The block of the process with all of its figures, to be read or written out; null when there is none.
+const ProfInfo* gathered_statistics() REQUIRES(hook_mutex);
 
 // Bytes held through the heap and anonymous mappings; read without the lock, so perhaps one update old.
 uint32_t held_bytes();

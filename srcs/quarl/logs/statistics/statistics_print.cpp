@@ -36,7 +36,7 @@ void put_realloc_row(Table* table) {
 }  // namespace
 
 void print_statistics() {
-  if (prof_info == nullptr) return;
+  if (gathered_statistics() == nullptr) return;
   Table table;
   table.format("\n########### Program memory prof info ###########\n");
   table.format("            calls count   failed count   total size(byte)\n");

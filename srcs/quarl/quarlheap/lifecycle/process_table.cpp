@@ -13,7 +13,7 @@ extern QUARL_EXPORT const quarl::ProcessTable qr_process_table;
 [[gnu::used]] constinit const quarl::ProcessTable qr_process_table = {
     .magic = {'Q', 'R', 'P', 'R', 'O', 'C', 'T', '\n'},
     .version = quarl::kProcessTableVersion,
-    .rows = 9,
+    .rows = 10,
     .header = quarl::kHeaderTable,
     .words =
         {
@@ -25,6 +25,7 @@ extern QUARL_EXPORT const quarl::ProcessTable qr_process_table;
             {"closed_list", &quarl::closed_list},  // first, last, count: as they were at the end
             {"first_mapping", &useed_head},
             {"statistics", &quarl::prof_info},
+            {"hot_figures", &quarl::hot_words.figures},  // what malloc and free count, in place of the statistics' own
             {"parked_threads", &quarl::parked_threads},  // 32 of: thread id, why (0 fault, 1, 2: heap, stack limit)
         },
 };

@@ -21,8 +21,8 @@ struct ProcessTable {
   uint16_t version;
   uint16_t rows;
   HeaderTable header;
-  ProcessTableRow words[9];
+  ProcessTableRow words[10];
 };
-static_assert(sizeof(void*) != 4 || sizeof(ProcessTable) == 12 + sizeof(HeaderTable) + 9 * 20);
+static_assert(sizeof(void*) != 4 || sizeof(ProcessTable) == 12 + sizeof(HeaderTable) + 10 * 20);
 
 }  // namespace quarl
