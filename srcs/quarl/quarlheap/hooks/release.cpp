@@ -102,12 +102,20 @@ QUARL_TAIL_CALLS [[gnu::noinline, gnu::flatten]] void free_with_records(void* pt
   free_for_any_flags(ptr, caller);
 }
 
+// free(NULL), of which some programs are full: a failed call.
+[[gnu::noinline]] void release_null() {
+  const InsideChecker inside;
+  const ScopedLock lock;
+  counters_for(kDefaultFlags).failed(kOpFree);
+}
+
 }  // namespace
 
 QUARL_TAIL_CALLS [[gnu::noinline, gnu::flatten]] void free_hook(void* ptr, const void* caller) {
   const Address p = address_of(ptr);
   const bool own = lies_as_usual(p) && as_by_default(settings, kSlopFree);
   if (__builtin_expect(own, 1) && release_if_certain(kDefaultFlags, this_frame(), p)) return;
+  if (ptr == nullptr && as_by_default(settings, kSlopFree)) return release_null();
   free_with_records(ptr, caller);
 }
 

@@ -19,7 +19,7 @@ namespace {
   return nullptr;
 }
 
-void* allocate(const Flags& flags, uint32_t size, const CallTrace& trace) {
+[[gnu::always_inline]] inline void* allocate_traced(const Flags& flags, uint32_t size, const CallTrace& trace) {
   if (random_failure(flags)) return fail(flags, size, trace);
   const Placement place = place_block(flags, kOpRealloc, trace.depth);
   if (size_wraps(place, size)) return fail(flags, size, trace);
@@ -28,8 +28,17 @@ void* allocate(const Flags& flags, uint32_t size, const CallTrace& trace) {
   return finish_block({flags, kOpRealloc, size, place, trace}, raw);
 }
 
+// As the malloc hook does, where most have the default depth.
+[[gnu::always_inline]] inline void* allocate(const Flags& flags, uint32_t size, CallTrace& trace) {
+  if (__builtin_expect(trace.depth == kDefaultDepth, 1)) {
+    trace.depth = kDefaultDepth;
+    return allocate_traced(flags, size, trace);
+  }
+  return allocate_traced(flags, size, trace);
+}
+
 // The release of size 0. Returns the raw block that goes back to the allocator.
-void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
+[[gnu::cold, gnu::noinline]] void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
   const ScopedLock lock;
   const CheckedPointer pointer = classify_pointer(p);
   const Counters counters = counters_for(flags);
@@ -44,8 +53,7 @@ void* give_up_block(const Flags& flags, Address p, const CallTrace& trace) {
 }
 
 // log2 of the alignment that the block that takes its place inherits.
-uint32_t inherited_alignment(SoundBlock block) {
-  const TraceInfo info = block.fields().info;
+uint32_t inherited_alignment(TraceInfo info) {
   const uint32_t log2 = info.align_log2();
   return op_has_trace_info(info.operation()) && log2 != 0 && log2 < 32 ? log2 : kPlainAlignLog2;
 }
@@ -67,19 +75,39 @@ struct Resize {
   SoundBlock old_block() const { return {p, old_offset}; }  // checked, and not the application's at present
 };
 
-// The first half, under the lock: the old block is checked, counted and recorded as released, and off the list.
-void take_old_block(Resize* resize) {
-  const ScopedLock lock;
-  const CheckedPointer pointer = classify_pointer(resize->p);
+// Counts and records the release of a checked pointer and takes its block off the list.
+[[gnu::always_inline]] inline void take(Resize* resize, const CheckedPointer& pointer) REQUIRES(hook_mutex) {
   resize->old_offset = resize->p - pointer.raw();
   resize->old_size = pointer.size();
   resize->old_chunk = pointer.chunk();
-  resize->old_alignment = pointer.headed() ? inherited_alignment(pointer.block()) : kPlainAlignLog2;
   if (pointer.headed()) unlink_block(pointer.block(), pointer.ties());
   counters_for(resize->flags).released(kOpReallocRelease, resize->old_size);
   if (pointer.headed() && resize->flags.record_log()) {
     record_release(pointer.block(), resize->flags, kOpReallocRelease, resize->trace);
   }
+}
+
+[[gnu::cold, gnu::noinline]] void take_doubtful(Resize* resize) REQUIRES(hook_mutex) {
+  const CheckedPointer pointer = classify_pointer(resize->p);
+  if (pointer.headed()) resize->old_alignment = inherited_alignment(pointer.block().fields().info);
+  take(resize, pointer);
+}
+
+// The same of a block that is sound for certain; false when that is not so, and nothing was done.
+[[gnu::always_inline]] inline bool take_if_certain(Resize* resize) REQUIRES(hook_mutex) {
+  const HeaderLayout layout = HeaderLayout::for_new(resize->flags, kOpRealloc);
+  const BoundedBlock block = DoubtfulBlock(resize->p).bounded_as(layout);
+  Ties ties;
+  if (__builtin_expect(!is_certain(block, &ties), 0)) return false;
+  if (layout.trace_info()) resize->old_alignment = inherited_alignment(block.info());
+  take(resize, {{resize->p, block.offset(), layout, block.size()}, ties});
+  return true;
+}
+
+// The first half, under the lock: the old block is checked, counted and recorded as released, and off the list.
+[[gnu::always_inline]] inline void take_old_block(Resize* resize) {
+  const ScopedLock lock;
+  if (__builtin_expect(!take_if_certain(resize), 0)) take_doubtful(resize);
 }
 
 // The block of a resize that failed is the application's as before: back on the list, its release undone in the
@@ -97,7 +125,7 @@ void put_back_old_block(const Resize& resize) {
   record_allocation(block, made_by);
 }
 
-void* fail_resize(const Resize& resize) {
+[[gnu::cold, gnu::noinline]] void* fail_resize(const Resize& resize) {
   put_back_old_block(resize);
   return fail(resize.flags, resize.new_size, resize.trace);
 }
@@ -105,7 +133,7 @@ void* fail_resize(const Resize& resize) {
 // Where an old header is longer than the new one (header items were switched off meanwhile), the trace is lengthened by
 // zeros up to the old length, so that the user's bytes can stay in place. That is possible while the header holds a
 // trace and 64 entries are enough.
-bool lengthen_trace(Resize* resize) {
+[[gnu::cold, gnu::noinline]] bool lengthen_trace(Resize* resize) {
   const uint32_t missing = (resize->old_offset - resize->place.offset) / 4;
   const uint32_t depth = static_cast<uint32_t>(resize->trace.depth) + missing;
   if (!resize->flags.in_force(kHeadStackdepth) || depth > kMaxTrace) return false;
@@ -116,7 +144,7 @@ bool lengthen_trace(Resize* resize) {
   return true;
 }
 
-void place_new_block(Resize* resize) {
+[[gnu::always_inline]] inline void place_new_block(Resize* resize) {
   resize->place = place_block(resize->flags, kOpRealloc, resize->trace.depth, resize->old_alignment);
   if (resize->place.offset < resize->old_offset) lengthen_trace(resize);
 }
@@ -158,7 +186,7 @@ void* move_aligned(const Resize& resize) {
 }
 
 // A mapped chunk that moved was counted by the mapping hooks: the new one as a mapping, the old one as an unmapping.
-void count_moved_chunks(const Counters& counters, const Resize& resize, Address new_raw) REQUIRES(hook_mutex) {
+inline void count_moved_chunks(const Counters& counters, const Resize& resize, Address new_raw) REQUIRES(hook_mutex) {
   if (new_raw == resize.raw()) {
     counters.resized_in_place();
     return;
@@ -168,7 +196,7 @@ void count_moved_chunks(const Counters& counters, const Resize& resize, Address 
 }
 
 // The second half, under the lock.
-void* make_new_block(const Resize& resize, void* raw) {
+[[gnu::always_inline]] inline void* make_new_block(const Resize& resize, void* raw) {
   if (!resize.flags.tracked()) return bare_block(raw);
   const NewBlock block{resize.flags, kOpRealloc, resize.new_size, resize.place, resize.trace};
   const int tid = current_tid();
@@ -181,13 +209,25 @@ void* make_new_block(const Resize& resize, void* raw) {
   return link_new_block(block, raw);
 }
 
+[[gnu::always_inline]] inline void* replace_block(Resize* resize) {
+  place_new_block(resize);
+  if (size_wraps(resize->place, resize->new_size)) return fail_resize(*resize);
+  void* raw = resize_raw(*resize);
+  if (raw == nullptr) return fail_resize(*resize);
+  return make_new_block(*resize, raw);
+}
+
+// Where both headers are as most are, the compiler knows where all of them lies.
 [[gnu::always_inline]] inline void* resize_block(Resize resize) {
   take_old_block(&resize);
-  place_new_block(&resize);
-  if (size_wraps(resize.place, resize.new_size)) return fail_resize(resize);
-  void* raw = resize_raw(resize);
-  if (raw == nullptr) return fail_resize(resize);
-  return make_new_block(resize, raw);
+  const bool usual = resize.old_offset == kUsualOffset && resize.old_alignment == kPlainAlignLog2;
+  if (__builtin_expect(usual && resize.trace.depth == kDefaultDepth, 1)) {
+    resize.old_offset = kUsualOffset;
+    resize.old_alignment = kPlainAlignLog2;
+    resize.trace.depth = kDefaultDepth;
+    return replace_block(&resize);
+  }
+  return replace_block(&resize);
 }
 
 // `nowhere`: there is nothing to be looked at.
@@ -216,7 +256,7 @@ bool is_foreign(void* ptr) {
 
 constexpr uint32_t kCheckTriggers = kSlopMalloc | kSlopFree;
 
-[[gnu::noinline]] void* realloc_for_any_flags(void* ptr, size_t size, const void*) {
+[[gnu::noinline, gnu::flatten]] void* realloc_for_any_flags(void* ptr, size_t size, const void*) {
   const InsideChecker inside;
   if (is_foreign(ptr)) return raw::resize(ptr, size);
   const bool nowhere = looks_nowhere(ptr);
@@ -225,7 +265,7 @@ constexpr uint32_t kCheckTriggers = kSlopMalloc | kSlopFree;
 
 }  // namespace
 
-QUARL_TAIL_CALLS [[gnu::noinline]] void* realloc_hook(void* ptr, size_t size, const void* caller) {
+QUARL_TAIL_CALLS [[gnu::noinline, gnu::flatten]] void* realloc_hook(void* ptr, size_t size, const void* caller) {
   if (__builtin_expect(!as_by_default(settings, kCheckTriggers), 0)) return realloc_for_any_flags(ptr, size, caller);
   const InsideChecker inside;
   if (is_foreign(ptr)) return raw::resize(ptr, size);
