@@ -3,9 +3,9 @@
 import case
 import symbols
 
-SHORT, RECORDS, LONG = ("malloc_hook", "free_hook"), ("malloc_with_records", "free_with_records"), ("malloc_for_any_flags",
-                                                                                                  "free_for_any_flags")
-# What changes nothing about a call of malloc or free.
+SHORT, RECORDS = ("malloc_hook", "free_hook", "realloc_hook"), ("malloc_with_records", "free_with_records")
+LONG = ("malloc_for_any_flags", "free_for_any_flags", "realloc_for_any_flags")
+# What changes nothing about a call of malloc, free or realloc.
 BESIDE = ("QUARL_LOG_OVERLAY=1", "QUARL_LOG_OVERLAY=0", "QUARL_PRINT_PROFINFO=1", "QUARL_MEM_CHECK=1", "QUARL_MEM_CHECK=0",
           "QUARL_HEAD_STACKDEPTH=6", "QUARL_TRACE_MMAP=1", "QUARL_TRACE_BUFSIZE=2800")
 OTHERS = ("QUARL_THREAD=1", "QUARL_PROF=0", "QUARL_HEAD_TID=0", "QUARL_HEAD_TIME=0", "QUARL_HEAD_STACKDEPTH=0",

@@ -1,4 +1,4 @@
-// faulting_call malloc|free: the call is made while memory that it has to write, a header, cannot be touched. Prints
+// faulting_call malloc|free|realloc: the call is made while memory that it has to write, a header, cannot be touched. Prints
 // where in the library that has malloc it was then, as an offset, and ends.
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
   char* page = (char*)((uintptr_t)last & ~(uintptr_t)(kPage - 1));
   if (mprotect(page, kPage, PROT_NONE) != 0) return 4;
   if (strcmp(argv[1], "malloc") == 0) return malloc(1) == NULL;
+  if (strcmp(argv[1], "realloc") == 0) return realloc(last, 2 * kLarge) == NULL;
   free(last);
   return 5;
 }
