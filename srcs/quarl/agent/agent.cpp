@@ -12,6 +12,7 @@
 #include "agent/packet.h"
 #include "platform/print.h"
 #include "platform/process_end.h"
+#include "platform/system.h"
 #include "state/events/event.h"
 #include "state/own_memory.h"
 #include "state/settings.h"
@@ -104,12 +105,6 @@ void* run_agent(void*) {
   return nullptr;
 }
 
-// With the default stack: exit handlers of the application may run on it.
-bool create_thread() {
-  pthread_t thread;
-  return pthread_create(&thread, nullptr, run_agent, nullptr) == 0 && pthread_detach(thread) == 0;
-}
-
 }  // namespace
 
 void start_agent(LineHandler handler) {
@@ -119,9 +114,9 @@ void start_agent(LineHandler handler) {
   // The thread inherits the mask, so that it has no instant without it.
   sigset_t all;
   sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &mask_of_program);
-  if (!create_thread()) print_failure(kStdout, {"agent", nullptr, errno}, "Create thread fail!\n");
-  pthread_sigmask(SIG_SETMASK, &mask_of_program, nullptr);
+  sys::set_signal_mask(SIG_SETMASK, &all, &mask_of_program);
+  if (!start_thread(run_agent)) print_failure(kStdout, {"agent", nullptr, errno}, "Create thread fail!\n");
+  sys::set_signal_mask(SIG_SETMASK, &mask_of_program, nullptr);
 }
 
 void leave_parent_agent() {

@@ -122,6 +122,9 @@ void settle_hooks();
 // without unwinding its frames and without its cleanup handlers.
 [[noreturn]] void end_thread();
 
+// A detached thread with the default stack: exit handlers of the application may run on it. False with errno.
+bool start_thread(void* (*run)(void*));
+
 // Text of an errno value in English. Safe in a signal handler.
 const char* error_text(int error);
 

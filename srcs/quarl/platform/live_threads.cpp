@@ -29,7 +29,7 @@ bool main_thread_ended() {
 int live_threads() {
   const KeepErrno keep;
   struct stat64 tasks {};
-  if (stat64("/proc/self/task", &tasks) != 0 || tasks.st_nlink < 3) return 0;
+  if (!sys::stat_path("/proc/self/task", &tasks) || tasks.st_nlink < 3) return 0;
   const int entries = static_cast<int>(tasks.st_nlink) - 2;  // without "." and ".."
   return main_thread_ended() ? entries - 1 : entries;
 }

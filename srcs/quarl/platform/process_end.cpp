@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include "platform/system.h"
 #include "platform/thread_cache.h"
 
 namespace quarl {
@@ -13,7 +14,7 @@ constinit thread_local const sigset_t* mask_at_end = nullptr;  // null: the thre
 
 void end_process() {
   leave_checker_for_good();
-  if (mask_at_end != nullptr) pthread_sigmask(SIG_SETMASK, mask_at_end, nullptr);
+  if (mask_at_end != nullptr) sys::set_signal_mask(SIG_SETMASK, mask_at_end, nullptr);
   exit(0);
 }
 

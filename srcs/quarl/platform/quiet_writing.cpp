@@ -39,11 +39,11 @@ bool quietly(Call call) {
   sigaddset(&raised, SIGXFSZ);
   sigemptyset(&pending);
   sigpending(&pending);
-  pthread_sigmask(SIG_BLOCK, &raised, &before);
+  set_signal_mask(SIG_BLOCK, &raised, &before);
   const bool done = call();
   const int signal = done ? 0 : errno == EPIPE ? SIGPIPE : errno == EFBIG ? SIGXFSZ : 0;
   if (signal != 0 && sigismember(&pending, signal) == 0) take_off(signal);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  set_signal_mask(SIG_SETMASK, &before, nullptr);
   return done;
 }
 

@@ -14,6 +14,10 @@
 #include "platform/confinement.h"
 #include "platform/system_call.h"
 
+#ifndef sigev_notify_thread_id
+#define sigev_notify_thread_id _sigev_un._tid
+#endif
+
 namespace quarl::sys {
 namespace {
 
@@ -89,14 +93,36 @@ bool thread_exists(int thread) {
   return call(SYS_tgkill, getpid(), thread, 0) == 0 || errno != ESRCH;
 }
 
+// The C library's struct is the kernel's, as of every C library that it asks for by a function of another name.
 bool stat_fd(int fd, struct stat64* out) {
-  const OwnCall own;
-  return !own.refused() && fstat64(fd, out) == 0;
+  return call(SYS_fstat64, fd, out) == 0;
 }
 
 bool stat_path(const char* path, struct stat64* out) {
-  const OwnCall own;
-  return !own.refused() && lstat64(path, out) == 0;
+  return call(SYS_lstat64, path, out) == 0;
+}
+
+void set_signal_mask(int how, const sigset_t* wanted, sigset_t* before) {
+  constexpr unsigned kKernelSet = 8;  // bytes of the mask
+  const KeepErrno keep;
+  system_call(SYS_rt_sigprocmask, how, wanted, before, kKernelSet);
+}
+
+bool make_timer(int clock, int signal, int thread, void* value, Timer* timer) {
+  struct sigevent event {};
+  event.sigev_notify = SIGEV_THREAD_ID;
+  event.sigev_signo = signal;
+  event.sigev_value.sival_ptr = value;
+  event.sigev_notify_thread_id = thread;
+  return system_call(SYS_timer_create, clock, &event, &timer->id) == 0;
+}
+
+bool arm_timer(Timer timer, const struct itimerspec& period) {
+  return system_call(SYS_timer_settime, timer.id, 0, &period, nullptr) == 0;
+}
+
+void delete_timer(Timer timer) {
+  system_call(SYS_timer_delete, timer.id);
 }
 
 int unlink(const char* path) {

@@ -5,6 +5,7 @@
 
 #include <signal.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -21,6 +22,17 @@ bool readable(const char* path);
 bool wait_readable(int fd, int milliseconds);  // something to read, or the end; false when the time is over
 bool stat_fd(int fd, struct stat64* out);
 bool stat_path(const char* path, struct stat64* out);  // a link itself, not what it leads to
+
+// pthread_sigmask, of a set that sigemptyset or sigfillset began: they leave the C library's own signals alone.
+void set_signal_mask(int how, const sigset_t* wanted, sigset_t* before);
+
+// Timers of the kernel's, which come as signals to one thread. False with errno.
+struct Timer {
+  int id = 0;
+};
+bool make_timer(int clock, int signal, int thread, void* value, Timer* timer);
+bool arm_timer(Timer timer, const struct itimerspec& period);  // relative
+void delete_timer(Timer timer);
 int unlink(const char* path);
 int make_directory(const char* path);                      // mode 0777 before the umask
 long read_link(const char* path, char* out, size_t size);  // no NUL behind it

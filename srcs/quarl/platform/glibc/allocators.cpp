@@ -24,8 +24,8 @@ constexpr Bypassed kAll{true, true, true, true, true, true, true};
 
 template <typename Function>
 void look_up(Function* function, const char* name, const char* other_name) {
-  void* address = libc_function(name);
-  if (address == nullptr) address = libc_function(other_name);
+  void* address = libc_symbol(name);
+  if (address == nullptr) address = libc_symbol(other_name);
   memcpy(function, &address, sizeof address);
 }
 
@@ -112,7 +112,7 @@ size_t usable_size_by_page(void* block) {
 void look_behind_us() {
   behind = found;
   void* next = next_function("free");
-  if (next == nullptr || next == libc_function("free")) return;
+  if (next == nullptr || next == libc_symbol("free")) return;
   look_behind(&behind.release, "free");
   look_behind(&behind.resize, "realloc");
   look_behind(&behind.usable_size, "malloc_usable_size");

@@ -39,7 +39,7 @@ constinit Next found{};
 
 const Next& next() {
   if (__atomic_load_n(&found.action, __ATOMIC_ACQUIRE) == nullptr) {
-    found.own = reinterpret_cast<SetAction>(glibc::libc_function("sigaction"));
+    found.own = reinterpret_cast<SetAction>(glibc::libc_symbol("sigaction"));
     for (int i = 0; i < kSettingFunctions; ++i) {
       found.setters[i] = reinterpret_cast<SetHandler>(glibc::next_function(kNames[i]));
     }

@@ -55,7 +55,7 @@ bool goes_on(const char* name) {
 
 void* ours_for(const char* name, void* found) {
   void* own = own_function(name);
-  if (found == nullptr || own == nullptr || found != libc_function(name)) return found;
+  if (found == nullptr || own == nullptr || found != libc_symbol(name)) return found;
   return goes_on(name) && next_function(name) != found ? found : own;
 }
 

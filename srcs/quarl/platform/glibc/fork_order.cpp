@@ -14,7 +14,6 @@ extern "C" {
 void _IO_list_lock() __attribute__((weak));
 void _IO_list_unlock() __attribute__((weak));
 void _IO_list_resetlock() __attribute__((weak));
-extern char __libc_single_threaded __attribute__((weak));
 extern void* __dso_handle __attribute__((visibility("hidden")));
 }
 
@@ -28,8 +27,10 @@ constinit ForkSteps steps{};
 constinit bool registered = false;
 constinit bool streams_held = false;  // by the thread that forks, which writes it
 
+constinit const char* single_threaded = nullptr;  // the C library's word, where it has one
+
 bool other_threads() {
-  return &__libc_single_threaded == nullptr || __libc_single_threaded == 0;
+  return single_threaded == nullptr || *single_threaded == 0;
 }
 
 void before() {
@@ -67,6 +68,7 @@ void register_own() {
 
 void set_fork_steps(const ForkSteps& wanted) {
   steps = wanted;
+  single_threaded = static_cast<const char*>(glibc::libc_symbol("__libc_single_threaded"));
   register_own();
 }
 

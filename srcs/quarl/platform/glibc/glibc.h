@@ -48,6 +48,9 @@ bool wants_mapping(size_t request);
 [[gnu::cold, gnu::noinline]] void unmap_chunk(const MappedChunk* chunk);
 void* resize_chunk(const MappedChunk* chunk, size_t request);  // null: it cannot be had without a copy
 
+// Once, at the start: they may be wanted in a signal handler.
+void find_error_texts();
+
 // The public mapping entries are being told of the mapping there; it is there, or not gone yet, already.
 bool told_mapping(const void* addr);
 

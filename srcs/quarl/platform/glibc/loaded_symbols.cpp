@@ -29,7 +29,7 @@ class LoadedObject {
     return entries_.strings != 0 && entries_.name != 0 && strcmp(text(entries_.name), soname) == 0;
   }
 
-  // Null when the object does not define the function. Of several versions the default one; a hidden one alone is what
+  // Null when the object does not define the name. Of several versions the default one; a hidden one alone is what
   // calls of that version reach.
   void* find(const char* name) const {
     if (entries_.symbols == 0 || entries_.strings == 0) return nullptr;
@@ -55,7 +55,8 @@ class LoadedObject {
   }
   bool defines(uint32_t index, const char* name) const {
     const Elf32_Sym& each = symbol(index);
-    return each.st_shndx != SHN_UNDEF && ELF32_ST_TYPE(each.st_info) == STT_FUNC &&
+    const auto type = ELF32_ST_TYPE(each.st_info);
+    return each.st_shndx != SHN_UNDEF && (type == STT_FUNC || type == STT_OBJECT) &&
            strcmp(text(each.st_name), name) == 0;
   }
   uint32_t better(uint32_t found, uint32_t other) const { return found == 0 || hidden(found) ? other : found; }
@@ -170,7 +171,7 @@ void* own_function(const char* name) {
   return run(name, Whose::kOurs).address;
 }
 
-void* libc_function(const char* name) {
+void* libc_symbol(const char* name) {
   return run(name, Whose::kLibcs).address;
 }
 

@@ -21,7 +21,7 @@ void* next_function(const char* name);
 // This library's own definition that others see.
 void* own_function(const char* name);
 
-// The C library's own definition, whoever else defines the name. Null: there is none.
-void* libc_function(const char* name);
+// The C library's own definition, of a function or an object, whoever else defines the name. Null: there is none.
+void* libc_symbol(const char* name);
 
 }  // namespace quarl::glibc

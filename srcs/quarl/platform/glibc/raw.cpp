@@ -168,6 +168,7 @@ bool of_other_allocator(void* ptr) {
 constinit uint32_t raw_alignment = 8;
 
 void prepare_raw_entries() {
+  glibc::find_error_texts();
   glibc::find_allocators();
   other_allocators = glibc::others_behind;
   switch_off_own_mappings();

@@ -15,7 +15,7 @@ long first_call(long number, ...) {
   const long words[6] = {va_arg(rest, long), va_arg(rest, long), va_arg(rest, long),
                          va_arg(rest, long), va_arg(rest, long), va_arg(rest, long)};
   va_end(rest);
-  const auto found = reinterpret_cast<SystemCall>(glibc::libc_function("syscall"));
+  const auto found = reinterpret_cast<SystemCall>(glibc::libc_symbol("syscall"));
   __atomic_store_n(&system_call, found, __ATOMIC_RELAXED);
   return found(number, words[0], words[1], words[2], words[3], words[4], words[5]);
 }

@@ -1,4 +1,5 @@
 // What the checker needs of an embedded C library that offers the hooks itself.
+#include <errno.h>
 #include <pthread.h>
 #include <string.h>
 #include <unistd.h>
@@ -53,6 +54,12 @@ bool keeps_libc_promises() {
 
 void end_thread() {
   pthread_exit(nullptr);
+}
+
+bool start_thread(void* (*run)(void*)) {
+  pthread_t thread;
+  errno = pthread_create(&thread, nullptr, run, nullptr);
+  return errno == 0 && pthread_detach(thread) == 0;
 }
 
 const char* error_text(int error) {

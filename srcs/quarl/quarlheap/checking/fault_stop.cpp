@@ -5,6 +5,7 @@
 #include "platform/confinement.h"
 #include "platform/libc_hooks.h"
 #include "platform/print.h"
+#include "platform/system.h"
 #include "platform/thread_cache.h"
 #include "state/events/event.h"
 #include "state/hook_lock.h"
@@ -21,7 +22,7 @@ sigset_t release_set() {
 
 void block_release() {
   const sigset_t release = release_set();
-  pthread_sigmask(SIG_BLOCK, &release, nullptr);
+  sys::set_signal_mask(SIG_BLOCK, &release, nullptr);
 }
 
 void tell_parked(int task_id, StopReason reason) {

@@ -85,12 +85,12 @@ class SignalFrame {
     sigset_t itself;
     sigemptyset(&itself);
     sigaddset(&itself, number_);
-    pthread_sigmask(SIG_BLOCK, &itself, nullptr);
+    sys::set_signal_mask(SIG_BLOCK, &itself, nullptr);
     sys::send_to_this_thread(number_, info_);
     if (context_ != nullptr) {
       sigdelset(&context_->uc_sigmask, number_);
     } else {
-      pthread_sigmask(SIG_UNBLOCK, &itself, nullptr);
+      sys::set_signal_mask(SIG_UNBLOCK, &itself, nullptr);
     }
   }
 

@@ -6,18 +6,15 @@
 
 #include "platform/confinement.h"
 #include "platform/print.h"
+#include "platform/system.h"
 #include "state/clock.h"
 #include "state/process.h"
 #include "state/settings.h"
 
-#ifndef sigev_notify_thread_id
-#define sigev_notify_thread_id _sigev_un._tid
-#endif
-
 namespace quarl {
 namespace {
 
-constinit timer_t timer_id{};
+constinit sys::Timer timer{};
 constinit int timer_interval = 0;  // seconds; 0 while no timer runs
 
 // The clock is read at once, so that it is right to the interval even while a hook holds the lock.
@@ -28,19 +25,14 @@ void handle_timer_signal(int, siginfo_t*, void*) {
 }
 
 bool create_timer() {
-  struct sigevent event {};
-  event.sigev_notify = SIGEV_THREAD_ID;
-  event.sigev_signo = qr_sig_num;
-  event.sigev_value.sival_ptr = &timer_id;
-  event.sigev_notify_thread_id = proc_pid;
-  return timer_create(CLOCK_REALTIME, &event, &timer_id) == 0;
+  return sys::make_timer(CLOCK_REALTIME, qr_sig_num, proc_pid, &timer, &timer);
 }
 
 bool arm_timer(int seconds) {
   struct itimerspec period {};
   period.it_interval.tv_sec = seconds;
   period.it_value.tv_sec = seconds;
-  return timer_settime(timer_id, 0, &period, nullptr) == 0;
+  return sys::arm_timer(timer, period);
 }
 
 void install_handler() {
@@ -68,7 +60,7 @@ void start_interval_timer(int seconds) {
   install_handler();
   if (!arm_timer(seconds)) {
     give_up();
-    timer_delete(timer_id);
+    sys::delete_timer(timer);
     return;
   }
   read_clock();
@@ -82,7 +74,7 @@ int interval_of_timer() {
 void delete_interval_timer() {
   if (settings.timer_clock_on == 0) return;
   // timer_clock_on alone says that it is wanted; the interval that it runs.
-  if (timer_interval != 0) timer_delete(timer_id);
+  if (timer_interval != 0) sys::delete_timer(timer);
   forget_interval_timer();
 }
 
