@@ -19,9 +19,12 @@ EMULATED = {"G_SLICE": "always-malloc"}
 TRIPLET = {"i686": "i386-linux-gnu", "armhf": "arm-linux-gnueabihf", "armel": "arm-linux-gnueabi"}
 
 
+suite = ""  # of another Debian, whose trees and C library are to be used instead of the system's own
+
+
 def sysroot(target):
     """The unpacked Debian tree of a target."""
-    return ROOT / "build" / "sysroot" / DEBIAN_ARCH[target]
+    return ROOT / "build" / "sysroot" / (f"{suite}-" * bool(suite) + DEBIAN_ARCH[target])
 
 
 def library(target):

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""packages.py i386|armhf [--all]: the packages that the programs of `make check`, or with --all of the whole catalogue,
-come from, one a line."""
+"""packages.py i386|armhf [--all|--other-libc]: the packages that the programs of `make check`, or with --all of the whole
+catalogue, or of those that run under other C libraries come from, one a line."""
 
 import sys
 
 sys.dont_write_bytecode = True
 
-from catalogue import PROGRAMS
+from catalogue import PROGRAMS, UNDER_OTHER_LIBC
 
 TARGETS = {"i386": "i686", "armhf": "armhf", "armel": "armel"}
 ROOM = {"dash", "coreutils"}  # of a room, where nothing is of this machine
@@ -17,5 +17,11 @@ def packages(target, whole):
     return set(ROOM if whole and target == "i686" else ()).union(*(program.packages for program in chosen))
 
 
+def under_other_libc(target):
+    return set().union(*(program.packages for program in PROGRAMS if program.name in UNDER_OTHER_LIBC[target]))
+
+
 if __name__ == "__main__":
-    print("\n".join(sorted(packages(TARGETS[sys.argv[1]], "--all" in sys.argv))))
+    target = TARGETS[sys.argv[1]]
+    wanted = under_other_libc(target) if "--other-libc" in sys.argv else packages(target, "--all" in sys.argv)
+    print("\n".join(sorted(wanted)))

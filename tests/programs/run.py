@@ -3,7 +3,7 @@
 
 tests/programs/run.py [--slice] [--target i686|armhf] [--program NAME] [--setting NAME]. Each program of the catalogue
 does its work once bare and once in every setting under libquarl.so; output, exit status and the files left behind are
-compared. --slice is what `make check` runs, and needs no rooms; the rest needs bubblewrap for those of i686, and the
+compared. --suite runs some of them of another Debian, under its C library. --slice is what `make check` runs, and needs no rooms; the rest needs bubblewrap for those of i686, and the
 packages of scripts/fetch-programs --all. Exit status 1 when any case differs.
 """
 
@@ -25,7 +25,7 @@ sys.dont_write_bytecode = True
 import outcome
 import room
 import sysroot
-from catalogue import PROGRAMS
+from catalogue import PROGRAMS, UNDER_OTHER_LIBC
 from settings import SETTINGS
 
 TARGETS = ("i686", "armhf")
@@ -104,6 +104,9 @@ def cases_of_a_work(target, program, names, timeout):
 
 def names_of_settings(target, program, options):
     """The settings that a program is to run in; without a room only if it can do without."""
+    if options.suite:
+        known = UNDER_OTHER_LIBC[target].get(program.name, ())
+        return [name for name in known if name in (options.setting or known)]
     asked = options.setting or [*program.checked_in(target), *(() if options.slice else program.soaked_in(target))]
     return [name for name in asked if room.needed(target, SETTINGS[name]) or program.alone and program.is_for(target)]
 
@@ -131,12 +134,14 @@ def check_needs(works):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--slice", action="store_true", help="only what `make check` runs")
+    parser.add_argument("--suite", default="", help="of another Debian, which scripts/fetch-programs --suite has fetched")
     parser.add_argument("--target", choices=TARGETS, action="append")
     parser.add_argument("--program", choices=[program.name for program in PROGRAMS], metavar="NAME", action="append")
     parser.add_argument("--setting", choices=SETTINGS, action="append")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--timeout", type=int, default=TIMEOUT, metavar="SECONDS")
     options = parser.parse_args()
+    sysroot.suite = options.suite
     works = sorted(chosen_works(options), key=lambda work: work[0] != "armhf")  # those take longest
     check_needs(works)
     ROOMS.mkdir(exist_ok=True)
