@@ -61,6 +61,7 @@ bool quarl::take_bare_block(void*) {
 }
 constinit uint32_t quarl::least_alignment = 8;
 constinit uint32_t quarl::raw_alignment = 8;
+constinit uint32_t quarl::allocator_bytes = 0;
 bool quarl::keeps_libc_promises() {
   return false;
 }

@@ -1,4 +1,5 @@
-// The library's own environment variables (their names begin with QUARL_). Whatever reads one asks here.
+// The environment: the library's own variables (their names begin with QUARL_), and what tells how the C library
+// behaves. Whatever reads one asks here.
 #pragma once
 
 namespace quarl {

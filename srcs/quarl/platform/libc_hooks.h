@@ -108,6 +108,9 @@ extern uint32_t least_alignment;
 // What the allocator aligns each raw block to that is no mapping, 8 or 16; a constant from prepare_raw_entries on.
 extern uint32_t raw_alignment;
 
+// Bytes that the allocator adds to each request for a check of its own, 0 or 1; a constant from prepare_raw_entries on.
+extern uint32_t allocator_bytes;
+
 // The program was promised what this C library promises, over and above what the hooks do; and that standard output is
 // its own: what goes wrong with the checker's files is not told there.
 bool keeps_libc_promises();

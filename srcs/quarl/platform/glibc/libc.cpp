@@ -67,7 +67,8 @@ void end_thread() {
 // Before 2.34 the functions are in a library of their own, which a program without threads does not have.
 bool start_thread(void* (*run)(void*)) {
   errno = ENOSYS;
-  if (glibc::first_function("pthread_create").address == nullptr && open_library("libpthread.so.0") == nullptr) return false;
+  if (glibc::first_function("pthread_create").address == nullptr && open_library("libpthread.so.0") == nullptr)
+    return false;
   const auto create = thread_function<decltype(&pthread_create)>("pthread_create");
   const auto detach = thread_function<decltype(&pthread_detach)>("pthread_detach");
   if (create == nullptr || detach == nullptr) return false;

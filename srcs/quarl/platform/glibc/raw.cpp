@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "platform/confinement.h"
+#include "platform/environment.h"
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/big_offset.h"
 #include "platform/glibc/contract.h"
@@ -74,6 +75,15 @@ bool wants_mapping_with(size_t alignment, size_t size) {
 }
 
 // glibc aligns to what its compiler's largest type wants, on i686 since 2.26 only.
+// Until 2.33 the allocator itself has a check, which puts a byte behind each block.
+bool checks_its_blocks() {
+  if (glibc::libc_minor_version() >= 34) return false;
+  const char* check = environment("MALLOC_CHECK_");
+  const char* tunables = environment("GLIBC_TUNABLES");
+  return (check != nullptr && *check >= '1' && *check <= '9') ||
+         (tunables != nullptr && strstr(tunables, "glibc.malloc.check=") != nullptr);
+}
+
 uint32_t glibc_alignment() {
   return glibc::libc_minor_version() >= 26 ? glibc::kLibcAlignment : 8;
 }
@@ -166,6 +176,7 @@ bool of_other_allocator(void* ptr) {
 }
 
 constinit uint32_t raw_alignment = 8;
+constinit uint32_t allocator_bytes = 0;
 
 void prepare_raw_entries() {
   glibc::find_error_texts();
@@ -174,6 +185,7 @@ void prepare_raw_entries() {
   switch_off_own_mappings();
   glibc::choose_contract();
   raw_alignment = glibc_alignment();
+  allocator_bytes = checks_its_blocks() ? 1 : 0;
 }
 
 void settle_hooks() {

@@ -47,6 +47,7 @@ void settle_hooks() {}
 // The hooks' promises are the C library's.
 constinit uint32_t least_alignment = 8;
 constinit uint32_t raw_alignment = 8;
+constinit uint32_t allocator_bytes = 0;
 void tell_failure() {}
 bool keeps_libc_promises() {
   return false;

@@ -35,8 +35,9 @@ bool size_tolerable(ChunkWord chunk, uint32_t expected, uint32_t alignment) {
 bool chunk_tolerable(Address p, uint32_t offset, HeaderLayout layout) {
   const ChunkWord chunk = chunk_before(p - offset);
   if (!chunk.mapped() && !raw_is_aligned(p - offset)) return false;
-  const uint32_t expected = chunk_size_for(raw_size(p, offset, layout));
-  return size_tolerable(chunk, expected, recorded_alignment(header::trace_info(p, layout)));
+  const uint32_t request = raw_size(p, offset, layout), alignment = recorded_alignment(header::trace_info(p, layout));
+  return size_tolerable(chunk, chunk_size_for(request), alignment) ||
+         (allocator_bytes != 0 && size_tolerable(chunk, chunk_size_for(request + allocator_bytes), alignment));
 }
 
 FaultCode qr_check_block(DoubtfulBlock block) {
