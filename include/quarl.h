@@ -42,6 +42,8 @@ extern uint32_t ulSymTblSize; /* entries */
 
 /* For reading only, from here on. */
 
+extern const char* const quarl_version; /* the library's version, "1.0.0" */
+
 extern int qr_sig_num;       /* signal of the interval timer, default 14 (SIGALRM) */
 extern int QR_TRACE_MMAP;    /* 1: live mappings are recorded (QUARL_MMAP) */
 extern int QR_PAGE_SIZE;     /* bytes of a memory page */

@@ -8,7 +8,8 @@ import target
 
 GLOBALS = {"useed_head", "useed_tail", "unuse_head", "unuse_tail", "qr_mmap_block_head", "qr_mmap_block_tail",
            "QR_PAGE_SIZE", "QR_PAGE_NUM", "QR_TRACEINFO_NUM", "QR_TRACE_MMAP", "qr_sig_num", "srv_desc",
-           "srv_socket_desc", "socket_desc", "recv_buffer", "heap_limit", "stack_limit", "stack_use", "qr_process_table"}
+           "srv_socket_desc", "socket_desc", "recv_buffer", "heap_limit", "stack_limit", "stack_use", "qr_process_table",
+           "quarl_version"}
 WEAK = {"taSymTbl", "ulSymTblSize"}
 HOOKS = {f"__{name}_hook" for name in ("malloc", "free", "realloc", "memalign", "mmap", "munmap", "malloc_initialize")}
 ENTRIES = {"malloc", "free", "calloc", "realloc", "reallocarray", "memalign", "aligned_alloc", "posix_memalign",

@@ -13,6 +13,7 @@
 #include "state/events/event_lock.h"
 #include "state/events/event_modules.h"
 #include "state/events/trouble_event.h"
+#include "state/version.h"
 
 namespace quarl {
 
@@ -70,7 +71,7 @@ constexpr size_t kMostPath = 1500;
 
 bool send_loaded() REQUIRES(event_lock) {
   begin_line(event_line, "loaded");
-  event_line.text("version", QUARL_VERSION).text("target", QUARL_TARGET);
+  event_line.text("version", quarl_version).text("target", QUARL_TARGET);
   event_line.text("contract", keeps_libc_promises() ? "libc" : "plain");
   const int forked_from = process == home ? parent : home;
   if (forked_from != 0) event_line.number("parent", static_cast<uint32_t>(forked_from));
