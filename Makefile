@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The front door: each target is one script in scripts/, and prints what it does.
 .DEFAULT_GOAL := help
 .PHONY: help setup build quick demo check soak bench format clean

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocation churn: every step releases one of the live blocks and takes another in its place.
 //   churn LIVE STEPS THREADS
 //   churn depth                how many addresses the trace of such a block has; for those that give blocks a header

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a step costs of programs that do nothing but allocate and release."""
 
 import sys

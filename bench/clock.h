@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Times as the programs here print them.
 #pragma once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Who is measured, and how a program runs with each of them."""
 
 import os

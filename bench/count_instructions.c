@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* A plugin of qemu's user emulators: counts the instructions that the program executes, and prints the sum on standard
  * error at its end. For programs of one thread. What follows first is the part of the plugin interface that it needs;
  * its header comes with no Debian package. */

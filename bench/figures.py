@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """From measurements to tables, and to their places in the document."""
 
 import statistics

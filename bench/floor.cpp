@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The floor: the least that any checker of this design does for a block, as an allocator to be preloaded. What the
 // checker takes beyond it is what its code may still save.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What takes time for every live block, beside the least that looks at or writes the same. Under the checker only.
 //   heap check BLOCKS      quarl_check_mem; beside it a plain walk along the list that reads the same words of each
 //   block heap search BLOCKS     free of a pointer that is no block of the checker's; beside it the same walk heap

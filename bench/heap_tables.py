@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What takes time for every live block."""
 
 from contestants import DEFAULTS, folder, run

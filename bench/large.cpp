@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Large blocks, one at a time, the first and last byte of each written.
 //   large blocks SIZE STEPS   a step: malloc of SIZE bytes, and free
 //   large growth SIZE STEPS   a step: a block that grows from SIZE / 16 to SIZE bytes by realloc, a sixteenth each time

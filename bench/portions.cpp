@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plain writing, to a file of its own in the current directory.
 //   portions BYTES PORTION STEPS   BYTES in portions of PORTION bytes
 // Prints processor time in ns per step, of which there are STEPS.

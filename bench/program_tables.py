@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What whole runs of real programs cost, from their start to their end, and what the start alone does."""
 
 import sys

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How long a snapshot keeps others waiting.
 //   stall BLOCKS
 // With BLOCKS live blocks, one thread allocates and frees without a pause while the main thread raises the dump signal.

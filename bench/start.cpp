@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A program that begins and ends. Prints the processor time in ns that its process has used when the first constructor
 // of a preloaded library begins (start_clock.cpp) and when main does.
 #include <dlfcn.h>

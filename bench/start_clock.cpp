@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // To be preloaded behind another library: constructors run from the last library to the first.
 #include "clock.h"
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a call trace by unwind tables costs beside one by frame pointers, in code that has both."""
 
 import subprocess

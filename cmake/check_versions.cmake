@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # cmake -DLIBRARY=... -DOBJDUMP=... -P check_versions.cmake: fails where the library needs something of the C library that
 # the oldest one which it is to run on does not have.
 set(OLDEST 2.17)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What was compiled before comes from ccache, when the machine has it. Precompiled headers need its leave to differ in
 # their time stamps.
 find_program(QUARL_CCACHE ccache)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Programs for clang's fuzzing engine. What they read their input with is compiled once, with the sanitizers, into
 # `fuzzed`; a fuzzer takes from it what it needs.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Where the library is installed. On a board, with what a program needs that calls it (component `board`): in the folder of
 # its architecture where the compiler knows one (lib/arm-linux-gnueabihf), else in lib; CMAKE_INSTALL_LIBDIR says otherwise.
 # On a desk, beside those of other targets, where the host tool looks (component `desk`, only when named): lib/quarl/TARGET.

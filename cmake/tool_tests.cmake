@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What the tests of the host tool share: 32-bit programs to look at, and areas of Python's unittest.
 
 set(QUARL_CC_NAME_i686 i686-linux-gnu-gcc)

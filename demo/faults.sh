@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The planted faults: one program run per fault, and the story that is told of it.
 # shellcheck shell=bash
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by the parts of the demo: verdicts, indented output, waiting.
 # shellcheck shell=bash
 source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"

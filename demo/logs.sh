@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What a program's statistics and logs tell: the tables that it prints, the files, the leaks by place.
 # shellcheck shell=bash
 

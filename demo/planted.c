@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One memory fault, chosen by name, in a program that otherwise does nothing: planted FAULT.
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # A real program, unmodified, under the checker with its defaults: it must not notice.
 # shellcheck shell=bash
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A small measuring station: sensors on threads, a table of readings, and two leaks. station [ROUNDS]
 // Without ROUNDS it measures until its standard input ends. A line "spoil" there makes it write behind a block, "mend"
 // repairs that.

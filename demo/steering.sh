@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # A running program is steered from outside.
 # shellcheck shell=bash
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The interface that libquarl.so exports to the application, a debugger or a tool. C and C++.
  *
  * Using it is optional: the checker works on programs that know nothing of it. A program that must also run without the

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by the other scripts: the repository root, messages, stages.
 # shellcheck shell=bash
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)

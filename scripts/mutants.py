@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Mutants of a C++ source file: copies with one line changed in one small way, as a slip of a programmer would.
 
 It works on the text of lines, not on a parse of them: whatever does not compile is found out by the compiler.

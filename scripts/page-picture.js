@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Draws the top of a report's page. Usage: page-picture.js NODE_MODULES HTML PNG
 const { createRequire } = require("node:module");
 const { join, resolve } = require("node:path");

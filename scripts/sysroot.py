@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """How a 32-bit program is run on this machine, bare or with libquarl.so preloaded.
 
 From the command line: sysroot.py TARGET PROGRAM ARGUMENT... runs it bare.

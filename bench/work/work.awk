@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Words of a text counted, with the lines that they stand in; then sorted by how many there are.
 {
   for (i = 1; i <= NF; i++) {

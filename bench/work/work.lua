@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 -- Records from a table of comma separated lines: grouped, sorted, and written as text again.
 local groups, order = {}, {}
 for line in io.lines("table") do

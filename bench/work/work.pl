@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Records from a table of comma separated lines: grouped in hashes of lists of hashes, and written as text again.
 my %groups;
 open my $table, "<", "table" or die;

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # A JSON document read, turned into objects, grouped, and written again; a table read and written as CSV.
 import collections
 import csv

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # armel: Debian's cross compiler for arm-linux-gnueabi.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)

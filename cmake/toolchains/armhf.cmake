@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # armhf: Debian's cross compiler for arm-linux-gnueabihf.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # i686: Debian's cross compiler for i686-linux-gnu.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR i686)

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """One build of the library under the C libraries of several Debians: blocks of all sizes while the allocator is set in
 every way, faults, and the agent in a program without threads.
 

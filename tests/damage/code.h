@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whose code an address is.
 #pragma once
 

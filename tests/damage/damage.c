@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rounds of damage under the checker, each in a child of its own: damage SEED FIRST COUNT [fresh]
 //
 // A round is made of (SEED, number) alone. Its child goes on in a fork, or is started anew when `fresh` is given. What

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A round of damage: a heap is built, some of it is overwritten, and the program goes on using it.
 #pragma once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Heaps damaged at random, under several configurations: the checker reports, and neither crashes, hangs nor floods.
 
 QUARL_DAMAGE_ROUNDS and QUARL_DAMAGE_SEED choose how many rounds in all and which; the seed is printed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The faults that a program plants in its heap: bytes, words, runs of text and links, where they hurt.
 #include <string.h>
 #include <sys/mman.h>

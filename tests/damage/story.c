@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a round ended when it crashed: where, and which calls led there.
 #include <string.h>
 #include <sys/mman.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """How far the traces of a record log agree with what gdb saw in the same process."""
 
 import collections

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The stack followed through straight code: bytes as the assembler gives them, and the rule for a call behind them.
 #include <gtest/gtest.h>
 

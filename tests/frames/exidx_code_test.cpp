@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Unwinding instructions of .ARM.exidx, as compilers write them and as they do not.
 #include "frames/sources/exidx_code.h"
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Unmodified programs of Debian's, each with work that ends by itself; most allocate some hundred times."""
 
 from dataclasses import dataclass, field

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Call traces of unmodified programs against gdb: how many of the first 8 frames of their first 1,000 allocations agree.
 
 tests/frames/run.py [--slice] [--target i686|armhf] [--program NAME] [--with-debug-files]. In one and the same process gdb

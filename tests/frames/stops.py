@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Runs inside gdb: where the first allocations of a program come from, as gdb unwinds the stack.
 
 Stops where an allocation enters the checker's hook, so that the first return address is the one inside the public

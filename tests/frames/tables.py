@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of tables share: how the tool is called, a table read as docs/frames.md describes it."""
 
 import bisect

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Real files of Debian: what the code shows against what unwind information says, how much is covered, how large it is.
 The floors lie a little below what was measured."""
 

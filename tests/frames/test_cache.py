@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """quarl run: tables are made for the program and for what it loads, once, where the user's caches are."""
 
 import concurrent.futures

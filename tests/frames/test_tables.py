@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """quarl frames: which files get a table, what it is called, what is told of them."""
 
 import os

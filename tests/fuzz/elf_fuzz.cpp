@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The symbol loader on any bytes: nothing outside them is read, and what is found lies inside.
 #include <cstdint>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A configuration file of any bytes: every line that is taken from it, and what the line says.
 #include <cstdint>
 #include <cstdlib>

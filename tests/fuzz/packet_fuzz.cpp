@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An agent's packet of any 32 bytes or fewer, in the 33 bytes that end in NUL.
 #include <cstdint>
 #include <cstdlib>

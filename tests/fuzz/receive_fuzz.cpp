@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's receive path: any bytes that a client sends before it closes come out as packets of 32 bytes, in order,
 // the last one filled up with zeros; then the connection is told as closed.
 #include <poll.h>

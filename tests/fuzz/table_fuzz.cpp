@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A table of unwind rules of any bytes, its checksum put right so that what it guards is read as well: nothing outside
 // the table is read, and what is found at any address is one of its rules.
 #include <cstdint>

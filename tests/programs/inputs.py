@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What programs are given to work on. Every input is made from fixed seeds: two runs must not differ.
 
 From the command line: inputs.py N prints an SQL script of N statements.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A reader of log files that shares nothing with the code that writes them: enough to add up what they say."""
 
 import struct

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a run shows to the outside, and how two runs differ."""
 
 import re

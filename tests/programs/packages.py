@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """packages.py i386|armhf [--all|--other-libc]: the packages that the programs of `make check`, or with --all of the whole
 catalogue, or of those that run under other C libraries come from, one a line."""
 

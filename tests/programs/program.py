@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the catalogue says of a program."""
 
 from dataclasses import dataclass, field

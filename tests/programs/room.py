@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Where a program's work is done.
 
 In a room: a user, mount, process and network namespace of its own, made by bubblewrap, whose root is the unpacked Debian

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Debian's own 32-bit programs under the checker: they must do what they do without it, and no block is accused.
 
 tests/programs/run.py [--slice] [--target i686|armhf] [--program NAME] [--setting NAME]. Each program of the catalogue

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The configurations that programs run in, and what the logs that each leaves must tell."""
 
 from dataclasses import dataclass

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the events of a work must tell: whole lines, each process from its beginning, and no fault."""
 
 import sys

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Writes logs to the byte, independently of the code that reads and the library that writes them."""
 
 import struct

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Reads profile.proto as pprof itself does, without the code that writes it."""
 
 import gzip

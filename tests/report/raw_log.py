@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The records of a record log as docs/log-format.md has them, and what they add up to, without the code that reports."""
 
 import struct

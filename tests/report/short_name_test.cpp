@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/symbols/short_name.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of the report share: running the tool, a folder for logs, the library of a target."""
 
 import json

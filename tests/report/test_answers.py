@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the verbs make of records: matching, grouping, differences, time, threads, events, faults."""
 
 import csv

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Code of libraries that had gone when the log's map was written, by the events of the process."""
 
 import json

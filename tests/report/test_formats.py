@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What other programs read: CSV, folded stacks, pprof, SQLite with the queries of the documents."""
 
 import csv

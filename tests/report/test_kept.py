@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the C library keeps by design: left out of what is unfreed, in every view alike, and nothing of the program's with
 it. The truth is the test's own: raw records, the log's memory map, and the symbol tables as `nm` reads them."""
 

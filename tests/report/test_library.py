@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Logs that the real library makes of programs whose leaks are known to the byte, on each target."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Logs of every kind and both byte orders, cut short and damaged."""
 
 import os

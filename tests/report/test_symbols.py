@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Addresses turned into functions and lines, from files in all the places where a desk keeps them."""
 
 import re

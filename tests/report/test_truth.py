@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Every figure of the report against sums that truth.py makes from the same file: logs of real programs, and of one that
 does all that makes sums hard, in every kind of log and every format."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What was live at a moment, what comes and goes, what grows: each figure against sums made here from the raw records."""
 
 import random

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What a log adds up to, by the plainest reading of docs/log-format.md: shares nothing with the tool or its tests' builder.
 
 A log is read whole, so that what comes later in it tells what a record was: a mapping that carries a large block is known

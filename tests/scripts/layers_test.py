@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """scripts/check-layers refuses what breaks the layers, and nothing else."""
 
 import importlib.machinery

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Which mutants scripts/mutate makes of a line, and that each differs in that line alone."""
 
 import unittest

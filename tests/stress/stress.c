@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Threads that allocate, resize and release each other's blocks, with signals, children and cancelled threads among
 // them when asked for. Every block holds a pattern that is verified, and every size leaves 11 when divided by 32, so
 // that the program's own blocks are told from those of the C library. Announces what it did, for the logs to agree

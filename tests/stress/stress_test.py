@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Eight threads under fire: no deadlock, no lost block, no report, and logs that agree with what the program did."""
 
 import os

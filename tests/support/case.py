@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The base of the library's tests: a scratch directory, a configuration file, victims, and exact output."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Core files of victims: the kernel's, or the emulator's own."""
 
 import resource

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The driver program: every attribute is a command, sent and answered one line at a time (victims/driver)."""
 
 import re

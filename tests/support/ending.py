@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Ends of a process that the checker asks for: an exit as the program's own, whose handlers need checker and threads."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """An events file (docs/events.md), each line held to what every line has."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The words below a user pointer, read through a driver."""
 
 from dataclasses import dataclass

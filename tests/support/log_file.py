@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """An independent reader of the log files: knows the layout, checks every field of every section."""
 
 import struct

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A victim process: started under the library, read with deadlines, signalled, and awaited."""
 
 import contextlib

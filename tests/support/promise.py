@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Ties a test to the sentences of docs/safety.md that it proves; system/promises_test.py holds the two together."""
 
 

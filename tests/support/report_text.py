@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The texts of fault reports, taken apart and put together to the byte."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Which function an address lies in, by the symbol table of the file that is mapped there."""
 
 import bisect

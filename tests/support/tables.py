@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The printed tables, built from figures."""
 
 ROWS = ["malloc", "realloc", "free", "memalign", "mmap", "munmap", "mmap file", "munmap file"]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What differs between the targets: how a program is started, named and signalled, and which tools read it."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The agent, from a plain socket: its messages, packets of every shape, clients of every kind, and its three actions."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The allocator as programs know it: arguments, alignment, contents, and that the size rule accuses no sound block."""
 
 import signal

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Call traces: the functions in them, where they end, and that garbage frame pointers only shorten them."""
 
 import case

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The configuration file: how its lines are read, which value stays, and what each value does to a block."""
 
 import signal

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """glibc's promises under QUARL_CONTRACT=libc, and programs that were written for them: the same output and status under
 the checker as without it."""
 

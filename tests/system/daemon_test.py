@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Programs that leave everything behind: descriptors, parents, directory. Their logs are where they began, and whole."""
 
 import ctypes

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Headers whose links or claims are damaged: what is mended, what is reported, and that nothing wild is followed."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The checker's descriptors: where they are, and that whatever the program puts in their place is left alone."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Ends by signals with QUARL_END_SIGNALS=1: the logs, the words on standard error, and the status that the parent sees."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the library's own environment variables do, and who is not believed."""
 
 import os

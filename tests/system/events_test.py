@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Events: each kind against what is printed in the same run, whole lines under all conditions, and no trace when unset."""
 
 import os

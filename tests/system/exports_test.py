@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the library shows to the outside and needs from it."""
 
 import re

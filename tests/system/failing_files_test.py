@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Logs that cannot be written: the message, nothing else lost, the program unharmed."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """One damaged block, one report: what is printed to the byte, who is stopped, and how the process goes on."""
 
 import case

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Programs that set themselves a filter of system calls: they end as without the checker, and their logs tell what was before."""
 
 import signal

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Call traces by the rules of tables (QUARL_FRAMES): of code without frame pointers, as distributions ship it."""
 
 import os

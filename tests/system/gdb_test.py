@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tools/gdb/quarl.py: what gdb tells of a process and of a core file, against what the program itself says."""
 
 import re

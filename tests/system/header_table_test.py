@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A debugger's way to a block: the layout table in the library's image, without any knowledge of the layout."""
 
 import subprocess

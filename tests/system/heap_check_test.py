@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The whole-heap check: every trigger alone, the conditions it needs, and how far the walk goes."""
 
 import signal

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Beginning and end of a process: hooks late and early, children, exit from every place, and what is left behind."""
 
 import signal

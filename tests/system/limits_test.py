@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Failures made on purpose, and limits that stop a thread."""
 
 import signal

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Mappings: which are recorded, which are found again, and the pages that hold their records."""
 
 import mmap

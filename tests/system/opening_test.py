@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Libraries that a program opens as it runs, bound to other definitions of malloc and free than the program."""
 
 import case

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Allocators beside the checker's, and pointers that are nobody's."""
 
 import os

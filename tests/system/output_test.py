@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the checker prints: whole messages past the program's own output, or nothing; and that it leaves no trace."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Every sentence of docs/safety.md is carried by a test that runs, and no test carries words that are not there."""
 
 import ast

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Raw blocks as the layer gets them: those that the C library maps although it should not, and those without a header."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The record log: one record an operation, every field of it, when it is written, and what is left alone."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """New configuration by signal: in force at the next call, while blocks keep the layout that they were made with."""
 
 import signal

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Resizes: the failed one that changes nothing, the one in place, and the one under shorter headers."""
 
 import signal

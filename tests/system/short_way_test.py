@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Which of the functions that a hook is compiled to does the work: by where a call is when it touches a block's header."""
 
 import case

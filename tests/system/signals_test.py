@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Signals that come while a thread is inside the checker: it stands in a message to a full pipe, with the lock held."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Snapshots of unfreed memory: at exit, on the signal, while threads allocate; histogram, records and headers."""
 
 import signal

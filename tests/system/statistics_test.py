@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Usage statistics: what every call counts, to the byte, printed and in the logs, for the process and per thread."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A thread that a fault or a limit has stopped: how it waits, how it ends, and what is missing where it does."""
 
 import ctypes

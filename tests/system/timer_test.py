@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The checker clock and the chain of automatic snapshots."""
 
 import errno

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells what the tool believes in after each configuration file that it is given: the settings, what the effects of the
 // items come to, and what the check has found. test_state.py compares it with the memory of a process.
 #include <fmt/format.h>

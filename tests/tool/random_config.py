@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Random configuration files: every item, values of all kinds, and lines that are torn in every way."""
 
 import os

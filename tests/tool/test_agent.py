@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """quarl ctl: against an agent in a program under load, and against sockets that behave badly."""
 
 import re

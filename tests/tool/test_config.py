@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """quarl config: what it tells of a file, the template, the reference page; and that the library agrees."""
 
 import os

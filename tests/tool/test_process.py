@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """quarl dump, reload and release on a running process."""
 
 import os

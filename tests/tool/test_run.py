@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """quarl run: starting, faults, exit status, output, signals, items and logs, with the real library."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The library in a process and the check on the desk, given the same random files, come to the same state."""
 
 import os

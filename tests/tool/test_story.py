@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """quarl story: the text of events files, from real programs and written by hand, whole and hostile."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of the tool share: where things lie, and how the tool is called."""
 
 import os

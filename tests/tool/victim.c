@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A program that does what its arguments say, one after the other; it ends with status 7.
 #include <dlfcn.h>
 #include <fcntl.h>

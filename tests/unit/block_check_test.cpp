@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/checking/block_check.h"
 
 #include <gtest/gtest.h>

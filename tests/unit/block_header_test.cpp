@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/model/block_header.h"
 
 #include <gtest/gtest.h>

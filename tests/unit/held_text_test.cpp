@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages under the lock.
 #include "state/held_text.h"
 

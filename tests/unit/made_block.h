@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks made by hand in a buffer, as the hooks and the allocator would make them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The C library that the tested pieces expect: its raw entries are the plain ones, nothing is ever hooked.
 #include "platform/libc_hooks.h"
 #include "platform/system_call.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocates in a signal handler on an alternate stack, once more than a page below the handler's own frame, then leaves
 // the process from it with exit. With an argument it does the same on a stack of its own making, as a coroutine has.
 #include <signal.h>

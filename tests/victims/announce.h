@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a victim tells the tests what it did, without touching the heap or its standard output.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Asks for a heap check twice with one damaged block of memalign, then repairs it and releases it.
 #include <malloc.h>
 

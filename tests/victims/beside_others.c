@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Calls what libin_front.so stands in front of, and allocates past it. Prints how many objects there are, 0 for none.
 #define _GNU_SOURCE
 #include <link.h>

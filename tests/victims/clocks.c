@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Stands in front of the C library's clocks and must not be asked: it might take locks.
 #include <stdlib.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A library that is initialised before the checker and finished after it: it holds a block from before the hooks
 // and releases blocks after them.
 #include <malloc.h>

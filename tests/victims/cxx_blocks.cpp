@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks by every way in: operator new and delete, malloc and free, the aligned family, on several threads.
 #include <malloc.h>
 #include <stdio.h>

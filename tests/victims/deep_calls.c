@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocates and damages a block below three functions, on the main thread or with an argument on another.
 #include <pthread.h>
 #include <stdlib.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Releases one block twice.
 #include <stdlib.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ends in the way that its argument names, holding a block of 123 bytes that nobody gives back.
 #include <fcntl.h>
 #include <malloc.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Leaves the process with exit from a signal handler that interrupts an allocation or a release almost surely.
 #include <signal.h>
 #include <stdlib.h>

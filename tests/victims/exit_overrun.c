@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Damages two of three blocks behind their ends and never releases them.
 #include <stdlib.h>
 

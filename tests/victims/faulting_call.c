@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // faulting_call malloc|free|realloc: the call is made while memory that it has to write, a header, cannot be touched.
 // Prints where in the library that has malloc it was then, as an offset, and ends.
 #define _GNU_SOURCE

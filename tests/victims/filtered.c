@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sets itself a filter of system calls, behind which only those are left that its own work needs.
 //
 // filtered prctl|syscall|by-number|every-thread|strict|strict-syscall|refused sound|thread|fork|overrun|dumped|crash

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A library that is initialised before the checker, with fork handlers that allocate, and that wait for a thread which
 // allocates, as those of caches and pools do.
 #define _GNU_SOURCE

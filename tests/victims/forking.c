@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Forks again and again beside threads that are inside the C library or inside the checker; the child allocates,
 // releases what its parent made, and leaves.
 //

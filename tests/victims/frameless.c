@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocates from code without frame pointers while the frame pointer register holds every kind of garbage.
 #include <stdint.h>
 #include <stdlib.h>

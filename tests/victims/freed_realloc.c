@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Resizes a block that it has released.
 #include <stdlib.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes over the word in front of a block and releases it.
 #include <stdlib.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Stands in front of functions of the C library, as libraries do that move a program into another network or another
 // root: it asks an opened C library for the functions' own definitions, and lets only the program's own call pass.
 #define _GNU_SOURCE

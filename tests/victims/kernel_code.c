@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocates in handlers of signals that interrupt code of the kernel's in the process: the vdso of i386, instruction by
 // instruction, and the helpers at the end of ARM's address space; and a system call that is begun again. The code has
 // no frame pointer. The size of a block says where.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A library that a program loads when it runs, with code that allocates.
 #include <stdlib.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Comes first to the port on which the agent is about to listen: its listen() stands before the C library's, and takes
 // the port by another socket that is bound to it as well. Ends with its input.
 #define _GNU_SOURCE

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Gives blocks of every kind to a library that releases them after the checker has restored the hooks. The library's
 // first block, which has no header, is released in one of three ways: plainly, resized before, or while another block
 // is damaged.

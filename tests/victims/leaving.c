@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Leaves where it came from as daemons do, and keeps blocks of before and behind: leaving FORKS CLOSES DIRECTORY.
 // FORKS is none, one (daemon) or two (with a session between); CLOSES is nothing, loop, from, range or over (another
 // file put over each descriptor). The process that is left announces its id; what it does then can be seen in its logs

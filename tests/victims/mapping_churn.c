@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Threads that map and unmap without a pause, so that addresses which one has just given back are another's at once:
 // anonymous memory and a file's, of a few pages each, given back whole or after their first or last page; and large
 // blocks that grow and shrink. All of it is given back in the end.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocates from functions compiled as the build says (Thumb, no frame pointers), nested, and through qsort.
 #include <stdlib.h>
 #include <string.h>

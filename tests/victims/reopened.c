@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A library that takes the addresses of another: built twice, so that what differs are the frames of its functions.
 #include <stdlib.h>
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocates below functions that have no frame pointer, each of another shape. The size of a block says which it is.
 #include <alloca.h>
 #include <signal.h>

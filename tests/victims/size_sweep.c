@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocates, aligns and resizes blocks of every kind of size and has each of them checked while it lives.
 #include <malloc.h>
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Prints what the C library and the kernel know of the process once it has worked: arenas, mappings of the allocator,
 // memory that was never touched, descriptors, handled signals, blocks of size 0, the end of a large request.
 #include <dirent.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Releases or resizes a pointer that is no block, below which every bit is set that a large chunk would have.
 #include <stdlib.h>
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Meets faults where it is hard to tell of them:
 //   handler        in a signal handler on the smallest stack for one
 //   storm          in eight threads at once, each of which is stopped

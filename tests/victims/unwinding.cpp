@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A thread that releases a block twice, with objects on its stack and below a function that throws nothing.
 #include <pthread.h>
 #include <stdlib.h>

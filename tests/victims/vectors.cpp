@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Vectors of 16 bytes, read and written by instructions that fault where they are not aligned (i686: movaps), in blocks
 // of every origin and size, in the main thread and in others. Prints how many vectors it has looked at.
 #include <malloc.h>

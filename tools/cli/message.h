@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages go to standard error, one line each, with the tool's name in front; answers go to standard output.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What ends a verb early: the text goes to standard error, the exit status is kRefused.
 #pragma once
 

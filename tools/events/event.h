@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One line of an events file (docs/events.md).
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes of an events file, cut anywhere, turned into events.
 #pragma once
 

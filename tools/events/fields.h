@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The values of one JSON object of an events file. A key that is missing, or has another type than the interface says,
 // has no value.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The `frames` verb of the command line: unwind rules prepared on the desk.
 #pragma once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What libquarl.so knows of a process, live or dead, in gdb: `source tools/gdb/quarl.py`, then `help quarl`.
 
 Everything is read from the process's memory, by the table that the library has there (qr_process_table, or found by its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The options that the verbs share, for CLI11.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The `report` verb of the command line: answers from the logs.
 #pragma once
 

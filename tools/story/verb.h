@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // "quarl story FILE": an events file as text.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent: one thread, a TCP server for one client at a time, which takes packets of 32 bytes, each a line of
 // configuration. It never answers. Whoever reaches its port controls the checker in this process.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Receiving packets from the agent's client.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's listening socket and the connections that it accepts. IPv4.
 #pragma once
 

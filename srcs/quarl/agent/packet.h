@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the agent's client sends: packets of one size, each a line of configuration that ends in NUL.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Waiting for the network without keeping the process alive.
 #pragma once
 

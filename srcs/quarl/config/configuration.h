@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sources of the library's configuration: lines of text, the configuration file, the defaults. The file is
 // quarlcfg.ini in the current directory, or the path in QUARL_CFG_FILE.
 #pragma once

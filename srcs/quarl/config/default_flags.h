@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The flags of a process that nothing configures, by the rows of the items. The compiler knows them: code that is given
 // kDefaultFlags tests no item.
 #pragma once

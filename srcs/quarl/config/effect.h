@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an item asks for beyond the settings. Config only says so: whoever applied the line carries it out, right after
 // the line and before the next one.
 #pragma once

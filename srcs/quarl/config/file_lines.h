@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads a configuration file line by line, 128 bytes at a time. Pure but for the reader that it is given; the tool on
 // the desk reads files with it too.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads a configuration file from its beginning to its end, so that a pipe will do as well.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The 36 configuration items, a row each: the one table behind the library, the `quarl` tool and the reference page.
 // Pure: the tool on the desk reads and applies items by the same rows.
 #pragma once

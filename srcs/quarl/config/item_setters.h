@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the value of an item does to the cfg. Every text maps to some state, none is refused; a text has 1 to
 // kMaxValue characters. On/off items look at the first character only: 1 is on, anything else off. Numbers are read
 // by leading_number().

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Items applied to settings. Pure: no output, nothing but the settings changes; what else an item asks for comes back
 // as an effect.
 #pragma once

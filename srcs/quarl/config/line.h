@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One line of configuration: key, "=", value. Pure: no state, no output; the tool on the desk reads lines with it too.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Signal values of items: a name such as SIGUSR1 or SIG40, or a number.
 #pragma once
 

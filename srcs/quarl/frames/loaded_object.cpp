@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/loaded_object.h"
 
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A mapped ELF file, and by what name its table is known.
 #pragma once
 

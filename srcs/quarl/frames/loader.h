@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The dynamic loader, as it shows itself to debuggers.
 #pragma once
 

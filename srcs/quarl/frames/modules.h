@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loaded objects by address, each with its table.
 #pragma once
 

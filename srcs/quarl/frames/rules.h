@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The rule by which a walk leaves a frame: looked up once for an address, and from a cache afterwards.
 //
 // The cache is one for the process. A slot has two words, of which the first says whether they belong together and to

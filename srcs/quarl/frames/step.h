@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From a frame to its caller, by the rule of the frame. Reads only the stack between sp and its end.
 #pragma once
 

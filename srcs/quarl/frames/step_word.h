@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a frame is left, in a word: most rules as they are, the others as the address of one.
 //
 //   i686   bit 0: 1   1: CFA from ebp, else from esp   2-9: ebp is saved so many words below the CFA (0: unchanged)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A table of unwind rules in memory, of which no byte is trusted before it was checked. Pure; builds on any processor.
 #pragma once
 

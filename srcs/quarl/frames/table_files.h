@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tables of the folder that QUARL_FRAMES names.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The layout of a table of unwind rules, to the byte: what `quarl frames` writes and the library maps read-only.
 // docs/frames.md describes the same layout in prose, with these names. All numbers are little-endian, all offsets count
 // from the start of the file and are multiples of 4.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The layout of every log file, to the byte: what the library writes and the `quarl` tool reads.
 // docs/log-format.md describes the same layout in prose, with these names.
 // All numbers are in the byte order that LogHeader::byte_order states.

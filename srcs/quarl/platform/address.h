@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Addresses of the 32-bit target as numbers, the form in which block headers and records hold them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Thread-safety annotations: read by clang's -Wthread-safety, nothing to other compilers.
 #pragma once
 

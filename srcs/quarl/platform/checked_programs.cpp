@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/checked_programs.h"
 
 #include <errno.h>

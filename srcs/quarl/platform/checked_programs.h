@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which programs of a process tree are checked: those that QUARL_ONLY names, separated by commas, or all.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The chunk word: the 32 bits before every raw block, in which the allocator keeps the chunk's size. The one place that
 // knows what they mean and what a request is expected to get, for either C library: over glibc ordinary chunks are
 // glibc's and mapped ones the layer's, made by the rules below.

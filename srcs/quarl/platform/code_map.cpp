@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/code_map.h"
 
 #include "platform/system.h"

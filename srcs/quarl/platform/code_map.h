@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which addresses are code of the process: a return address that is not ends a call-trace walk.
 #pragma once
 

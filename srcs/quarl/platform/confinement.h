@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whether the program has set itself a filter of system calls (seccomp), which may end it at any call that it does not
 // expect. From then on the checker makes none: checking goes on in memory, and the functions of sys:: are refused.
 //

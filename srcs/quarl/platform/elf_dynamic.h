@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the dynamic segment of a 32-bit ELF object leads to its symbols: for those who read it in a file that they do not
 // trust, and for those who read it in the memory of the process. Pure; builds on any processor.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The environment: the library's own variables (their names begin with QUARL_), and what tells how the C library
 // behaves. Whatever reads one asks here.
 #pragma once

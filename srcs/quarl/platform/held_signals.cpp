@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/held_signals.h"
 
 #include <signal.h>

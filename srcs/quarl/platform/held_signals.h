@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Holds back every signal of the calling thread, those of the C library's own included: no handler interrupts it and no
 // cancellation ends it meanwhile. Nothing where calls are refused (confinement.h). Safe in a signal handler.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A signal that came while its thread could not be told of it, and comes again when it can.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the checker expects of the C library, all of it. Nothing else in the code knows which C library it runs on.
 //
 // Two ways satisfy it: `native/` (an embedded C library that offers allocation hooks itself) and `glibc/` (our own thin

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/live_threads.h"
 
 #include <fcntl.h>

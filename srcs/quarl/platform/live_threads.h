@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many threads of the process still run.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An ELF file as it lies mapped in the process: where its code is, and its build id.
 #pragma once
 

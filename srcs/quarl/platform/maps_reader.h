@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads /proc/self/maps line by line with raw system calls and a small buffer: no allocation, safe in a signal
 // handler.
 #pragma once

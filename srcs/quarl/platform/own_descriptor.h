@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A descriptor of the checker's. Applications close descriptors that they do not know, and the number may then belong
 // to a file of theirs. So the identity of what lies behind it is compared before use, and a descriptor that is no
 // longer ours is forgotten, not closed. Safe in a signal handler.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages: formatted into a buffer on the stack, written at once with one write. Never enters the application's
 // stdio, keeps errno, allocates nothing, raises no SIGPIPE: safe in a signal handler and under the hook lock.
 #pragma once

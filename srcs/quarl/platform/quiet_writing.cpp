@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What writes, without the signals by which the kernel would end the program for it.
 #include <errno.h>
 #include <signal.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a walk by unwind rules carries from frame to frame.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How much of the process lies in memory.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of the calling thread's stack that a walk may read.
 #pragma once
 

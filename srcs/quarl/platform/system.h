@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // System calls made directly: no cancellation point, no lock and no allocation of the C library. Safe in a signal
 // handler; all leave errno as the kernel's answer. Failures are -1. In a process that has confined itself
 // (confinement.h) they are refused, but for the last ones.

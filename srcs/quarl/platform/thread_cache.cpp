@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/thread_cache.h"
 
 constinit thread_local quarl::ThreadCache quarl_thread_cache{};

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the checker keeps per thread, in static thread-local storage: reachable without a call or an allocation from
 // the first instruction of a thread to its last, in signal handlers too.
 #pragma once

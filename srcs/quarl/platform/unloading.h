@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The moment before the program has a library unloaded, with its names and its code.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "state/clock.h"
 
 #include "platform/system.h"

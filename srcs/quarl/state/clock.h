@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The checker clock and the one numbering of blocks and records: what headers and records are stamped with.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "state/held_text.h"
 
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages that are made under hook_mutex are written when it has been released: where nobody reads them, the thread
 // that prints waits, and none that allocates. They keep their order.
 #pragma once

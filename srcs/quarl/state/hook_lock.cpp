@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "state/hook_lock.h"
 
 #include "platform/late_signal.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // hook_mutex, the one process-wide lock. It guards the used list, header links, the mapping records, the statistics,
 // the record buffers, the sequence counter, the log descriptors and the reload. Not recursive, but it knows its owner:
 // code that may run in a signal handler, or in exit() called under the lock, can ask.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The checker's own memory, never seen by a hook.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who the process is, and whether its allocations pass through the hooks.
 #pragma once
 

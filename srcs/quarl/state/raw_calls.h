@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The raw operations of the hooks: through the raw entries while the hooks are installed, through the public ones
 // otherwise. Never called under hook_mutex.
 #pragma once

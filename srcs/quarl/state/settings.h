@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration in force: two words of flags and the numeric settings. Items write them (under the hook lock once
 // the hooks are installed); every thread reads them without a lock and sees the old or the new value of a word. Used
 // before any constructor of the process runs, hence constinit throughout.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The version of the library: of the project, which CMakeLists.txt names.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "symbols/dynamic_segment.h"
 
 #include <elf.h>

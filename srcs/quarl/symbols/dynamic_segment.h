@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The symbols that a 32-bit ELF file names for its loader: found without section headers, which a stripped program need
 // not have. Pure; of an image of which no byte is trusted, nothing outside is ever read.
 #pragma once

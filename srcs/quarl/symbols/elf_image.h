@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The symbol tables of a 32-bit ELF file image, of which no byte is trusted: nothing outside the image is ever read.
 // Pure; builds on any processor.
 #pragma once

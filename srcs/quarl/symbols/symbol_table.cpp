@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "symbols/symbol_table.h"
 
 #include <errno.h>

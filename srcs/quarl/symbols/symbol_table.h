@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where in memory main and clone lie: looked up once, at start-up, in a table that the application supplies or in the
 // ELF symbol tables of the running program.
 #pragma once

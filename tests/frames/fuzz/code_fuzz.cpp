@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as code of each kind: every instruction ends within what there is or says so, a state only ever forgets
 // when it meets another one, and a rule keeps the bounds of the table's format.
 #include <cstdint>

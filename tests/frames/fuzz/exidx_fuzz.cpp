@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as unwinding instructions: what comes out is a rule that keeps the bounds of the table's format.
 #include <cstdint>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Every program that the tests know, by field."""
 
 from catalogue import allocators, archives, building, databases, interpreters, networks, security, texts, tools

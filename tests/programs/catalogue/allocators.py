@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Programs with an allocator of their own linked in; others with jemalloc are redis and bind."""
 
 from inputs import text

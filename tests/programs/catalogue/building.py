@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Programs that build programs, and keep their sources."""
 
 import random

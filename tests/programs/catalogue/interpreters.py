@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Languages that are interpreted, or compiled as they run."""
 
 from inputs import table

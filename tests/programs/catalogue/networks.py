@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Servers, and the programs that talk to them."""
 
 from inputs import text

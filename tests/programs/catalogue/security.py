@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Keys, signatures, ciphers."""
 
 from inputs import text

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Programs that read text and write text."""
 
 from inputs import table, text

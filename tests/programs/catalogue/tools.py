@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Shells and the tools around them."""
 
 from inputs import document, markup, text

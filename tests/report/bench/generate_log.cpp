@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes a record log of any length for measuring: a program that holds some ten thousand blocks, asked for from a few
 // thousand places, in a steady state of allocating and releasing.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as a log: reading, matching and summing up must end without a fault and with bounded memory.
 #include <sys/mman.h>
 #include <unistd.h>

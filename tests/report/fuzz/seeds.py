@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Writes small sound logs into the folder that is named, for the fuzzer to begin with."""
 
 import sys

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Writes the logs that the page is looked at with.
 
 Usage: make_log.py chain|records|peak|sites PATH

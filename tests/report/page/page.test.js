@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page as a reader uses it, in headless Chromium: figures, views, filters, search, zoom, comparison, keyboard alone,
 // contrast, without a network. With QUARL_SCREENSHOTS set to a folder, pictures are left there.
 import assert from "node:assert/strict";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Preloaded into the tool: between two looks at the steady clock ten seconds pass.
 #define _GNU_SOURCE
 #include <sys/syscall.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Grows while automatic snapshots are taken: waits until its log holds a snapshot, allocates, waits for the next one.
 // Usage: growing LOG SNAPSHOTS
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the C library keeps by design, and what a program has to give back and does not. Each function kept_... leaves
 // only the first behind, each leaked_... only the second and whatever the library keeps on the way there.
 #define _GNU_SOURCE

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Leaks known to the byte, and much that is released again. What it must hold at its end:
 //   leak_list      5 blocks of 24 bytes through two callers (3 and 2)
 //   leak_buffer    1 block of 1000 bytes, resized from 100

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Everything that makes sums hard: large blocks, which the allocator serves by mappings of their own, coming and going
 // on several threads; resizes across that threshold, in place and by moving, and ones that fail; aligned blocks of
 // every kind; mappings that are released in parts; a child that releases what its parent allocated. Its first argument

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as a configuration file: the check never fails, and it takes the same lines out of the file as a loader
 // that reads 128 bytes at a time from where the next line starts.
 #include <algorithm>

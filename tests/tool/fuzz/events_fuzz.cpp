@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any bytes as an events file: the events are the same however the bytes are cut, and every value can be asked for.
 #include <cstdint>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A free of the program's own, and nothing else: it hands the block to the C library (a program that counts), or drops
 // it with DROPS (one that ends soon).
 #include "own.h"

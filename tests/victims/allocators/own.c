@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An allocator that takes the place of the C library's, whole but for reallocarray; with JUST_THE_PAIR only malloc and
 // free. Like others it ends the program over a block that it does not know; JUST_THE_PAIR hands such a block to the C
 // library, from which calloc's come.

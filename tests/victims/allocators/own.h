@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Between the pieces of an allocator of the tests.
 #pragma once
 

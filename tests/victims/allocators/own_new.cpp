@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // operator new goes into the allocator at once; operator delete calls the public free, whose ever it is.
 #include <cstdlib>
 #include <new>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Takes and releases blocks by every way that a program has: on its own, by C++, by the C library, on several threads.
 // With an argument it writes a byte behind a block of malloc and releases it. Prints "done" at its end.
 //

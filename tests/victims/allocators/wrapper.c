@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Stands in front of whatever allocator comes next and calls on: what profilers and tracers do. It lacks the aligned
 // family and reallocarray.
 #define _GNU_SOURCE

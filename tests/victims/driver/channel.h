@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The line protocol between the tests and a driver.
 // Requests come as text lines; every answer is one line "WORKER VALUE NUMBER" (decimal, hexadecimal, decimal) on the
 // descriptor that announce.h names. Nothing here touches the heap.

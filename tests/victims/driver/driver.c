@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A program that does what the tests tell it, one line of its standard input at a time ("@2 free 0x8a0" is for worker
 // 2), and otherwise leaves heap and standard output alone. It returns from main when its input ends.
 #include <stdlib.h>

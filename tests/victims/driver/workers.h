@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Further threads of a driver, each with a request channel of its own; numbered from 1. One that is ended announces it
 // in its cleanup handler.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opens the C library and takes its functions from that handle, as bindings of other languages do; blocks go from these
 // to the program's own and back. Prints whether the program calls the same free.
 #define _GNU_SOURCE

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A library that opens another, which only its own run path leads to.
 #define _GNU_SOURCE
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opens a library that prefers its own libraries' symbols, and has it release and resize the program's blocks and the
 // reverse. Prints whose function the library calls, the program's or its own.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A library that is opened as it runs: blocks cross its border in both directions.
 #include <stdlib.h>
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/agent_client.h"
 
 #include <netdb.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connection to the agent of a running program.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // KEY=VALUE as it is written on a command line.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the library would do with a configuration file, where that is not what the file says.
 #pragma once
 

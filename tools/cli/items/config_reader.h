@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The lines that the library takes out of a configuration file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The order in which items have to be set so that each finds what it looks at.
 #pragma once
 

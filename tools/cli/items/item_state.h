@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is in force in a process after some lines of configuration were applied: the library's own settings and items,
 // with what each item was last set to.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "items/item_values.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the items make of their values: which are taken as written, and which are quietly read as something else.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The item table as text for people.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration file of one run: a file's lines with items from the command line put in, in an order in which
 // all of them act.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Signals in texts, and the one that the checker waits for.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "process/checked_process.h"
 
 #include <signal.h>

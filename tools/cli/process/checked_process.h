@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A running process that has the checker loaded.
 #pragma once
 

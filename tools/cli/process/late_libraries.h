@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Libraries that a run loaded on its way, by dlopen, and that the loader could not name before.
 #pragma once
 

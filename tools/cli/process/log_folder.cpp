@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "process/log_folder.h"
 
 #include <fcntl.h>

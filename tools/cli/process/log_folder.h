@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The folder into which the library writes the logs of a run and of all processes that it starts.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Threads that the checker has parked after a fault.
 #pragma once
 

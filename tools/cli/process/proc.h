@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the kernel says of processes and their threads, through /proc.
 #pragma once
 

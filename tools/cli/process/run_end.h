@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is told when a run is over, and what is left of it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The events of a run: told on standard error as they come.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "process/stopped_threads.h"
 
 #include <signal.h>

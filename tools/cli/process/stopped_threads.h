@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Threads of a run that the checker has stopped: released as soon as they wait for it, or left for somebody.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "process/target_run.h"
 
 #include <fcntl.h>

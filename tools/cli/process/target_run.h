@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One run of a program under the checker, from its start to its exit status.
 #pragma once
 

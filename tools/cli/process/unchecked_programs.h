@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Programs of a run that the checker was not loaded into.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // For which of the checker's targets a program or library was built.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "target/launch_command.h"
 
 #include <sys/utsname.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command that starts a program under the checker on this machine.
 #pragma once
 

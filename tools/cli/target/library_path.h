@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which libquarl.so a program gets.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the loader maps for a program when it starts it.
 #pragma once
 

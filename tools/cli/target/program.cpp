@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "target/program.h"
 
 #include <sys/stat.h>

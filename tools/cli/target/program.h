@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The program to run: found as a shell would find it, and for a script the interpreter that runs it.
 #pragma once
 

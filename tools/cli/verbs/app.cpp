@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All verbs in one CLI11 application, from which help, completion and manual page are made.
 #include "verbs/app.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line of the tool: parses it and runs the verb that it names.
 #pragma once
 

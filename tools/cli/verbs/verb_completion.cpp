@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The completion script is made from the command line itself: verbs, options and the keys of the items.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manual page is made from the command line itself, so that it says what --help says.
 #include <fmt/format.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The verbs of the tool. Each adds itself to the command line and, when called, leaves its exit status.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is told of the tables that were made: for people, and for programs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tables of many files at once, on all processors.
 #pragma once
 

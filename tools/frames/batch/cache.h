@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tables that are kept from run to run.
 #pragma once
 

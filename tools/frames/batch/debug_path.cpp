@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/batch/debug_path.h"
 
 #include <filesystem>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where split debug files are looked for.
 #pragma once
 

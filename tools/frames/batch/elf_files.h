@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ELF files that a command line means: those it names, and those below the folders it names.
 #pragma once
 

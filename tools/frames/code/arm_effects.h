@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What ARM instructions do to the stack, whichever their encoding: ARM and Thumb decode into these.
 #pragma once
 

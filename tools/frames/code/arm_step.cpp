@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ARM instructions of 32 bits.
 #include <bit>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/code/call_sites.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The calls of a module, and what is known of the stack at each by following the code.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What each address of a module's code is known to be: the start of an instruction, of a block, of a function, or data.
 #pragma once
 

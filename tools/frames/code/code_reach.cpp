@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/code/code_reach.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which addresses of a module hold instructions: what is reached from the known starts of functions, and from what is
 // found in the gaps between.
 #pragma once

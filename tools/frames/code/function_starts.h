@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where functions begin, as far as the file says it: symbols, unwind information, pointers, the entry point.
 #pragma once
 

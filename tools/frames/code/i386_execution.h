@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an i386 instruction does to the stack. Registers whose new value is not followed are forgotten.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How long an i386 instruction is and where its parts lie.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Instructions whose opcode is one byte.
 #include "frames/code/i386_execution.h"
 

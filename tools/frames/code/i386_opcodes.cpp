@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/code/i386_opcodes.h"
 
 namespace quarl::frames {

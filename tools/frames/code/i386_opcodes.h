@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which i386 opcodes have a ModRM byte and an immediate operand.
 #pragma once
 

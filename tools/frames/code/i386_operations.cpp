@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What groups of instructions have in common: arithmetic, moves, calls.
 #include "frames/code/i386_execution.h"
 

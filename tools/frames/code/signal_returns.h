@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The code that handlers of signals return to: it calls the kernel to restore what the signal interrupted.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is known, at one place of a function's code, of its registers and its frame: values as they were when the
 // function was called, and distances from the canonical frame address (the CFA, the caller's sp).
 #pragma once

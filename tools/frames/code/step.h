@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One instruction: how long it is, where it leads, and what it does to the stack and to the registers that matter
 // there.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/code/table_jump.h"
 
 #include <algorithm>

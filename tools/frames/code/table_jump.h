@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tables of cases behind the ARM instructions that jump through them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A Thumb instruction of 16 or 32 bits, decoded into its effects.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Thumb instructions of 16 bits.
 #include <bit>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/code/thumb_instruction.h"
 
 namespace quarl::frames {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Thumb instructions of 32 bits.
 #include "frames/code/bits.h"
 #include "frames/code/thumb_instruction.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/elf/elf_module.h"
 
 #include <fcntl.h>

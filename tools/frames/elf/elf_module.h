@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A 32-bit ELF file for i386 or ARM with what its unwind rules are made from. Addresses are those of the file itself.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/elf/exidx_index.h"
 
 #include <elf.h>

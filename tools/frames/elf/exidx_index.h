@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The index of .ARM.exidx: functions by address, and the bytes of their unwinding instructions.
 #pragma once
 

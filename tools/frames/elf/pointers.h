@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Addresses of code that stand in a file's data.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/sources/cfi_rules.h"
 
 #include <dwarf.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rules from .debug_frame or .eh_frame, read by elfutils.
 #pragma once
 

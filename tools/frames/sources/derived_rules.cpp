@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/sources/derived_rules.h"
 
 namespace quarl::frames {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rules from the code itself: what following the stack pointer to the call has shown.
 #pragma once
 

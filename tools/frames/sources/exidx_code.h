@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The unwinding instructions of .ARM.exidx and .ARM.extab: bytes in, a rule out.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/sources/exidx_rules.h"
 
 #include "frames/sources/exidx_code.h"

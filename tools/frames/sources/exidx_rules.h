@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rules from .ARM.exidx and .ARM.extab. They hold for a whole function behind its prologue, and so for its calls.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "frames/sources/rule_source.h"
 
 namespace quarl::frames {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where rules come from: each source is asked for the rule of a call.
 #pragma once
 

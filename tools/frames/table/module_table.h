@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From a module to its table, and how much of the module's calls it covers.
 #pragma once
 

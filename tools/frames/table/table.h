@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The table of one module in the making: rows by address, rules without repetition; then the bytes of its file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sites as a tree of calls: from the outermost functions inwards, or from one function to its callers.
 #pragma once
 

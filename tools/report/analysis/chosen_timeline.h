@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The timeline of the part of a record log that was chosen: the ledger's own sums are those of everything.
 #pragma once
 

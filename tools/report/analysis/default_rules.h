@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the C and C++ libraries and the dynamic loader keep by design: what no call gives back, or what they hold for
 // the rest of the process. A program can do nothing about it, so that it is no leak of the program's.
 #pragma once

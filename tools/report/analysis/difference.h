@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What changed between two groupings of what is held.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The overruns that the library reported, each with its neighbours in memory.
 #pragma once
 

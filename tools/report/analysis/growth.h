@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sites that rise from one snapshot to the next, over many of them.
 //
 // The steadiness of a site is the share of the snapshots behind the first in which it held more than in any before: 1

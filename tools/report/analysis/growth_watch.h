@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where growth is looked at: which snapshots of a chain, and which moments of a record log.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a ledger tells while it is filled: each change of what is held, and each record that made it.
 #pragma once
 

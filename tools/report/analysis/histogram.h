@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How many blocks and mappings fall into each of the five size levels that the library prints at
 // exit.
 #pragma once

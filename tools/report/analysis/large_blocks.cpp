@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/analysis/large_blocks.h"
 
 namespace quarl::report {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells the mappings that the allocator made for large blocks from the application's own: a large block would be
 // counted twice else. The allocator maps, and then the block is recorded, so that what follows a mapping tells what it
 // is.

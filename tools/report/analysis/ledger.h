@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the records add up to: everything held, and what each operation did. Memory grows with the distinct traces and
 // with what is held at once, not with the number of records.
 #pragma once

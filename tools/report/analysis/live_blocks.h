@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The heap blocks that are held, found by their address. Grows with the number held at once. Inline, because it runs
 // for every record of a log.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A block or mapping that the application holds.
 #pragma once
 

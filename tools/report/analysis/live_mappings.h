@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mappings that are held. Grows with the number held at once.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records of a record log as its bookkeeping wants them: in order, with the mappings that the allocator made for
 // large blocks marked. What cannot be told yet waits for the records behind it.
 #pragma once

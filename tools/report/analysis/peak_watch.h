@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What was live at the highest point of a record log, found in one pass. Grows with what is held at once.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a profile tells of each call trace on each thread: what is in use, and what was ever allocated.
 #pragma once
 

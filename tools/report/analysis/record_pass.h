@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one pass over the records of a snapshot: whatever is learnt from them is gathered while it goes on.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which blocks and mappings an answer is about: the filters that every verb takes. An absent value leaves all in.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks that live for a moment only: what is asked for and given back at once, by site. Often a buffer that could be
 // kept, or lie on the stack.
 #pragma once

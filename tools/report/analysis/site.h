@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks and mappings that belong together, most often because one place in the program asked for them: what is held of
 // them, or all that there ever were.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks summed up while they pass by, as far as a grouping tells them apart: memory grows with the distinct traces,
 // threads or sizes, not with the blocks.
 #pragma once

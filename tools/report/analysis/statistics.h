@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the library counted, of the process or of a thread: its figures of held bytes have 32 bits and no sign.
 #pragma once
 

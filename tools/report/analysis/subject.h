@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One snapshot of a log that is asked about, and everything needed to answer from it.
 #pragma once
 

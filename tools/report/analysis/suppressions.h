@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is not to be told as unfreed: known leaks, by lines "leak:PATTERN" in the manner of LeakSanitizer, and what the
 // C and C++ libraries keep by design.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What each thread did: as the thread table of a log says, or counted from the records of a record log. A large block
 // counts once, without the mapping that the allocator makes for it.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What was held over time, as a bounded number of points.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/analysis/trace_table.h"
 
 namespace quarl::report {

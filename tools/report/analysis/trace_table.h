@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every distinct call trace once. Grows with the number of distinct traces. Inline, because it runs for every
 // allocation of a log.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Everything that was ever allocated, by site: who asks for most bytes, and most often.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A SQLite database and its prepared statements, closed at the end of their scope.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/formats/fault_json.h"
 
 #include "report/formats/operation_name.h"

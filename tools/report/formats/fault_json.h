@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A fault as JSON, for the documents and the page.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The stacks as flame graph tools read them: one line a trace, outermost first, ";" between, a number behind.
 #pragma once
 

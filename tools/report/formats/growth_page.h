@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sites that rise over many snapshots, for every format.
 #pragma once
 

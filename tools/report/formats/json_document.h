@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The answers as JSON. docs/report-json.md describes every member; kJsonVersion grows when one changes its meaning.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/formats/operation_name.h"
 
 #include "quarl/logs/format.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The words for the codes of a record.
 #pragma once
 

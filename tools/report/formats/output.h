@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where an answer goes: standard output or a file, with what is known of the terminal.
 #pragma once
 

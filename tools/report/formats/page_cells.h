@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a page shows of the blocks of its sites, finely enough that a reader can filter it by thread, size, age and
 // kind: blocks of one site that are alike in all of these are one cell.
 #pragma once

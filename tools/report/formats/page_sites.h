@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sites of a page, each once, with their traces as a tree: what thousands of them have in common is written once.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a page must see while the records go by: of a record log all that was ever held.
 #pragma once
 

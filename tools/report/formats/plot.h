@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A timeline drawn with characters.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is held, and of a record log what was ever allocated, as a gzip'ed profile.proto, the input of pprof and of the
 // tools that read its files.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sites, differences, statistics and the like as tables and JSON.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Appends logs to a SQLite database, each whole or not at all.
 #pragma once
 

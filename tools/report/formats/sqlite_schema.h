@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tables of the database that `--format sqlite` appends to. docs/report.md describes them and queries them.
 #pragma once
 

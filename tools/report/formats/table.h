@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rows and columns that every format can show.
 #pragma once
 

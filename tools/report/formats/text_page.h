@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The answers as text for a reader at a terminal.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/formats/web_template.h"
 
 // Both are made by web_template.s, which takes the bundled page in as it is.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page without its data, bundled from the web folder when the tool was built.
 #pragma once
 

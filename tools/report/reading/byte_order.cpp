@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/reading/byte_order.h"
 
 #include <bit>

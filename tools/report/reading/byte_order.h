@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Turns the structs of a log into this machine's byte order, in place.
 #pragma once
 

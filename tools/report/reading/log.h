@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A log of any of the three kinds, opened and found sound.
 #pragma once
 

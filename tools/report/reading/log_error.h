@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A log that cannot be read: what is wrong and at which byte of the file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A regular file that is read at offsets; what lies behind its end reads as nothing.
 #pragma once
 

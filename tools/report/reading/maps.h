@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The memory map of the process, as the text of /proc/PID/maps in the log says it.
 #pragma once
 

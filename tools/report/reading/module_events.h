@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a file of events (docs/events.md) tells of the libraries of one process.
 #pragma once
 

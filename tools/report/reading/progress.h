@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A progress bar on standard error, when that is a terminal and the work takes longer than a second.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records of one snapshot, in the order of the file, a bounded batch at a time.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a file of events (docs/events.md) tells of a process's resident memory, at each snapshot that it wrote.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the parts of one snapshot lie in its log. A record log and a snapshot log are one snapshot each.
 #pragma once
 

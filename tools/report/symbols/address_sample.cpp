@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/symbols/address_sample.h"
 
 #include <algorithm>

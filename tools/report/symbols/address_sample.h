@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Return addresses of some of a snapshot's records, spread over it: by them is judged whether a file is the one that
 // ran.
 #pragma once

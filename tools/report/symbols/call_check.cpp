@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/symbols/call_check.h"
 
 namespace quarl::report {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Is there a call before a return address? In code that is not what ran there mostly is none.
 #pragma once
 

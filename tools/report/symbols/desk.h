@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finds the target's files on the development PC, and refuses those that cannot be the ones that were mapped.
 #pragma once
 

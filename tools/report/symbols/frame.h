@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One line of a call trace, as far as it could be resolved.
 #pragma once
 

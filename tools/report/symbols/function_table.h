@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The functions of one ELF file by address, from its symbol table or, when it is stripped, its dynamic symbols.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The debug information of one file's code addresses: the source line and the calls that were inlined there.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The libraries that lay in a process at some time, as its events tell; also those that had gone when the log's map was
 // written.
 #pragma once

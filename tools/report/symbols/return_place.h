@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a return address leads in a file of the desk, and what is known of the call there.
 #pragma once
 

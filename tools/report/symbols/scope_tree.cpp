@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/symbols/scope_tree.h"
 
 #include <dwarf.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The functions of one compilation unit and what was inlined into them, by code address: made once, so that an address
 // costs a search and no walk through the unit.
 #pragma once

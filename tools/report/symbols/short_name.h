@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // C++ names as a reader wants them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An ELF file of the target, found on the desk: functions, source lines and inlined calls of its addresses.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Return addresses of one process turned into functions and source lines.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the verbs have in common: the logs, the desk's files, the output, and the exit status.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // `callers`: who calls a function through which memory is asked for, and who calls those.
 #include "report/analysis/call_tree.h"
 #include "report/analysis/peak_watch.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // `grow`: what rises over many snapshots.
 #include "report/analysis/growth_watch.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // `at`: what was live at a moment of the run.
 #include <algorithm>
 #include <charconv>

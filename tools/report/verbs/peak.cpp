@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/analysis/peak_watch.h"
 
 #include "report/formats/json_document.h"

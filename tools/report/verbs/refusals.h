@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Filters that a verb cannot put to what it tells, or that leave nothing.
 #pragma once
 

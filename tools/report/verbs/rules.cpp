@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // `--list-suppressions`: the rules for what the C and C++ libraries keep by design.
 #include "report/analysis/default_rules.h"
 

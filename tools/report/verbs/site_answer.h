@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sites as an answer, in every format that can show them.
 #pragma once
 

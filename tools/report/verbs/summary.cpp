@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/formats/folded.h"
 #include "report/formats/html_page.h"
 #include "report/formats/json_document.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "report/formats/json_document.h"
 #include "report/formats/site_rows.h"
 #include "report/formats/text_page.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // `hot` and `temporary`: not what is held, but what comes and goes.
 #include "report/analysis/turnover.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What `quarl report leaks LOG` says was never given back, for others to say the same.
 #pragma once
 

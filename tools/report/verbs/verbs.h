@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One function a verb. Each writes its answer and returns the exit status; LogError and std::runtime_error tell what
 // could not be read or written, CLI::ValidationError what was asked wrongly.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bundles src/ and its packages into one HTML file.
 // Usage: node build.js NODE_MODULES OUTPUT
 import { readFile, writeFile } from "node:fs/promises";

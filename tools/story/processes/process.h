@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the events have told of one process.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All processes of an events file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "story/telling/block_lines.h"
 
 #include <fmt/format.h>

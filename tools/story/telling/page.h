@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A story's text: a head, and below it lines with labels, some with calls below them.
 #pragma once
 

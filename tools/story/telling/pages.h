@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The texts of all stories: one function for each kind of event that has one.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames as a reader wants them: a function, and where it is.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The last line: faults, and what was never given back.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells the events of an events file as they come: one story for each fault.
 #pragma once
 

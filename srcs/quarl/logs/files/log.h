@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A log: a file that begins with a header and sections and ends with records, the header's image in memory, and the
 // buffer in which its records wait. All that happens to the bytes of a record log or a snapshot log happens here.
 #pragma once

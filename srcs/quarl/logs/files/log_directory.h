@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where logs are made: in the folder that QUARL_LOG_DIR names, else in the current directory, or, where none can be
 // made there, in the one in which the process began: a daemon's logs, and those of its children, lie there.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A log that was created, as events tell it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file that a log is written to. It knows where it ends: bytes are appended there, or patched at an offset inside. It
 // never writes into anything but the file that it was opened for (see OwnDescriptor).
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The record log and the snapshot log, of which the configuration has one in use, and their opening.
 #pragma once
 

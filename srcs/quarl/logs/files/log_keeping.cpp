@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "logs/files/log_keeping.h"
 
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which of the process's own logs stay when it exits: all, or with QUARL_KEEP=findings those that say something.
 #pragma once
 

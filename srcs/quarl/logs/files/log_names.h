@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The names of the three log files, made of the process's name and id.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // /proc/PID/maps, open for the whole run: what the maps section of every log is copied from.
 #pragma once
 

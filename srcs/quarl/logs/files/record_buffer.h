@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records on their way to a file: collected here, written in one piece when the buffer is full.
 //
 // Of a trace only the words that there are get written here. Zeros lie behind them all the same: a slot is zero when it

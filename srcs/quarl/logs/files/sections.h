@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sections of a log before its records: maps, statistics, threads, at the places that a header names.
 #pragma once
 

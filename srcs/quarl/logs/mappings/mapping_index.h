@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finds the record of a live mapping by the end of its region without walking all of them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "logs/mappings/mapping_records.h"
 
 #include <string.h>

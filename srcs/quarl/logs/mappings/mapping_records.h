@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records of live mappings, kept outside the heap in pages of their own.
 //
 //   page:  link to previous page, link to next page, entries in use, address of first entry, entries...

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Memory of the checker's that lies somewhere else now, and the pointers into it.
 #pragma once
 

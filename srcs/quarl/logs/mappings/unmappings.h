@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Unmappings under way.
 //
 // The real call is made without the lock, and from its return on the addresses may be another mapping's. So the record

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records of overruns: written at once, since the process may not live much longer.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Operation records on their way to the record log: one for every hooked operation while QUARL_OUTPUT_LOG is in force.
 // Without an allocation, and without a system call until the buffer is full.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "logs/snapshots/histogram.h"
 
 #include "platform/print.h"

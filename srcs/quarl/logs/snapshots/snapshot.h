@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A snapshot of unfreed memory on its way into the snapshot log: one row for every live block and mapping. The faults
 // that are found while it is written stand among its rows.
 #pragma once

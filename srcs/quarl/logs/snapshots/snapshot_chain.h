@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The automatic-snapshot log: a chain of snapshots, each a whole log of its own, appended one after the other.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The counters that one hook call updates. In a header, because every hooked call passes here.
 #pragma once
 

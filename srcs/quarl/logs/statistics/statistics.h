@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Usage statistics: counters of the process and, on request, of each thread. The blocks are written verbatim into the
 // log files.
 #pragma once

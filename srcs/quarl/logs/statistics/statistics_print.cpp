@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The statistics as a table on standard output.
 #include "logs/statistics/statistics.h"
 #include "platform/print.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The allocators of the process besides the checker: the C library's own, from which all raw blocks come, and whoever
 // else has taken the place of malloc and free.
 //

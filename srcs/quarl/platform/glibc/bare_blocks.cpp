@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/glibc/bare_blocks.h"
 
 #include "platform/address.h"

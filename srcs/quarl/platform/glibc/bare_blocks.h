@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks that the layer gave out without a header: a bit for every eight bytes of the address space, in leaves that are
 // made, in the C library's heap, when the first such block lies there. No lock; noting is as safe in a signal handler
 // as the allocation was, the rest is safe.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/glibc/big_offset.h"
 
 namespace quarl::glibc {

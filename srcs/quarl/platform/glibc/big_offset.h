@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mmap hook's offset has 32 bits, mmap64's has 64. The public mmap64 keeps its offset here for the raw entry, which
 // the hook reaches on the same thread.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whose promises the public entries keep: those of the hooks, passed on as they are (plain), or those of glibc, for
 // which glibc's programs were written (libc): a block for a request of 0 bytes, alignment of its blocks, ENOMEM, a
 // standard output of their own. Chosen by QUARL_CONTRACT when the library starts.

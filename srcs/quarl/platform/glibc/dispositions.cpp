@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the program learns and sets of signal actions, where a handler of the checker's stands in for the default one.
 // Programs keep what they find to put it back, and take a handler that is there for a reason to install none of their
 // own: they find what they would find without the checker.

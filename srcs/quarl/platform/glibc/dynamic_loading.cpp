@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Two ways past our entries that a program takes as it runs, closed where blocks are ours.
 //
 // A library opened with RTLD_DEEPBIND has its calls bound to the C library's malloc and free, and hands our blocks to

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // dlopen(file, flags) and dlmopen(namespace, file, flags): the flags lose in place what dynamic_loading.cpp does not let
 // pass. dlsym(handle, name) and dlvsym(handle, name, version). dlclose(handle). All go on by a jump, so that whom the loader takes for its
 // caller is still the program. quarl_way_to_* return the function to go on to in eax and the flags that may pass in edx.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The hook variables, and the public entries that go through the hook of another operation.
 #include <errno.h>
 #include <malloc.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // The six hooked entries of the layer on ARM. Each has no frame of its own: it pushes {sl, lr}, calls its hook with
 // the stack exactly so, and returns with ldmfd sp!, {sl, pc} (the word 0xE8BD8400), by which a call-trace walk knows
 // it. mmap is the exception: its last two arguments go on the stack, where a hook called so would find {sl, lr}

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The six hooked entries of the layer on processors where a routine that calls a hook has a frame: i686.
 #include <malloc.h>
 #include <sys/mman.h>

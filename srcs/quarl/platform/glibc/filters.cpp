@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // prctl and syscall, by which a program sets itself a filter of system calls (seccomp): the checker hears of it before,
 // while it may still write.
 #include <limits.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // fork: the checker's steps are the last before the process is copied and the first after it, whichever library asked
 // for its own first, so that no handler of another library runs between them.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The layer: a C library with allocation hooks, made of one without. Its public entries take the place of the C
 // library's in the whole process.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks that carry a header, met by the layer where no hook is called.
 #include <string.h>
 

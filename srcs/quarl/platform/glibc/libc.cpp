@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the checker needs of glibc besides the allocator.
 //
 // One build serves all of its versions: what a version has under another name, in another library or not at all is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/glibc/loaded_symbols.h"
 
 #include <elf.h>

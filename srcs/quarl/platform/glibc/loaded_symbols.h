@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Functions of the objects that make up the process, found without the loader's own search: that may allocate, and it
 // binds a name to whoever defines it first. Reads the objects' tables only; takes the loader's lock, allocates nothing,
 // and works before any constructor has run.

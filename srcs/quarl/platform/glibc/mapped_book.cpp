@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/glibc/mapped_book.h"
 
 #include "platform/glibc/allocators.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The layer's books of its mapped chunks: what is known of them without a look at memory that the program may have
 // written. Exact for every address. They lie in the C library's heap: an application may map over a mapping of ours,
 // not over that. There it may write, though, by an overrun: an entry is sealed, and one that is not whole is made anew

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Chunks of 128 KiB and more: a mapping each.
 //
 //   base        unused

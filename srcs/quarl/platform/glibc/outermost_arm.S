@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // void quarl_call_outermost(void (*end)(void*)): calls end(NULL), which does not return, from a frame that says of itself
 // that nothing called it: an unwinder stops here, and the frames of the program below stay as they are.
     .syntax unified

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A set of pages of the address space: 128 KiB of zeros, of which only what is used takes memory. Safe on any
 // thread and in a signal handler.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The program break. The C library moves it under a lock of its allocator, other allocators under locks of their own,
 // and the function by which both do it has none: two threads that moved it at once got the same memory. Where there is
 // another allocator, both are at work, and each takes this lock first.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The raw entries over glibc: its own allocator for ordinary chunks, mappings of our own for large ones.
 #include <errno.h>
 #include <malloc.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/glibc/regions.h"
 
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Regions of whole pages for mapped chunks, and a few that were given back and are kept for the next request: without
 // them each block of some 100 KiB would cost two system calls and its pages anew. They lie below the mapping hooks,
 // which are told of every mapping and unmapping of a chunk all the same. No lock; safe in a signal handler.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The function is found at the first call, which is one of the checker's own at its start: a child of a program with
 // threads could not take the loader's lock any more.
 #include "platform/system_call.h"

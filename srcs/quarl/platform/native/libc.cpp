@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the checker needs of an embedded C library that offers the hooks itself.
 #include <errno.h>
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is said of a crash: an event, or a few lines on standard error where events are not wanted.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/checking/fault_event.h"
 
 #include "quarlheap/checking/known_block.h"

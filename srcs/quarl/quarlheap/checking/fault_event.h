@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The event of a fault: which block, what is wrong with it, and who met it.
 #pragma once
 

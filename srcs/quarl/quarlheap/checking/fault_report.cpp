@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/checking/fault_report.h"
 
 #include "logs/records/fault_log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is said about a fault.
 #pragma once
 

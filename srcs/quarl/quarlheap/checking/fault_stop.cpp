@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/checking/fault_stop.h"
 
 #include <signal.h>

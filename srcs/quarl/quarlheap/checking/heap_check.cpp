@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/checking/heap_check.h"
 
 #include "config/item_setters.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The check of the whole heap. It reports, it never stops a thread.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/checking/known_block.h"
 
 #include "platform/code_map.h"

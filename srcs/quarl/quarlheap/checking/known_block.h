@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What of a block can be told: of a damaged or released one, that for which something beside its header speaks.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The live block that an address lies in or next to.
 #pragma once
 

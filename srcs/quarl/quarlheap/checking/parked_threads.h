@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The threads that are stopped, for a debugger: it cannot know them otherwise in a core file.
 #pragma once
 

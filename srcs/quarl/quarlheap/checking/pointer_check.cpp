@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/checking/pointer_check.h"
 
 #include "platform/libc_hooks.h"

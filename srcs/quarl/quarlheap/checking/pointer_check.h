@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the release and resize hooks do first with a pointer: is it a block, was it, and is it sound?
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The malloc and memalign hooks.
 #include <errno.h>
 

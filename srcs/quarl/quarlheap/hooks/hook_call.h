@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The steps that the hooks share. A hook reads as a list of them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/hooks/hook_table.h"
 
 #include "platform/libc_hooks.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The six hooks and their installation in the C library's hook variables.
 #pragma once
 

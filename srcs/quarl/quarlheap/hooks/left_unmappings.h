@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What becomes of the unmappings that other threads have under way when one forks.
 #pragma once
 

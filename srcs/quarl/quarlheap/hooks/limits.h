@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocations that fail on purpose, and limits that stop a thread. All act only while QUARL_PROF is in force.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mmap and munmap hooks.
 #include <errno.h>
 #include <sys/mman.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What becomes of the record of a mapping whose size changes where it lies.
 #pragma once
 

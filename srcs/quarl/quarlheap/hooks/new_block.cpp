@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/hooks/new_block.h"
 
 namespace quarl {

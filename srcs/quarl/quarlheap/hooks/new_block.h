@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The making of a block, as the malloc, memalign and realloc hooks share it.
 #pragma once
 

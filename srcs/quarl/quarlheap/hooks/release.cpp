@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The free hook.
 #include "quarlheap/checking/fault_event.h"
 #include "quarlheap/checking/pointer_check.h"

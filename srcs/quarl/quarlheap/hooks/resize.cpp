@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The realloc hook: allocates for a null pointer, releases for size 0, resizes otherwise.
 #include <string.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/lifecycle/checker_end.h"
 
 #include "logs/files/log_files.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is last, whether the program exits or a signal ends it.
 #pragma once
 

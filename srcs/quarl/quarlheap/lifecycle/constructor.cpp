@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start-up: before main, on the thread that loads the library.
 #include <elf.h>
 #include <link.h>

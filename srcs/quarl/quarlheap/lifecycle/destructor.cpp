@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Shut-down: on the thread that exits the process, which may hold hook_mutex (a signal handler that interrupted a hook
 // called exit).
 #include "logs/mappings/mapping_records.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/lifecycle/end_signals.h"
 
 #include <signal.h>

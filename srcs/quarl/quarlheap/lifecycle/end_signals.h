@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QUARL_END_SIGNALS=1: the signals that end a process find the logs written and their story told, and end it then as
 // they would have.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // hook_mutex for what may run inside a hook of the same thread: in a signal handler, or as an item's handler.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/lifecycle/fork_handlers.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/lifecycle/process_table.h"
 
 #include "logs/mappings/mapping_records.h"

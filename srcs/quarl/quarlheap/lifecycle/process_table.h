@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a debugger finds what the checker knows of a process, live or dead: in the process's memory alone. The table is
 // the symbol qr_process_table; it lies in memory that the loader has written, so that a core file has it whatever it
 // leaves out, and begins with the eight characters of `magic`. All numbers are in the target's byte order.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Alternate signal stacks for threads that have none: where a thread's own stack has overflowed, no handler runs
 // without.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading block headers; new_header.h makes them. Three kinds of handle, which do not turn into each other by
 // themselves:
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Blocks as rows for the logs: what a header says, in an OpRecord. In two ways: by the block's own flags, and by the
 // configuration, for a header whose flags an overrun may have destroyed.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The call trace: return addresses from the hook back towards main or a thread's start, found by walking the chain of
 // frame pointers. Reads memory only: no lock, no allocation. Leaves neither the calling thread's stack nor the
 // process's code, so that garbage in a frame pointer ends the trace and nothing else.

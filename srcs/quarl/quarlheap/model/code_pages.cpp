@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/model/code_pages.h"
 
 #include "frame.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a call-trace walk has to look for at the return addresses on each page of memory: on most pages of code nothing.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where in a block's header each field lies, and whether it is there at all. The one place that knows; reading and
 // writing the words is block_header.h. Pure.
 //

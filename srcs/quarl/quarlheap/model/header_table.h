@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The layout of a block header as plain data in the library's image, for a debugger or a tool that reads blocks from a
 // core file or from the memory of another process. It lies in the section ".quarl_header" of libquarl.so, stripped or
 // not, and begins with kHeaderTableMagic. All numbers are in the target's byte order.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The calls that led to where a signal came: by the rules of tables where there are any, else by the frame pointer.
 // Reads what is there of the stack, even of one that has overflowed; safe in a signal handler.
 #pragma once

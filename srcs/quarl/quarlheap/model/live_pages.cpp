@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/model/live_pages.h"
 
 #include "platform/system.h"

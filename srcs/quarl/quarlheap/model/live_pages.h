@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which pages of memory hold live blocks' headers and guards: the memory that is known to be there. Two bytes a page
 // for the whole address space, in zero memory that only the parts in use are touched of.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The making of a header: where it lies in the raw block, and what it says.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records of what the hooks did, on their way to the record log: from the block, or from the present call.
 #pragma once
 

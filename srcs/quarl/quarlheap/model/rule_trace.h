@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The call trace of code without frame pointers: by the rules of tables, and by the frame pointer where there is none.
 // Keeps what call_trace.h promises, and needs capture_trace's frame below it.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/model/used_list.h"
 
 #include "platform/print.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The used list: all live blocks, oldest first, linked through their headers. A link is followed where it can lead to a
 // block, and written through where both ends name each other; what is damaged is mended from its other end when a block
 // beside it goes.

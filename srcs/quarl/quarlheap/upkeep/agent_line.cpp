@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/upkeep/agent_line.h"
 
 #include "config/configuration.h"

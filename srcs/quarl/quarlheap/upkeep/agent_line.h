@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a line from the agent's client does: it is applied; then, by the items in force, the heap is checked, and the
 // statistics are printed and cleared.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/upkeep/auto_snapshot.h"
 
 #include "logs/snapshots/snapshot_chain.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Automatic snapshots: taken when they are due, in seconds of the checker clock.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/upkeep/configuration_event.h"
 
 #include "config/item_rows.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which items are in force, as events tell it.
 #pragma once
 

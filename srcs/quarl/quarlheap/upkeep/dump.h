@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The dumps that refresh the log files: on the QUARL_SIG signal, and at exit.
 #pragma once
 

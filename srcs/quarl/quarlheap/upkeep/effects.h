@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Carries out what items ask for beyond the settings.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/upkeep/end_event.h"
 
 #include "quarlheap/checking/block_check.h"

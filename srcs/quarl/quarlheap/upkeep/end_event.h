@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The last that a process tells: how many faults were found and what is live.
 #pragma once
 

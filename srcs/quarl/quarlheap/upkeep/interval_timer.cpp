@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/upkeep/interval_timer.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interval timer: keeps the checker clock, and its ticks bring automatic snapshots.
 #pragma once
 

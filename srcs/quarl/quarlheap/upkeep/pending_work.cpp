@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "quarlheap/upkeep/pending_work.h"
 
 #include "platform/confinement.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The work that signal handlers leave to the owner of hook_mutex.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reload of the configuration, as the signal dump asks for it.
 #pragma once
 

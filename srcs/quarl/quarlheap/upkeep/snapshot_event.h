@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A snapshot that was written, as events tell it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the application holds at this moment: every live block and mapping, as rows of a snapshot and as a histogram.
 #pragma once
 

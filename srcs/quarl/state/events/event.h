@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Events: a line of JSON for each thing worth telling, in the file that QUARL_EVENTS names (docs/events.md). Without
 // the variable nothing here does anything.
 //

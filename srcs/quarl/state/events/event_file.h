@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file that events go to: each line by one write behind what is there. The descriptor is opened once and kept, so
 // that it outlives chroot and dropped privileges; where the program has closed it, the file is opened again.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The lock of events. Held with all signals held back, for the time of a few lines; nobody that holds it takes another.
 #pragma once
 

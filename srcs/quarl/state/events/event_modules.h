@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ELF files that frames lie in: each is told once, before the first frame in it or before it may go. They are
 // looked up in what the kernel says is mapped at that moment, without the loader, its lists or its lock.
 #pragma once

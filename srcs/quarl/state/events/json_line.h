@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One line of JSON, built in place: an object whose values are appended one behind the other. What does not fit is left
 // out whole, or cut where the function says so, so that the line is always valid. Pure; safe in a signal handler.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "state/events/trouble_event.h"
 
 #include "platform/libc_hooks.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the checker could not do, as events tell it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The call tree that the graph shows: from the outermost caller to the place that asked, or, inverted, from that place to
 // its callers.
 import { hierarchy, partition } from "d3-hierarchy";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The report that the tool put into the page: JSON, packed by gzip, in base64. load() must have ended before the rest is
 // used.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // By thread, kind, module, size and time: the choices above the graph, which the graph, the table and the sizes follow.
 import { baseName, data, kinds } from "./data.js";
 import { clockTime, duration, element, grouped } from "./format.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The flame graph: drawn, zoomed, searched, and moved through by keyboard.
 import { callTree } from "./call_tree.js";
 import { data } from "./data.js";

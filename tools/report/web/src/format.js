@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Numbers, times and elements as the page shows them.
 
 const numbers = new Intl.NumberFormat("en");

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sites that rise from one snapshot, or moment, to the next.
 import { data, framesOf } from "./data.js";
 import { counted, element, grouped } from "./format.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The title, what the page was made from, and the totals.
 import { data } from "./data.js";
 import { clockTime, element, grouped } from "./format.js";

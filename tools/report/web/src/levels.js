@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the view holds by size; with a base both sides, by one scale.
 import { data } from "./data.js";
 import { counted, element } from "./format.js";

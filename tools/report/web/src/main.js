@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 import { load } from "./data.js";
 import { showFilters } from "./filters.js";
 import { showFlame } from "./flame.js";

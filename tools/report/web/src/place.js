@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A place in the program that opens to its call trace.
 import { textOf } from "./data.js";
 import { element } from "./format.js";

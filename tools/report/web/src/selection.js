@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a view holds at each site, of the blocks that pass the filters.
 import { data, framesOf, kinds, levelOf, momentOf } from "./data.js";
 import state from "./state.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sites of the view as a table, searched by what is in any of their frames.
 import { textOf } from "./data.js";
 import { counted, element, grouped, shortTime, signed } from "./format.js";

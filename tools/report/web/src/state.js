@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the reader chose, and who is to know of it.
 
 // filters: `thread`, `kind`, `module`: equal to; `smallest`, `largest`: size levels, both included; `since`, `until`:

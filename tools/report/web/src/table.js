@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A table that the reader sorts and pages through.
 import { element, grouped } from "./format.js";
 

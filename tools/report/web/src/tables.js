@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Threads, mappings, operations and faults: tables and texts that no choice changes.
 import { data, framesOf } from "./data.js";
 import { clockTime, counted, element, grouped, hex, shortTime } from "./format.js";

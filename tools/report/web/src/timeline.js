@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What was held over time: how much at each point, and how much at most since the point before.
 import uPlot from "uplot";
 import { data } from "./data.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the graph and the table show: one tab each.
 import { data } from "./data.js";
 import { clockTime, counted, element } from "./format.js";

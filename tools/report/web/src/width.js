@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Charts are drawn as wide as their box.
 
 // Calls `draw` when the box has another width than before; its height changes with what is drawn.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frame of ARM code built with -mapcs-frame: the frame pointer points at the saved program counter.
 //
 //   fp + 8   second word above the frame: the return address of a caller without a frame of its own that pushed

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The context that a signal interrupted, and another stack to work on.
 #pragma once
 

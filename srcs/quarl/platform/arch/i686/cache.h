@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Asking for a cache line ahead of its use.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frame of i686 code built with -fno-omit-frame-pointer.
 //
 //   ebp + 4  the return address

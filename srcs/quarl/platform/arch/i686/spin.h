@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What waiting for other processors, and exchanging words with them, takes.
 #pragma once
 

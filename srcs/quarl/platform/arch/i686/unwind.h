@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Steps from frame to frame of i686 code that no table is needed for.
 #pragma once
 
