@@ -1,19 +1,28 @@
 # SPDX-License-Identifier: Apache-2.0
 # The front door: each target is one script in scripts/, and prints what it does.
 .DEFAULT_GOAL := help
-.PHONY: help setup build quick demo check soak bench format clean
+.PHONY: help setup build install packages quick demo check soak bench format clean
 
 TARGET ?= i686 armhf armel host
 TEST ?=
+DESTDIR ?=
+PREFIX ?= /usr/local
 
 help: ## this list
-	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-7s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
+	@awk -F ':.*## ' '/^[a-z]+:.*## / { printf "  make %-8s %s\n", $$1, $$2 }' $(MAKEFILE_LIST)
 
 setup: ## install the Debian packages that are missing
 	@scripts/setup
 
 build: setup ## build/<target>/libquarl.so and build/host/quarl; TARGET=armhf for one target
 	@scripts/build $(TARGET)
+
+install: build ## the desk's tool and libraries, and for boards those of TARGET; PREFIX=/usr/local DESTDIR=
+	@DESTDIR='$(DESTDIR)' PREFIX='$(PREFIX)' scripts/install $(TARGET)
+
+packages: setup ## Debian packages of the tool and of the library for boards, in build/packages
+	@scripts/build
+	@scripts/packages
 
 quick: ## after a change of the library: what i686 needs and its quick tests; TEST=regex for those that match
 	@scripts/quick '$(TEST)'

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "config/item_rows.h"
+#include "items/environment_variables.h"
 #include "items/item_order.h"
 
 namespace quarl {
@@ -57,19 +58,9 @@ Lines are applied from top to bottom; then every default-on item that no line ha
 What does not belong to one configuration is told by environment variables. A set-user-id program ignores all of them,
 and `quarlcfg.ini` too. But for `QUARL_CFG_FILE`, which every reload looks at, they are read once, at start-up.
 
-| variable | meaning | default |
-|---|---|---|
-| `QUARL_CFG_FILE` | the configuration file; it may be a pipe, for whose writer the start waits up to 5 seconds and a reload not at all | `quarlcfg.ini` |
-| `QUARL_LOG_DIR` | folder for logs; made when only its last part is missing | the current directory when a log is made |
-| `QUARL_KEEP` | `findings`: at exit the process removes its own logs that hold no fault, no record and nothing unfreed | all stay |
-| `QUARL_END_SIGNALS` | `1`: signals that end the process (`SIGTERM`, `SIGINT`, `SIGHUP`, `SIGQUIT` and those of crashes) find the logs written first, and a crash is told; see [safety](safety.md) | off |
-| `QUARL_ONLY` | names of programs, separated by commas: of a tree of processes only these are checked. The name of the file, of the process or the one called by counts | all |
-| `QUARL_CONTRACT` | `plain` or `libc`: see above | `plain` |
-| `QUARL_FRAMES` | folder of the unwind tables that `quarl frames` makes: call traces go by their rules | frame pointers only |
-| `QUARL_EVENTS` | file or FIFO to which a line of JSON is appended for each thing worth telling (docs/events.md) | none |
-| `QUARL_MESSAGES` | `stdout`, `stderr` or `none`: where all texts of the library go, reports and statistics too | each where it always does |
-| `QUARL_AGENT_ADDRESS` | IPv4 address that the agent (`QUARL_DEMO_THREAD`) listens on; what is no address means 127.0.0.1 | all |
+)";
 
+constexpr std::string_view kReferenceTail = R"(
 `quarl run` sets `QUARL_LOG_DIR` to a folder of the run and `QUARL_KEEP` to `findings`, unless they are set already;
 `--logs DIR` and `--keep-all` choose otherwise. With `--agent` it sets `QUARL_AGENT_ADDRESS` to 127.0.0.1 unless it is set.
 `QUARL_EVENTS` is a file in the folder of the run, `QUARL_MESSAGES` is `none` without `--raw`, and `QUARL_END_SIGNALS` is 1,
@@ -154,6 +145,11 @@ std::string item_template() {
 
 std::string item_reference() {
   std::string page(kReferenceHead);
+  page += "| variable | meaning | default |\n|---|---|---|\n";
+  for (const EnvironmentVariable& variable : kEnvironmentVariables) {
+    page += fmt::format("| `{}` | {} | {} |\n", variable.name, variable.meaning, variable.default_value);
+  }
+  page += kReferenceTail;
   for (const ItemRow& item : kItemRows) {
     page += fmt::format("| `{}` | `{}` | {} | {} | {} | {} |\n", item.key, escape_bars(item.values), item.default_value,
                         item.resettable ? "yes" : "no", escape_bars(item.effect), keys_list(item.depends));
