@@ -39,7 +39,7 @@ Function thread_function(const char* name) {
 
 // Cleanup handlers of C code are jumped to, in the frames of the program, whose unwinding would go on from there.
 void drop_cleanup_handlers() {
-  using Change = void (*)(__pthread_unwind_buf_t*);
+  using Change = decltype(&__pthread_register_cancel);  // on i686 with its argument in a register
   const auto put = thread_function<Change>("__pthread_register_cancel");
   const auto take = thread_function<Change>("__pthread_unregister_cancel");
   if (put == nullptr || take == nullptr) return;
