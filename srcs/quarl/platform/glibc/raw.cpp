@@ -75,16 +75,16 @@ bool wants_mapping_with(size_t alignment, size_t size) {
   return wants_mapping(size) || wants_mapping(alignment) || wants_mapping(alignment + size);
 }
 
-// glibc aligns to what its compiler's largest type wants, on i686 since 2.26 only.
 // Until 2.33 the allocator itself has a check, which puts a byte behind each block.
 bool checks_its_blocks() {
   if (glibc::libc_minor_version() >= 34) return false;
   const char* check = environment("MALLOC_CHECK_");
   const char* tunables = environment("GLIBC_TUNABLES");
-  return (check != nullptr && *check >= '1' && *check <= '9') ||
+  return (check != nullptr && strpbrk(check, "123456789") != nullptr) ||
          (tunables != nullptr && strstr(tunables, "glibc.malloc.check=") != nullptr);
 }
 
+// glibc aligns to what its compiler's largest type wants, on i686 since 2.26 only.
 uint32_t glibc_alignment() {
   return glibc::libc_minor_version() >= 26 ? glibc::kLibcAlignment : 8;
 }
