@@ -106,7 +106,12 @@ class Process:
     def tasks_that_wait(self, where):
         """Those of its tasks that sleep in a function of the kernel with such a name."""
         tasks = f"/proc/{self.pid}/task"
-        return [int(task) for task in os.listdir(tasks) if where in Path(f"{tasks}/{task}/wchan").read_text()]
+        waiting = []
+        for task in os.listdir(tasks):
+            with contextlib.suppress(FileNotFoundError, ProcessLookupError):  # ended meanwhile
+                if where in Path(f"{tasks}/{task}/wchan").read_text():
+                    waiting.append(int(task))
+        return waiting
 
     def kill(self):
         self.popen.send_signal(signal.SIGKILL)
