@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* What the compiler makes code for, said in an error: no flag holds that back. target.cmake reads it. */
 #if __SIZEOF_POINTER__ != 4
 #error quarl target: wide;

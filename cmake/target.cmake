@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # QUARL_TARGET is what is built: `host`, the tool for the development PC, or the library for `i686`, `armhf` or `armel`.
 # The toolchain files here name it. Without a name, or with `library`, it follows from what the compiler makes code for,
 # with all its flags: 32 bits are the library's, 64 bits the tool's.

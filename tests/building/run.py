@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Builds the library from the source archive as others would, with many compilers and flags, and runs what was built.
 
 run.py [--check] [--keep] [VARIANT]...: all variants, those of `make check`, or those named. A build sees its compiler,

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The compilers and flags that the library is built with, as Buildroot, Yocto and others would call it.
 
 From the command line: variants.py SUITE prints the packages of Debian's SUITE that hold its compilers, one a line.

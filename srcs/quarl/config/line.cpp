@@ -3,11 +3,9 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 
-// New headers give it another name, which old C libraries do not have.
-extern "C" long plain_strtol(const char* text, char** end, int base) __asm__("strtol");
+#include "platform/decimal.h"
 
 namespace quarl {
 namespace {
@@ -48,7 +46,7 @@ Line parse_line(const char* text) {
 }
 
 int leading_number(const char* value) {
-  return static_cast<int>(std::clamp<long>(plain_strtol(value, nullptr, 10), INT_MIN, INT_MAX));
+  return static_cast<int>(std::clamp<long>(decimal(value), INT_MIN, INT_MAX));
 }
 
 }  // namespace quarl

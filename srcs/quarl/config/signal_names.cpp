@@ -2,10 +2,10 @@
 #include "config/signal_names.h"
 
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 
 #include "config/line.h"
+#include "platform/decimal.h"
 
 namespace quarl {
 namespace {
@@ -33,7 +33,7 @@ int numbered_name(const char* name) {
   const char* digits = name + 3;
   const size_t length = strlen(digits);
   if (length < 2 || length > 3 || digits[0] == '0' || strspn(digits, "0123456789") != length) return -1;
-  const int number = atoi(digits);
+  const int number = static_cast<int>(decimal(digits));
   return number >= kFirstNumbered && number <= kLastNumbered ? number : -1;
 }
 

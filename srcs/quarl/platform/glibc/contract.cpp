@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "platform/decimal.h"
 #include "platform/environment.h"
 #include "platform/libc_hooks.h"
 
@@ -32,7 +33,7 @@ void glibc::choose_contract() {
 
 int glibc::libc_minor_version() {
   const char* point = strchr(gnu_get_libc_version(), '.');
-  return point != nullptr ? atoi(point + 1) : 0;
+  return point != nullptr ? static_cast<int>(decimal(point + 1)) : 0;
 }
 
 bool glibc::aligned_alloc_takes_any() {
