@@ -3,11 +3,11 @@
 // otherwise. Never called under hook_mutex.
 #pragma once
 
-#include <malloc.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 
 #include "platform/libc_hooks.h"
+#include "platform/malloc_header.h"
 #include "state/process.h"
 
 namespace quarl::raw {

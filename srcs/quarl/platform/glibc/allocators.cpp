@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/glibc/allocators.h"
 
-#include <malloc.h>
 #include <sched.h>
 #include <stdlib.h>
 #include <string.h>
@@ -10,6 +9,7 @@
 #include "platform/glibc/loaded_symbols.h"
 #include "platform/glibc/page_set.h"
 #include "platform/glibc/program_break.h"
+#include "platform/malloc_header.h"
 #include "platform/print.h"
 
 namespace quarl::glibc {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The hook variables, and the public entries that go through the hook of another operation.
 #include <errno.h>
-#include <malloc.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 #include "platform/glibc/contract.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
+#include "platform/malloc_header.h"
 
 using quarl::glibc::aligned_alloc_takes_any;
 using quarl::glibc::bypassed;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The six hooked entries of the layer on processors where a routine that calls a hook has a frame: i686.
-#include <malloc.h>
 #include <sys/mman.h>
 
 #include "platform/glibc/contract.h"
 #include "platform/glibc/glibc.h"
+#include "platform/malloc_header.h"
 
 namespace {
 

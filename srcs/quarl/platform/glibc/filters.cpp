@@ -3,7 +3,6 @@
 // while it may still write.
 #include <limits.h>
 #include <linux/seccomp.h>
-#include <malloc.h>
 #include <stdarg.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -11,6 +10,7 @@
 #include "platform/glibc/allocators.h"
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/loaded_symbols.h"
+#include "platform/malloc_header.h"
 
 namespace quarl {
 namespace {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The raw entries over glibc: its own allocator for ordinary chunks, mappings of our own for large ones.
 #include <errno.h>
-#include <malloc.h>
 #include <pthread.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -16,6 +15,7 @@
 #include "platform/glibc/glibc.h"
 #include "platform/glibc/mapped_book.h"
 #include "platform/glibc/regions.h"
+#include "platform/malloc_header.h"
 #include "platform/system_call.h"
 
 namespace {
