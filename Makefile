@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # The front door: each target is one script in scripts/, and prints what it does.
 .DEFAULT_GOAL := help
-.PHONY: help setup build install packages quick demo check soak bench format clean
+.PHONY: help setup build install packages dist quick demo check soak bench format clean
 
 TARGET ?= i686 armhf armel host
 TEST ?=
@@ -23,6 +23,9 @@ install: build ## the desk's tool and libraries, and for boards those of TARGET;
 packages: setup ## Debian packages of the tool and of the library for boards, in build/packages
 	@scripts/build
 	@scripts/packages
+
+dist: ## build/dist: the source archive of what is committed, and what Buildroot and Yocto take to build it
+	@scripts/dist
 
 quick: ## after a change of the library: what i686 needs and its quick tests; TEST=regex for those that match
 	@scripts/quick '$(TEST)'

@@ -43,16 +43,21 @@ def compiler_tree(suite):
 
 
 def compiler(variant, language):
-    """The path of a variant's compiler; one of another Debian is a script that starts it in a room with its own libraries."""
+    """The path of a variant's compiler; one of another Debian is a script that starts it in a room with its own libraries.
+    With old headers the room hides those of the compiler's own C library, which it would look at before any sysroot."""
     triplet = TRIPLET[variant.target]
     suite = SUITE[variant.gcc]
     if suite is None:
         return shutil.which(f"{triplet}-{language}")
-    tree, script = compiler_tree(suite), WORK / "bin" / f"{triplet}-{language}-{variant.gcc}"
-    rooms = [f"--ro-bind {tree}/{folder} /{folder}" if (tree / folder).exists() else f"--symlink usr/{folder} /{folder}"
-             for folder in ("usr", "lib", "lib64")]
-    script.write_text(f"#!/bin/sh\nexec bwrap {' '.join(rooms)} --dev /dev --proc /proc --bind /tmp /tmp --bind {WORK} {WORK} "
-                      f"--chdir \"$PWD\" /usr/bin/{script.name} \"$@\"\n")
+    tree, name = compiler_tree(suite), f"{triplet}-{language}-{variant.gcc}"
+    script = WORK / "bin" / (f"bare-{name}" if variant.old_headers else name)
+    room = [f"--ro-bind {tree}/{folder} /{folder}" if (tree / folder).exists() else f"--symlink usr/{folder} /{folder}"
+            for folder in ("usr", "lib", "lib64")]
+    if variant.old_headers:
+        room += [f"--tmpfs /usr/{triplet}/include --tmpfs /usr/{triplet}/lib"]
+    script.parent.mkdir(parents=True, exist_ok=True)
+    script.write_text(f"#!/bin/sh\nexec bwrap {' '.join(room)} --dev /dev --proc /proc --bind /tmp /tmp --bind {WORK} {WORK} "
+                      f"--chdir \"$PWD\" /usr/bin/{name} \"$@\"\n")
     script.chmod(0o755)
     return str(script)
 
@@ -73,11 +78,10 @@ def narrow_environment(variant):
 
 
 def old_sysroot(variant):
-    """Debian 11's C library of a target, laid out as the sysroot of a toolchain, whose compiler knows it by its name."""
+    """Debian 11's C library of a target, laid out as the sysroot of a toolchain."""
     sysroot, triplet = WORK / f"sysroot-{variant.target}", TRIPLET[variant.target]
     shutil.rmtree(sysroot, ignore_errors=True)
-    (sysroot / "usr").mkdir(parents=True)
-    (sysroot / "usr" / triplet).symlink_to(compiler_tree(SUITE[10]) / "usr" / triplet)
+    shutil.copytree(compiler_tree(SUITE[10]) / "usr" / triplet, sysroot / "usr" / triplet, symlinks=True)
     for folder in ("include", "lib"):
         (sysroot / "usr" / folder).symlink_to(f"{triplet}/{folder}")
     (sysroot / "lib").symlink_to("usr/lib")
