@@ -18,6 +18,10 @@ YOCTO_LINK = "-Wl,-O1 -Wl,--hash-style=gnu -Wl,--as-needed -Wl,-z,relro,-z,now"
 BUILDROOT = "-D_LARGEFILE_SOURCE -D_LARGEFILE64_SOURCE -D_FILE_OFFSET_BITS=64 -Os -g0 -D_FORTIFY_SOURCE=1"
 
 
+# Where less is inlined, a mapping that a call of realloc makes has one frame more of the checker's in its trace.
+NOT_INLINED = ("test_mapping_of_a_large_block_leaves_room_for_its_callers",)
+
+
 @dataclass(frozen=True)
 class Variant:
     name: str
@@ -29,7 +33,8 @@ class Variant:
     processor: str = ""  # the emulated one, when it is not the emulator's best
     makes: str = ""  # the target that is derived, when flags make it another
     old_headers: bool = False  # Debian 11's C library to build with, as a sysroot in a toolchain file
-    runs: bool = True
+    tests: tuple = ("fault_reports", "call_trace", "record_log", "short_way")
+    lacks: tuple = ()  # tests that are known to fail with what the variant makes; docs/building.md says what that means
     check: bool = False  # belongs to `make check`
 
     @property
@@ -52,17 +57,17 @@ VARIANTS = [
     Variant("armv8-a-gcc-14", "armhf", 14, flags="-O2 -mcpu=cortex-a53 -mfpu=neon-fp-armv8 -mthumb"),
     Variant("i586", "i686", flags="-O2 -march=i586"),
     Variant("core2", "i686", flags="-O3 -march=core2 -mfpmath=sse"),
-    Variant("armhf-debug", "armhf", options=("-DCMAKE_BUILD_TYPE=Debug",)),
-    Variant("i686-without-lto", "i686", flags="-O2 -fno-lto", options=("-DQUARL_HAVE_LTO=OFF",), check=True),
-    Variant("armel-without-lto", "armel", options=("-DQUARL_HAVE_LTO=OFF",)),
+    Variant("armhf-debug", "armhf", options=("-DCMAKE_BUILD_TYPE=Debug",), tests=("fault_reports", "record_log")),
+    Variant("i686-without-lto", "i686", flags="-O2 -fno-lto", options=("-DQUARL_HAVE_LTO=OFF",), lacks=NOT_INLINED, check=True),
+    Variant("armel-without-lto", "armel", options=("-DQUARL_HAVE_LTO=OFF",), lacks=NOT_INLINED),
     Variant("yocto-armhf", "armhf", flags=YOCTO + " -march=armv7ve -mthumb -mfpu=neon -mfloat-abi=hard", link_flags=YOCTO_LINK),
     Variant("yocto-i686-gcc-14", "i686", 14, flags=YOCTO + " -m32 -march=i686", link_flags=YOCTO_LINK),
-    Variant("buildroot-armel", "armel", flags=BUILDROOT),
-    Variant("buildroot-i686", "i686", 11, flags=BUILDROOT, old_headers=True),
-    Variant("buildroot-armhf", "armhf", 11, flags=BUILDROOT, old_headers=True),
-    Variant("native-armhf", "armhf", options=("-DQUARL_SEAM=native",), runs=False),
-    Variant("native-armel-gcc-10", "armel", 10, options=("-DQUARL_SEAM=native",), runs=False),
-    Variant("native-i686-gcc-14", "i686", 14, options=("-DQUARL_SEAM=native",), runs=False),
+    Variant("buildroot-armel", "armel", flags=BUILDROOT, lacks=NOT_INLINED),
+    Variant("buildroot-i686", "i686", 11, flags=BUILDROOT, lacks=NOT_INLINED, old_headers=True),
+    Variant("buildroot-armhf", "armhf", 11, flags=BUILDROOT, lacks=NOT_INLINED, old_headers=True),
+    Variant("native-armhf", "armhf", options=("-DQUARL_SEAM=native",), tests=()),
+    Variant("native-armel-gcc-10", "armel", 10, options=("-DQUARL_SEAM=native",), tests=()),
+    Variant("native-i686-gcc-14", "i686", 14, options=("-DQUARL_SEAM=native",), tests=()),
 ]
 
 
