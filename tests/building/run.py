@@ -54,7 +54,8 @@ def compiler(variant, language):
     room = [f"--ro-bind {tree}/{folder} /{folder}" if (tree / folder).exists() else f"--symlink usr/{folder} /{folder}"
             for folder in ("usr", "lib", "lib64")]
     if variant.old_headers:
-        room += [f"--tmpfs /usr/{triplet}/include --tmpfs /usr/{triplet}/lib"]
+        own, plus = f"/usr/{triplet}", f"/usr/{triplet}/include/c++"
+        room += [f"--tmpfs {own}/include --tmpfs {own}/lib --ro-bind {tree}{plus} {plus}"]
     script.parent.mkdir(parents=True, exist_ok=True)
     script.write_text(f"#!/bin/sh\nexec bwrap {' '.join(room)} --dev /dev --proc /proc --bind /tmp /tmp --bind {WORK} {WORK} "
                       f"--chdir \"$PWD\" /usr/bin/{name} \"$@\"\n")

@@ -26,7 +26,7 @@ struct Effect {
   };
   Kind kind = kNone;
   int number = 0;
-  char text[kMaxValue + 1] = "";
+  char text[kMaxValue + 1] = {};
 };
 
 }  // namespace quarl
