@@ -18,7 +18,7 @@ void put(Settings& cfg, const ItemRow& row, bool on) {
 }
 
 Effect with_number(Effect::Kind kind, int number) {
-  return {kind, number, ""};
+  return {kind, number, {}};
 }
 
 }  // namespace
