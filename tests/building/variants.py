@@ -72,9 +72,10 @@ VARIANTS = [
 
 
 def packages(suite):
-    """What has to be unpacked of a suite: the compilers of its versions, and with them their C library."""
+    """What has to be unpacked of a suite: the compilers of its versions, and with them their C library; and make, which GCC 10
+    starts to optimise in parallel."""
     wanted = {(variant.gcc, TRIPLET[variant.target]) for variant in VARIANTS if SUITE[variant.gcc] == suite}
-    return [f"g++-{gcc}-{triplet}" for gcc, triplet in sorted(wanted)]
+    return ["make"] + [f"g++-{gcc}-{triplet}" for gcc, triplet in sorted(wanted)]
 
 
 if __name__ == "__main__":
