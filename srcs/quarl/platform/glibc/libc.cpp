@@ -24,7 +24,9 @@ namespace quarl {
 namespace {
 
 // Before 2.34 a program without libdl has no dlopen; there the C library opens libraries for itself by another name.
+// What the loader allocates for it is the checker's, and never told as kept by the program.
 void* open_library(const char* name) {
+  const InsideChecker inside;
   using Open = void* (*)(const char*, int);
   constexpr int kNotByTheLoader = INT_MIN;  // a bit that dlopen adds
   if (void* open = glibc::next_function("dlopen")) return reinterpret_cast<Open>(open)(name, RTLD_NOW);
@@ -51,6 +53,13 @@ void drop_cleanup_handlers() {
   take(&own);
 }
 
+// The kernel counts the threads that an emulator runs for itself, too; so the C library's word, where it has one, is
+// asked first.
+bool last_thread() {
+  const auto* single = static_cast<const char*>(glibc::libc_symbol("__libc_single_threaded"));
+  return (single != nullptr && *single != 0) || live_threads() == 1;
+}
+
 }  // namespace
 
 // Frames of the program are not unwound: one that may not be left so (noexcept) would end the process. glibc's
@@ -61,7 +70,7 @@ void end_thread() {
     drop_cleanup_handlers();
     quarl_call_outermost(pthread_exit);
   }
-  if (live_threads() == 1) exit(0);
+  if (last_thread()) exit(0);
   for (;;) system_call(SYS_exit, 0);
 }
 
