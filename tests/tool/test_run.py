@@ -11,6 +11,7 @@ import struct
 import subprocess
 import sys
 import unittest
+from pathlib import Path
 
 from tool import DEADLINE, QUARL, VICTIMS, ToolTest, library, victim
 
@@ -281,8 +282,10 @@ class Status(Run):
         big_endian = self.write("big_endian", b"\x7fELF\x01\x02\x01" + b"\0" * 9 +
                                 struct.pack(">HHIIIIIHHHHHH", 2, 40, 1, 0, 52, 0, 0, 52, 32, 0, 40, 0, 0))
         os.chmod(big_endian, 0o755)
+        foreign = self.write("foreign", Path(i686).read_bytes().replace(b"/lib/ld-linux.so.2", b"/lib/ld-other.so.1"))
+        os.chmod(foreign, 0o755)
         for arguments, text in (
-                (["--", sys.executable], "64-bit"), (["--", script], "/bin/sh is a 64-bit program"),
+                (["--", sys.executable], "64-bit"), (["--", script], "/bin/sh is a 64-bit file"),
                 (["--", os.path.join(VICTIMS, "victim_static")], "linked statically"),
                 (["--", "./nothing"], "no such file"), (["--", "no-such-program"], "no such program in PATH"),
                 (["--", "./plain"], "chmod +x"), (["--", broken], "no valid ELF header"),
@@ -290,9 +293,10 @@ class Status(Run):
                 (["--library", QUARL, "--", i686], "64-bit"), (["--library", "none", "--", i686], "no such file"),
                 (["--sysroot", "none", "--", i686], "sysroot none: no such folder"),
                 (["--sysroot", self.folder, "--", i686], "needs the loader"),
+                (["--", foreign], "another C library"),
                 (["--config", "none", "--", i686], "cannot read none")):
             with self.subTest(text):
-                if arguments[0] in ("--sysroot", "--config"):
+                if arguments[0] in ("--sysroot", "--config") or foreign in arguments:
                     library("i686")
                 result = self.quarl("run", *arguments)
                 self.assertEqual((result.returncode, result.stdout), (1, ""), result)

@@ -50,7 +50,11 @@ Target arm_target(const GElf_Ehdr& header, const std::string& interpreter) {
 
 void check_class(const std::string& path, const GElf_Ehdr& header) {
   if (header.e_ident[EI_CLASS] == ELFCLASS64) {
-    refuse("{} is a 64-bit program and only 32-bit ones can be checked; build it for i686 (-m32) or for ARM", path);
+    refuse(
+        "{} is a 64-bit file and only 32-bit programs can be checked; build it for i686 (i686-linux-gnu-gcc or gcc "
+        "-m32) "
+        "or ARM (arm-linux-gnueabihf-gcc)",
+        path);
   }
   if (header.e_ident[EI_DATA] != ELFDATA2LSB)
     refuse("{} is big-endian; only little-endian programs can be checked", path);

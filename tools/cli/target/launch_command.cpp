@@ -27,6 +27,9 @@ std::string preload_list(const std::string& library) {
 }
 
 std::string missing_loader(const Program& program) {
+  if (!fs::path(program.elf.interpreter).filename().string().starts_with("ld-linux")) {
+    return "it is the loader of another C library, and libquarl.so needs glibc: build the program for that";
+  }
   switch (program.elf.target) {
     case Target::kI686:
       return "install libc6-i386, or name a folder with the target's files with --sysroot";

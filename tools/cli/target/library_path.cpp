@@ -16,8 +16,8 @@ fs::path search(Target target) {
   for (const fs::path& place : {tool.parent_path() / file, tool.parent_path() / "lib/quarl" / file}) {
     if (fs::exists(place)) return place;
   }
-  refuse("no libquarl.so for {} beside this tool; build it with \"make build TARGET={}\" or name it with --library",
-         target_name(target), target_name(target));
+  refuse("no libquarl.so for {} belongs to this tool: neither {} nor {} is there; name one with --library",
+         target_name(target), (tool.parent_path() / file).string(), (tool.parent_path() / "lib/quarl" / file).string());
 }
 
 }  // namespace
