@@ -51,8 +51,7 @@ Target arm_target(const GElf_Ehdr& header, const std::string& interpreter) {
 void check_class(const std::string& path, const GElf_Ehdr& header) {
   if (header.e_ident[EI_CLASS] == ELFCLASS64) {
     refuse(
-        "{} is a 64-bit file and only 32-bit programs can be checked; build it for i686 (i686-linux-gnu-gcc or gcc "
-        "-m32) "
+        "{} is a 64-bit file and only 32-bit programs can be checked; build it for i686 (i686-linux-gnu-gcc, gcc -m32) "
         "or ARM (arm-linux-gnueabihf-gcc)",
         path);
   }
