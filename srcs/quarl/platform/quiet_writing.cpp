@@ -39,8 +39,9 @@ bool quietly(Call call) {
   sigset_t pending;
   sigaddset(&raised, SIGXFSZ);
   sigemptyset(&pending);
-  sigpending(&pending);
   set_signal_mask(SIG_BLOCK, &raised, &before);
+  // One that was not blocked cannot have waited.
+  if (sigismember(&before, SIGPIPE) == 1 || sigismember(&before, SIGXFSZ) == 1) sigpending(&pending);
   const bool done = call();
   const int signal = done ? 0 : errno == EPIPE ? SIGPIPE : errno == EFBIG ? SIGXFSZ : 0;
   if (signal != 0 && sigismember(&pending, signal) == 0) take_off(signal);
@@ -52,6 +53,10 @@ bool quietly(Call call) {
 
 bool write_quietly(int fd, const void* data, size_t size) {
   return quietly([=] { return write_all(fd, data, size); });
+}
+
+bool write_quietly_at(int fd, int64_t offset, const void* data, size_t size) {
+  return quietly([=] { return write_all_at(fd, offset, data, size); });
 }
 
 long write_once_quietly(int fd, const void* data, size_t size) {

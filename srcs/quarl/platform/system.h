@@ -46,9 +46,11 @@ bool on_alternate_stack(stack_t* out);                      // of signal handler
 
 // Writes all bytes, going on after an interruption or a short write. False with errno set when not all are out.
 bool write_all(int fd, const void* data, size_t size);
+bool write_all_at(int fd, int64_t offset, const void* data, size_t size);  // the file's position stays
 
 // The same, raising neither SIGPIPE (no reader) nor SIGXFSZ (file size limit): errno alone tells.
 bool write_quietly(int fd, const void* data, size_t size);
+bool write_quietly_at(int fd, int64_t offset, const void* data, size_t size);
 
 // As quietly, by one write: how many bytes are out, -1 with errno.
 long write_once_quietly(int fd, const void* data, size_t size);

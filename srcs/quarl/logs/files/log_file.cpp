@@ -105,8 +105,7 @@ void LogFile::find_end() {
 }
 
 FileResult LogFile::try_write_at(int64_t offset, const void* data, size_t size) {
-  if (sys::seek(descriptor_.fd(), offset, SEEK_SET) < 0) return FileResult::of(false);
-  return FileResult::of(sys::write_quietly(descriptor_.fd(), data, size));
+  return FileResult::of(sys::write_quietly_at(descriptor_.fd(), offset, data, size));
 }
 
 FileResult LogFile::write_at(int64_t offset, const void* data, size_t size) {
