@@ -3,6 +3,7 @@
 #include <malloc.h>
 #include <pthread.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include "announce.h"
 
@@ -37,6 +38,19 @@ static void sweep_alignment(size_t alignment, size_t size) {
   free(block);
 }
 
+// To the last byte, in a mapping that the block and its header fill but for a few.
+static void sweep_kept(size_t alignment, size_t size) {
+  unsigned char* block = memalign(alignment, size);
+  check(block);
+  if (malloc_usable_size(block) < size) _exit(7);
+  memset(block, 'k', size);
+  block = realloc(block, size + 5000);
+  check(block);
+  for (size_t i = 0; i < size; ++i)
+    if (block[i] != 'k') _exit(8);
+  free(block);
+}
+
 // What the arenas of threads have no room for.
 static void* sweep_large_alignments(void* unused) {
   for (size_t alignment = 8; alignment <= 4 << 20; alignment *= 2)
@@ -64,6 +78,8 @@ int main(void) {
   for (size_t size = 1 << 20; size < (1 << 20) + 4200; size += 100) sweep_size(size);
   for (size_t alignment = 1; alignment <= 65536; alignment *= 2)
     for (size_t size = 1; size < 300000; size = size * 3 + 7) sweep_alignment(alignment, size);
+  for (size_t alignment = 8; alignment <= 8192; alignment *= 2)
+    for (size_t size = (128 << 10) - 400; size < (128 << 10) + 8; size += 4) sweep_kept(alignment, size);
   sweep_in_thread();
   if (mallopt(M_MMAP_MAX, 1000) != 1 || mallopt(M_MMAP_THRESHOLD, 4096) != 1) _exit(6);
   for (size_t size = 1000; size < 140000; size += 997) sweep_size(size);

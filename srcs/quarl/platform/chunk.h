@@ -19,7 +19,6 @@ struct ChunkWord {
   // to 8 or to 16.
   constexpr bool is_ordinary(uint32_t bytes) const { return (((word & ~(kLowBits & ~kMapped)) - bytes) & ~8U) == 0; }
   constexpr bool mapped() const { return (word & kMapped) != 0; }
-  constexpr uint32_t room() const { return size() - (mapped() ? 8 : 4); }  // bytes of the raw block
   static constexpr ChunkWord of_mapping(uint32_t size) { return {size | kMapped}; }
 };
 
@@ -28,6 +27,15 @@ inline ChunkWord chunk_before(Address raw) {
 }
 inline void set_chunk_before(Address raw, ChunkWord chunk) {
   word_at(raw - 4) = chunk.word;
+}
+
+// Bytes of the raw block. Those of a chunk that is a mapping of its own go to the end of that, a page's end; the size
+// in the chunk word is up to 24 less than the bytes to there, or more, by the block's alignment.
+inline uint32_t raw_room(Address raw) {
+  constexpr uint32_t kWithinPage = 4095;
+  const ChunkWord chunk = chunk_before(raw);
+  if (!chunk.mapped()) return chunk.size() - 4;
+  return ((raw - 8) & ~kWithinPage) + ((chunk.size() + kWithinPage) & ~kWithinPage) - raw;
 }
 
 // Bytes of the chunk that a request of so many bytes gets: room for the word, in steps of 8, at least 16. An allocator

@@ -163,7 +163,7 @@ void* move_aligned(const Resize& resize) {
   void* raw = raw::allocate_aligned(place.alignment(), place.raw_size(resize.new_size));
   if (raw == nullptr) return nullptr;
   // The size may be off by as much as the check tolerates; no more than the chunk has is there to be copied.
-  const uint32_t there = resize.old_chunk.room() - resize.old_offset;
+  const uint32_t there = raw_room(resize.raw()) - resize.old_offset;
   const uint32_t old = resize.old_size < there ? resize.old_size : there;
   memcpy(static_cast<char*>(raw) + place.offset, pointer_to(resize.p), old < resize.new_size ? old : resize.new_size);
   raw::release(pointer_to(resize.raw()));

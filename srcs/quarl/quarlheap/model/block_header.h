@@ -121,7 +121,7 @@ class BoundedBlock {
   }
 
   // Bytes from p to the end of its chunk: the size may be off by as much as the check tolerates.
-  uint32_t room() const { return chunk().room() - offset_; }
+  uint32_t room() const { return raw_room(p_ - offset_) - offset_; }
 
  private:
   friend class DoubtfulBlock;
