@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""One build of the library under the C libraries of several Debians: blocks of all sizes while the allocator is set in
-every way, faults, and the agent in a program without threads.
+"""One build of the library under the C libraries of several Debians: blocks of all sizes, and 60,000 operations of four
+threads, while the allocator is set in every way; faults, and the agent in a program without threads.
 
 tests/c_libraries/run.py [--suite SUITE]... [--target i686|armhf]. The programs are linked with the oldest of the C
 libraries, and run under each: that of the suites (scripts/fetch-programs --suite) and of the system's own Debian, for
@@ -29,7 +29,7 @@ PATIENCE = 120  # seconds, for a busy machine and the emulator
 ALLOCATOR_SETTINGS = ({}, {"MALLOC_CHECK_": "3"}, {"GLIBC_TUNABLES": "glibc.malloc.check=3"}, {"MALLOC_ARENA_MAX": "1"},
                       {"GLIBC_TUNABLES": "glibc.malloc.tcache_count=0"}, {"MALLOC_PERTURB_": "85"},
                       {"MALLOC_TOP_PAD_": "100000"}, {"GLIBC_TUNABLES": "glibc.malloc.hugetlb=1"})
-SWEPT = 12000  # blocks that size_sweep looks at, at least
+SWEEPS = {"size_sweep": ("sizes", 14437), "heap_sweep": ("threads", 60000)}  # and how many blocks or operations each has
 FAULTS = {"double_free": b"double free a same memory", "tail_overrun": b"memory slop over at tail",
           "head_overrun": b"memory slop over at head"}
 
@@ -42,7 +42,7 @@ def build(target, name, folder):
     program = folder / f"{name}-{target}"
     subprocess.run([COMPILER[target], "-O1", "-g", "-no-pie", "-nostdlib", f"-I{sysroot.ROOT}/include", "-o", program,
                     start / "crt1.o", start / "crti.o", VICTIMS / f"{name}.c",
-                    *([libraries / "libpthread.so.0"] if name == "size_sweep" else ()), libraries / "libc.so.6",
+                    *([libraries / "libpthread.so.0"] if name in SWEEPS else ()), libraries / "libc.so.6",
                     start / "libc_nonshared.a", "-lgcc", "-Wl,--allow-shlib-undefined", start / "crtn.o"], check=True)
     return program
 
@@ -60,7 +60,7 @@ def command(target, program, variables):
     return list(map(str, [*line, program])), {**os.environ, **sysroot.EMULATED}
 
 
-def sweep(target, program, folder, settings):
+def sweep(target, program, folder, settings, steps):
     line, environment = command(target, program, settings)
     with open(folder / "announced", "w+b") as announced:
         # The victim tells on descriptor 77 what it did.
@@ -69,8 +69,8 @@ def sweep(target, program, folder, settings):
         announced.seek(0)
         said = announced.read()
     checked = int(said.split()[1], 16) if said.startswith(b"checked ") else 0
-    if done.returncode != 0 or checked < SWEPT or b"slop over" in done.stdout:
-        return f"status {done.returncode}, {checked} blocks looked at: {done.stdout[-300:]!r} {done.stderr[-300:]!r}"
+    if done.returncode != 0 or checked != steps or b"slop over" in done.stdout:
+        return f"status {done.returncode}, {checked} steps of {steps}: {done.stdout[-300:]!r} {done.stderr[-300:]!r}"
     return ""
 
 
@@ -116,10 +116,12 @@ def agent(target, program, folder):
 
 def cases(target, folder):
     """(name, what runs it and answers with what went wrong)."""
-    sweeping = build(target, "size_sweep", folder)
-    for settings in ALLOCATOR_SETTINGS if target == "i686" else ALLOCATOR_SETTINGS[:2]:
-        name = " ".join("=".join(pair) for pair in settings.items()) or "no settings"
-        yield f"sizes, {name}", lambda settings=settings: sweep(target, sweeping, folder, settings)
+    for victim, (what, steps) in SWEEPS.items():
+        program = build(target, victim, folder)
+        for settings in ALLOCATOR_SETTINGS if target == "i686" else ALLOCATOR_SETTINGS[:2]:
+            name = " ".join("=".join(pair) for pair in settings.items()) or "no settings"
+            yield f"{what}, {name}", lambda program=program, settings=settings, steps=steps: sweep(target, program, folder,
+                                                                                                   settings, steps)
     for name, text in FAULTS.items():
         victim = build(target, name, folder)
         yield name, lambda victim=victim, text=text: fault(target, victim, folder, text)
