@@ -89,9 +89,11 @@ static int await_child(pid_t child) {
 }
 
 // Who crashed: the first on the stack who could. Only the C library aborts, and a pointer to memory that is gone
-// crashes it as it would without the checker.
+// crashes it as it would without the checker. A call that leads to where no code is goes by a pointer in static data
+// that was written over: the allocator's own list was led there, and gave the place out as a block.
 static enum Owner culprit(void) {
   if (story->signal == SIGSEGV && story->stale && (story->address | 3) == ((story->stale - 4) | 3)) return kAllocator;
+  if (story->signal == SIGSEGV && story->pc == story->address && owner_of(story->pc) == kNobody) return kAllocator;
   enum Owner owner = owner_of(story->pc);
   if (story->signal == SIGABRT) {
     for (size_t i = 0; i < story->depth && owner != kAllocator; ++i) owner = owner_of(story->code[i]);
